@@ -35,6 +35,8 @@ class ZQ_EXPORT Exponential_Backoff_Iterator {
   static void seed_jitter(std::uint64_t seed) noexcept;
 
  private:
+  void draw() noexcept;
+
   unsigned slot_time_ = 0;
   unsigned max_retries_ = 0;
   unsigned capped_ = 0;
