@@ -8,17 +8,17 @@
 
 /// Why an exchange failed. Where it stood at that moment is HTTP_Phase.
 enum class HTTP_Error {
-  none,              ///< a 2xx answer with a good body
-  refused_request,   ///< host, path, header or method is not sendable; nothing was sent
-  name,              ///< the host name has no address
-  connect,           ///< no address took the connection
-  tls,               ///< handshake, certificate or TLS settings
-  timeout,           ///< the deadline passed
-  broken,            ///< the connection broke, or ended before the answer did
-  malformed,         ///< the answer is not HTTP
-  too_large,         ///< the answer is larger than HTTP_Options::largest_answer
-  bad_json,          ///< a 2xx answer whose body is not JSON
-  status,            ///< an HTTP status other than 2xx
+  none,             ///< a 2xx answer with a good body
+  refused_request,  ///< host, path, header or method is not sendable; nothing was sent
+  name,             ///< the host name has no address
+  connect,          ///< no address took the connection
+  tls,              ///< handshake, certificate or TLS settings
+  timeout,          ///< the deadline passed
+  broken,           ///< the connection broke, or ended before the answer did
+  malformed,        ///< the answer is not HTTP
+  too_large,        ///< the answer is larger than HTTP_Options::largest_answer
+  bad_json,         ///< a 2xx answer whose body is not JSON
+  status,           ///< an HTTP status other than 2xx
 };
 
 /// How far an exchange came.

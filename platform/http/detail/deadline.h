@@ -1,0 +1,39 @@
+#pragma once
+
+#include <algorithm>
+#include <chrono>
+#include <climits>
+
+namespace zqpool::detail {
+
+using Clock = std::chrono::steady_clock;
+
+/// The moment at which waiting ends.
+class Deadline {
+ public:
+  explicit Deadline(Clock::time_point end) noexcept : end_(end) {}
+
+  /// A limit from now on; kept to ten years, so that adding it never overflows.
+  static Deadline in(std::chrono::milliseconds limit) noexcept {
+    return after(Clock::now(), limit);
+  }
+  static Deadline after(Clock::time_point start, std::chrono::milliseconds limit) noexcept {
+    constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 3650);
+    return Deadline(start + std::clamp(limit, std::chrono::milliseconds(0), longest));
+  }
+
+  Clock::time_point end() const noexcept { return end_; }
+  bool passed() const noexcept { return Clock::now() >= end_; }
+  Deadline or_sooner(Deadline other) const noexcept { return other.end_ < end_ ? other : *this; }
+
+  /// What poll() takes: rounded up, so that poll never returns just before the deadline.
+  int poll_timeout() const noexcept {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
+  }
+
+ private:
+  Clock::time_point end_;
+};
+
+}  // namespace zqpool::detail

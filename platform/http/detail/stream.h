@@ -1,0 +1,80 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "platform/http/detail/deadline.h"
+#include "platform/http/detail/failure.h"
+#include "platform/http/detail/resolver.h"
+#include "platform/http/detail/tls.h"
+
+namespace zqpool::detail {
+
+/// A connected socket, or none. Closed when destroyed.
+class Socket {
+ public:
+  Socket() noexcept = default;
+  explicit Socket(int fd) noexcept : fd_(fd) {}
+  Socket(Socket&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Socket& operator=(Socket&& other) noexcept;
+  ~Socket() { close(); }
+
+  int fd() const noexcept { return fd_; }
+  bool is_open() const noexcept { return fd_ >= 0; }
+  void close() noexcept;
+
+ private:
+  int fd_ = -1;
+};
+
+/// A TCP connection, with TLS or without, of which every step ends by a deadline. The socket never
+/// blocks; waiting is poll(). Never raises SIGPIPE. One thread at a time.
+class Stream {
+ public:
+  Stream() noexcept = default;
+  ~Stream();
+  Stream(const Stream&) = delete;
+  Stream& operator=(const Stream&) = delete;
+
+  /// Connects to the first of `addresses` that answers. A further one is begun whenever the ones
+  /// begun so far have failed or kept silent for a moment, so a dead address costs that moment.
+  bool connect(const Addresses& addresses, Deadline deadline, Failure& failure);
+  const Address& peer() const noexcept { return peer_; }
+
+  /// TLS over the connection, for the service `host`; `endpoint` names it in the session cache.
+  bool start_tls(std::shared_ptr<TLS_Trust> trust, const std::string& host, std::string endpoint,
+                 Deadline deadline, Failure& failure);
+  bool tls_resumed() const noexcept { return ssl_ != nullptr && SSL_session_reused(ssl_.get()); }
+
+  /// Sends all of `data`. `touched` becomes true once any byte of it may have left, also when the
+  /// call then fails.
+  bool send(std::string_view data, Deadline deadline, bool& touched, Failure& failure);
+
+  /// Bytes received, 0 at the peer's orderly end, -1 on failure.
+  ssize_t receive(char* buffer, std::size_t size, Deadline deadline, Failure& failure);
+
+  /// Whether the idle connection may carry another request: still open, nothing unasked for in it.
+  bool is_idle() noexcept;
+
+  /// Gives the peer until the deadline to end the connection first, which leaves the wait for
+  /// stray packets on its side, then closes.
+  void close_after_peer(Deadline deadline);
+
+ private:
+  bool try_send(std::string_view data, std::size_t& n, short& wanted, bool& touched,
+                Failure& failure);
+  ssize_t try_receive(char* buffer, std::size_t size, short& wanted, Failure& failure);
+  int tls_failure(int result, const char* doing, Failure& failure);
+
+  Socket socket_;
+  Address peer_{};
+  std::shared_ptr<TLS_Trust> trust_;  // outlives ssl_, whose callbacks use it
+  std::string endpoint_;              // as does this
+  SSL_Ptr ssl_;
+};
+
+}  // namespace zqpool::detail

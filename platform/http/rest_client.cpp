@@ -1,0 +1,388 @@
+#include "platform/http/rest_client.h"
+
+#include <ace/Log_Msg.h>
+#include <sys/random.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <mutex>
+#include <random>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "platform/http/detail/exchange.h"
+#include "platform/http/http_exchange_report.h"
+#include "platform/net/sleep.h"
+
+namespace {
+
+using namespace zqpool::detail;
+
+constexpr std::chrono::milliseconds first_pause{100};
+constexpr std::chrono::milliseconds longest_pause{2000};
+// How long a service that said it would close may take to do so.
+constexpr std::chrono::milliseconds end_of_file_wait{50};
+// Services drop idle connections after five seconds or more; a request must never meet that.
+constexpr std::chrono::seconds longest_idle{4};
+constexpr std::size_t most_idle = 16;
+
+HTTP_Exchange_Report& thread_report() {
+  thread_local HTTP_Exchange_Report report;
+  return report;
+}
+
+std::minstd_rand& pause_generator() {
+  thread_local std::minstd_rand generator{std::random_device{}()};
+  return generator;
+}
+
+/// 32 random hexadecimal digits, from the system: distinct also after a fork.
+std::string make_request_id() {
+  std::array<unsigned char, 16> bytes{};
+  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
+    std::random_device device;
+    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<unsigned char>(device()); });
+  }
+  constexpr char digits[] = "0123456789abcdef";
+  std::string id;
+  id.reserve(bytes.size() * 2);
+  for (const unsigned char byte : bytes)
+    id += {digits[byte >> 4], digits[byte & 0xf]};
+  return id;
+}
+
+std::string without_brackets(const char* host) {
+  std::string text = host != nullptr ? host : "";
+  if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
+    text = text.substr(1, text.size() - 2);
+  }
+  return text;
+}
+
+/// Connections of a client that lives on, for its next calls.
+class Idle_Connections {
+ public:
+  /// One that may carry a request now, or null.
+  std::unique_ptr<Stream> take() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    while (!idle_.empty()) {
+      Idle candidate = std::move(idle_.back());
+      idle_.pop_back();
+      // After a fork the connection is the parent's.
+      if (candidate.owner == getpid() && Clock::now() - candidate.since < longest_idle &&
+          candidate.stream->is_idle()) {
+        return std::move(candidate.stream);
+      }
+    }
+    return nullptr;
+  }
+
+  void give(std::unique_ptr<Stream> stream) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (idle_.size() == most_idle) idle_.erase(idle_.begin());
+    idle_.push_back({std::move(stream), Clock::now(), getpid()});
+  }
+
+ private:
+  struct Idle {
+    std::unique_ptr<Stream> stream;
+    Clock::time_point since;
+    pid_t owner;
+  };
+  std::mutex mutex_;
+  std::vector<Idle> idle_;
+};
+
+}  // namespace
+
+class JSON_RESTful_Client::Impl {
+ public:
+  Impl(Endpoint service, bool read_error_body)
+      : endpoint(std::move(service)), keep_error_body(read_error_body) {}
+
+  /// One call by `method`, which is also what the request must have been made for.
+  bool call(int method, const HTTP_Request& request, const json_spirit::Value* body,
+            HTTP_Response* response, json_spirit::Value* answer);
+
+  const Endpoint endpoint;
+  const bool keep_error_body;
+  int retries = 2;
+  std::chrono::seconds retry_timeout{30};
+  bool logging_error = true;
+  bool keep_connections = false;
+  HTTP_Headers default_headers;
+  Idle_Connections idle;
+};
+
+namespace {
+
+/// One client call: its attempts, its deadline and its report.
+template <class Client>
+class Call {
+ public:
+  Call(Client& client, HTTP_Exchange_Report& report)
+      : client_(client),
+        report_(report),
+        settings_(transport_settings()),
+        start_(Clock::now()),
+        deadline_(Deadline::after(start_, settings_->options.exchange_timeout)) {}
+
+  bool run(const HTTP_Request& request, const json_spirit::Value* body, HTTP_Response* response,
+           json_spirit::Value* answer) {
+    HTTP_Headers* const headers = response != nullptr ? &response->headers() : nullptr;
+    if (prepare(request, body)) {
+      while (!attempt(headers) && may_repeat() && pause()) {
+      }
+    }
+    read_body(answer);
+    if (response != nullptr) response->status(got_.status);
+    report_.status = got_.status;
+    report_.error = failure_.error;
+    report_.text = std::move(failure_.text);
+    report_.total = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start_);
+    return report_.ok();
+  }
+
+ private:
+  bool prepare(const HTTP_Request& request, const json_spirit::Value* body) {
+    if (request.method() != report_.method) {
+      return failure_.set(HTTP_Error::refused_request, "the request was made for another method");
+    }
+    std::string text;
+    if (body != nullptr) {
+      try {
+        json_spirit::write_to(*body, text);
+      } catch (const std::runtime_error& error) {
+        return failure_.set(HTTP_Error::refused_request, std::string("the body: ") + error.what());
+      }
+    }
+    return make_wire_request(client_.endpoint, request, client_.default_headers,
+                             body != nullptr ? &text : nullptr, client_.keep_connections,
+                             settings_->options.user_agent, wire_, report_, failure_);
+  }
+
+  bool attempt(HTTP_Headers* headers) {
+    failure_ = Failure();
+    got_ = Wire_Answer();
+    begin_attempt_report();
+    std::unique_ptr<Stream> stream = client_.idle.take();
+    report_.connection_reused = stream != nullptr;
+    if (stream == nullptr) {
+      stream = std::make_unique<Stream>();
+      if (!open_connection(*settings_, client_.endpoint, deadline_, *stream, report_, failure_)) {
+        return false;
+      }
+    }
+    if (!converse(*stream, wire_, deadline_, settings_->options.largest_answer, got_, headers,
+                  report_, failure_)) {
+      return false;
+    }
+    if (!got_.keep_connection) {
+      stream->close_after_peer(deadline_.or_sooner(Deadline::in(end_of_file_wait)));
+    } else if (wire_.keep_connection) {
+      client_.idle.give(std::move(stream));
+    }
+    if (got_.status / 100 == 2) return true;
+    return failure_.set(HTTP_Error::status, "HTTP status " + std::to_string(got_.status));
+  }
+
+  void begin_attempt_report() {
+    ++report_.attempts;
+    report_.address.clear();
+    report_.sent = false;
+    report_.tls_resumed = false;
+    report_.name_time = report_.connect_time = report_.tls_time = report_.first_byte_time = {};
+    report_.bytes_sent = report_.bytes_received = 0;
+  }
+
+  bool may_repeat() const {
+    if (failure_.permanent || report_.attempts > client_.retries) return false;
+    if (!report_.sent) return true;
+    // From here on the service may have acted, and only a read is harmless twice.
+    if (wire_.method != HTTP_METHOD_GET) return false;
+    switch (failure_.error) {
+      case HTTP_Error::broken:
+      case HTTP_Error::tls:
+      case HTTP_Error::malformed:
+        return true;
+      case HTTP_Error::status:
+        return got_.status == 429 || (got_.status >= 502 && got_.status <= 504);
+      default:
+        return false;
+    }
+  }
+
+  bool pause() {
+    const auto slot =
+        std::min(first_pause * (1 << std::min(report_.attempts - 1, 10)), longest_pause).count();
+    std::uniform_int_distribution<std::chrono::milliseconds::rep> jitter(slot / 2, slot);
+    const std::chrono::milliseconds time{jitter(pause_generator())};
+    const Deadline last_start = deadline_.or_sooner(Deadline::after(start_, client_.retry_timeout));
+    if (Clock::now() + time >= last_start.end()) return false;
+    sleep_between_attempts(time);
+    return true;
+  }
+
+  /// The final attempt's body, into `answer` where there is one.
+  void read_body(json_spirit::Value* answer) {
+    const bool success = failure_.error == HTTP_Error::none;
+    if (got_.body.empty() || (!success && (answer == nullptr || !client_.keep_error_body))) return;
+    json_spirit::Value unwanted;
+    std::string why;
+    if (!json_spirit::read(got_.body, answer != nullptr ? *answer : unwanted, why) && success) {
+      failure_.set(HTTP_Error::bad_json, "the answer's body is not JSON: " + why);
+    }
+  }
+
+  Client& client_;
+  HTTP_Exchange_Report& report_;
+  const std::shared_ptr<const Transport_Settings> settings_;
+  const Clock::time_point start_;
+  const Deadline deadline_;
+  Wire_Request wire_;
+  Wire_Answer got_;
+  Failure failure_;
+};
+
+void log_failure(const HTTP_Exchange_Report& report, const std::string& authority) {
+  // Bounded, because ACE cuts a long line together with its end.
+  constexpr int most_path = 1500;
+  constexpr int most_text = 1000;
+  const bool has_phase = report.error != HTTP_Error::status && report.error != HTTP_Error::bad_json;
+  ACE_ERROR((LM_ERROR, "%s %s://%s%.*s failed: %s%s%.*s.\n", http_method_name(report.method),
+             report.ssl ? "https" : "http", authority.c_str(), most_path, report.path.c_str(),
+             has_phase ? http_phase_name(report.phase) : "", has_phase ? ": " : "", most_text,
+             report.text.c_str()));
+}
+
+}  // namespace
+
+bool JSON_RESTful_Client::Impl::call(int method, const HTTP_Request& request,
+                                     const json_spirit::Value* body, HTTP_Response* response,
+                                     json_spirit::Value* answer) {
+  HTTP_Exchange_Report& report = thread_report();
+  report = HTTP_Exchange_Report();
+  report.method = method;
+  report.ssl = endpoint.ssl;
+  report.host = endpoint.host;
+  report.port = endpoint.port;
+  report.request_id = make_request_id();
+  // What stands if memory runs out on the way.
+  report.error = HTTP_Error::broken;
+  if (Call<Impl>(*this, report).run(request, body, response, answer)) return true;
+  if (logging_error) log_failure(report, endpoint.authority(true));
+  return false;
+}
+
+JSON_RESTful_Client::JSON_RESTful_Client(const char* host, unsigned short port, bool ssl,
+                                         bool keep_error_body)
+    : impl_(std::make_unique<Impl>(Endpoint{without_brackets(host), port, ssl}, keep_error_body)) {}
+
+JSON_RESTful_Client::~JSON_RESTful_Client() = default;
+
+bool JSON_RESTful_Client::get(HTTP_Request& request, json_spirit::Value* answer) {
+  return impl_->call(HTTP_METHOD_GET, request, nullptr, nullptr, answer);
+}
+
+bool JSON_RESTful_Client::get(HTTP_Request& request, HTTP_Response& response,
+                              json_spirit::Value* answer) {
+  return impl_->call(HTTP_METHOD_GET, request, nullptr, &response, answer);
+}
+
+bool JSON_RESTful_Client::post(HTTP_Request& request, const json_spirit::Value* body,
+                               json_spirit::Value* answer) {
+  return impl_->call(HTTP_METHOD_POST, request, body, nullptr, answer);
+}
+
+bool JSON_RESTful_Client::post(const char* path, const json_spirit::Value* body,
+                               json_spirit::Value* answer) {
+  HTTP_Request request(HTTP_METHOD_POST, path, false);
+  return post(request, body, answer);
+}
+
+bool JSON_RESTful_Client::put(HTTP_Request& request, const json_spirit::Value* body,
+                              json_spirit::Value* answer) {
+  return impl_->call(HTTP_METHOD_PUT, request, body, nullptr, answer);
+}
+
+bool JSON_RESTful_Client::del(HTTP_Request& request) {
+  return impl_->call(HTTP_METHOD_DELETE, request, nullptr, nullptr, nullptr);
+}
+
+bool JSON_RESTful_Client::del(HTTP_Request& request, HTTP_Response& response) {
+  return impl_->call(HTTP_METHOD_DELETE, request, nullptr, &response, nullptr);
+}
+
+void JSON_RESTful_Client::retries(int count) noexcept {
+  impl_->retries = std::max(count, 0);
+}
+
+void JSON_RESTful_Client::retry_timeout(int seconds) noexcept {
+  impl_->retry_timeout = std::chrono::seconds(std::max(seconds, 0));
+}
+
+void JSON_RESTful_Client::logging_error(bool on) noexcept {
+  impl_->logging_error = on;
+}
+
+void JSON_RESTful_Client::set_header(int id, const char* text) {
+  impl_->default_headers.put(id, text != nullptr ? text : "", true);
+  impl_->keep_connections = true;
+}
+
+HTTP_Exchange_Report last_http_exchange() {
+  return thread_report();
+}
+
+const char* http_error_name(HTTP_Error error) noexcept {
+  switch (error) {
+    case HTTP_Error::none:
+      return "none";
+    case HTTP_Error::refused_request:
+      return "refused request";
+    case HTTP_Error::name:
+      return "name";
+    case HTTP_Error::connect:
+      return "connect";
+    case HTTP_Error::tls:
+      return "TLS";
+    case HTTP_Error::timeout:
+      return "timeout";
+    case HTTP_Error::broken:
+      return "broken";
+    case HTTP_Error::malformed:
+      return "malformed";
+    case HTTP_Error::too_large:
+      return "too large";
+    case HTTP_Error::bad_json:
+      return "bad JSON";
+    case HTTP_Error::status:
+      return "status";
+  }
+  return "";
+}
+
+const char* http_phase_name(HTTP_Phase phase) noexcept {
+  switch (phase) {
+    case HTTP_Phase::none:
+      return "request";
+    case HTTP_Phase::name:
+      return "name look-up";
+    case HTTP_Phase::connect:
+      return "connect";
+    case HTTP_Phase::tls:
+      return "TLS";
+    case HTTP_Phase::send:
+      return "send";
+    case HTTP_Phase::wait:
+      return "wait";
+    case HTTP_Phase::body:
+      return "answer";
+    case HTTP_Phase::done:
+      return "done";
+  }
+  return "";
+}
