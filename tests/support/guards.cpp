@@ -1,0 +1,41 @@
+#include "tests/support/guards.h"
+
+#include <mutex>
+
+#include "tests/support/test_certificates.h"
+
+namespace zqpool::test {
+namespace {
+
+std::mutex pauses_mutex;
+std::vector<std::chrono::milliseconds> recorded_pauses;
+
+void record(std::chrono::milliseconds pause) {
+  const std::lock_guard lock(pauses_mutex);
+  recorded_pauses.push_back(pause);
+}
+
+}  // namespace
+
+Sleep_Recorder::Sleep_Recorder() {
+  const std::lock_guard lock(pauses_mutex);
+  recorded_pauses.clear();
+  before_ = detail::replace_sleep(&record);
+}
+
+Sleep_Recorder::~Sleep_Recorder() {
+  detail::replace_sleep(before_);
+}
+
+std::vector<std::chrono::milliseconds> Sleep_Recorder::pauses() const {
+  const std::lock_guard lock(pauses_mutex);
+  return recorded_pauses;
+}
+
+HTTP_Options options_with_test_ca() {
+  HTTP_Options options = HTTP_Options::get();
+  options.ca_file = Test_Certificates::instance().ca_file;
+  return options;
+}
+
+}  // namespace zqpool::test
