@@ -18,7 +18,8 @@ struct Current {
 };
 
 Current& current() {
-  static Current instance;
+  // Never destroyed: other threads may still be in a call when the process ends.
+  static Current& instance = *new Current;
   return instance;
 }
 
