@@ -40,6 +40,8 @@ struct HTTP_Exchange_Report {
   HTTP_Error error = HTTP_Error::none;
   HTTP_Phase phase = HTTP_Phase::none;
   std::string text;   ///< the transport's own words on a failure, "" on success
+  /// The service's words for a refusal, {"error":{"message":...}}; at most 1000 bytes, "" if none.
+  std::string service_message;
   int attempts = 0;   ///< requests tried, 0 when refused before the first
   bool sent = false;  ///< any byte of the request went out on the last attempt
   bool connection_reused = false;

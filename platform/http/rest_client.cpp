@@ -119,6 +119,16 @@ class JSON_RESTful_Client::Impl {
 
 namespace {
 
+/// The words of a refusal's body, {"error":{"message":...}}.
+std::string error_message(const json_spirit::Value& body) {
+  constexpr std::size_t most = 1000;
+  if (body.type() != json_spirit::obj_type) return "";
+  const Object* const error = json_spirit::object_get_object(body.get_obj(), "error");
+  const std::string* const message =
+      error != nullptr ? json_spirit::object_get_str(*error, "message") : nullptr;
+  return message != nullptr ? message->substr(0, most) : "";
+}
+
 /// One client call: its attempts, its deadline and its report.
 template <class Client>
 class Call {
@@ -228,11 +238,15 @@ class Call {
 
   /// The final attempt's body, into `answer` where there is one.
   void read_body(json_spirit::Value* answer) {
+    if (got_.body.empty()) return;
     const bool success = failure_.error == HTTP_Error::none;
-    if (got_.body.empty() || (!success && (answer == nullptr || !client_.keep_error_body))) return;
+    const bool wanted = answer != nullptr && (success || client_.keep_error_body);
     json_spirit::Value unwanted;
+    json_spirit::Value& value = wanted ? *answer : unwanted;
     std::string why;
-    if (!json_spirit::read(got_.body, answer != nullptr ? *answer : unwanted, why) && success) {
+    if (json_spirit::read(got_.body, value, why)) {
+      if (!success) report_.service_message = error_message(value);
+    } else if (success) {
       failure_.set(HTTP_Error::bad_json, "the answer's body is not JSON: " + why);
     }
   }

@@ -53,7 +53,9 @@ Exponential_Backoff_Iterator& Exponential_Backoff_Iterator::operator++() noexcep
   return *this;
 }
 
-unsigned Exponential_Backoff_Iterator::next() noexcept { return *++*this; }
+unsigned Exponential_Backoff_Iterator::next() noexcept {
+  return *++*this;
+}
 
 bool Exponential_Backoff_Iterator::operator==(
     const Exponential_Backoff_Iterator& other) const noexcept {

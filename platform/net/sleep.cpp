@@ -22,7 +22,9 @@ std::atomic<Sleep_Function> sleep_function{&sleep_for_real};
 
 }  // namespace
 
-void sleep_between_attempts(std::chrono::milliseconds time) { sleep_function.load()(time); }
+void sleep_between_attempts(std::chrono::milliseconds time) {
+  sleep_function.load()(time);
+}
 
 Sleep_Function replace_sleep(Sleep_Function function) noexcept {
   return sleep_function.exchange(function != nullptr ? function : &sleep_for_real);

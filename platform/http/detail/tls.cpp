@@ -48,8 +48,7 @@ TLS_Trust::TLS_Trust(const HTTP_Options& options) : context_(SSL_CTX_new(TLS_cli
 void TLS_Trust::load(const HTTP_Options& options) {
   SSL_CTX* const context = context_.get();
   SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
-  SSL_CTX_set_mode(context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER |
-                                SSL_MODE_RELEASE_BUFFERS);
+  SSL_CTX_set_mode(context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
   SSL_CTX_set_read_ahead(context, 1);
   SSL_CTX_set_verify(context, options.verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
   SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
