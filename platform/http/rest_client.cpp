@@ -1,12 +1,9 @@
 #include "platform/http/rest_client.h"
 
 #include <ace/Log_Msg.h>
-#include <sys/random.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
-#include <cerrno>
 #include <mutex>
 #include <random>
 #include <stdexcept>
@@ -29,29 +26,9 @@ constexpr std::chrono::milliseconds end_of_file_wait{50};
 constexpr std::chrono::seconds longest_idle{4};
 constexpr std::size_t most_idle = 16;
 
-HTTP_Exchange_Report& thread_report() {
-  thread_local HTTP_Exchange_Report report;
-  return report;
-}
-
 std::minstd_rand& pause_generator() {
   thread_local std::minstd_rand generator{std::random_device{}()};
   return generator;
-}
-
-/// 32 random hexadecimal digits, from the system: distinct also after a fork.
-std::string make_request_id() {
-  std::array<unsigned char, 16> bytes{};
-  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    std::random_device device;
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<unsigned char>(device()); });
-  }
-  constexpr char digits[] = "0123456789abcdef";
-  std::string id;
-  id.reserve(bytes.size() * 2);
-  for (const unsigned char byte : bytes)
-    id += {digits[byte >> 4], digits[byte & 0xf]};
-  return id;
 }
 
 std::string without_brackets(const char* host) {
@@ -182,7 +159,8 @@ class Call {
     report_.connection_reused = stream != nullptr;
     if (stream == nullptr) {
       stream = std::make_unique<Stream>();
-      if (!open_connection(*settings_, client_.endpoint, deadline_, *stream, report_, failure_)) {
+      const Deadline end = deadline_.or_sooner(Deadline::in(settings_->options.connect_timeout));
+      if (!open_connection(*settings_, client_.endpoint, end, *stream, report_, failure_)) {
         return false;
       }
     }
@@ -277,15 +255,7 @@ void log_failure(const HTTP_Exchange_Report& report, const std::string& authorit
 bool JSON_RESTful_Client::Impl::call(int method, const HTTP_Request& request,
                                      const json_spirit::Value* body, HTTP_Response* response,
                                      json_spirit::Value* answer) {
-  HTTP_Exchange_Report& report = thread_report();
-  report = HTTP_Exchange_Report();
-  report.method = method;
-  report.ssl = endpoint.ssl;
-  report.host = endpoint.host;
-  report.port = endpoint.port;
-  report.request_id = make_request_id();
-  // What stands if memory runs out on the way.
-  report.error = HTTP_Error::broken;
+  HTTP_Exchange_Report& report = begin_report(endpoint, method);
   if (Call<Impl>(*this, report).run(request, body, response, answer)) return true;
   if (logging_error) log_failure(report, endpoint.authority(true));
   return false;
@@ -345,58 +315,4 @@ void JSON_RESTful_Client::logging_error(bool on) noexcept {
 void JSON_RESTful_Client::set_header(int id, const char* text) {
   impl_->default_headers.put(id, text != nullptr ? text : "", true);
   impl_->keep_connections = true;
-}
-
-HTTP_Exchange_Report last_http_exchange() {
-  return thread_report();
-}
-
-const char* http_error_name(HTTP_Error error) noexcept {
-  switch (error) {
-    case HTTP_Error::none:
-      return "none";
-    case HTTP_Error::refused_request:
-      return "refused request";
-    case HTTP_Error::name:
-      return "name";
-    case HTTP_Error::connect:
-      return "connect";
-    case HTTP_Error::tls:
-      return "TLS";
-    case HTTP_Error::timeout:
-      return "timeout";
-    case HTTP_Error::broken:
-      return "broken";
-    case HTTP_Error::malformed:
-      return "malformed";
-    case HTTP_Error::too_large:
-      return "too large";
-    case HTTP_Error::bad_json:
-      return "bad JSON";
-    case HTTP_Error::status:
-      return "status";
-  }
-  return "";
-}
-
-const char* http_phase_name(HTTP_Phase phase) noexcept {
-  switch (phase) {
-    case HTTP_Phase::none:
-      return "request";
-    case HTTP_Phase::name:
-      return "name look-up";
-    case HTTP_Phase::connect:
-      return "connect";
-    case HTTP_Phase::tls:
-      return "TLS";
-    case HTTP_Phase::send:
-      return "send";
-    case HTTP_Phase::wait:
-      return "wait";
-    case HTTP_Phase::body:
-      return "answer";
-    case HTTP_Phase::done:
-      return "done";
-  }
-  return "";
 }

@@ -321,7 +321,7 @@ bool open_connection(const Transport_Settings& settings, const Endpoint& endpoin
   if (!resolved) return false;
 
   report.phase = HTTP_Phase::connect;
-  const bool connected = stream.connect(addresses, end, failure);
+  const bool connected = stream.connect(addresses, deadline, failure);
   const Clock::time_point joined = Clock::now();
   report.connect_time = micros(joined - named);
   if (!connected) return false;
@@ -329,8 +329,8 @@ bool open_connection(const Transport_Settings& settings, const Endpoint& endpoin
 
   if (endpoint.ssl) {
     report.phase = HTTP_Phase::tls;
-    const bool secured =
-        stream.start_tls(settings.trust(), endpoint.host, endpoint.authority(true), end, failure);
+    const bool secured = stream.start_tls(settings.trust(), endpoint.host, endpoint.authority(true),
+                                          deadline, failure);
     report.tls_time = micros(Clock::now() - joined);
     if (!secured) return false;
     report.tls_resumed = stream.tls_resumed();

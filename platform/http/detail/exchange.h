@@ -58,7 +58,10 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
                        const std::string& user_agent, Wire_Request& wire,
                        HTTP_Exchange_Report& report, Failure& failure);
 
-/// Opens a connection; phases and times go to `report`.
+/// This thread's report, begun anew for a call to `endpoint`.
+HTTP_Exchange_Report& begin_report(const Endpoint& endpoint, int method);
+
+/// Opens a connection by the deadline; phases and times go to `report`.
 bool open_connection(const Transport_Settings& settings, const Endpoint& endpoint,
                      Deadline deadline, Stream& stream, HTTP_Exchange_Report& report,
                      Failure& failure);
