@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <variant>
 #include <vector>
 
@@ -21,13 +23,14 @@ using Array = std::vector<Value>;
 
 enum Value_type { obj_type, array_type, str_type, bool_type, int_type, real_type, null_type };
 
-/// Deepest nesting that the reader, the writer, copy and comparison take.
+/// Deepest nesting of objects and arrays that the reader, the writer, copy and comparison take;
+/// `[]` has depth 1.
 constexpr int max_depth = 256;
 
 class ZQ_EXPORT Value {
  public:
   Value() noexcept = default;  ///< null
-  Value(const char* text);     ///< null pointer: null
+  Value(const char* text);     ///< a null pointer gives null
   Value(std::string text) noexcept;
   Value(std::string_view text);
   Value(Object object) noexcept;
@@ -39,16 +42,17 @@ class ZQ_EXPORT Value {
   Value(unsigned number) noexcept;
   Value(unsigned long number) noexcept;
   Value(unsigned long long number) noexcept;
-  Value(double number) noexcept;
-  template <typename T>
-  Value(T*) = delete;  ///< a pointer is not a bool
+  Value(double number) noexcept;  ///< NaN and infinity are kept, but write() refuses them
+  /// A pointer is not a bool.
+  template <typename T, typename = std::enable_if_t<!std::is_same_v<std::remove_cv_t<T>, char>>>
+  Value(T*) = delete;
 
   /// Copying throws std::runtime_error for a value nested deeper than max_depth.
   Value(const Value& other);
   Value(Value&& other) noexcept;
   Value& operator=(const Value& other);
   Value& operator=(Value&& other) noexcept;
-  /// Never overflows the stack, however deep the value is.
+  /// Never overflows the stack and never allocates, however deep the value is.
   ~Value();
 
   void swap(Value& other) noexcept;
@@ -61,6 +65,7 @@ class ZQ_EXPORT Value {
   /// Typed access. Each throws std::runtime_error, with a text that names the wanted and the found
   /// type, when the value has another type or a number does not fit; no number is ever cut.
   const std::string& get_str() const;
+  std::string& get_str();
   const Object& get_obj() const;
   Object& get_obj();
   const Array& get_array() const;
@@ -71,22 +76,30 @@ class ZQ_EXPORT Value {
   std::uint64_t get_uint64() const;
   double get_real() const;  ///< also reads an integer
 
-  /// Equal type and content; an integer never equals a real. Throws beyond max_depth.
+  /// Equal type and content; an integer never equals a real. Throws std::runtime_error when both
+  /// values are alike down to beyond max_depth.
   ZQ_EXPORT friend bool operator==(const Value& a, const Value& b);
   friend bool operator!=(const Value& a, const Value& b) { return !(a == b); }
 
  private:
-  std::variant<std::monostate, std::string, Object, Array, bool, std::int64_t, std::uint64_t, double>
+  void take_apart() noexcept;
+
+  std::variant<std::monostate, std::string, Object, Array, bool, std::int64_t, std::uint64_t,
+               double>
       data_;
 };
 
-inline void swap(Value& a, Value& b) noexcept { a.swap(b); }
+inline void swap(Value& a, Value& b) noexcept {
+  a.swap(b);
+}
 
 /// Reads one JSON document that fills the whole text. Returns false, and leaves `value` as it was,
-/// when the text is not strict JSON, is nested deeper than max_depth, is larger than
-/// max_document_size(), is not valid UTF-8 or holds an integer beyond 64 bits. Never throws except
-/// std::bad_alloc. `text` is read in place when its capacity exceeds its size by at least
-/// read_padding bytes, otherwise through a copy.
+/// when the text is not strict JSON (RFC 8259), is nested deeper than max_depth, is larger than
+/// max_document_size(), is not valid UTF-8, or holds an integer beyond 64 bits or a real beyond
+/// double. Never throws except std::bad_alloc, which leaves `value` as it was too. Of members with
+/// the same key the last one wins. `text` is read in place when its capacity exceeds its size by at
+/// least read_padding bytes, otherwise through a copy. Safe on any number of threads; each keeps
+/// working memory of up to some 14 MiB, as large as its largest document below 1 MiB asked for.
 ZQ_EXPORT bool read(const std::string& text, Value& value);
 
 /// As above; on failure `error` receives why (never a piece of the text).
@@ -95,12 +108,14 @@ ZQ_EXPORT bool read(const std::string& text, Value& value, std::string& error);
 /// Spare capacity with which a text is read without being copied.
 constexpr std::size_t read_padding = 64;
 
-/// Largest document that read() takes, in bytes; 256 MiB until set. Set once at start.
+/// Largest document that read() takes, in bytes; 256 MiB until set. Set once at start. A tree takes
+/// up to 30 times the memory of its text.
 ZQ_EXPORT std::size_t max_document_size() noexcept;
 ZQ_EXPORT void set_max_document_size(std::size_t bytes) noexcept;
 
-/// Compact text without blanks, keys in the map's order. Throws std::runtime_error for what JSON
-/// cannot say: NaN, infinity, a string that is not UTF-8, nesting beyond max_depth.
+/// Compact text without blanks, keys in the map's order. Numbers read back as the same number of
+/// the same type (1.0 is written "1.0"). Throws std::runtime_error for what JSON cannot say: NaN,
+/// infinity, a string that is not UTF-8, nesting beyond max_depth.
 ZQ_EXPORT std::string write(const Value& value);
 /// As above, appended to `out`; what was appended before a failure is taken away again.
 ZQ_EXPORT void write_to(const Value& value, std::string& out);
@@ -119,7 +134,8 @@ ZQ_EXPORT Array* object_get_array(Object& object, const std::string& key);
 ZQ_EXPORT const Object* object_get_object(const Object& object, const std::string& key);
 ZQ_EXPORT Object* object_get_object(Object& object, const std::string& key);
 
-/// As object_get, but the member's content changes places with `out` instead of being copied.
+/// As object_get, but the member's content changes places with `out` instead of being copied. In
+/// the last one `out` may be `object` itself; what it held is then gone.
 ZQ_EXPORT bool object_get_swap(Object& object, const std::string& key, std::string& out);
 ZQ_EXPORT bool object_get_swap(Object& object, const std::string& key, Array& out);
 ZQ_EXPORT bool object_get_swap(Object& object, const std::string& key, Object& out);
