@@ -1,0 +1,94 @@
+#include "utils/pool/utils.h"
+
+#include <sstream>
+
+#include "platform/http/http_session.h"
+#include "platform/json/json_dump.h"
+#include "platform/net/uri.h"
+#include "utils/pool/catalog_agent.h"
+#include "utils/support/http_query_string.h"
+#include "utils/support/json_util.h"
+#include "utils/support/log.h"
+#include "utils/support/regex_match.h"
+
+namespace {
+
+const boost::regex& HTTP_POOL_URI_RE() {
+  static const boost::regex expression("^/(zq/(data|corundel|ext-data/[^/]+)/([^/]+))(/.*)?$");
+  return expression;
+}
+
+const boost::regex& LANFREE_POOL_URI_RE() {
+  static const boost::regex expression("^/(([^/]*)(/([^/]*))?/zq)(/.*)?$");
+  return expression;
+}
+
+void take_group(const boost::ssub_match& group, std::string* out) {
+  if (out != nullptr) out->assign(group.first, group.second);
+}
+
+/// The path behind the device, without its "/". No path at all leaves `out` alone, on purpose:
+/// callers hand in their default.
+void take_prefix_path(const boost::ssub_match& group, std::string* out) {
+  if (out != nullptr && group.length() != 0) out->assign(group.first + 1, group.second);
+}
+
+}  // namespace
+
+bool parse_http_uri(const std::string& uri, std::string* device_uri, std::string* device_uuid,
+                    std::string* prefix_path) {
+  boost::smatch match;
+  if (!zqpool::detail::matches(uri, match, HTTP_POOL_URI_RE())) {
+    return ZQ_ERROR("Failed to match regex for '%s'\n", uri.c_str());
+  }
+  take_group(match[1], device_uri);
+  take_group(match[3], device_uuid);
+  take_prefix_path(match[4], prefix_path);
+  return true;
+}
+
+bool parse_lanfree_uri(const std::string& uri, std::string* device_uri, std::string* pool_uuid,
+                       std::string* lun_id, std::string* prefix_path) {
+  boost::smatch match;
+  if (!zqpool::detail::matches(uri, match, LANFREE_POOL_URI_RE())) {
+    return ZQ_ERROR("Failed to match regex for '%s'\n", uri.c_str());
+  }
+  take_group(match[1], device_uri);
+  take_group(match[2], pool_uuid);
+  take_group(match[4], lun_id);
+  take_prefix_path(match[5], prefix_path);
+  return true;
+}
+
+bool adjust_device_url_by_backupd_device(const Object& backupd_dev, Object& dev) {
+  const std::string* url = json_spirit::object_get_str(dev, "url");
+  URI uri;
+  if (url == nullptr || !URI_Parser().parse(url->c_str(), uri)) return false;
+  if (const std::string* host = json_spirit::object_get_str(backupd_dev, "host")) {
+    uri.host(*host, false);
+  }
+  int port = 0;
+  if (json_spirit::object_get(backupd_dev, "port", port)) {
+    uri.port(static_cast<unsigned short>(port));
+  }
+  bool ssl = false;
+  if (json_spirit::object_get(backupd_dev, "ssl", ssl)) uri.ssl(ssl);
+  std::ostringstream text;
+  uri.build(text);
+  insert(dev)("url", text.str());
+  return true;
+}
+
+bool is_cd_modules(const Object& storage_catalog, const std::string* agent) {
+  if (const Object* attributes =
+          json_spirit::object_get_object(storage_catalog, "extended_attrs")) {
+    if (object_get_or_default(*attributes, "impl_version", 0) == 1) return false;
+    const std::string* code_name = json_spirit::object_get_str(*attributes, "code_name");
+    if (code_name != nullptr && *code_name == "velmora") return false;
+  }
+  if (agent == nullptr) agent = json_spirit::object_get_str(storage_catalog, "agent");
+  Catalog_Agent identity;
+  if (agent == nullptr || !identity.parse(*agent)) return false;
+  return identity.system == "vm" || identity.type == "cdp" ||
+         (identity.system == "windows-x86" && identity.type == "os");
+}

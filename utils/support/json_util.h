@@ -1,0 +1,251 @@
+#pragma once
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "platform/json/json_spirit.h"
+
+// Small helpers over json_spirit: building values, and reading members of objects.
+
+/// Makes `value` an empty object and returns that object.
+inline Object& to_new_object(json_spirit::Value& value) {
+  value = json_spirit::Value(Object());
+  return value.get_obj();
+}
+
+/// Makes `value` an empty array and returns that array.
+inline Array& to_new_array(json_spirit::Value& value) {
+  value = json_spirit::Value(Array());
+  return value.get_array();
+}
+
+/// What insert() returns: each call sets one member of the object.
+class Object_Inserter {
+ public:
+  explicit Object_Inserter(Object& object) noexcept : object_(object) {}
+
+  /// Sets member `key`; a key that is there already gets the new value.
+  template <typename T>
+  const Object_Inserter& operator()(const std::string& key, T&& value) const {
+    object_[key] = json_spirit::Value(std::forward<T>(value));
+    return *this;
+  }
+
+ private:
+  Object& object_;
+};
+
+/// Sets members in order: `insert(object)("key", value)("key2", value2)`.
+inline Object_Inserter insert(Object& object) noexcept {
+  return Object_Inserter(object);
+}
+
+/// Builds an object in one expression:
+/// `Object_Maker().insert("key", value).insert_ptr("key2", pointer_or_null).take()`.
+class Object_Maker {
+ public:
+  template <typename T>
+  Object_Maker& insert(const std::string& key, T&& value) {
+    ::insert(object_)(key, std::forward<T>(value));
+    return *this;
+  }
+
+  /// Sets member `key` to what `value` points to; a null pointer leaves the member out.
+  template <typename T>
+  Object_Maker& insert_ptr(const std::string& key, const T* value) {
+    if (value != nullptr) insert(key, *value);
+    return *this;
+  }
+  Object_Maker& insert_ptr(const std::string& key, const char* text) {
+    if (text != nullptr) insert(key, text);
+    return *this;
+  }
+
+  /// Hands the object out; the maker is empty afterwards.
+  Object take() noexcept { return std::exchange(object_, Object()); }
+
+ private:
+  Object object_;
+};
+
+/// Builds an array in one expression: `Array_Maker().push(value).push(value2).take()`.
+class Array_Maker {
+ public:
+  template <typename T>
+  Array_Maker& push(T&& value) {
+    array_.emplace_back(std::forward<T>(value));
+    return *this;
+  }
+
+  /// Hands the array out; the maker is empty afterwards.
+  Array take() noexcept { return std::exchange(array_, Array()); }
+
+ private:
+  Array array_;
+};
+
+namespace zqpool::detail {
+
+/// The JSON type that holds a T, and how to reach the T inside.
+template <typename T>
+struct Json_Type;
+
+template <>
+struct Json_Type<Object> {
+  static constexpr json_spirit::Value_type type = json_spirit::obj_type;
+  static constexpr const char* name = "object";
+  template <typename V>
+  static auto& get(V& value) {
+    return value.get_obj();
+  }
+};
+
+template <>
+struct Json_Type<Array> {
+  static constexpr json_spirit::Value_type type = json_spirit::array_type;
+  static constexpr const char* name = "array";
+  template <typename V>
+  static auto& get(V& value) {
+    return value.get_array();
+  }
+};
+
+template <>
+struct Json_Type<std::string> {
+  static constexpr json_spirit::Value_type type = json_spirit::str_type;
+  static constexpr const char* name = "string";
+  template <typename V>
+  static auto& get(V& value) {
+    return value.get_str();
+  }
+};
+
+template <>
+struct Json_Type<bool> {
+  static constexpr const char* name = "bool";
+};
+template <>
+struct Json_Type<std::int32_t> {
+  static constexpr const char* name = "32-bit integer";
+};
+template <>
+struct Json_Type<std::int64_t> {
+  static constexpr const char* name = "64-bit integer";
+};
+template <>
+struct Json_Type<std::uint64_t> {
+  static constexpr const char* name = "unsigned 64-bit integer";
+};
+template <>
+struct Json_Type<double> {
+  static constexpr const char* name = "number";
+};
+
+inline const char* json_type_name(json_spirit::Value_type type) noexcept {
+  switch (type) {
+    case json_spirit::obj_type:
+      return "object";
+    case json_spirit::array_type:
+      return "array";
+    case json_spirit::str_type:
+      return "string";
+    case json_spirit::bool_type:
+      return "bool";
+    case json_spirit::int_type:
+      return "integer";
+    case json_spirit::real_type:
+      return "real";
+    case json_spirit::null_type:
+      return "null";
+  }
+  return "unknown";
+}
+
+template <typename T, typename O>
+auto object_get_any_ptr(O& object, const std::string& key)
+    -> decltype(&Json_Type<T>::get(object.begin()->second)) {
+  const auto found = object.find(key);
+  if (found == object.end() || found->second.type() != Json_Type<T>::type) return nullptr;
+  return &Json_Type<T>::get(found->second);
+}
+
+/// Copies a member out; false, with `out` as it was, when it is missing or not a T that fits.
+template <typename T>
+bool object_read(const Object& object, const std::string& key, T& out) {
+  if constexpr (std::is_same_v<T, Object> || std::is_same_v<T, Array>) {
+    const T* const member = object_get_any_ptr<T>(object, key);
+    if (member != nullptr) out = *member;
+    return member != nullptr;
+  } else {
+    return json_spirit::object_get(object, key, out);
+  }
+}
+
+}  // namespace zqpool::detail
+
+/// Member `key` as a T (Object, Array or std::string), or null when it is missing or of another
+/// type. The pointer is good until the object changes.
+template <typename T>
+const T* object_get_any_ptr(const Object& object, const std::string& key) {
+  return zqpool::detail::object_get_any_ptr<T>(object, key);
+}
+/// As above, to a member that may be changed (strings stay const).
+template <typename T>
+auto object_get_any_ptr(Object& object, const std::string& key) {
+  return zqpool::detail::object_get_any_ptr<T>(object, key);
+}
+
+/// Member `key` as a T, or `fallback` when it is missing, of another type or does not fit.
+template <typename T>
+T object_get_or_default(const Object& object, const std::string& key, T fallback) {
+  zqpool::detail::object_read(object, key, fallback);
+  return fallback;
+}
+inline std::string object_get_or_default(const Object& object, const std::string& key,
+                                         const char* fallback) {
+  return object_get_or_default(object, key, std::string(fallback));
+}
+
+/// Reads members of an object, which it does not own, and throws for those that are not as wanted.
+///
+/// @code
+///   Const_Object_Throw_Extractor extract(answer.get_obj());
+///   extract("lun_id", lun_id, true);
+///   extract("lun_num", lun_num, to_export);
+/// @endcode
+class Const_Object_Throw_Extractor {
+ public:
+  explicit Const_Object_Throw_Extractor(const Object& object) noexcept : object_(object) {}
+
+  /// Copies member `key` into `out` (Object, Array, std::string, bool, double or an integer of 32
+  /// or 64 bits) and returns true. A member that is missing, of another type or does not fit leaves
+  /// `out` as it was: when it is required a std::runtime_error names the key and both types, else
+  /// the result is false.
+  template <typename T>
+  bool operator()(const std::string& key, T& out, bool required) const {
+    if (zqpool::detail::object_read(object_, key, out)) return true;
+    if (required) {
+      constexpr bool integer = std::is_integral_v<T> && !std::is_same_v<T, bool>;
+      fail(key, zqpool::detail::Json_Type<T>::name, integer);
+    }
+    return false;
+  }
+
+ private:
+  [[noreturn]] void fail(const std::string& key, const char* wanted, bool integer) const {
+    const auto found = object_.find(key);
+    std::string text = "\"" + key + "\": wanted " + wanted + ", found ";
+    if (found == object_.end()) {
+      text += "nothing";
+    } else {
+      text += zqpool::detail::json_type_name(found->second.type());
+      if (integer && found->second.type() == json_spirit::int_type) text += " out of its range";
+    }
+    throw std::runtime_error(text);
+  }
+
+  const Object& object_;
+};
