@@ -1,6 +1,6 @@
 #include "platform/json/json_dump.h"
 
-#include "platform/json/text_writer.h"
+#include "platform/json/detail/text_writer.h"
 
 using json_spirit::detail::write_text;
 

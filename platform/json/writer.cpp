@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "platform/json/json_spirit.h"
-#include "platform/json/text_writer.h"
+#include "platform/json/detail/text_writer.h"
 
 namespace json_spirit {
 
