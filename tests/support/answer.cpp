@@ -124,8 +124,8 @@ Answer reset_after_request() {
   return raw_answer("").end(Answer::End::reset);
 }
 
-Answer on_accept(Answer::On_Accept what, std::size_t read_first) {
-  Answer answer;
+Answer on_accept(Answer::On_Accept what, std::size_t read_first, const std::string& early) {
+  Answer answer = raw_answer(early);
   answer.on_accept_ = what;
   answer.read_first_ = read_first;
   return answer;
@@ -140,8 +140,8 @@ Answer close_at_once() {
 Answer reset_at_once() {
   return on_accept(Answer::On_Accept::reset);
 }
-Answer reset_after_reading(std::size_t bytes) {
-  return on_accept(Answer::On_Accept::reset_later, bytes);
+Answer reset_after_reading(std::size_t bytes, const std::string& early) {
+  return on_accept(Answer::On_Accept::reset_later, bytes, early);
 }
 
 }  // namespace zqpool::test

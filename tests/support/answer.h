@@ -36,7 +36,7 @@ class Answer {
     ignore,       ///< neither TLS handshake nor reading: the peer waits for ever
     close,        ///< closed at once
     reset,        ///< RST at once
-    reset_later,  ///< RST when so many bytes were read (TLS: after its handshake)
+    reset_later,  ///< RST when so many bytes were read (TLS: after its handshake), answer or not
   };
 
   /// A header of the answer, after those before.
@@ -64,7 +64,7 @@ class Answer {
   friend class Scripted_Server;
   friend Answer http_answer(unsigned, std::string, Header_List);
   friend Answer raw_answer(std::string);
-  friend Answer on_accept(On_Accept, std::size_t);
+  friend Answer on_accept(On_Accept, std::size_t, const std::string&);
 
   bool raw_ = false;
   unsigned status_ = 200;
@@ -93,11 +93,12 @@ Answer silent();
 /// The request is read, then the connection is closed, or reset, without a word.
 Answer close_after_request();
 Answer reset_after_request();
-Answer on_accept(Answer::On_Accept what, std::size_t read_first = 0);
+Answer on_accept(Answer::On_Accept what, std::size_t read_first = 0, const std::string& early = "");
 /// The connection is taken, but neither a TLS handshake nor a request is ever read.
 Answer ignore_connection();
 Answer close_at_once();
 Answer reset_at_once();
-Answer reset_after_reading(std::size_t bytes);
+/// RST when so many bytes of the request were read; `early` goes out before.
+Answer reset_after_reading(std::size_t bytes, const std::string& early = "");
 
 }  // namespace zqpool::test

@@ -84,7 +84,7 @@ std::vector<Any_Answer> any_answers(const std::string& good_answer, int levels) 
   all.push_back(refused);
   all.push_back(
       make("cut off within the body", Kind::none,
-           json_answer(200, text).cut_after(json_answer(200, text).bytes(true).size() - 1)));
+           json_answer(200, text).cut_after(json_answer(200, text).bytes(false).size() - 1)));
   all.push_back(
       make("500 with HTML", Kind::failure,
            http_answer(500, "<html><body>Oops</body></html>", {{"Content-Type", "text/html"}})));

@@ -188,17 +188,13 @@ class Scripted_Server::Stream {
     return true;
   }
 
-  /// Ends our half in order and waits for the peer to end its own.
-  void close_in_order() {
-    if (ssl_ != nullptr) {
+  /// Ends our half, under TLS with its close alert if it is to be in order.
+  void close(bool in_order) {
+    if (ssl_ != nullptr && in_order) {
       ERR_clear_error();
       SSL_shutdown(ssl_);
     }
-    close_abruptly();
-  }
-  void close_abruptly() {
     shutdown(socket_.get(), SHUT_WR);
-    hold();
   }
   void reset() { reset_on_close(socket_.get()); }
   /// Takes and drops what comes until the peer is gone.
@@ -337,6 +333,10 @@ bool Scripted_Server::wait_for_connections(std::size_t count) const {
   return wait_until([this, count] { return taken_ >= count; });
 }
 
+bool Scripted_Server::wait_for_closes(std::size_t count) const {
+  return wait_until([this, count] { return closed_ >= count; });
+}
+
 bool Scripted_Server::settle() const {
   // A connection that the kernel completed may still wait to be accepted: it is taken first.
   pollfd waiting{listener_.get(), POLLIN, 0};
@@ -346,6 +346,12 @@ bool Scripted_Server::settle() const {
 void Scripted_Server::received(std::size_t bytes) {
   const std::lock_guard lock(mutex_);
   bytes_ += bytes;
+}
+
+void Scripted_Server::count_close() {
+  const std::lock_guard lock(mutex_);
+  ++closed_;
+  changed_.notify_all();
 }
 
 void Scripted_Server::accept_connections() {
@@ -441,6 +447,7 @@ void Scripted_Server::serve(Stream& stream, std::size_t number) {
       received(got);
       left -= got;
     }
+    stream.write(first.body_.data(), first.body_.size());
     stream.reset();
     return;
   }
@@ -507,13 +514,13 @@ bool Scripted_Server::answer_request(Stream& stream, const Recorded_Request& req
   if (!alive) return false;
   switch (answer.end_) {
     case Answer::End::automatic:
-      if (closing) stream.close_in_order();
-      return !closing;
+      if (!closing) return true;
+      [[fallthrough]];
     case Answer::End::close:
-      stream.close_in_order();
-      return false;
     case Answer::End::abrupt:
-      stream.close_abruptly();
+      stream.close(answer.end_ != Answer::End::abrupt);
+      count_close();
+      stream.hold();
       return false;
     case Answer::End::reset:
       stream.reset();

@@ -97,6 +97,9 @@ class Scripted_Server {
   bool wait_for_requests(std::size_t count) const;
   /// Waits until so many connections were taken; false after ten seconds.
   bool wait_for_connections(std::size_t count) const;
+  /// Waits until so many connections were ended by the server (in order or abruptly), so that their
+  /// clients can see it; false after ten seconds.
+  bool wait_for_closes(std::size_t count) const;
   /// Waits until every connection taken has ended, so that all that was sent has been recorded;
   /// false after ten seconds.
   bool settle() const;
@@ -119,6 +122,7 @@ class Scripted_Server {
   Answer next_answer(const Recorded_Request& request);
   bool take_connection_answer(Answer& answer);
   void received(std::size_t bytes);
+  void count_close();
   template <typename Done>
   bool wait_until(Done done) const;
 
@@ -136,6 +140,7 @@ class Scripted_Server {
   std::vector<Recorded_Request> requests_;
   std::size_t taken_ = 0;
   std::size_t open_ = 0;
+  std::size_t closed_ = 0;
   std::size_t unscripted_ = 0;
   std::size_t failed_handshakes_ = 0;
   std::uint64_t bytes_ = 0;

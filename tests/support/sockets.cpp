@@ -55,6 +55,27 @@ File_Descriptor bound_socket(const std::string& address, unsigned short port) {
   return socket;
 }
 
+File_Descriptor connected_socket(const std::string& address, unsigned short port) {
+  sockaddr_storage storage;
+  const socklen_t size = fill(storage, address, port);
+  File_Descriptor socket(
+      ::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (socket.get() < 0) fail("socket");
+  if (connect(socket.get(), reinterpret_cast<const sockaddr*>(&storage), size) != 0 &&
+      errno != EINPROGRESS) {
+    fail("connect");
+  }
+  return socket;
+}
+
+bool connects_within(const File_Descriptor& socket, int milliseconds) {
+  pollfd wait{socket.get(), POLLOUT, 0};
+  int error = 0;
+  socklen_t size = sizeof error;
+  return poll(&wait, 1, milliseconds) == 1 &&
+         getsockopt(socket.get(), SOL_SOCKET, SO_ERROR, &error, &size) == 0 && error == 0;
+}
+
 unsigned short port_of(const File_Descriptor& socket) {
   sockaddr_storage storage;
   socklen_t size = sizeof storage;
@@ -78,21 +99,10 @@ bool has_ipv6() {
 Black_Hole::Black_Hole(const std::string& address, unsigned short port)
     : listener_(bound_socket(address, port)) {
   if (listen(listener_.get(), 0) != 0) fail("listen");
-  sockaddr_storage storage;
-  const socklen_t size = fill(storage, address, port_of(listener_));
   // Fill the queue of those who wait to be accepted until a further one gets no answer.
   for (int i = 0; i < 16; ++i) {
-    File_Descriptor filler(
-        ::socket(storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (filler.get() < 0) fail("socket");
-    if (connect(filler.get(), reinterpret_cast<const sockaddr*>(&storage), size) != 0 &&
-        errno != EINPROGRESS) {
-      fail("connect");
-    }
-    pollfd wait{filler.get(), POLLOUT, 0};
-    const bool taken = poll(&wait, 1, 50) == 1;
-    fillers_.push_back(std::move(filler));
-    if (!taken) return;
+    fillers_.push_back(connected_socket(address, port_of(listener_)));
+    if (!connects_within(fillers_.back(), 50)) return;
   }
   errno = ETIMEDOUT;
   fail("the listener takes everybody");

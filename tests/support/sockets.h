@@ -26,6 +26,10 @@ class File_Descriptor {
 /// A loopback socket bound to `address` ("127.0.0.1", "::1") and `port` (0: any free one).
 /// Throws std::system_error.
 File_Descriptor bound_socket(const std::string& address, unsigned short port = 0);
+/// A socket connected, or still connecting, to the address. Never blocks.
+File_Descriptor connected_socket(const std::string& address, unsigned short port);
+/// Whether it is connected within so many milliseconds.
+bool connects_within(const File_Descriptor& socket, int milliseconds);
 unsigned short port_of(const File_Descriptor& socket);
 
 /// Whether this machine has the IPv6 loopback address.

@@ -1,0 +1,33 @@
+#include "tests/support/raw_client.h"
+
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+
+namespace zqpool::test {
+
+Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
+                       std::chrono::milliseconds patience) {
+  const File_Descriptor socket = connected_socket(to.host, to.port);
+  Raw_Reply reply;
+  send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  for (;;) {
+    pollfd wait{socket.get(), POLLIN, 0};
+    if (poll(&wait, 1, static_cast<int>(patience.count())) == 0) {
+      reply.timed_out = true;
+      return reply;
+    }
+    char data[4096];
+    const ssize_t got = recv(socket.get(), data, sizeof data, 0);
+    if (got > 0) {
+      reply.bytes.append(data, static_cast<std::size_t>(got));
+    } else if (got == 0 || errno != EAGAIN) {
+      reply.reset = got < 0;
+      return reply;
+    }
+  }
+}
+
+}  // namespace zqpool::test

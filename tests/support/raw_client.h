@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include "tests/support/scripted_server.h"
+
+namespace zqpool::test {
+
+/// What came back of a connection that sends `bytes` as they are.
+struct Raw_Reply {
+  std::string bytes;
+  bool reset = false;      ///< ended by RST instead of in order
+  bool timed_out = false;  ///< nothing further for the time allowed
+};
+
+/// Opens a plain connection, sends, and reads until its end or until nothing came for so long.
+Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
+                       std::chrono::milliseconds patience = std::chrono::seconds(10));
+
+}  // namespace zqpool::test
