@@ -39,7 +39,7 @@ struct HTTP_Exchange_Report {
   unsigned status = 0;     ///< 0 when no HTTP answer came
   HTTP_Error error = HTTP_Error::none;
   HTTP_Phase phase = HTTP_Phase::none;
-  std::string text;   ///< the transport's own words on a failure, "" on success
+  std::string text;  ///< the transport's own words on a failure, "" on success
   /// The service's words for a refusal, {"error":{"message":...}}; at most 1000 bytes, "" if none.
   std::string service_message;
   int attempts = 0;   ///< requests tried, 0 when refused before the first

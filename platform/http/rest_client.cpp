@@ -31,14 +31,6 @@ std::minstd_rand& pause_generator() {
   return generator;
 }
 
-std::string without_brackets(const char* host) {
-  std::string text = host != nullptr ? host : "";
-  if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
-    text = text.substr(1, text.size() - 2);
-  }
-  return text;
-}
-
 /// Connections of a client that lives on, for its next calls.
 class Idle_Connections {
  public:
@@ -263,7 +255,7 @@ bool JSON_RESTful_Client::Impl::call(int method, const HTTP_Request& request,
 
 JSON_RESTful_Client::JSON_RESTful_Client(const char* host, unsigned short port, bool ssl,
                                          bool keep_error_body)
-    : impl_(std::make_unique<Impl>(Endpoint{without_brackets(host), port, ssl}, keep_error_body)) {}
+    : impl_(std::make_unique<Impl>(make_endpoint(host, port, ssl), keep_error_body)) {}
 
 JSON_RESTful_Client::~JSON_RESTful_Client() = default;
 

@@ -239,13 +239,24 @@ std::string Endpoint::authority(bool always_port) const {
   return text;
 }
 
+Endpoint make_endpoint(const char* host, unsigned short port, bool ssl) {
+  std::string text = host != nullptr ? host : "";
+  if (text.size() > 2 && text.front() == '[' && text.back() == ']') {
+    text = text.substr(1, text.size() - 2);
+  }
+  return {std::move(text), port, ssl};
+}
+
+bool check_host(const Endpoint& endpoint, Failure& failure) {
+  return is_sendable_host(endpoint.host) ||
+         failure.set(HTTP_Error::refused_request, "the host is not a host name or address");
+}
+
 bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
                        const HTTP_Headers& defaults, const std::string* body, bool keep_connection,
                        const std::string& user_agent, Wire_Request& wire,
                        HTTP_Exchange_Report& report, Failure& failure) {
-  if (!is_sendable_host(endpoint.host)) {
-    return failure.set(HTTP_Error::refused_request, "the host is not a host name or address");
-  }
+  if (!check_host(endpoint, failure)) return false;
   const std::string& path = request.path();
   if (path.empty() || path[0] != '/' || has_control(path)) {
     return failure.set(HTTP_Error::refused_request, "the path is not an absolute path");

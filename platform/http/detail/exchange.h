@@ -38,6 +38,12 @@ struct Endpoint {
   std::string authority(bool always_port) const;  ///< "host", "[::1]:8080"
 };
 
+/// `host` may have brackets, or be null.
+Endpoint make_endpoint(const char* host, unsigned short port, bool ssl);
+
+/// Refuses a host that is no name or address, or that could split a request.
+bool check_host(const Endpoint& endpoint, Failure& failure);
+
 /// A request as it goes over the wire.
 struct Wire_Request {
   int method = HTTP_NO_METHOD;
