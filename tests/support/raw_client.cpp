@@ -12,7 +12,10 @@ Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
                        std::chrono::milliseconds patience) {
   const File_Descriptor socket = connected_socket(to.host, to.port);
   Raw_Reply reply;
-  send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+  if (send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) {
+    reply.reset = true;
+    return reply;
+  }
   for (;;) {
     pollfd wait{socket.get(), POLLIN, 0};
     if (poll(&wait, 1, static_cast<int>(patience.count())) == 0) {

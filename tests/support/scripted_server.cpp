@@ -381,27 +381,31 @@ void Scripted_Server::accept_connections() {
       }
     }
     Connection& connection = connections_.emplace_back();
-    connection.thread = std::thread([this, socket, number, &connection] {
-      serve(socket, number);
-      {
-        const std::lock_guard lock(mutex_);
-        --open_;
-        changed_.notify_all();
-      }
-      connection.done = true;
-    });
+    connection.thread =
+        std::thread([this, socket, number, &connection, special = take_connection_answer()] {
+          {
+            Stream stream(socket, stop_.get());
+            serve(stream, number, special);
+          }
+          {
+            const std::lock_guard lock(mutex_);
+            --open_;
+            changed_.notify_all();
+          }
+          connection.done = true;
+        });
   }
 }
 
-bool Scripted_Server::take_connection_answer(Answer& answer) {
+std::optional<Answer> Scripted_Server::take_connection_answer() {
   const std::lock_guard lock(mutex_);
   const bool queued = !queue_.empty();
-  if (!queued && !otherwise_) return false;
+  if (!queued && !otherwise_) return std::nullopt;
   const Answer& next = queued ? queue_.front() : *otherwise_;
-  if (next.on_accept_ == Answer::On_Accept::read) return false;
-  answer = next;
+  if (next.on_accept_ == Answer::On_Accept::read) return std::nullopt;
+  std::optional<Answer> answer = next;
   if (queued) queue_.pop_front();
-  return true;
+  return answer;
 }
 
 Answer Scripted_Server::next_answer(const Recorded_Request& request) {
@@ -421,17 +425,11 @@ Answer Scripted_Server::next_answer(const Recorded_Request& request) {
   return json_answer(599, R"({"error":"nothing scripted"})");
 }
 
-void Scripted_Server::serve(int socket, std::size_t number) {
-  Stream stream(socket, stop_.get());
-  serve(stream, number);
-}
-
-void Scripted_Server::serve(Stream& stream, std::size_t number) {
-  Answer first;
-  const bool special = take_connection_answer(first);
-  if (special && first.on_accept_ != Answer::On_Accept::reset_later) {
-    if (first.on_accept_ == Answer::On_Accept::ignore) stream.ignore();
-    if (first.on_accept_ == Answer::On_Accept::reset) stream.reset();
+void Scripted_Server::serve(Stream& stream, std::size_t number,
+                            const std::optional<Answer>& special) {
+  if (special && special->on_accept_ != Answer::On_Accept::reset_later) {
+    if (special->on_accept_ == Answer::On_Accept::ignore) stream.ignore();
+    if (special->on_accept_ == Answer::On_Accept::reset) stream.reset();
     return;
   }
   if (context_ != nullptr && !stream.handshake(context_.get())) {
@@ -441,13 +439,13 @@ void Scripted_Server::serve(Stream& stream, std::size_t number) {
   }
   if (special) {
     char dropped[4096];
-    for (std::size_t left = first.read_first_; left > 0;) {
+    for (std::size_t left = special->read_first_; left > 0;) {
       const std::size_t got = stream.read(dropped, std::min(left, sizeof dropped));
       if (got == 0) return;
       received(got);
       left -= got;
     }
-    stream.write(first.body_.data(), first.body_.size());
+    stream.write(special->body_.data(), special->body_.size());
     stream.reset();
     return;
   }

@@ -114,13 +114,12 @@ class Scripted_Server {
   };
 
   void accept_connections();
-  void serve(int socket, std::size_t number);
-  void serve(Stream& stream, std::size_t number);
+  void serve(Stream& stream, std::size_t number, const std::optional<Answer>& special);
   bool read_request(Stream& stream, std::string& buffer, Recorded_Request& request);
   /// False when the connection is over.
   bool answer_request(Stream& stream, const Recorded_Request& request);
   Answer next_answer(const Recorded_Request& request);
-  bool take_connection_answer(Answer& answer);
+  std::optional<Answer> take_connection_answer();
   void received(std::size_t bytes);
   void count_close();
   template <typename Done>
