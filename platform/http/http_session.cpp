@@ -36,11 +36,11 @@ HTTP_Session::HTTP_Session(std::unique_ptr<Impl> impl) noexcept : impl_(std::mov
 
 HTTP_Session::~HTTP_Session() = default;
 
-void intrusive_add_ref(HTTP_Session* session) noexcept {
+void HTTP_Session::intrusive_add_ref(HTTP_Session* session) noexcept {
   if (session != nullptr) ++session->references_;
 }
 
-void intrusive_remove_ref(HTTP_Session* session) noexcept {
+void HTTP_Session::intrusive_remove_ref(HTTP_Session* session) noexcept {
   if (session != nullptr && --session->references_ == 0) delete session;
 }
 

@@ -18,11 +18,13 @@ class ZQ_EXPORT HTTP_Session {
   HTTP_Session(const HTTP_Session&) = delete;
   HTTP_Session& operator=(const HTTP_Session&) = delete;
 
+  /// What ACE_Intrusive_Auto_Ptr counts with. Null is fine; thread-safe.
+  static void intrusive_add_ref(HTTP_Session* session) noexcept;
+  static void intrusive_remove_ref(HTTP_Session* session) noexcept;
+
  private:
   friend class HTTP_Session_Factory;
   friend class JSON_HTTP_Session;
-  ZQ_EXPORT friend void intrusive_add_ref(HTTP_Session* session) noexcept;
-  ZQ_EXPORT friend void intrusive_remove_ref(HTTP_Session* session) noexcept;
 
   class Impl;
   explicit HTTP_Session(std::unique_ptr<Impl> impl) noexcept;
@@ -30,10 +32,6 @@ class ZQ_EXPORT HTTP_Session {
   std::unique_ptr<Impl> impl_;
   std::atomic<long> references_{0};
 };
-
-/// What ACE_Intrusive_Auto_Ptr counts with. Null is fine; thread-safe.
-ZQ_EXPORT void intrusive_add_ref(HTTP_Session* session) noexcept;
-ZQ_EXPORT void intrusive_remove_ref(HTTP_Session* session) noexcept;
 
 using HTTP_Session_Ptr = ACE_Intrusive_Auto_Ptr<HTTP_Session>;
 
