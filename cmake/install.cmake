@@ -11,15 +11,8 @@ endif()
 install(TARGETS zqplatform zqpool_lib EXPORT zqpoolTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT lib NAMELINK_COMPONENT dev)
 
-# Headers keep their folders: "utils/pool/pool_metadata_manager.h". What lies in a folder detail/ is
-# not part of the interface, and of utils/support/ these are.
-file(GLOB zq_headers RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
-  ${PROJECT_SOURCE_DIR}/platform/*.h ${PROJECT_SOURCE_DIR}/platform/*/*.h
-  ${PROJECT_SOURCE_DIR}/utils/pool/*.h)
-foreach(name snprintf_t string_sprintf http_query_string uri_util json_util)
-  list(APPEND zq_headers utils/support/${name}.h)
-endforeach()
-foreach(header ${zq_headers})
+# Headers keep their folders: "utils/pool/pool_metadata_manager.h".
+foreach(header ${ZQPOOL_HEADERS})
   get_filename_component(folder ${header} DIRECTORY)
   install(FILES ${PROJECT_SOURCE_DIR}/${header}
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/zqpool/${folder} COMPONENT dev)

@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# check_installed.sh BUILD_DIR: installs that build into a folder of its own, and uses it as others
+# would: each header alone, a CMake project, pkg-config, and utils/ on a platform from elsewhere.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+source=$(cd "$here/../.." && pwd)
+build=$(cd "$1" && pwd)
+work=$build/install-check
+rm -rf "$work"
+mkdir -p "$work/product/include" "$work/product/lib"
+
+say() { printf -- '-- %s\n' "$*"; }
+
+say "install"
+cmake --install "$build" --prefix "$work/first" >"$work/install.log"
+# Moved, so that nothing can rest on where it was installed to.
+mv "$work/first" "$work/installed"
+installed=$work/installed
+find "$installed" -type f -printf '%P\n' | sort
+PKG_CONFIG_PATH=$(dirname "$(find "$installed" -name zqpool.pc)")
+export PKG_CONFIG_PATH
+read -ra flags < <(pkg-config --cflags --libs zqpool)
+
+say "each installed header alone"
+headers=0
+while IFS= read -r header; do
+  g++ -std=c++17 -Wall -Wextra -Wpedantic -Werror -fsyntax-only "${flags[@]}" -x c++ - \
+    <<<"#include \"$header\""
+  headers=$((headers + 1))
+done < <(cd "$installed/include/zqpool" && find . -name '*.h' -printf '%P\n' | sort)
+((headers > 0))
+say "$headers headers compile alone"
+
+say "a project that finds zqpool with CMake"
+cmake -G Ninja -S "$here/consumer" -B "$work/consumer" -DCMAKE_PREFIX_PATH="$installed"
+cmake --build "$work/consumer"
+"$work/consumer/consumer"
+
+say "the same with pkg-config"
+g++ -std=c++17 "$here/consumer/main.cpp" -o "$work/with-pkg-config" "${flags[@]}" \
+  -Wl,-rpath,"$(pkg-config --variable=libdir zqpool)"
+"$work/with-pkg-config"
+
+say "utils/ on a platform from elsewhere"
+cp -r "$installed/include/zqpool/platform" "$work/product/include"
+cp -P "$(pkg-config --variable=libdir zqpool)"/libzqplatform.so* "$work/product/lib"
+cmake -G Ninja -S "$here/external_platform" -B "$work/external" -DPRODUCT="$work/product" \
+  -DZQPOOL_SOURCE="$source"
+cmake --build "$work/external"
+"$work/external/product"
+say "done"
