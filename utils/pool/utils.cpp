@@ -92,3 +92,31 @@ bool is_cd_modules(const Object& storage_catalog, const std::string* agent) {
   return identity.system == "vm" || identity.type == "cdp" ||
          (identity.system == "windows-x86" && identity.type == "os");
 }
+
+bool get_storaged_space_info(const std::string& host, const unsigned int port, const bool ssl,
+                             const std::string& access_key, Object& info) {
+  constexpr int connect_attempts = 3;
+  constexpr int limit = 120;  // seconds
+  JSON_HTTP_Session session(HTTP_Session_Ptr(), 5, 300);
+  session.reset(HTTP_Session_Factory().create(host.c_str(), static_cast<unsigned short>(port), ssl,
+                                              nullptr, connect_attempts, nullptr, false, limit,
+                                              limit, 0, 0));
+  if (!session) return ZQ_ERROR("Failed to create json http session\n");
+
+  HTTP_Request request(HTTP_METHOD_GET, "/zq/r/file_uri/statfs", true);
+  request.headers().put(HTTP_HEAD_X_ACCESS_KEY, access_key.c_str(), true);
+  std::string query;
+  HTTP_Query_String_Builder build_query{std::back_inserter(query)};
+  build_query("uri", "/zq/data");
+  request.query_string(query.c_str());
+
+  HTTP_Response response;
+  json_spirit::Value answer;
+  const bool ok = session.get(request, response, answer);
+  if (!ok || response.status() != 200 || answer.type() != json_spirit::obj_type) {
+    return ZQ_ERROR("Failed to get storage server space info, errno=%d, %s.\n",
+                    static_cast<int>(response.status()), JSON_Dump(answer, false).c_str());
+  }
+  info.swap(answer.get_obj());
+  return true;
+}

@@ -192,7 +192,7 @@ template <typename T>
 const T* object_get_any_ptr(const Object& object, const std::string& key) {
   return zqpool::detail::object_get_any_ptr<T>(object, key);
 }
-/// As above, to a member that may be changed (strings stay const).
+/// As above, to a member that may be changed.
 template <typename T>
 auto object_get_any_ptr(Object& object, const std::string& key) {
   return zqpool::detail::object_get_any_ptr<T>(object, key);
