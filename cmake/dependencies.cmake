@@ -1,7 +1,7 @@
 # Every dependency is a distribution package; ./dev install-deps names and installs them.
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(ACE REQUIRED IMPORTED_TARGET ACE)
-find_package(Boost 1.74 REQUIRED)
+find_package(Boost 1.74 REQUIRED COMPONENTS regex)
 if(ZQPOOL_PLATFORM STREQUAL "bundled")
   find_package(OpenSSL 3.0 REQUIRED)
   find_package(simdjson 3.0 REQUIRED)
