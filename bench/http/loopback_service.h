@@ -1,0 +1,46 @@
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "bench/http/clients.h"
+#include "tests/support/sockets.h"
+
+namespace zqpool::bench {
+
+/// A service on loopback that gives everybody one prepared answer and then closes, with
+/// close_notify first where there is TLS (1.3). As little work as possible beside the kernel's and
+/// OpenSSL's: a few threads that block in accept(), read to the request's blank line, and send.
+class Loopback_Service {
+ public:
+  /// Transport::https_full gives no session to resume.
+  Loopback_Service(Transport transport, const std::string& certificate_file,
+                   const std::string& key_file, std::string answer);
+  ~Loopback_Service();
+  Loopback_Service(const Loopback_Service&) = delete;
+  Loopback_Service& operator=(const Loopback_Service&) = delete;
+
+  unsigned short port() const { return test::port_of(listener_); }
+  std::uint64_t answered() const { return answered_; }
+  std::uint64_t resumed() const { return resumed_; }
+
+ private:
+  void serve();
+  bool answer_plain(int fd);
+  bool answer_tls(int fd);
+
+  const std::string answer_;
+  std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{nullptr, &SSL_CTX_free};
+  test::File_Descriptor listener_;
+  std::atomic<std::uint64_t> answered_{0};
+  std::atomic<std::uint64_t> resumed_{0};
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace zqpool::bench
