@@ -5,6 +5,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "platform/json/detail/prefetch.h"
+
 namespace json_spirit {
 
 namespace {
@@ -110,7 +112,7 @@ Value::Value(unsigned long long number) noexcept {
 Value::Value(double number) noexcept : data_(number) {}
 
 Value::Value(const Value& other) {
-  if (other.data_.index() == at_object || other.data_.index() == at_array) {
+  if (other.is_container()) {
     const Level level(copy_depth, "copied");
     data_ = other.data_;
   } else {
@@ -136,12 +138,25 @@ Value& Value::operator=(Value&& other) noexcept {
 }
 
 Value::~Value() {
-  if (data_.index() != at_object && data_.index() != at_array) return;
+  if (is_container()) clear();
+}
+
+bool Value::is_container() const noexcept {
+  return data_.index() == at_object || data_.index() == at_array;
+}
+
+void Value::clear() noexcept {
   if (destruction_depth == recursive_destruction) {
     take_apart();
     return;
   }
   ++destruction_depth;
+  if (auto* const array = std::get_if<Array>(&data_)) {
+    for (std::size_t i = 0; i < array->size(); ++i) {
+      detail::prefetch_ahead(*array, i);
+      if ((*array)[i].is_container()) (*array)[i].clear();
+    }
+  }
   data_.emplace<std::monostate>();
   --destruction_depth;
 }
@@ -270,7 +285,7 @@ double Value::get_real() const {
 
 bool operator==(const Value& a, const Value& b) {
   if (a.data_.index() != b.data_.index()) return false;
-  if (a.data_.index() != at_object && a.data_.index() != at_array) return a.data_ == b.data_;
+  if (!a.is_container()) return a.data_ == b.data_;
   const Level level(comparison_depth, "compared");
   return a.data_ == b.data_;
 }

@@ -18,6 +18,9 @@
 namespace json_spirit {
 
 class Value;
+namespace detail {
+struct Value_Access;
+}
 using Object = std::map<std::string, Value>;
 using Array = std::vector<Value>;
 
@@ -82,11 +85,15 @@ class ZQ_EXPORT Value {
   friend bool operator!=(const Value& a, const Value& b) { return !(a == b); }
 
  private:
+  friend struct detail::Value_Access;
+  using Data = std::variant<std::monostate, std::string, Object, Array, bool, std::int64_t,
+                            std::uint64_t, double>;
+
+  bool is_container() const noexcept;
+  void clear() noexcept;
   void take_apart() noexcept;
 
-  std::variant<std::monostate, std::string, Object, Array, bool, std::int64_t, std::uint64_t,
-               double>
-      data_;
+  Data data_;
 };
 
 inline void swap(Value& a, Value& b) noexcept {

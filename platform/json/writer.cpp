@@ -7,8 +7,10 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "platform/json/json_spirit.h"
+#include "platform/json/detail/prefetch.h"
 #include "platform/json/detail/text_writer.h"
+#include "platform/json/detail/value_access.h"
+#include "platform/json/json_spirit.h"
 
 namespace json_spirit {
 
@@ -26,14 +28,58 @@ constexpr std::uint64_t bytes_below(std::uint64_t word, std::uint64_t limit) {
   return (word - every_byte(limit)) & ~word & every_byte(0x80);
 }
 
-// True when none of the eight bytes needs an escape.
-constexpr bool is_plain(std::uint64_t word) {
-  return (bytes_below(word, 0x20) | bytes_below(word ^ every_byte('"'), 1) |
-          bytes_below(word ^ every_byte('\\'), 1)) == 0;
+// Zero when none of the eight bytes needs an escape.
+constexpr std::uint64_t unplain(std::uint64_t word) {
+  return bytes_below(word, 0x20) | bytes_below(word ^ every_byte('"'), 1) |
+         bytes_below(word ^ every_byte('\\'), 1);
 }
 
 constexpr bool is_plain(unsigned char byte) {
   return byte >= 0x20 && byte != '"' && byte != '\\';
+}
+
+// What a stretch of text holds, from the bits of all its words.
+struct Traits {
+  std::uint64_t unplain = 0;
+  std::uint64_t bits = 0;
+
+  bool ascii() const noexcept { return (bits & every_byte(0x80)) == 0; }
+};
+
+// Copies one word and notes what is in it.
+template <typename Word>
+void copy_word(const char* from, char* to, Traits& traits) {
+  Word word;
+  std::memcpy(&word, from, sizeof word);
+  std::memcpy(to, &word, sizeof word);
+  // A shorter word is filled up with copies of itself.
+  std::uint64_t wide = word;
+  for (std::size_t bits = 8 * sizeof word; bits < 64; bits *= 2)
+    wide |= wide << bits;
+  traits.unplain |= unplain(wide);
+  traits.bits |= wide;
+}
+
+template <typename Word>
+void copy_words(std::string_view text, char* to, Traits& traits) {
+  const std::size_t last = text.size() - sizeof(Word);
+  for (std::size_t i = 0; i < last; i += sizeof(Word)) {
+    copy_word<Word>(text.data() + i, to + i, traits);
+  }
+  // The last word may overlap the one before, which saves a loop over single bytes.
+  copy_word<Word>(text.data() + last, to + last, traits);
+}
+
+Traits copy(std::string_view text, char* to) {
+  Traits traits;
+  if (text.size() >= 8) {
+    copy_words<std::uint64_t>(text, to, traits);
+  } else if (text.size() >= 4) {
+    copy_words<std::uint32_t>(text, to, traits);
+  } else if (!text.empty()) {
+    copy_words<unsigned char>(text, to, traits);
+  }
+  return traits;
 }
 
 constexpr std::size_t longest_escape = 6;  // \u001f
@@ -89,34 +135,16 @@ class Writer {
   }
 
   void put(const Value& value, int depth) {
-    switch (value.type()) {
-      case obj_type:
-        put(value.get_obj(), depth);
-        break;
-      case array_type:
-        put(value.get_array(), depth);
-        break;
-      case str_type:
-        put_string(value.get_str());
-        break;
-      case bool_type:
-        put_raw(value.get_bool() ? "true" : "false");
-        break;
-      case int_type:
-        if (value.is_uint64()) {
-          put_number(value.get_uint64());
-        } else {
-          put_number(value.get_int64());
-        }
-        break;
-      case real_type:
-        put_real(value.get_real());
-        break;
-      case null_type:
-        put_raw("null");
-        break;
-    }
+    std::visit([this, depth](const auto& content) { put(content, depth); },
+               detail::Value_Access::data(value));
   }
+
+  void put(std::monostate, int) { put_raw("null"); }
+  void put(bool flag, int) { put_raw(flag ? "true" : "false"); }
+  void put(std::int64_t number, int) { put_number(number); }
+  void put(std::uint64_t number, int) { put_number(number); }
+  void put(double number, int) { put_real(number); }
+  void put(const std::string& text, int) { put_string(text); }
 
   void put(const Object& object, int depth) {
     if (!enter(depth)) return;
@@ -136,9 +164,10 @@ class Writer {
     if (!enter(depth)) return;
     put_char('[');
     bool first = true;
-    for (const Value& value : array) {
+    for (std::size_t i = 0; i < array.size(); ++i) {
+      detail::prefetch_ahead(array, i);
       begin_element(first, depth + 1);
-      put(value, depth + 1);
+      put(array[i], depth + 1);
     }
     if (!first) new_line(depth);
     put_char(']');
@@ -200,42 +229,33 @@ class Writer {
 
   // Returns whether the text is all ASCII.
   bool put_quoted(std::string_view text) {
+    bool ascii = true;
     put_char('"');
-    std::uint64_t seen = 0;
     // In slices, because room is made for the longest form.
     for (std::size_t done = 0; done < text.size(); done += slice) {
-      seen |= put_escaped(text.substr(done, slice));
+      const std::string_view part = text.substr(done, slice);
+      need(longest_escape * part.size());
+      const Traits traits = copy(part, next_);
+      ascii = ascii && traits.ascii();
+      if (traits.unplain == 0) {
+        next_ += part.size();
+      } else {
+        put_escaped(part);
+      }
     }
     put_char('"');
-    return (seen & every_byte(0x80)) == 0;
+    return ascii;
   }
 
-  // Returns the bits that are set in any byte.
-  std::uint64_t put_escaped(std::string_view text) {
-    need(longest_escape * text.size());
-    std::uint64_t seen = 0;
-    const char* from = text.data();
-    const char* const end = from + text.size();
-    while (from != end) {
-      for (; end - from >= 8; from += 8, next_ += 8) {
-        std::uint64_t word;
-        std::memcpy(&word, from, sizeof word);
-        if (!is_plain(word)) break;
-        std::memcpy(next_, &word, sizeof word);
-        seen |= word;
-      }
-      for (const char* const stop = from + std::min<std::ptrdiff_t>(end - from, 8); from != stop;
-           ++from) {
-        const auto byte = static_cast<unsigned char>(*from);
-        seen |= byte;
-        if (is_plain(byte)) {
-          *next_++ = *from;
-        } else {
-          put_escape(byte);
-        }
+  // Overwrites what copy() may have put there.
+  void put_escaped(std::string_view text) noexcept {
+    for (const char c : text) {
+      if (is_plain(static_cast<unsigned char>(c))) {
+        *next_++ = c;
+      } else {
+        put_escape(static_cast<unsigned char>(c));
       }
     }
-    return seen;
   }
 
   void put_escape(unsigned char byte) noexcept {
