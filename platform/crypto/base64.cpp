@@ -1,0 +1,45 @@
+#include "platform/crypto/base64.h"
+
+#include <openssl/evp.h>
+
+#include <limits>
+#include <string_view>
+
+#include "platform/crypto/detail/base64_encode.h"
+#include "platform/crypto/detail/bytes.h"
+#include "platform/crypto/detail/wipe.h"
+
+using namespace zqpool::detail;
+
+std::string zqpool::detail::base64_encode(std::string_view bytes) {
+  std::string text((bytes.size() + 2) / 3 * 4, '\0');
+  // Writes a NUL behind the text, where a string has its own.
+  EVP_EncodeBlock(bytes_of(text), bytes_of(bytes), static_cast<int>(bytes.size()));
+  return text;
+}
+
+Base64_Decoder::~Base64_Decoder() {
+  wipe(bytes_);
+}
+
+bool Base64_Decoder::set(const char* text, std::size_t length) {
+  wipe(bytes_);
+  if (length == 0) return true;
+  constexpr std::size_t most = std::numeric_limits<int>::max();
+  if (text == nullptr || length % 4 != 0 || length > most) return false;
+  const std::string_view encoded(text, length);
+
+  bytes_.resize(length / 4 * 3);
+  const int decoded =
+      EVP_DecodeBlock(bytes_of(bytes_), bytes_of(encoded), static_cast<int>(length));
+  // Padding decodes to zero bytes.
+  const bool one = encoded[length - 1] == '=';
+  const bool two = one && encoded[length - 2] == '=';
+  bytes_.resize(bytes_.size() - (two ? 2 : one ? 1 : 0));
+  // OpenSSL forgives blanks at the ends, padding in the middle and unused bits; the way back shows.
+  std::string again = base64_encode(bytes_);
+  const bool good = decoded >= 0 && again == encoded;
+  wipe(again);
+  if (!good) wipe(bytes_);
+  return good;
+}

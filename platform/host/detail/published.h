@@ -1,0 +1,51 @@
+#pragma once
+
+#include <algorithm>
+#include <atomic>
+#include <list>
+#include <mutex>
+#include <utility>
+
+namespace zqpool::detail {
+
+/// One process-wide value that some threads read through a pointer while others replace it.
+///
+/// Every distinct value that was ever published is kept for the life of this object, so a pointer
+/// that get() returned stays good and its content never changes. Thread-safe.
+template <typename T>
+class Published {
+ public:
+  /// Null until something is published.
+  const T* get() const noexcept { return current_.load(std::memory_order_acquire); }
+
+  void publish(T value) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    make_current(std::move(value));
+  }
+
+  /// Publishes `value` only if nothing is; returns what then is.
+  const T* publish_if_none(T value) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (get() == nullptr) make_current(std::move(value));
+    return get();
+  }
+
+  /// Back to nothing.
+  void clear() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    current_.store(nullptr, std::memory_order_release);
+  }
+
+ private:
+  void make_current(T&& value) {
+    auto kept = std::find(values_.begin(), values_.end(), value);
+    if (kept == values_.end()) kept = values_.insert(kept, std::move(value));
+    current_.store(&*kept, std::memory_order_release);
+  }
+
+  std::atomic<const T*> current_{nullptr};
+  std::mutex mutex_;
+  std::list<T> values_;
+};
+
+}  // namespace zqpool::detail

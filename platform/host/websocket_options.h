@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "platform/export.h"
+
+/// Where the backup server's socket is for this process. Thread-safe.
+///
+/// An instance never changes: a later configure() makes another one. So host, port and TLS flag
+/// read through one pointer belong together, and the pointer stays good until the process ends.
+class ZQ_EXPORT WebSocket_Options {
+ public:
+  /// Null until configure() is called and after clear().
+  static const WebSocket_Options* instance() noexcept;
+
+  /// `host` may be null: then host() of the instance is null.
+  static void configure(const char* host, unsigned short port, bool ssl);
+  static void clear();
+
+  const char* host() const noexcept { return host_ ? host_->c_str() : nullptr; }
+  unsigned short port() const noexcept { return port_; }
+  bool ssl() const noexcept { return ssl_; }
+
+  friend bool operator==(const WebSocket_Options& a, const WebSocket_Options& b) noexcept {
+    return a.host_ == b.host_ && a.port_ == b.port_ && a.ssl_ == b.ssl_;
+  }
+
+ private:
+  WebSocket_Options() = default;
+
+  std::optional<std::string> host_;
+  unsigned short port_ = 0;
+  bool ssl_ = false;
+};
