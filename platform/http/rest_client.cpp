@@ -4,12 +4,14 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <mutex>
 #include <random>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "platform/host/host_manager.h"
 #include "platform/http/detail/exchange.h"
 #include "platform/http/http_exchange_report.h"
 #include "platform/net/sleep.h"
@@ -257,6 +259,9 @@ JSON_RESTful_Client::JSON_RESTful_Client(const char* host, unsigned short port, 
                                          bool keep_error_body)
     : impl_(std::make_unique<Impl>(make_endpoint(host, port, ssl), keep_error_body)) {}
 
+JSON_RESTful_Client::JSON_RESTful_Client(std::unique_ptr<Impl> impl) noexcept
+    : impl_(std::move(impl)) {}
+
 JSON_RESTful_Client::~JSON_RESTful_Client() = default;
 
 bool JSON_RESTful_Client::get(HTTP_Request& request, json_spirit::Value* answer) {
@@ -307,4 +312,42 @@ void JSON_RESTful_Client::logging_error(bool on) noexcept {
 void JSON_RESTful_Client::set_header(int id, const char* text) {
   impl_->default_headers.put(id, text != nullptr ? text : "", true);
   impl_->keep_connections = true;
+}
+
+namespace {
+
+/// Where the process's upstream client stands. Clients that were replaced stay, because their
+/// callers may still hold them.
+std::atomic<Upstream_JSON_RESTful_Client*> upstream{nullptr};
+
+}  // namespace
+
+Common_JSON_RESTful_Client::Common_JSON_RESTful_Client(const char* host, unsigned short port,
+                                                       bool ssl, bool is_on_backupd,
+                                                       bool keep_error_body)
+    : JSON_RESTful_Client([&] {
+        auto impl = std::make_unique<Impl>(make_endpoint(host, port, ssl), keep_error_body);
+        if (is_on_backupd) {
+          impl->default_headers.put(HTTP_HEAD_X_ACCESS_KEY,
+                                    Host_Manager::instance()->access_key().c_str(), true);
+        }
+        return impl;
+      }()) {}
+
+Upstream_JSON_RESTful_Client::Upstream_JSON_RESTful_Client(const char* host, unsigned short port,
+                                                           bool ssl, const char* access_key)
+    : JSON_RESTful_Client(host, port, ssl, true) {
+  set_header(HTTP_HEAD_X_ACCESS_KEY, access_key);
+}
+
+Upstream_JSON_RESTful_Client& Upstream_JSON_RESTful_Client::instance() {
+  static Upstream_JSON_RESTful_Client& unconfigured =
+      *new Upstream_JSON_RESTful_Client(nullptr, 0, false, nullptr);
+  Upstream_JSON_RESTful_Client* const client = upstream.load();
+  return client != nullptr ? *client : unconfigured;
+}
+
+void Upstream_JSON_RESTful_Client::configure(const char* host, unsigned short port, bool ssl,
+                                             const char* access_key) {
+  upstream = new Upstream_JSON_RESTful_Client(host, port, ssl, access_key);
 }

@@ -49,7 +49,33 @@ class ZQ_EXPORT JSON_RESTful_Client {
   /// the same id wins.
   void set_header(int id, const char* text);
 
- private:
+ protected:
   class Impl;
+  explicit JSON_RESTful_Client(std::unique_ptr<Impl> impl) noexcept;
+
+ private:
   std::unique_ptr<Impl> impl_;
+};
+
+/// A client for one call to a service of this product.
+class ZQ_EXPORT Common_JSON_RESTful_Client : public JSON_RESTful_Client {
+ public:
+  /// With `is_on_backupd` the service runs on a backup server, and this host's access key
+  /// (Host_Manager) is sent with every request. The rest as for JSON_RESTful_Client.
+  Common_JSON_RESTful_Client(const char* host, unsigned short port, bool ssl, bool is_on_backupd,
+                             bool keep_error_body);
+};
+
+/// The process's client to its upstream service. Keeps its connections; safe from many threads.
+class ZQ_EXPORT Upstream_JSON_RESTful_Client : public JSON_RESTful_Client {
+ public:
+  /// The client as configured last; before that one whose calls all fail. The reference stays good
+  /// to the process's end.
+  static Upstream_JSON_RESTful_Client& instance();
+  /// Sets the service up, once at start. A null or empty `access_key` is not sent.
+  static void configure(const char* host, unsigned short port, bool ssl, const char* access_key);
+
+ private:
+  Upstream_JSON_RESTful_Client(const char* host, unsigned short port, bool ssl,
+                               const char* access_key);
 };
