@@ -132,7 +132,11 @@ void write_log(const Place& place, ACE_Log_Priority priority, const char* format
     Bounded_Text text;
     render(text, place, format, args);
     log->conditional_set(place.file, place.line, priority == LM_INFO ? 0 : -1, error);
-    log->log(priority, "%s", text.finish());
+    try {
+      log->log(priority, "%s", text.finish());
+    } catch (...) {
+      // A sink of the process threw. An operation's result must not depend on its log line.
+    }
   }
   errno = error;
 }

@@ -1,10 +1,12 @@
 #include "utils/support/log.h"
 
 #include <ace/Log_Msg.h>
+#include <ace/Log_Msg_Backend.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <new>
 #include <set>
 #include <string>
 #include <thread>
@@ -270,6 +272,22 @@ TEST(Log, program_name_and_time_in_front_take_nothing_of_the_text) {
   const std::string line = only_line(log).text;
   EXPECT_EQ(line.substr(0, 302), program + "|x");
   EXPECT_EQ(line.substr(line.size() - 13), " bytes more)\n");
+}
+
+TEST(Log, sink_that_throws_does_not_reach_the_caller) {
+  class Throwing_Sink : public ACE_Log_Msg_Backend {
+   public:
+    int open(const char*) override { return 0; }
+    int reset() override { return 0; }
+    int close() override { return 0; }
+    ssize_t log(ACE_Log_Record&) override { throw std::bad_alloc(); }
+  } sink;
+  Log_Capture log;  // puts everything back
+  ACE_Log_Msg_Backend* const before = ACE_Log_Msg::msg_backend(&sink);
+  EXPECT_FALSE(ZQ_ERROR("lost\n"));
+  ACE_Log_Msg::msg_backend(before);
+  ZQ_ERROR("the next one\n");
+  EXPECT_EQ(only_line(log).text, "the next one\n");
 }
 
 TEST(Log, sixteen_threads_log_whole_lines) {

@@ -1,0 +1,193 @@
+#include <ace/Log_Msg.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <functional>
+#include <new>
+#include <string>
+
+#include "tests/support/guards.h"
+#include "tests/support/scripted_server.h"
+#include "tests/utils/failing_memory.h"
+#include "utils/pool/pool_metadata_manager.h"
+
+namespace zqpool::test {
+namespace {
+
+using Fail = Failing_Memory::Fail;
+
+const std::string key = "an access key longer than a short string";
+const std::string name = "11111111-2222-3333-4444-555555555555";
+
+/// One read with everything it needs made beforehand, so that only its own allocations count.
+struct Read {
+  std::function<bool(const Endpoint&)> call;
+  std::function<void()> forget;   ///< puts the outputs back to what they were before any call
+  std::function<bool()> written;  ///< whether any output that a failure leaves alone was written
+  std::string good_answer;
+  bool catches_exceptions = false;  ///< failures behind the exchange are false, too
+};
+
+class Memory : public testing::Test {
+ protected:
+  Memory() { ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR); }
+  ~Memory() override { ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR); }
+
+  /// Makes the read again and again, each time with another allocation failing, until none did.
+  void run_out_everywhere(const Read& read) {
+    server.otherwise(json_answer(200, read.good_answer));
+    const Endpoint to = server.endpoint();
+    // What a thread and the process keep for later calls is there after the first ones.
+    for (int i = 0; i < 3; ++i)
+      ASSERT_TRUE(read.call(to));
+    const long held = settled_blocks(read, to);
+
+    long thrown = 0;
+    long refused = 0;
+    long number = 1;
+    for (bool failed = true; failed; ++number) {
+      ASSERT_LT(number, 1000);
+      read.forget();
+      bool result = false;
+      bool left = false;
+      {
+        const Failing_Memory memory(Fail::once, number);
+        try {
+          result = read.call(to);
+        } catch (const std::bad_alloc&) {
+          left = true;
+        }
+        failed = memory.failed();
+      }
+      thrown += left ? 1 : 0;
+      refused += !left && !result ? 1 : 0;
+      EXPECT_TRUE(result || !read.written()) << "allocation " << number;
+      EXPECT_TRUE(result || failed);
+      EXPECT_EQ(settled_blocks(read, to), held) << "leaked by allocation " << number;
+    }
+    RecordProperty("allocations", static_cast<int>(number - 2));
+    RecordProperty("threw", static_cast<int>(thrown));
+    RecordProperty("false", static_cast<int>(refused));
+    std::printf("%ld allocations: %ld threw, %ld gave false\n", number - 2, thrown, refused);
+    EXPECT_GT(thrown, 0);
+    EXPECT_TRUE(read.catches_exceptions || refused == 0);
+  }
+
+  /// Blocks held in the state that a good call leaves behind.
+  static long settled_blocks(const Read& read, const Endpoint& to) {
+    read.forget();
+    EXPECT_TRUE(read.call(to));
+    read.forget();
+    return blocks_held();
+  }
+
+  Scripted_Server server;
+  Sleep_Recorder sleeps;
+};
+
+const std::string one_row =
+    R"({"rows":[{"uuid":"d1","url":"file:///srv/a/rather/long/url","size":5,"tags":["a","b"]}]})";
+
+Read reading(Object& output, const std::string& good_answer,
+             std::function<bool(const Endpoint&)> call) {
+  Read read;
+  read.call = std::move(call);
+  read.forget = [&output] { output.clear(); };
+  read.written = [&output] { return !output.empty(); };
+  read.good_answer = good_answer;
+  return read;
+}
+
+TEST_F(Memory, get_device_throws_or_succeeds_and_leaks_nothing) {
+  Object device;
+  run_out_everywhere(reading(device, one_row, [&](const Endpoint& to) {
+    return Pool_Metadata_Manager::get_device(to.host, to.port, to.ssl, key, name, device);
+  }));
+}
+
+TEST_F(Memory, get_device_with_uuid_throws_or_succeeds_and_leaks_nothing) {
+  Object device;
+  run_out_everywhere(reading(device, one_row, [&](const Endpoint& to) {
+    return Pool_Metadata_Manager::get_device_with_uuid(to.host, to.port, to.ssl, key, name, device,
+                                                       0);
+  }));
+}
+
+TEST_F(Memory, get_pool_info_throws_fails_or_succeeds_and_leaks_nothing) {
+  Object pool;
+  Read read = reading(pool, one_row, [&](const Endpoint& to) {
+    return Pool_Metadata_Manager::get_pool_info(to.host, to.port, to.ssl, key, name, pool, 0);
+  });
+  read.catches_exceptions = true;
+  run_out_everywhere(read);
+}
+
+TEST_F(Memory, get_pool_info_that_runs_out_while_it_reads_the_answer_fails) {
+  server.otherwise(json_answer(200, "{}"));  // the missing rows are put in as null
+  const Endpoint to = server.endpoint();
+  Object pool;
+  const auto call = [&] {
+    return Pool_Metadata_Manager::get_pool_info(to.host, to.port, to.ssl, key, name, pool, 0);
+  };
+  EXPECT_FALSE(call());
+  bool last_was_caught = false;
+  for (long number = 1; number < 1000; ++number) {
+    const Failing_Memory memory(Fail::once, number);
+    bool left = false;
+    try {
+      EXPECT_FALSE(call());
+    } catch (const std::bad_alloc&) {
+      left = true;
+    }
+    if (!memory.failed()) break;
+    last_was_caught = !left;
+  }
+  EXPECT_TRUE(last_was_caught);
+  EXPECT_TRUE(pool.empty());
+}
+
+TEST_F(Memory, get_device_info_throws_or_succeeds_and_leaks_nothing) {
+  Object device;
+  run_out_everywhere(reading(device, R"({"uuid":"d1","tags":["a","b"]})", [&](const Endpoint& to) {
+    return Pool_Metadata_Manager::get_device_info(to.host, to.port, to.ssl, key, &name, name,
+                                                  device);
+  }));
+}
+
+TEST_F(Memory, get_located_devices_throws_or_succeeds_and_leaks_nothing) {
+  std::string type;
+  Array devices;
+  Read read;
+  read.call = [&](const Endpoint& to) {
+    return Pool_Metadata_Manager::get_located_devices(to.host, to.port, to.ssl, key, name, name,
+                                                      type, devices, "a group");
+  };
+  read.forget = [&] {
+    std::string().swap(type);
+    Array().swap(devices);
+  };
+  read.written = [&] { return !devices.empty(); };  // the type may be
+  read.good_answer = R"({"type":"a type longer than a short string","devices":[{"uuid":"d1"}]})";
+  run_out_everywhere(read);
+}
+
+TEST_F(Memory, get_device_takes_at_most_60_allocations) {
+  server.otherwise(json_answer(200, one_row));
+  const Endpoint to = server.endpoint();
+  Object device;
+  const auto call = [&] {
+    return Pool_Metadata_Manager::get_device(to.host, to.port, to.ssl, key, name, device);
+  };
+  ASSERT_TRUE(call());
+  device.clear();
+  const Failing_Memory memory;
+  const bool ok = call();
+  const long count = memory.count();
+  EXPECT_TRUE(ok);
+  EXPECT_LE(count, 60);
+  RecordProperty("allocations", static_cast<int>(count));
+  std::printf("%ld allocations\n", count);
+}
+
+}  // namespace
+}  // namespace zqpool::test
