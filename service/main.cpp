@@ -1,0 +1,107 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+#include <fstream>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "service/access_key.h"
+#include "service/access_log.h"
+#include "service/certificate.h"
+#include "service/options.h"
+#include "service/server.h"
+#include "service/service.h"
+#include "service/store.h"
+
+namespace {
+
+using namespace zqpool::service;
+
+/// A file that says that the service is ready, from when it is whole until the end of its scope.
+class Ready_File {
+ public:
+  Ready_File(std::string file, const std::string& line) : file_(std::move(file)) {
+    if (file_.empty()) return;
+    const std::string fresh = file_ + ".new";
+    std::ofstream out(fresh, std::ios::trunc);
+    out << line << '\n';
+    out.close();
+    if (!out || std::rename(fresh.c_str(), file_.c_str()) != 0) {
+      throw std::runtime_error("cannot write '" + file_ + "': " + std::strerror(errno));
+    }
+  }
+  ~Ready_File() {
+    if (!file_.empty()) ::unlink(file_.c_str());
+  }
+  Ready_File(const Ready_File&) = delete;
+  Ready_File& operator=(const Ready_File&) = delete;
+
+ private:
+  std::string file_;
+};
+
+void load_scenario(Service& service, const Options& options) {
+  if (options.scenario_file.empty()) return;
+  if (!service.state().is_new() && !options.reload_scenario) {
+    std::fprintf(stderr,
+                 "zqpoold: state '%s' exists and is kept; the scenario is not loaded "
+                 "(--reload-scenario would)\n",
+                 options.state_file.c_str());
+    return;
+  }
+  try {
+    service.load_scenario(read_scenario(options.scenario_file), true);
+  } catch (const Refusal& refusal) {
+    throw std::runtime_error("scenario '" + options.scenario_file + "': " + refusal.what());
+  }
+}
+
+void serve(const Options& options) {
+  // The state holds what is not for other users' eyes, also in files that SQLite makes beside it.
+  ::umask(077);
+  std::optional<Access_Key> key;
+  if (options.no_access_key) {
+    std::fputs("zqpoold: WARNING: no access key is asked for; everybody is let in\n", stderr);
+  } else {
+    key = Access_Key::from_file(options.access_key_file);
+  }
+  State state(options.state_file);
+  Service service(state, std::move(key), options.lab);
+  load_scenario(service, options);
+  Access_Log log(options.access_log);
+  Server server(service, log, options.server);
+
+  std::string line = "zqpoold ready";
+  for (const std::string& url : server.urls())
+    line += ' ' + url;
+  const Ready_File ready(options.ready_file, line);
+  std::printf("%s\n", line.c_str());
+  std::fflush(stdout);
+  server.run();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::signal(SIGPIPE, SIG_IGN);
+  int exit_code = 0;
+  try {
+    const std::optional<Options> options = read_options(argc, argv, exit_code);
+    if (!options) return exit_code;
+    if (!options->make_certificate.empty()) {
+      make_certificate(options->make_certificate);
+      return 0;
+    }
+    serve(*options);
+    return 0;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "zqpoold: %s\n", error.what());
+    return 1;
+  }
+}

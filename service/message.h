@@ -1,0 +1,56 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "platform/json/json_spirit.h"
+
+namespace zqpool::service {
+
+enum class Method { get, head, post, put, del, options, other };
+
+/// "GET", "DELETE"...; "" for Method::other.
+const char* method_name(Method method);
+/// Method::other for a name the service does not speak. Methods are case-sensitive.
+Method method_from(std::string_view name);
+
+/// One request, as far as handlers see it.
+struct Request {
+  Method method = Method::other;
+  std::string path;   ///< as it was sent, without the query
+  std::string query;  ///< as it was sent, without the question mark; "" for none
+  std::string content_type;
+  std::string access_key;  ///< "" when there was none, or more than one
+  std::string body;
+};
+
+/// One answer. A body is always JSON.
+struct Answer {
+  unsigned status = 200;
+  std::string body;                                          ///< "" for none
+  std::vector<std::pair<std::string, std::string>> headers;  ///< beside those every answer has
+};
+
+Answer json_answer(const json_spirit::Value& value, unsigned status = 200);
+
+/// {"error":{"code":...,"message":...}}: the code is the status, negative unless the same request
+/// may succeed later without anybody changing it (408, 429, 503, 507). `message` may hold any
+/// bytes.
+Answer error_answer(unsigned status, std::string_view message);
+
+/// Thrown while a request is judged or carried out: answered as error_answer(status(), what()), and
+/// nothing of the request is kept.
+class Refusal : public std::runtime_error {
+ public:
+  Refusal(unsigned status, const std::string& message)
+      : std::runtime_error(message), status_(status) {}
+  unsigned status() const noexcept { return status_; }
+
+ private:
+  unsigned status_;
+};
+
+}  // namespace zqpool::service

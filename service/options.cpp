@@ -1,0 +1,151 @@
+#include "service/options.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdio>
+#include <iostream>
+#include <thread>
+
+namespace zqpool::service {
+
+namespace {
+
+constexpr int usage_exit = 2;
+
+/// "127.0.0.1:8480", "[::1]:8480". Throws CLI::ValidationError.
+Listen_Address read_address(const std::string& option, const std::string& text) {
+  const std::size_t colon = text.rfind(':');
+  Listen_Address out;
+  if (colon != std::string::npos) {
+    out.address = text.substr(0, colon);
+    if (out.address.size() > 2 && out.address.front() == '[' && out.address.back() == ']') {
+      out.address = out.address.substr(1, out.address.size() - 2);
+    } else if (out.address.find(':') != std::string::npos) {
+      out.address.clear();  // an IPv6 address without brackets: which colon is the port's?
+    }
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, out.port);
+    if (error == std::errc() && stop == end && !out.address.empty()) return out;
+  }
+  throw CLI::ValidationError(option, "'" + text + "' is not ADDRESS:PORT");
+}
+
+std::chrono::milliseconds milliseconds(double seconds) {
+  return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
+}  // namespace
+
+std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
+  Options options;
+  Limits& limits = options.server.limits;
+  std::vector<std::string> plain;
+  std::vector<std::string> tls;
+  double idle = 0.001 * static_cast<double>(limits.idle.count());
+  double request = 0.001 * static_cast<double>(limits.request.count());
+  double answer = 0.001 * static_cast<double>(limits.answer.count());
+  double stop = 0.001 * static_cast<double>(limits.stop.count());
+  options.server.threads = std::max(4U, std::thread::hardware_concurrency());
+
+  CLI::App app("The reference storage and management service of zqpool.", "zqpoold");
+  app.set_version_flag("--version", "zqpoold " ZQPOOL_VERSION);
+  app.add_option("--listen", plain, "Serve HTTP here (default 127.0.0.1:8480 if nothing is given)")
+      ->type_name("ADDRESS:PORT");
+  app.add_option("--tls-listen", tls, "Serve HTTPS here")->type_name("ADDRESS:PORT");
+  app.add_option("--certificate", options.server.certificate_file, "Certificate chain for HTTPS")
+      ->type_name("PEM");
+  app.add_option("--private-key", options.server.key_file, "Its private key")->type_name("PEM");
+  app.add_option("--state", options.state_file, "The state; made when it is not there")
+      ->type_name("FILE");
+  app.add_option("--scenario", options.scenario_file, "What a new state holds at first")
+      ->type_name("FILE");
+  app.add_flag("--reload-scenario", options.reload_scenario,
+               "Load the scenario also into an existing state, whose content is lost");
+  app.add_option("--access-key-file", options.access_key_file,
+                 "Its first line is the key that requests must carry")
+      ->type_name("FILE");
+  app.add_flag("--no-access-key", options.no_access_key, "Let everybody in");
+  app.add_option("--access-log", options.access_log, "One line a request; - is standard output")
+      ->type_name("FILE")
+      ->capture_default_str();
+  app.add_option("--ready-file", options.ready_file,
+                 "Holds the ready line while the service serves")
+      ->type_name("FILE");
+  app.add_flag("--lab", options.lab, "Serve /zq/lab/ too: scenarios and scripted faults");
+  app.add_option("--make-certificate", options.make_certificate,
+                 "Write certificate.pem and key.pem for localhost there, then end")
+      ->type_name("DIRECTORY");
+  app.add_option("--threads", options.server.threads, "Threads that carry out requests")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(1, 256))
+      ->capture_default_str();
+  app.add_option("--max-connections", limits.connections, "Further ones wait to be accepted")
+      ->type_name("NUMBER")
+      ->check(CLI::Range(1, 100000))
+      ->capture_default_str();
+  app.add_option("--max-header", limits.header_bytes, "Largest request line and headers")
+      ->type_name("BYTES")
+      ->check(CLI::Range(256, 1 << 20))
+      ->capture_default_str();
+  app.add_option("--max-body", limits.body_bytes, "Largest body of a request")
+      ->type_name("BYTES")
+      ->check(CLI::Range(0, 1 << 30))
+      ->capture_default_str();
+  const CLI::Range any_time(0.001, 86400.0);
+  app.add_option("--idle-timeout", idle, "How long a connection may wait for a request")
+      ->type_name("SECONDS")
+      ->check(any_time)
+      ->capture_default_str();
+  app.add_option("--request-timeout", request,
+                 "For a handshake, for headers, and for a body plus a second each 64 KiB")
+      ->type_name("SECONDS")
+      ->check(any_time)
+      ->capture_default_str();
+  app.add_option("--answer-timeout", answer,
+                 "For the client to take an answer, plus a second each 64 KiB")
+      ->type_name("SECONDS")
+      ->check(any_time)
+      ->capture_default_str();
+  app.add_option("--stop-timeout", stop, "For running requests when the service is to stop")
+      ->type_name("SECONDS")
+      ->check(any_time)
+      ->capture_default_str();
+
+  try {
+    app.parse(argc, argv);
+    for (const std::string& text : plain) {
+      options.server.plain.push_back(read_address("--listen", text));
+    }
+    for (const std::string& text : tls) {
+      options.server.tls.push_back(read_address("--tls-listen", text));
+    }
+    if (options.make_certificate.empty()) {
+      if (options.state_file.empty()) throw CLI::RequiredError("--state");
+      if (options.access_key_file.empty() == !options.no_access_key) {
+        throw CLI::ValidationError(
+            "give --access-key-file FILE, or --no-access-key to let "
+            "everybody in");
+      }
+      if (!tls.empty() &&
+          (options.server.certificate_file.empty() || options.server.key_file.empty())) {
+        throw CLI::ValidationError("--tls-listen needs --certificate and --private-key");
+      }
+      if (options.reload_scenario && options.scenario_file.empty()) {
+        throw CLI::ValidationError("--reload-scenario needs --scenario");
+      }
+    }
+  } catch (const CLI::ParseError& error) {
+    const bool asked = error.get_exit_code() == 0;
+    app.exit(error, std::cout, std::cerr);
+    exit_code = asked ? 0 : usage_exit;
+    return std::nullopt;
+  }
+  if (plain.empty() && tls.empty()) options.server.plain.push_back({"127.0.0.1", 8480});
+  limits.idle = milliseconds(idle);
+  limits.request = milliseconds(request);
+  limits.answer = milliseconds(answer);
+  limits.stop = milliseconds(stop);
+  return options;
+}
+
+}  // namespace zqpool::service

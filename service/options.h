@@ -1,0 +1,28 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "service/server.h"
+
+namespace zqpool::service {
+
+/// What the command line asks for.
+struct Options {
+  Server_Settings server;
+  std::string state_file;
+  std::string scenario_file;
+  bool reload_scenario = false;
+  std::string access_key_file;
+  bool no_access_key = false;
+  std::string make_certificate;  ///< directory; nothing else is done then
+  std::string access_log = "-";
+  std::string ready_file;
+  bool lab = false;
+};
+
+/// Reads the command line. Absent when all is said and done (help, version, a usage error): the
+/// process then ends with `exit_code`.
+std::optional<Options> read_options(int argc, char** argv, int& exit_code);
+
+}  // namespace zqpool::service

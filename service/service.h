@@ -1,0 +1,63 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "service/access_key.h"
+#include "service/faults.h"
+#include "service/message.h"
+#include "service/router.h"
+#include "service/scenario.h"
+#include "service/store.h"
+
+namespace zqpool::service {
+
+/// Counts of the running process.
+struct Statistics {
+  std::atomic<std::int64_t> connections{0};        ///< open now
+  std::atomic<std::int64_t> total_connections{0};  ///< since the start
+  std::atomic<std::int64_t> requests{0};           ///< answered, or tried to be
+};
+
+/// The service without its sockets: what is done with a request, and what is answered. Thread-safe.
+class Service {
+ public:
+  /// Without a key every request is let in. With `lab` the paths under /zq/lab/ exist.
+  Service(State& state, std::optional<Access_Key> access_key, bool lab);
+
+  /// Loads a scenario document into the state, in one transaction. Throws Refusal, or
+  /// SQLite::Exception.
+  void load_scenario(const Object& document, bool replace);
+
+  /// What is to become of a request, decided without touching the state.
+  struct Plan {
+    std::optional<Answer> refusal;  ///< answered at once, without any fault
+    const Router::Route* route = nullptr;
+    Fault_Pointer fault;
+  };
+  Plan plan(const Request& request);
+
+  /// Carries out what was planned; blocks on the state. Never throws except std::bad_alloc.
+  Answer run(const Plan& plan, const Request& request);
+
+  bool lab() const { return lab_; }
+  Statistics& statistics() { return statistics_; }
+  Fault_Script& faults() { return faults_; }
+  const Scenario& scenario() const { return scenario_; }
+  State& state() { return state_; }
+
+ private:
+  Answer run_operation(const Router::Route& route, const Request& request);
+
+  State& state_;
+  std::optional<Access_Key> access_key_;
+  bool lab_;
+  Router router_;
+  Scenario scenario_;
+  Fault_Script faults_;
+  Statistics statistics_;
+};
+
+}  // namespace zqpool::service

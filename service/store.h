@@ -1,0 +1,159 @@
+#pragma once
+
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+namespace zqpool::service {
+
+/// One connection to the state, inside one transaction: what a handler works on. Used by one thread
+/// at a time. Everything throws SQLite::Exception when the state fails; the transaction is then
+/// rolled back by who began it.
+class Store {
+ public:
+  class Query;
+
+  /// Opens one more connection to an existing file.
+  Store(const std::string& file, int busy_ms);
+
+  /// Runs a statement that gives no rows; returns how many rows it changed. `sql` must be a
+  /// literal: it is prepared once and kept. Arguments are bound in order: integers, texts,
+  /// optionals of either (absent: null).
+  template <typename... Args>
+  int execute(const char* sql, const Args&... args);
+
+  SQLite::Database& database() { return database_; }
+
+ private:
+  SQLite::Database database_;
+  std::multimap<const char*, std::unique_ptr<SQLite::Statement>> idle_;
+};
+
+/// The rows of one SELECT, in order. Nested and repeated use of the same text is fine.
+class Store::Query {
+ public:
+  template <typename... Args>
+  Query(Store& store, const char* sql, const Args&... args)
+      : store_(store), sql_(sql), statement_(take(store, sql)) {
+    int index = 0;
+    (bind(++index, args), ...);
+  }
+  ~Query();
+  Query(const Query&) = delete;
+  Query& operator=(const Query&) = delete;
+
+  /// Steps to the next row; false after the last one.
+  bool next() { return statement_->executeStep(); }
+  std::string text(int column) const { return statement_->getColumn(column).getString(); }
+  std::int64_t integer(int column) const { return statement_->getColumn(column).getInt64(); }
+  bool is_null(int column) const { return statement_->isColumnNull(column); }
+  int run() { return statement_->exec(); }
+
+ private:
+  static std::unique_ptr<SQLite::Statement> take(Store& store, const char* sql);
+
+  template <typename T>
+  void bind(int index, const std::optional<T>& value) {
+    if (value) {
+      bind(index, *value);
+    } else {
+      statement_->bind(index);
+    }
+  }
+  void bind(int index, const std::string& value) { statement_->bind(index, value); }
+  void bind(int index, const char* value) { statement_->bind(index, value); }
+  template <typename T, typename = std::enable_if_t<std::is_integral_v<T>>>
+  void bind(int index, T value) {
+    statement_->bind(index, static_cast<std::int64_t>(value));
+  }
+
+  Store& store_;
+  const char* sql_;
+  std::unique_ptr<SQLite::Statement> statement_;
+};
+
+template <typename... Args>
+int Store::execute(const char* sql, const Args&... args) {
+  return Query(*this, sql, args...).run();
+}
+
+/// Thrown when the state cannot be opened; the text says why and names the file.
+class State_Error : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
+enum class Access { read, change };
+
+class Transaction;
+
+/// The service's state: one SQLite file, which no second service may open meanwhile.
+///
+/// The journal is write-ahead with synchronous=FULL: a commit returns when the log is on the disk,
+/// with one fsync instead of the two to three of a rollback journal, and a reader never waits for a
+/// writer. Changes go one after another, each reads what the one before left. Thread-safe.
+class State {
+ public:
+  /// Opens or creates the file (mode 0600) and brings its schema up to date, all in one
+  /// transaction. Throws State_Error; the file is then as it was.
+  explicit State(const std::string& file);
+  /// Folds the journal into the file. No transaction may be open any more.
+  ~State();
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  /// Whether the file was made by this object.
+  bool is_new() const { return is_new_; }
+  const std::string& file() const { return file_; }
+
+  /// Begins a transaction; waits for the change before it to end. Throws SQLite::Exception.
+  Transaction begin(Access access);
+
+ private:
+  friend class Transaction;
+
+  void lock();
+  void open();
+  std::unique_ptr<Store> take();
+  void give_back(std::unique_ptr<Store> store);
+
+  std::string file_;
+  int lock_ = -1;
+  bool is_new_ = false;
+  std::mutex writer_;
+  std::mutex mutex_;
+  std::vector<std::unique_ptr<Store>> idle_;
+};
+
+/// An open transaction: rolled back at the end of its scope unless committed.
+class Transaction {
+ public:
+  Transaction(Transaction&&) = default;
+  Transaction& operator=(Transaction&&) = delete;
+  ~Transaction();
+
+  Store& store() { return *store_; }
+  /// Returns when the changes are on the disk. Throws SQLite::Exception; nothing is kept then.
+  void commit();
+
+ private:
+  friend class State;
+  Transaction(State& state, Access access);
+
+  State* state_;
+  std::unique_lock<std::mutex> writer_;
+  std::unique_ptr<Store> store_;
+  bool open_ = true;
+};
+
+}  // namespace zqpool::service
