@@ -23,13 +23,14 @@ namespace zqpool::test {
 struct Expected_Request {
   std::string method;
   std::string target;
-  std::string body;        ///< "" for none
+  std::string body;        ///< "" for none; "{uuid}" in it stands for any
   std::string access_key;  ///< "" for no such header
   Header_List headers;     ///< further ones
 };
 
 /// A line that must be logged. In `text`, "{port}" stands for the service's port, "{place}" for a
-/// source file and line, "{number}" for digits, "{any}" for any text within the line.
+/// source file and line, "{number}" for digits, "{any}" for any text within the line, "{stack}" for
+/// lines of a call stack.
 struct Expected_Line {
   std::string priority;
   std::string text;

@@ -1,6 +1,7 @@
 #include "utils/pool/pool_metadata_manager.h"
 
 #include <exception>
+#include <utility>
 
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
@@ -116,4 +117,60 @@ bool Pool_Metadata_Manager::get_device_with_uuid(const string& host, unsigned sh
   }
   return take_only_row(answer, device) ||
          ZQ_ERROR("Failed to get device with uuid: %s\n", device_uuid.c_str());
+}
+
+bool Pool_Metadata_Manager::add_metadata(const string& host, unsigned short port, bool ssl,
+                                         const string& access_key, const string& pool_uuid,
+                                         const string& device_uuid, const string& type,
+                                         const string& path, const char* grouping,
+                                         const ACE_INT64 size) {
+  json_spirit::Value body;
+  // The type's own text is the key, on purpose: the catalog tells kinds of paths apart by it.
+  insert(to_new_object(body))("pool_uuid", pool_uuid)("device_uuid", device_uuid)(
+      type.empty() ? "file" : type, path);
+  if (size >= 0) insert(body.get_obj())("size", size);
+  if (grouping != nullptr) insert(body.get_obj())("grouping", grouping);
+  return Service_Call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_POST,
+                      "/zq/r/storage/catalog/device/metadata")
+             .body(std::move(body))
+             .send() ||
+         ZQ_ERROR("Failed to add metadata to pool '%s'.\n", pool_uuid.c_str());
+}
+
+bool Pool_Metadata_Manager::remove_metadata(const string& host, unsigned short port, bool ssl,
+                                            const string& access_key, const string& pool_uuid,
+                                            const string& path, const char* grouping) {
+  Service_Call call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_DELETE,
+                    "/zq/r/storage/catalog/device/metadata");
+  call.field("pool_uuid", pool_uuid.c_str()).field("path", path.c_str());
+  if (grouping != nullptr) call.field("grouping", grouping);
+  return call.send() || ZQ_ERROR("Failed to remove metadata from pool '%s'.\n", pool_uuid.c_str());
+}
+
+bool Pool_Metadata_Manager::offer_device(const string& host, unsigned short port, bool ssl,
+                                         const string& access_key, const string& pool_uuid,
+                                         Object& device) {
+  json_spirit::Value answer;
+  const bool ok = Service_Call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_GET,
+                               "/zq/r/storage/catalog/device/info")
+                      .field("pool_uuid", pool_uuid.c_str())
+                      .send(&answer);
+  if (!ok || !is_object(answer)) {
+    return ZQ_ERROR("Failed to offer device from pool '%s'.\n", pool_uuid.c_str());
+  }
+  device.swap(answer.get_obj());
+  return true;
+}
+
+bool Pool_Metadata_Manager::bind_host_for_lanfree_device(const string& host, unsigned short port,
+                                                         bool ssl, const string& access_key,
+                                                         const string& dev_uuid,
+                                                         const string& host_id,
+                                                         const string& sysname) {
+  return Service_Call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_PUT,
+                      "/zq/r/storage/catalog/device")
+             .field("uuid", dev_uuid.c_str())
+             .body(Object_Maker().insert("host_id", host_id).insert("sysname", sysname).take())
+             .send() ||
+         ZQ_ERROR("Failed to bind host to device '%s'.\n", dev_uuid.c_str());
 }

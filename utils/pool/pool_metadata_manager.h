@@ -1,5 +1,7 @@
 #pragma once
 
+#include <ace/Basic_Types.h>
+
 #include <string>
 
 #include "platform/export.h"
@@ -15,6 +17,9 @@
 /// wanted answer did not come; the reason is in the log, except where said otherwise, and outputs
 /// are as they were, except where said otherwise. Of exceptions only std::bad_alloc leaves an
 /// operation.
+///
+/// The operations that change the catalog send their request once. When they return false although
+/// the request went out, the change may have been made (HTTP_Exchange_Report::outcome_unknown()).
 ///
 /// A `timeout` bounds, in seconds, the time slept between attempts: another attempt follows while
 /// less than that has been slept. 0 is one attempt, -1 no limit. The pauses grow, up to a minute.
@@ -62,4 +67,30 @@ class ZQ_EXPORT Pool_Metadata_Manager {
   static bool get_device_with_uuid(const std::string& host, unsigned short port, bool ssl,
                                    const std::string& access_key, const std::string& device_uuid,
                                    Object& device, int timeout);
+
+  /// Records that `path` of pool `pool_uuid` lies on device `device_uuid`. `type` is the kind of
+  /// path, and the key it is sent under ("" stands for "file"). `size` is in bytes; a negative one
+  /// is not known and not sent. `grouping` is not sent when it is null.
+  static bool add_metadata(const std::string& host, unsigned short port, bool ssl,
+                           const std::string& access_key, const std::string& pool_uuid,
+                           const std::string& device_uuid, const std::string& type,
+                           const std::string& path, const char* grouping, const ACE_INT64 size);
+
+  /// Removes what is recorded of `path` of pool `pool_uuid`, where `grouping` is not null only what
+  /// is recorded under it.
+  static bool remove_metadata(const std::string& host, unsigned short port, bool ssl,
+                              const std::string& access_key, const std::string& pool_uuid,
+                              const std::string& path, const char* grouping);
+
+  /// Has the catalog offer a device of pool `pool_uuid` for new data, into `device`, which is empty
+  /// when the catalog has none to offer.
+  static bool offer_device(const std::string& host, unsigned short port, bool ssl,
+                           const std::string& access_key, const std::string& pool_uuid,
+                           Object& device);
+
+  /// Binds the LAN-free device `dev_uuid` to the host `host_id`, whose system is named `sysname`.
+  static bool bind_host_for_lanfree_device(const std::string& host, unsigned short port, bool ssl,
+                                           const std::string& access_key,
+                                           const std::string& dev_uuid, const std::string& host_id,
+                                           const std::string& sysname);
 };

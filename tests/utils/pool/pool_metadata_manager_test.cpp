@@ -10,7 +10,7 @@
 #include "tests/support/guards.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/scripted_server.h"
-#include "tests/support/wire_table.h"
+#include "tests/support/wire_row.h"
 
 namespace zqpool::test {
 namespace {
@@ -85,60 +85,9 @@ Call get_device_with_uuid(const std::string& uuid, int timeout,
   };
 }
 
-Expected_Line error(const std::string& text) {
-  return {"LM_ERROR", text};
-}
 Expected_Line retry_notice(int number) {
-  return {"LM_INFO",
-          "Retry(" + std::to_string(number) +
-              ") utils/pool/pool_metadata_manager.cpp:{number} at {number} second(s) later.\n"};
+  return test::retry_notice(number, "utils/pool/pool_metadata_manager.cpp");
 }
-Answer ok(const std::string& body) {
-  return json_answer(200, body);
-}
-Answer refusal() {
-  return json_answer(404, R"({"error":{"code":-1,"message":"no such thing"}})");
-}
-
-/// A row in one expression.
-class Row {
- public:
-  Row(const std::string& name, Call call) {
-    row_.name = name;
-    row_.call = std::move(call);
-  }
-  Row& sends(const std::string& method, const std::string& target, const std::string& body = "",
-             const std::string& access_key = key) {
-    row_.requests.push_back({method, target, body, access_key, {}});
-    return *this;
-  }
-  /// The request before, so many times more.
-  Row& again(std::size_t times) {
-    row_.requests.insert(row_.requests.end(), times, Expected_Request(row_.requests.back()));
-    return *this;
-  }
-  Row& gets(Answer answer) {
-    row_.answers.push_back(std::move(answer));
-    return *this;
-  }
-  Row& logs(Expected_Line line) {
-    row_.lines.push_back(std::move(line));
-    return *this;
-  }
-  Row& pauses(std::size_t count) {
-    row_.pauses.emplace(count);
-    row_.pauses_vary = true;
-    return *this;
-  }
-  Wire_Row gives(bool result, const std::string& outputs) {
-    row_.result = result;
-    row_.outputs = outputs;
-    return row_;
-  }
-
- private:
-  Wire_Row row_;
-};
 
 std::vector<Wire_Row> pool_info_rows() {
   const std::string target = pool_path + "?uuid=p1";
