@@ -18,9 +18,8 @@
 //
 // Directives: %s (a null text is "(null)"), %.*s, %d (int), %u (unsigned), %Q (unsigned 64-bit),
 // %N and %l (file and line of the position), %? (call stack) and %%. The compiler refuses others,
-// and arguments that do not fit. A text beyond ACE's record is cut at a character's end and says
-// so:
-// "... (N bytes more)".
+// and arguments that do not fit. A text beyond ACE's record is cut at the end of a character and
+// ends in "... (N bytes more)".
 
 /// The source position where it stands.
 #define ZQ_HERE (::zqpool::detail::Place{__FILE__, __LINE__})

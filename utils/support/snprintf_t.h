@@ -23,9 +23,10 @@ class snprintf_t {
   static_assert(std::is_same_v<CHAR, char>,
                 "the C library's wide printf does not tell how long the text would be");
 
+  // Formats are spelt as char, because the attribute that has them checked wants to know.
  public:
   /// Formats at once. A text that cannot be formatted gives the empty text.
-  [[gnu::format(printf, 2, 3)]] explicit snprintf_t(const CHAR* format, ...) noexcept {
+  [[gnu::format(printf, 2, 3)]] explicit snprintf_t(const char* format, ...) noexcept {
     std::va_list args;
     va_start(args, format);
     vset(format, args);
@@ -38,7 +39,7 @@ class snprintf_t {
   /// Formats again into the same object; no argument may point into it. Returns the length, or -1:
   /// when memory is exhausted (the object keeps what fitted) and when the C library cannot format
   /// the text (the object is then empty). `args` is left usable for its owner's va_end().
-  [[gnu::format(printf, 2, 0)]] int vset(const CHAR* format, std::va_list args) noexcept {
+  [[gnu::format(printf, 2, 0)]] int vset(const char* format, std::va_list args) noexcept {
     for (bool guessed = false;;) {
       CHAR* const text = ptr_ != nullptr ? ptr_ : buf_;
       const std::uint64_t size = ptr_ != nullptr ? size_ : N;
