@@ -1,13 +1,14 @@
 #include "platform/http/detail/exchange.h"
 
+#include <algorithm>
 #include <array>
+#include <boost/beast/core/buffers_range.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/http/message.hpp>
 #include <boost/beast/http/parser.hpp>
-#include <boost/beast/http/serializer.hpp>
-#include <boost/beast/http/string_body.hpp>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 #include "platform/json/json_spirit.h"
 
@@ -71,20 +72,27 @@ bool has_control(std::string_view text) {
 }
 
 /// What a request target may not hold, though callers may well hand it over.
-bool is_forbidden_in_target(unsigned char c) {
-  constexpr std::string_view forbidden = "\"<>\\^`{|}#";
-  return c <= 0x20 || c > 0x7e || forbidden.find(static_cast<char>(c)) != std::string_view::npos;
+bool is_forbidden_in_target(char c) {
+  static constexpr auto table = [] {
+    std::array<bool, 256> forbidden{};
+    for (unsigned byte = 0; byte < forbidden.size(); ++byte)
+      forbidden[byte] = byte <= 0x20 || byte > 0x7e;
+    for (const char also : std::string_view("\"<>\\^`{|}#"))
+      forbidden[static_cast<unsigned char>(also)] = true;
+    return forbidden;
+  }();
+  return table[static_cast<unsigned char>(c)];
 }
 
 void append_encoded(std::string& target, std::string_view text) {
   constexpr char digits[] = "0123456789ABCDEF";
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (is_forbidden_in_target(byte)) {
-      target += {'%', digits[byte >> 4], digits[byte & 0xf]};
-    } else {
-      target += c;
-    }
+  for (auto c = text.begin();; ++c) {
+    const auto start = c;
+    c = std::find_if(c, text.end(), &is_forbidden_in_target);
+    target.append(start, c);
+    if (c == text.end()) return;
+    const auto byte = static_cast<unsigned char>(*c);
+    target += {'%', digits[byte >> 4], digits[byte & 0xf]};
   }
 }
 
@@ -108,20 +116,33 @@ bool is_framing_header(int id) {
          id == HTTP_HEAD_UPGRADE;
 }
 
-/// Writes out what the serializer hands over.
-struct Append_To {
-  std::string& text;
-  std::size_t* taken;
+/// The header lines of a request, each once: what is set last stands. Borrows the values.
+class Header_Lines {
+ public:
+  Header_Lines() { lines_.reserve(12); }
 
-  template <class Buffers>
-  void operator()(beast::error_code& error, const Buffers& buffers) const {
-    error = {};
-    *taken = 0;
-    for (const auto buffer : beast::buffers_range_ref(buffers)) {
-      text.append(static_cast<const char*>(buffer.data()), buffer.size());
-      *taken += buffer.size();
+  void set(int id, std::string_view value) {
+    for (Line& line : lines_) {
+      if (line.id == id) {
+        line.value = value;
+        return;
+      }
+    }
+    lines_.push_back({id, value});
+  }
+
+  void write(std::string& text) const {
+    for (const Line& line : lines_) {
+      text.append(http_head_name(line.id)).append(": ").append(line.value).append("\r\n");
     }
   }
+
+ private:
+  struct Line {
+    int id;
+    std::string_view value;
+  };
+  std::vector<Line> lines_;
 };
 
 void collect_headers(const Parser& parser, HTTP_Headers& headers) {
@@ -261,26 +282,29 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
   if (path.empty() || path[0] != '/' || has_control(path)) {
     return failure.set(HTTP_Error::refused_request, "the path is not an absolute path");
   }
-  std::string target;
-  target.reserve(path.size() + request.query().size() + 1);
-  append_encoded(target, path);
-  report.path.assign(target, 0, target.find('?'));
+  std::string& text = wire.text;
+  text.clear();
+  text.reserve(512 + path.size() + request.query().size() + (body != nullptr ? body->size() : 0));
+  text.append(http_method_name(request.method())).append(" ");
+  const std::size_t start = text.size();
+  append_encoded(text, path);
+  report.path.assign(text, start, text.find('?', start) - start);
   if (!request.query().empty()) {
-    target += '?';
-    append_encoded(target, request.query());
+    text += '?';
+    append_encoded(text, request.query());
   }
+  text += " HTTP/1.1\r\n";
 
-  http::request<http::string_body> message;
-  message.method(http::string_to_verb(http_method_name(request.method())));
-  message.target(target);
   // A zone is this host's own business.
   std::string authority = endpoint.authority(false);
   if (const std::size_t zone = authority.find('%'); zone != std::string::npos) {
     authority.erase(zone, authority.find(']') - zone);
   }
-  message.set(http::field::host, authority);
-  if (!user_agent.empty()) message.set(http::field::user_agent, user_agent);
-  message.set(http::field::accept, "application/json");
+  const std::string body_size = std::to_string(body != nullptr ? body->size() : 0);
+  Header_Lines lines;
+  lines.set(HTTP_HEAD_HOST, authority);
+  if (!user_agent.empty()) lines.set(HTTP_HEAD_USER_AGENT, user_agent);
+  lines.set(HTTP_HEAD_ACCEPT, "application/json");
   for (const HTTP_Headers* headers : {&defaults, &request.headers()}) {
     for (const auto& [id, value] : headers->fields()) {
       if (!is_sendable_header(value)) {
@@ -288,33 +312,22 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
             HTTP_Error::refused_request,
             std::string("the value of header ") + http_head_name(id) + " holds control bytes");
       }
-      if (!value.empty() && !is_framing_header(id)) message.set(http_head_name(id), value);
+      if (!value.empty() && !is_framing_header(id)) lines.set(id, value);
     }
   }
-  message.set(http_head_name(HTTP_HEAD_X_REQUEST_ID), report.request_id);
-  if (!keep_connection) message.set(http::field::connection, "close");
-  if (body != nullptr) {
-    message.set(http::field::content_type, "application/json");
-    message.content_length(body->size());
-  } else if (request.method() == HTTP_METHOD_POST || request.method() == HTTP_METHOD_PUT) {
-    message.content_length(0);
+  lines.set(HTTP_HEAD_X_REQUEST_ID, report.request_id);
+  if (!keep_connection) lines.set(HTTP_HEAD_CONNECTION, "close");
+  if (body != nullptr) lines.set(HTTP_HEAD_CONTENT_TYPE, "application/json");
+  if (body != nullptr || request.method() == HTTP_METHOD_POST ||
+      request.method() == HTTP_METHOD_PUT) {
+    lines.set(HTTP_HEAD_CONTENT_LENGTH, body_size);
   }
 
+  lines.write(text);
+  text += "\r\n";
+  if (body != nullptr) text += *body;
   wire.method = request.method();
   wire.keep_connection = keep_connection;
-  wire.text.clear();
-  wire.text.reserve(512 + target.size() + (body != nullptr ? body->size() : 0));
-  http::request_serializer<http::string_body> serializer(message);
-  serializer.split(true);
-  beast::error_code error;
-  std::size_t taken = 0;
-  while (!serializer.is_header_done()) {
-    serializer.next(error, Append_To{wire.text, &taken});
-    if (error) return failure.set(HTTP_Error::refused_request, error.message());
-    serializer.consume(taken);
-  }
-  // The body stands beside the message, so that it is copied once.
-  if (body != nullptr) wire.text += *body;
   return true;
 }
 
