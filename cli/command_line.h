@@ -1,0 +1,52 @@
+#pragma once
+
+#include <CLI/App.hpp>
+
+#include <array>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "cli/exit_code.h"
+#include "cli/session.h"
+#include "cli/settings.h"
+
+namespace zqpool::cli {
+
+/// What a verb does; its arguments are what its options were bound to.
+using Action = std::function<Exit_Code(Session&)>;
+
+/// The nouns, verbs and options of the program.
+class Command_Line {
+ public:
+  Command_Line();
+
+  CLI::App& noun(const std::string& name, const std::string& what);
+  /// `examples` are the lines of the help that begin with "zqpool".
+  CLI::App& verb(CLI::App& noun, const std::string& name, const std::string& what,
+                 const std::vector<std::string>& examples, Action action);
+
+  /// Runs what the arguments say and returns the process's exit code.
+  int run(int argc, const char* const* argv);
+
+ private:
+  Exit_Code parse_and_run(int argc, const char* const* argv, std::string& output);
+  Exit_Code refuse(const CLI::ParseError& error) const;
+  const CLI::App& chosen() const;
+  std::string chosen_name() const;
+
+  CLI::App app_;
+  std::map<const CLI::App*, Action> actions_;
+  std::array<std::string, setting_count> arguments_;
+  std::array<CLI::Option*, setting_count> options_{};
+  Flags flags_;
+};
+
+// One function a noun.
+void add_config(Command_Line& commands);
+void add_device(Command_Line& commands);
+void add_lab(Command_Line& commands);
+void add_pool(Command_Line& commands);
+
+}  // namespace zqpool::cli

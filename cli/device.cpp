@@ -1,0 +1,157 @@
+#include <memory>
+
+#include "cli/command_line.h"
+#include "utils/pool/pool_metadata_manager.h"
+
+namespace zqpool::cli {
+
+namespace {
+
+struct Show_Arguments {
+  std::vector<std::string> urls;
+  std::vector<std::string> uuids;
+};
+
+Outcome find_by_uuid(Session& session, const Target& target, const std::string& uuid,
+                     Object& record) {
+  return session.call(Effect::reads, "Failed to get device with uuid: ", [&] {
+    const auto& [ssl, host, port] = target.endpoint;
+    return Pool_Metadata_Manager::get_device_with_uuid(host, port, ssl, target.access_key, uuid,
+                                                       record, target.retry_seconds);
+  });
+}
+
+Outcome ask_about_url(Session& session, const Target& target, const std::string* pool,
+                      const std::string& url, Object& record) {
+  return session.call(Effect::reads, "", [&] {
+    const auto& [ssl, host, port] = target.endpoint;
+    return Pool_Metadata_Manager::get_device_info(host, port, ssl, target.access_key, pool, url,
+                                                  record);
+  });
+}
+
+Outcome find_by_url(Session& session, const Target& target, const std::string& url,
+                    Object& record) {
+  Outcome outcome = session.call(Effect::reads, "Failed to get device with url: ", [&] {
+    const auto& [ssl, host, port] = target.endpoint;
+    return Pool_Metadata_Manager::get_device(host, port, ssl, target.access_key, url, record);
+  });
+  if (outcome.code != Exit_Code::not_found) return outcome;
+  // That is also what the library says of a URL that several pools share; the service knows better.
+  Object unused;
+  const Outcome asked = ask_about_url(session, target, nullptr, url, unused);
+  return asked.code == Exit_Code::conflict ? asked : outcome;
+}
+
+Exit_Code show(Session& session, const Show_Arguments& arguments) {
+  if (arguments.uuids.empty() && arguments.urls.empty()) {
+    throw Usage_Error("which device? Give --url or --uuid");
+  }
+  const bool by_uuid = !arguments.uuids.empty();
+  return session.show(by_uuid ? arguments.uuids : arguments.urls,
+                      [&session, find = by_uuid ? &find_by_uuid : &find_by_url](
+                          const Target& target, const std::string& name, Object& record) {
+                        return find(session, target, name, record);
+                      });
+}
+
+struct Located_Arguments {
+  std::string pool;
+  std::string path;
+  std::string grouping;
+};
+
+Exit_Code located(Session& session, const Located_Arguments& arguments, bool grouped) {
+  const auto& [endpoint, access_key, retry] = session.target();
+  std::string type;
+  Array devices;
+  // The library tells "nothing is known of this path" only by leaving both outputs as they were.
+  Outcome outcome = session.call(Effect::reads, nullptr, [&] {
+    return Pool_Metadata_Manager::get_located_devices(
+        endpoint.host, endpoint.port, endpoint.ssl, access_key, arguments.pool, arguments.path,
+        type, devices, grouped ? arguments.grouping.c_str() : nullptr);
+  });
+  if (outcome.code == Exit_Code::done && type.empty() && devices.empty()) {
+    outcome = {Exit_Code::not_found,
+               "not found: the catalog knows no device for " + arguments.path};
+  }
+  session.explain(outcome);
+  if (outcome.code == Exit_Code::done) {
+    session.print({{arguments.path, {{"type", type}, {"devices", std::move(devices)}}}});
+  }
+  return outcome.code;
+}
+
+struct Info_Arguments {
+  std::string url;
+  std::string pool;
+};
+
+Exit_Code info(Session& session, const Info_Arguments& arguments, bool with_pool) {
+  Object record;
+  const Outcome outcome = ask_about_url(
+      session, session.target(), with_pool ? &arguments.pool : nullptr, arguments.url, record);
+  session.explain(outcome);
+  if (outcome.code == Exit_Code::done) session.print({{arguments.url, std::move(record)}});
+  return outcome.code;
+}
+
+void add_show(Command_Line& commands, CLI::App& device) {
+  const auto arguments = std::make_shared<Show_Arguments>();
+  CLI::App& verb =
+      commands.verb(device, "show", "Shows the catalog's record of devices",
+                    {"zqpool device show --url file:///vault/d1",
+                     "zqpool device show --uuid UUID UUID --output tsv",
+                     "zqpool device show --url - --output json < urls.txt"},
+                    [arguments](Session& session) { return show(session, *arguments); });
+  CLI::Option* const url =
+      verb.add_option("--url", arguments->urls,
+                      "Devices by their URL; - reads them from standard input, one a line");
+  url->type_name("URL");
+  verb.add_option("--uuid", arguments->uuids, "Devices by their UUID; - as above")
+      ->type_name("UUID")
+      ->excludes(url);
+}
+
+void add_located(Command_Line& commands, CLI::App& device) {
+  const auto arguments = std::make_shared<Located_Arguments>();
+  const auto grouping = std::make_shared<CLI::Option*>(nullptr);
+  CLI::App& verb =
+      commands.verb(device, "located", "Shows on which devices a path of a pool lies",
+                    {"zqpool device located POOL_UUID /vault/2026/11/a.img",
+                     "zqpool device located POOL_UUID /vault/2026 --grouping host --output json"},
+                    [arguments, grouping](Session& session) {
+                      return located(session, *arguments, (*grouping)->count() > 0);
+                    });
+  verb.add_option("POOL_UUID", arguments->pool, "The pool")->type_name("")->required();
+  verb.add_option("PATH", arguments->path, "The path within the pool")->type_name("")->required();
+  *grouping =
+      verb.add_option("--grouping", arguments->grouping, "How the service is to group the devices")
+          ->type_name("G");
+}
+
+void add_info(Command_Line& commands, CLI::App& device) {
+  const auto arguments = std::make_shared<Info_Arguments>();
+  const auto pool = std::make_shared<CLI::Option*>(nullptr);
+  CLI::App& verb = commands.verb(
+      device, "info", "Asks the service about the device behind a URL, catalogued or not",
+      {"zqpool device info file:///vault/d1",
+       "zqpool device info file:///vault/d1 --pool POOL_UUID"},
+      [arguments, pool](Session& session) {
+        return info(session, *arguments, (*pool)->count() > 0);
+      });
+  verb.add_option("URL", arguments->url, "The device")->type_name("")->required();
+  *pool = verb.add_option("--pool", arguments->pool, "The pool that the device is meant for")
+              ->type_name("POOL_UUID");
+}
+
+}  // namespace
+
+void add_device(Command_Line& commands) {
+  CLI::App& device = commands.noun("device", "Devices that make up pools");
+  add_show(commands, device);
+  add_located(commands, device);
+  add_info(commands, device);
+}
+
+}  // namespace zqpool::cli

@@ -1,0 +1,61 @@
+#include "cli/library_log.h"
+
+#include <ace/Log_Msg.h>
+#include <ace/Log_Record.h>
+
+#include <string_view>
+#include <utility>
+
+#include "cli/messages.h"
+
+namespace zqpool::cli {
+
+namespace {
+
+std::string& last_error() {
+  thread_local std::string line;
+  return line;
+}
+
+}  // namespace
+
+Library_Log::Library_Log(bool show, std::function<void()> retrying)
+    : show_(show), retrying_(std::move(retrying)) {
+  ACE_Log_Msg::msg_backend(this);
+  ACE_Log_Msg* const log = ACE_LOG_MSG;
+  log->set_flags(ACE_Log_Msg::CUSTOM);
+  log->clr_flags(ACE_Log_Msg::STDERR);
+}
+
+Library_Log::~Library_Log() {
+  ACE_LOG_MSG->clr_flags(ACE_Log_Msg::CUSTOM);
+  ACE_Log_Msg::msg_backend(nullptr);
+}
+
+std::string Library_Log::take_error() {
+  return std::exchange(last_error(), std::string());
+}
+
+int Library_Log::open(const char*) {
+  return 0;
+}
+
+int Library_Log::reset() {
+  return 0;
+}
+
+int Library_Log::close() {
+  return 0;
+}
+
+ssize_t Library_Log::log(ACE_Log_Record& record) {
+  std::string_view line(record.msg_data());
+  while (!line.empty() && line.back() == '\n')
+    line.remove_suffix(1);
+  if (record.type() == LM_ERROR) last_error() = line;
+  if (show_) say_plain(line);
+  if (record.type() == LM_INFO && line.substr(0, 6) == "Retry(") retrying_();
+  return 0;
+}
+
+}  // namespace zqpool::cli

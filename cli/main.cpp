@@ -1,0 +1,13 @@
+#include "cli/command_line.h"
+#include "cli/signals.h"
+
+int main(int argc, char** argv) {
+  using namespace zqpool::cli;
+  prepare_process();
+  Command_Line commands;
+  add_pool(commands);
+  add_device(commands);
+  add_config(commands);
+  add_lab(commands);
+  return commands.run(argc, argv);
+}

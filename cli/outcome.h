@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "cli/exit_code.h"
+#include "platform/http/http_exchange_report.h"
+
+namespace zqpool::cli {
+
+/// Whether what was asked of the service may have changed something there.
+enum class Effect { reads, changes };
+
+/// What came of a call: its exit code, and on failure the phase and cause in words.
+struct Outcome {
+  Exit_Code code = Exit_Code::done;
+  std::string cause;
+};
+
+/// What a failed exchange means. The only place where exchanges become exit codes.
+Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect);
+
+/// What a refused answer means: the exchange was good, yet the operation returned false.
+/// `library_said` is its message, "" for none. `absent` is how the message begins that says that
+/// there is not exactly one such object: "" when that is said by silence, null when it never is.
+Outcome judge_answer(const std::string& library_said, const char* absent);
+
+/// One exchange as one line: "trace: method=GET url=... status=200 ...".
+std::string trace_line(const HTTP_Exchange_Report& report);
+
+}  // namespace zqpool::cli

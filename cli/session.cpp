@@ -1,0 +1,176 @@
+#include "cli/session.h"
+
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <exception>
+#include <utility>
+
+#include "cli/access_key.h"
+#include "cli/batch.h"
+#include "cli/duration.h"
+#include "cli/messages.h"
+#include "platform/http/http_options.h"
+
+namespace zqpool::cli {
+
+namespace {
+
+constexpr std::size_t most_jobs = 64;
+
+/// Reads a setting with `parse`; what that refuses is told with where the value came from.
+template <typename Parse>
+auto parsed(const Setting_Value& value, Parse parse) {
+  try {
+    return parse(value.text);
+  } catch (const Usage_Error& error) {
+    throw Usage_Error(value.source + ": " + error.what());
+  }
+}
+
+std::size_t parse_jobs(const std::string& text) {
+  std::size_t jobs = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, jobs);
+  if (error != std::errc() || stop != end || jobs == 0 || jobs > most_jobs) {
+    throw Usage_Error("'" + text + "' is no number from 1 to " + std::to_string(most_jobs));
+  }
+  return jobs;
+}
+
+std::chrono::milliseconds parse_timeout(const std::string& text) {
+  const std::chrono::milliseconds time = parse_duration(text);
+  if (time.count() == 0) throw Usage_Error("'" + text + "' leaves no time at all");
+  return time;
+}
+
+/// Whole seconds, as the library counts them; a part of one counts as one.
+int parse_retry(const std::string& text) {
+  return static_cast<int>((parse_duration(text).count() + 999) / 1000);
+}
+
+void set_trust(const Setting_Value& cacert, HTTP_Options& options) {
+  if (!cacert.given) return;
+  struct stat status = {};
+  if (stat(cacert.text.c_str(), &status) != 0) {
+    throw Usage_Error(cacert.source + ": " + cacert.text + ": " + std::strerror(errno));
+  }
+  (S_ISDIR(status.st_mode) ? options.ca_directory : options.ca_file) = cacert.text;
+}
+
+/// Columns of the terminal that standard output is, 0 when it is none.
+std::size_t output_width() {
+  winsize size = {};
+  if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return 0;
+  return size.ws_col;
+}
+
+}  // namespace
+
+Session::Session(std::string command, const Settings& settings, const Flags& flags)
+    : command_(std::move(command)),
+      settings_(settings),
+      flags_(flags),
+      format_(parsed(settings[Setting_Id::output], parse_output_format)),
+      log_(flags.verbose, [this] { asking_again(); }) {
+  be_quiet(flags.quiet);
+}
+
+const Target& Session::target() {
+  if (target_) return *target_;
+  const Setting_Value& endpoint = settings_[Setting_Id::endpoint];
+  if (!endpoint.given) {
+    throw Usage_Error(
+        "no endpoint: give --endpoint https://HOST:PORT, set ZQPOOL_ENDPOINT or write endpoint = "
+        "... into " +
+        (config_files().user.empty() ? config_files().system : config_files().user));
+  }
+  Target target;
+  target.endpoint = parsed(endpoint, parse_endpoint);
+  target.retry_seconds = parsed(settings_[Setting_Id::retry], parse_retry);
+
+  HTTP_Options options = HTTP_Options::get();
+  options.exchange_timeout = parsed(settings_[Setting_Id::timeout], parse_timeout);
+  options.user_agent = "zqpool/" ZQPOOL_VERSION;
+  set_trust(settings_[Setting_Id::cacert], options);
+  if (flags_.insecure) {
+    options.verify = false;
+    say("WARNING: --insecure: the certificate of " + target.endpoint.text() +
+        " is not checked, whoever answers there gets the access key");
+  }
+  HTTP_Options::set(options);
+
+  const Setting_Value& key_file = settings_[Setting_Id::access_key_file];
+  target.access_key = obtain_access_key(key_file.text, target.endpoint.text());
+  return target_.emplace(std::move(target));
+}
+
+Outcome Session::call(Effect effect, const char* absent, const std::function<bool()>& operation) {
+  Library_Log::take_error();
+  bool good = false;
+  std::string thrown;
+  try {
+    good = operation();
+  } catch (const std::exception& error) {
+    thrown = error.what();
+  }
+  const HTTP_Exchange_Report report = last_http_exchange();
+  if (flags_.trace) say(trace_line(report));
+  const std::string said = Library_Log::take_error();
+  if (good) return {};
+  if (!thrown.empty()) return {Exit_Code::failed, "the answer cannot be read: " + thrown};
+  return report.ok() ? judge_answer(said, absent) : judge_exchange(report, effect);
+}
+
+void Session::explain(const Outcome& outcome, const std::string& object) const {
+  if (outcome.code == Exit_Code::done) return;
+  say(command_ + ": " + (object.empty() ? "" : object + ": ") + target_->endpoint.text() + ": " +
+      outcome.cause);
+}
+
+Exit_Code Session::show(const std::vector<std::string>& arguments, const Fetch& fetch) {
+  const std::vector<std::string> objects = expand_objects(arguments);
+  const std::size_t jobs = parsed(settings_[Setting_Id::jobs], parse_jobs);
+  const Target& service = target();
+
+  std::vector<Outcome> outcomes(objects.size());
+  std::vector<Object> answers(objects.size());
+  std::vector<Record> records;
+  Exit_Code code = Exit_Code::done;
+  const bool many = objects.size() > 1;
+  run_batch(
+      objects.size(), jobs,
+      [&](std::size_t i) { outcomes[i] = fetch(service, objects[i], answers[i]); },
+      [&](std::size_t i) {
+        explain(outcomes[i], many ? objects[i] : "");
+        code = worse(code, outcomes[i].code);
+        if (outcomes[i].code == Exit_Code::done) {
+          records.push_back({objects[i], std::move(answers[i])});
+        }
+      },
+      [&](std::size_t done) {
+        if (many) show_progress(done, objects.size());
+      });
+  clear_progress();
+  print(records);
+  return code;
+}
+
+void Session::print(const std::vector<Record>& records) {
+  output_ += render(records, format_, output_width());
+}
+
+/// The library is about to pause after a failed attempt: a user who waits is told why.
+void Session::asking_again() const {
+  const HTTP_Exchange_Report report = last_http_exchange();
+  if (flags_.trace) say(trace_line(report));
+  const std::string cause = report.ok() ? "the answer is not what the operation needs"
+                                        : judge_exchange(report, Effect::reads).cause;
+  note(command_ + ": " + target_->endpoint.text() + ": " + cause + "; asking again");
+}
+
+}  // namespace zqpool::cli

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace zqpool::cli {
+
+/// Aligned columns. Cells must be printable text.
+class Table {
+ public:
+  explicit Table(std::vector<std::string> header) { rows_.push_back(std::move(header)); }
+  void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
+
+  /// `indent` blanks before each line. With `width` not 0 the widest columns are shortened until
+  /// lines fit.
+  std::string text(std::size_t indent, std::size_t width) const;
+
+ private:
+  std::vector<std::vector<std::string>> rows_;
+};
+
+}  // namespace zqpool::cli

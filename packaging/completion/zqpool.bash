@@ -1,0 +1,80 @@
+# Completion of zqpool for bash.
+
+_zqpool() {
+  local -A verbs=(
+    [pool]="show"
+    [device]="show located info"
+    [config]="show"
+    [lab]="scenario fault faults clear"
+  )
+  local -A options=(
+    [device show]="--url --uuid"
+    [device located]="--grouping"
+    [device info]="--pool"
+    [lab scenario]="--merge"
+    [lab fault]="--path --method --query --times --skip --every --probability --seed --status --body
+      --delay --delay-after-commit --bytes --interval --whole-answer --member --type"
+  )
+  # Options that take a value, so that the value is not mistaken for a noun or verb.
+  local common="--help --version --insecure --trace --verbose --quiet"
+  local flags="$common --merge --delay-after-commit --whole-answer"
+  local common_with_value="--endpoint --access-key-file --cacert --timeout --retry --jobs --output"
+
+  local word=${COMP_WORDS[COMP_CWORD]} before="" noun="" verb="" arguments=0 i
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    before=${COMP_WORDS[i]}
+    if [[ $before == -o || " $common_with_value " == *" $before "* ]]; then
+      ((i + 1 < COMP_CWORD)) && { ((i++)); before=""; }
+    elif [[ $before == -* ]]; then
+      :
+    elif [[ -z $noun ]]; then
+      noun=$before
+    elif [[ -z $verb ]]; then
+      verb=$before
+    else
+      ((++arguments))
+    fi
+  done
+
+  COMPREPLY=()
+  case $before in
+    -o | --output)
+      mapfile -t COMPREPLY < <(compgen -W "table json tsv" -- "$word")
+      return
+      ;;
+    --access-key-file | --cacert)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -f -- "$word")
+      return
+      ;;
+    --method)
+      mapfile -t COMPREPLY < <(compgen -W "GET POST PUT DELETE" -- "$word")
+      return
+      ;;
+    --type)
+      mapfile -t COMPREPLY < <(compgen -W "string number boolean null array object" -- "$word")
+      return
+      ;;
+    --*)
+      # A value that only the user knows.
+      [[ " $flags " == *" $before "* ]] || return 0
+      ;;
+  esac
+
+  if [[ $word == -* ]]; then
+    mapfile -t COMPREPLY < <(
+      compgen -W "$common $common_with_value ${options[$noun $verb]:-}" -- "$word")
+  elif [[ -z $noun ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "${!verbs[*]}" -- "$word")
+  elif [[ -z $verb ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "${verbs[$noun]:-}" -- "$word")
+  elif [[ "$noun $verb" == "lab scenario" ]]; then
+    compopt -o filenames 2>/dev/null
+    mapfile -t COMPREPLY < <(compgen -f -- "$word")
+  elif [[ "$noun $verb" == "lab fault" ]] && ((arguments == 0)); then
+    mapfile -t COMPREPLY < <(compgen -W "status delay reset_before_commit reset_after_commit cut drip
+      garbage huge wrong_type" -- "$word")
+  fi
+}
+
+complete -F _zqpool zqpool

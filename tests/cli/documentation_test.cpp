@@ -1,0 +1,140 @@
+#include <gmock/gmock.h>
+
+#include <fstream>
+#include <map>
+#include <regex>
+#include <set>
+#include <sstream>
+
+#include "tests/cli/program.h"
+
+namespace zqpool::test {
+namespace {
+
+using testing::HasSubstr;
+
+std::string file_text(const std::string& path) {
+  std::ifstream file(std::string(ZQPOOL_SOURCE_DIR) + "/" + path);
+  std::ostringstream text;
+  text << file.rdbuf();
+  EXPECT_FALSE(text.str().empty()) << path;
+  return text.str();
+}
+
+using Words = std::vector<std::string>;
+
+/// The words at the beginning of the lines below `title` in a help text.
+Words listed_under(const std::string& help, const std::string& title) {
+  std::istringstream lines(help.substr(std::min(help.find("\n" + title + ":\n"), help.size())));
+  Words words;
+  std::string line;
+  for (int i = 0; i < 2; ++i)
+    std::getline(lines, line);
+  while (std::getline(lines, line) && line.rfind("  ", 0) == 0) {
+    words.push_back(line.substr(2, line.find_first_of(" ,", 2) - 2));
+  }
+  return words;
+}
+
+struct Verb {
+  std::string noun;
+  std::string name;
+  std::string help;
+};
+
+const std::vector<Verb>& all_verbs() {
+  static const std::vector<Verb> verbs = [] {
+    std::vector<Verb> found;
+    for (const std::string& noun : listed_under(zqpool({"--help"}).out, "Nouns")) {
+      for (const std::string& verb : listed_under(zqpool({noun, "--help"}).out, "Verbs")) {
+        found.push_back({noun, verb, zqpool({noun, verb, "--help"}).out});
+      }
+    }
+    return found;
+  }();
+  return verbs;
+}
+
+/// The options that a help text lists.
+std::set<std::string> long_options(const std::string& help) {
+  static const std::regex option("\n  (-[a-z],)?(--[a-z-]+)");
+  std::set<std::string> options;
+  for (std::sregex_iterator it(help.begin(), help.end(), option), end; it != end; ++it) {
+    options.insert((*it)[2]);
+  }
+  return options;
+}
+
+TEST(Documentation, help_lists_what_there_is) {
+  EXPECT_GE(all_verbs().size(), 5U);
+  for (const Verb& verb : all_verbs()) {
+    EXPECT_THAT(verb.help, HasSubstr("\nExamples:\n  zqpool " + verb.noun + " " + verb.name));
+    EXPECT_THAT(verb.help, HasSubstr("--endpoint")) << "common options are in each help";
+  }
+}
+
+TEST(Documentation, the_manual_has_every_verb_and_option) {
+  std::string manual = file_text("docs/man/zqpool.1");
+  // As it reads, without roff's escapes of hyphens.
+  manual = std::regex_replace(manual, std::regex(R"(\\-)"), "-");
+  for (const Verb& verb : all_verbs()) {
+    EXPECT_THAT(manual, HasSubstr("zqpool " + verb.noun + " " + verb.name));
+    for (const std::string& option : long_options(verb.help))
+      EXPECT_THAT(manual, HasSubstr(option));
+  }
+}
+
+Words bash_completion(const std::string& line) {
+  const std::string script =
+      "source " ZQPOOL_SOURCE_DIR
+      "/packaging/completion/zqpool.bash\n"
+      "COMP_WORDS=(" +
+      line +
+      ")\n"
+      "[[ '" +
+      line +
+      "' == *' ' ]] && COMP_WORDS+=('')\n"
+      "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
+      "_zqpool && ((${#COMPREPLY[@]})) && printf '%s\\n' \"${COMPREPLY[@]}\"\n";
+  const Run_Result result = run_program({"/bin/bash", "-u", "-c", script});
+  EXPECT_EQ(result.err, "");
+  Words words;
+  std::istringstream lines(result.out);
+  for (std::string word; std::getline(lines, word);)
+    words.push_back(word.substr(0, word.find(' ')));
+  return words;
+}
+
+TEST(Documentation, bash_completes_every_noun_verb_and_option) {
+  EXPECT_THAT(bash_completion("zqpool "),
+              testing::UnorderedElementsAreArray(listed_under(zqpool({"--help"}).out, "Nouns")));
+  std::map<std::string, Words> verbs_of;
+  for (const Verb& verb : all_verbs())
+    verbs_of[verb.noun].push_back(verb.name);
+  for (const auto& [noun, verbs] : verbs_of) {
+    EXPECT_THAT(bash_completion("zqpool " + noun + " "), testing::UnorderedElementsAreArray(verbs));
+    EXPECT_THAT(bash_completion("zqpool --jobs 2 --trace " + noun + " "),
+                testing::UnorderedElementsAreArray(verbs));
+  }
+  for (const Verb& verb : all_verbs()) {
+    EXPECT_THAT(bash_completion("zqpool " + verb.noun + " " + verb.name + " --"),
+                testing::UnorderedElementsAreArray(long_options(verb.help)));
+  }
+  EXPECT_THAT(bash_completion("zqpool po"), testing::ElementsAre("pool"));
+  EXPECT_THAT(bash_completion("zqpool pool show --output j"), testing::ElementsAre("json"));
+  EXPECT_THAT(bash_completion("zqpool pool show --endpoint "), testing::IsEmpty());
+}
+
+TEST(Documentation, zsh_completes_every_noun_verb_and_option) {
+  const std::string script = file_text("packaging/completion/_zqpool");
+  EXPECT_EQ(script.rfind("#compdef zqpool\n", 0), 0U);
+  for (const Verb& verb : all_verbs()) {
+    EXPECT_THAT(script, HasSubstr("'" + verb.noun + ":"));
+    EXPECT_THAT(script, HasSubstr("'" + verb.name + ":"));
+    for (const std::string& option : long_options(verb.help))
+      EXPECT_THAT(script, HasSubstr(option));
+  }
+}
+
+}  // namespace
+}  // namespace zqpool::test
