@@ -65,6 +65,14 @@ void* operator new(std::size_t size) {
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return zqpool::test::allocate(size, static_cast<std::size_t>(alignment));
 }
+// It would, too, but AddressSanitizer's form does not.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  try {
+    return operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 void operator delete(void* block) noexcept {
   zqpool::test::release(block);
 }
