@@ -100,6 +100,12 @@ bool attach(SSL* ssl, int fd) {
   return true;
 }
 
+/// SSL_get_error() takes errors that somebody left in this thread's queue for the call's own.
+/// Looking first is a third of the work of clearing all sixteen places of an empty queue.
+void clear_old_errors() {
+  if (ERR_peek_error() != 0) ERR_clear_error();
+}
+
 // --- Connecting -------------------------------------------------------------------------------
 
 /// The state of a non-blocking connect: 0 connected, EINPROGRESS not yet, else the errno.
@@ -237,14 +243,14 @@ bool Stream::start_tls(std::shared_ptr<TLS_Trust> trust, const std::string& host
   }
   trust_ = std::move(trust);
   endpoint_ = std::move(endpoint);
-  ERR_clear_error();
+  clear_old_errors();
   ssl_ = trust_->make_client(host, is_address_literal(host), endpoint_);
   if (ssl_ == nullptr || !attach(ssl_.get(), socket_.fd())) {
     return failure.set(HTTP_Error::tls, "cannot set up TLS: " + openssl_error_text());
   }
   send_at_once(socket_.fd());
   for (;;) {
-    ERR_clear_error();
+    clear_old_errors();
     const int result = SSL_do_handshake(ssl_.get());
     if (result == 1) return true;
     const int wanted = tls_failure(result, "handshake", failure);
@@ -326,7 +332,7 @@ bool Stream::try_send(std::string_view data, std::size_t& n, short& wanted, bool
   }
   // A part of a record may leave whatever the result says.
   touched = true;
-  ERR_clear_error();
+  clear_old_errors();
   const int result = SSL_write_ex(ssl_.get(), data.data(), data.size(), &n);
   if (result == 1) return true;
   n = 0;
@@ -347,7 +353,7 @@ ssize_t Stream::try_receive(char* buffer, std::size_t size, short& wanted, Failu
     }
     return -1;
   }
-  ERR_clear_error();
+  clear_old_errors();
   std::size_t n = 0;
   const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
   if (result == 1) return static_cast<ssize_t>(n);
@@ -378,7 +384,7 @@ bool Stream::is_idle() noexcept {
   if (ssl_ == nullptr) {
     return ::recv(socket_.fd(), &byte, 1, MSG_PEEK) < 0 && (errno == EAGAIN || errno == EINTR);
   }
-  ERR_clear_error();
+  clear_old_errors();
   std::size_t n = 0;
   const int result = SSL_peek_ex(ssl_.get(), &byte, 1, &n);
   return result != 1 && SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;
