@@ -3,8 +3,8 @@
 #include <fstream>
 #include <utility>
 
+#include "platform/host/detail/host_root.h"
 #include "platform/host/detail/published.h"
-#include "platform/host/host_root.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 namespace {
 
-zqpool::detail::Published<WebSocket_Options>& options() noexcept {
+zqpool::detail::Published<WebSocket_Options>& options() {
   // Never destroyed: other threads may still hold an instance when the process ends.
   static auto& instance = *new zqpool::detail::Published<WebSocket_Options>;
   return instance;
@@ -14,7 +14,7 @@ zqpool::detail::Published<WebSocket_Options>& options() noexcept {
 
 }  // namespace
 
-const WebSocket_Options* WebSocket_Options::instance() noexcept {
+const WebSocket_Options* WebSocket_Options::instance() {
   return options().get();
 }
 

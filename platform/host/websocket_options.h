@@ -12,7 +12,7 @@
 class ZQ_EXPORT WebSocket_Options {
  public:
   /// Null until configure() is called and after clear().
-  static const WebSocket_Options* instance() noexcept;
+  static const WebSocket_Options* instance();
 
   /// `host` may be null: then host() of the instance is null.
   static void configure(const char* host, unsigned short port, bool ssl);

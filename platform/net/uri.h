@@ -80,7 +80,7 @@ class ZQ_EXPORT URI_Parser {
   ///
   /// @code
   ///   URI uri;
-  ///   if (!URI_Parser().parse("dedups://node1:9443/pool", uri)) return false;
+  ///   if (!URI_Parser::parse("dedups://node1:9443/pool", uri)) return false;
   ///   connect(uri.host(), uri.port(), uri.is_ssl());
   /// @endcode
   static bool parse(const char* text, URI& out);

@@ -24,7 +24,7 @@ constexpr const char* sealed_key =
 constexpr const char* sealed_empty_key = "AAECAwQFBgcICQoLZ0WKoEmB3XsC4VZE0CLg7w==";
 
 class S3_Key : public testing::Test {
- protected:
+ public:
   S3_Key() {
     ERR_clear_error();
     set_s3_key_secret(shared_secret);
@@ -34,6 +34,7 @@ class S3_Key : public testing::Test {
     EXPECT_EQ(ERR_peek_error(), 0U) << "an error left behind would fail the thread's next TLS call";
   }
 
+ protected:
   static void refuses(const char* of_url, const std::string& sealed) {
     std::string secret = sealed;
     EXPECT_FALSE(decrypt_s3_key(of_url, secret));
@@ -178,9 +179,9 @@ TEST_F(S3_Key, logs_nothing) {
 TEST_F(S3_Key, many_threads_while_the_secret_changes) {
   std::atomic<bool> stop{false};
   std::atomic<int> opened{0};
-  std::vector<std::thread> threads;
-  for (int t = 0; t < 3; ++t) {
-    threads.emplace_back([&] {
+  std::vector<std::thread> threads(3);
+  for (std::thread& thread : threads) {
+    thread = std::thread([&] {
       do {
         std::string secret = sealed_key;
         if (decrypt_s3_key(url, secret)) {

@@ -9,14 +9,14 @@
 #include <thread>
 #include <vector>
 
-#include "platform/host/host_root.h"
+#include "platform/host/initiators.h"
 #include "tests/support/temp_directory.h"
 
 namespace {
 
 /// A host whose "/etc" is a folder of its own, and whose identity nobody has set.
 class Host_ID_Test : public testing::Test {
- protected:
+ public:
   Host_ID_Test() {
     std::filesystem::create_directory(root_.path("etc"));
     set_host_root(root_.path());
@@ -27,6 +27,7 @@ class Host_ID_Test : public testing::Test {
     Host_ID::instance()->set("");
   }
 
+ protected:
   void machine_id(const std::string& content) { root_.write("etc/machine-id", content); }
 
   zqpool::test::Temp_Directory root_;
@@ -101,9 +102,9 @@ TEST_F(Host_ID_Test, setting_and_reading_on_many_threads) {
   machine_id("0123456789abcdef0123456789abcdef\n");
   const std::vector<std::string> identities = {"aaaaaaaa", "bbbbbbbb", ""};
   std::atomic<bool> stop{false};
-  std::vector<std::thread> readers;
-  for (int t = 0; t < 3; ++t) {
-    readers.emplace_back([&stop] {
+  std::vector<std::thread> readers(3);
+  for (std::thread& thread : readers) {
+    thread = std::thread([&stop] {
       do {
         EXPECT_THAT(std::string(Host_ID::instance()->c_str()),
                     testing::AnyOf("aaaaaaaa", "bbbbbbbb", "01234567-89ab-cdef-0123-456789abcdef"));

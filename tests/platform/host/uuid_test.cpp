@@ -53,6 +53,7 @@ TEST(uuid_string, distinct_over_threads) {
   constexpr std::size_t each = 5000;
   std::vector<std::vector<std::string>> made(4);
   std::vector<std::thread> threads;
+  threads.reserve(made.size());
   for (auto& list : made) {
     threads.emplace_back([&list] {
       for (std::size_t i = 0; i < each; ++i)

@@ -10,7 +10,7 @@
 namespace {
 
 class WebSocket_Options_Test : public testing::Test {
- protected:
+ public:
   WebSocket_Options_Test() { WebSocket_Options::clear(); }
   ~WebSocket_Options_Test() override { WebSocket_Options::clear(); }
 };
@@ -67,9 +67,9 @@ TEST_F(WebSocket_Options_Test, the_same_values_take_no_more_memory) {
 
 TEST_F(WebSocket_Options_Test, values_read_together_belong_together) {
   std::atomic<bool> stop{false};
-  std::vector<std::thread> readers;
-  for (int t = 0; t < 3; ++t) {
-    readers.emplace_back([&stop] {
+  std::vector<std::thread> readers(3);
+  for (std::thread& thread : readers) {
+    thread = std::thread([&stop] {
       do {
         const WebSocket_Options* const options = WebSocket_Options::instance();
         if (options == nullptr) continue;

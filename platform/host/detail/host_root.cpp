@@ -1,6 +1,7 @@
-#include "platform/host/host_root.h"
+#include "platform/host/detail/host_root.h"
 
 #include "platform/host/detail/published.h"
+#include "platform/host/initiators.h"
 
 namespace {
 

@@ -7,10 +7,3 @@
 /// Puts `prefix` before "/etc" and "/sys" wherever the identity of the host is read from there, so
 /// that a container or a test can point it at a folder; "" (the beginning) for none. Thread-safe.
 ZQ_EXPORT void set_host_root(const std::string& prefix);
-
-namespace zqpool::detail {
-
-/// `path`, which begins with "/", behind the prefix in force. Thread-safe.
-std::string host_path(const char* path);
-
-}  // namespace zqpool::detail
