@@ -177,7 +177,6 @@ class Answer_Reader {
   bool read(Failure& failure) {
     for (int interim = 0; interim <= most_interim_answers; ++interim) {
       parser_.emplace();
-      parser_->eager(true);
       parser_->header_limit(largest_head);
       parser_->body_limit(largest_);
       if (!read_one(failure)) return false;
@@ -199,9 +198,16 @@ class Answer_Reader {
     beast::error_code error;
     while (!parser_->is_done()) {
       if (buffer_.size() != 0) {
+        const bool in_head = !parser_->is_header_done();
         buffer_.consume(parser_->put(buffer_.data(), error));
         if (error && error != http::error::need_more) return parser_failure(error, failure);
         if (parser_->is_done()) break;
+        if (in_head && parser_->is_header_done()) {
+          // Not before: a parser that goes on to the body in the same call forgets that the length
+          // it found in the head is too large.
+          parser_->eager(true);
+          continue;
+        }
         if (buffer_.size() > largest_head) {
           return failure.set(HTTP_Error::too_large, "the answer is larger than allowed");
         }
