@@ -357,7 +357,8 @@ ssize_t Stream::try_receive(char* buffer, std::size_t size, short& wanted, Failu
   std::size_t n = 0;
   const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
   if (result == 1) return static_cast<ssize_t>(n);
-  if ((SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) != 0) return 0;
+  // The flag SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
+  if (SSL_get_error(ssl_.get(), result) == SSL_ERROR_ZERO_RETURN) return 0;
   wanted = static_cast<short>(tls_failure(result, "stream", failure));
   return -1;
 }
