@@ -36,30 +36,31 @@ std::minstd_rand& pause_generator() {
 /// Connections of a client that lives on, for its next calls.
 class Idle_Connections {
  public:
-  /// One that may carry a request now, or null.
-  std::unique_ptr<Stream> take() {
+  /// One that may carry a request now and was made under `settings`, or null.
+  std::unique_ptr<Stream> take(const std::shared_ptr<const Transport_Settings>& settings) {
     const std::lock_guard<std::mutex> lock(mutex_);
     while (!idle_.empty()) {
       Idle candidate = std::move(idle_.back());
       idle_.pop_back();
       // After a fork the connection is the parent's.
-      if (candidate.owner == getpid() && Clock::now() - candidate.since < longest_idle &&
-          candidate.stream->is_idle()) {
+      if (candidate.owner == getpid() && candidate.settings == settings &&
+          Clock::now() - candidate.since < longest_idle && candidate.stream->is_idle()) {
         return std::move(candidate.stream);
       }
     }
     return nullptr;
   }
 
-  void give(std::unique_ptr<Stream> stream) {
+  void give(std::unique_ptr<Stream> stream, std::shared_ptr<const Transport_Settings> settings) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (idle_.size() == most_idle) idle_.erase(idle_.begin());
-    idle_.push_back({std::move(stream), Clock::now(), getpid()});
+    idle_.push_back({std::move(stream), std::move(settings), Clock::now(), getpid()});
   }
 
  private:
   struct Idle {
     std::unique_ptr<Stream> stream;
+    std::shared_ptr<const Transport_Settings> settings;
     Clock::time_point since;
     pid_t owner;
   };
@@ -97,7 +98,13 @@ std::string error_message(const json_spirit::Value& body) {
   const Object* const error = json_spirit::object_get_object(body.get_obj(), "error");
   const std::string* const message =
       error != nullptr ? json_spirit::object_get_str(*error, "message") : nullptr;
-  return message != nullptr ? message->substr(0, most) : "";
+  if (message == nullptr) return "";
+  std::size_t end = std::min(message->size(), most);
+  // Never in the middle of a character.
+  while (end < message->size() && end > 0 &&
+         (static_cast<unsigned char>((*message)[end]) & 0xc0) == 0x80)
+    --end;
+  return message->substr(0, end);
 }
 
 /// One client call: its attempts, its deadline and its report.
@@ -149,9 +156,11 @@ class Call {
     failure_ = Failure();
     got_ = Wire_Answer();
     begin_attempt_report();
-    std::unique_ptr<Stream> stream = client_.idle.take();
+    std::unique_ptr<Stream> stream = client_.idle.take(settings_);
     report_.connection_reused = stream != nullptr;
-    if (stream == nullptr) {
+    if (stream != nullptr) {
+      report_.address = stream->peer().text();
+    } else {
       stream = std::make_unique<Stream>();
       const Deadline end = deadline_.or_sooner(Deadline::in(settings_->options.connect_timeout));
       if (!open_connection(*settings_, client_.endpoint, end, *stream, report_, failure_)) {
@@ -165,7 +174,7 @@ class Call {
     if (!got_.keep_connection) {
       stream->close_after_peer(deadline_.or_sooner(Deadline::in(end_of_file_wait)));
     } else if (wire_.keep_connection) {
-      client_.idle.give(std::move(stream));
+      client_.idle.give(std::move(stream), settings_);
     }
     if (got_.status / 100 == 2) return true;
     return failure_.set(HTTP_Error::status, "HTTP status " + std::to_string(got_.status));
@@ -233,15 +242,20 @@ class Call {
   Failure failure_;
 };
 
-void log_failure(const HTTP_Exchange_Report& report, const std::string& authority) {
+void log_failure(const HTTP_Exchange_Report& report, std::string authority) {
+  // A host that was refused for its control bytes must not write lines of its own.
+  std::replace_if(
+      authority.begin(), authority.end(),
+      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }, '?');
   // Bounded, because ACE cuts a long line together with its end.
+  constexpr int most_host = 300;
   constexpr int most_path = 1500;
   constexpr int most_text = 1000;
   const bool has_phase = report.error != HTTP_Error::status && report.error != HTTP_Error::bad_json;
-  ACE_ERROR((LM_ERROR, "%s %s://%s%.*s failed: %s%s%.*s.\n", http_method_name(report.method),
-             report.ssl ? "https" : "http", authority.c_str(), most_path, report.path.c_str(),
-             has_phase ? http_phase_name(report.phase) : "", has_phase ? ": " : "", most_text,
-             report.text.c_str()));
+  ACE_ERROR((LM_ERROR, "%s %s://%.*s%.*s failed: %s%s%.*s.\n", http_method_name(report.method),
+             report.ssl ? "https" : "http", most_host, authority.c_str(), most_path,
+             report.path.c_str(), has_phase ? http_phase_name(report.phase) : "",
+             has_phase ? ": " : "", most_text, report.text.c_str()));
 }
 
 }  // namespace
