@@ -1,5 +1,7 @@
 #include "tests/support/scripted_server.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <openssl/bio.h>
 #include <openssl/err.h>
 #include <openssl/pem.h>
@@ -63,6 +65,12 @@ std::shared_ptr<SSL_CTX> make_context(const Server_Options& options) {
   return context;
 }
 
+// What was sent must be on its way when the connection is reset right after.
+void send_at_once(int socket) {
+  const int on = 1;
+  setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
 void reset_on_close(int socket) {
   const linger now{1, 0};
   setsockopt(socket, SOL_SOCKET, SO_LINGER, &now, sizeof now);
@@ -118,7 +126,7 @@ std::size_t Recorded_Request::header_count(const std::string& name) const {
 // One connection, plain or TLS. Every wait ends when the server stops.
 class Scripted_Server::Stream {
  public:
-  Stream(int socket, int stop) : socket_(socket), stop_(stop) {}
+  Stream(int socket, int stop) : socket_(socket), stop_(stop) { send_at_once(socket); }
   ~Stream() { SSL_free(ssl_); }
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
@@ -433,8 +441,13 @@ void Scripted_Server::serve(Stream& stream, std::size_t number,
     return;
   }
   if (context_ != nullptr && !stream.handshake(context_.get())) {
-    const std::lock_guard lock(mutex_);
-    ++failed_handshakes_;
+    {
+      const std::lock_guard lock(mutex_);
+      ++failed_handshakes_;
+    }
+    // Closed in order, so that the client hears the alert before the end.
+    stream.close(false);
+    stream.hold();
     return;
   }
   if (special) {

@@ -1,0 +1,190 @@
+// Each call ends by its limit, whatever it waits for, and not before.
+
+#include <csignal>
+
+#include "tests/platform/http/http_test.h"
+#include "tests/support/signal_storm.h"
+
+namespace zqpool::test {
+namespace {
+
+constexpr auto limit = 300ms;
+constexpr auto grace = 100ms;
+
+struct Stalling {
+  std::string name;
+  Answer answer;
+  HTTP_Phase phase;
+  bool large_body = false;
+  bool ssl_only = false;
+};
+
+std::vector<Stalling> ways_to_stall() {
+  const std::string head = json_answer(200, "[1,2,3]").bytes(false);
+  const std::size_t body = head.find("\r\n\r\n") + 4;
+  std::string text = "[1";
+  for (int i = 0; i < 1000; ++i)
+    text += ",1";
+  return {
+      {"says_nothing", silent(), HTTP_Phase::wait},
+      {"drips_a_byte_a_second", json_answer(200, text).drip(1000ms), HTTP_Phase::wait},
+      {"drips_fast_but_without_end", json_answer(200, text).drip(2ms), HTTP_Phase::body},
+      {"drips_its_body", json_answer(200, text).drip(2ms, body), HTTP_Phase::body},
+      {"stops_within_the_status_line", raw_answer(head).cut_after(5).end(Answer::End::hold),
+       HTTP_Phase::body},
+      {"stops_within_a_header", raw_answer(head).cut_after(25).end(Answer::End::hold),
+       HTTP_Phase::body},
+      {"stops_before_the_body", raw_answer(head).cut_after(body).end(Answer::End::hold),
+       HTTP_Phase::body},
+      {"stops_within_the_body", raw_answer(head).cut_after(body + 3).end(Answer::End::hold),
+       HTTP_Phase::body},
+      {"stops_within_a_chunk",
+       json_answer(200, text).chunked(100).cut_after(150).end(Answer::End::hold), HTTP_Phase::body},
+      {"never_ends_an_answer_without_length",
+       raw_answer("HTTP/1.1 200 OK\r\n\r\n[1]").end(Answer::End::hold), HTTP_Phase::body},
+      {"stops_after_an_interim_answer",
+       raw_answer("HTTP/1.1 100 Continue\r\n\r\n").end(Answer::End::hold), HTTP_Phase::body},
+      {"never_reads_a_large_request", ignore_connection(), HTTP_Phase::send, true},
+      {"never_answers_the_tls_handshake", ignore_connection(), HTTP_Phase::tls, false, true},
+  };
+}
+
+void PrintTo(const Stalling& stalling, std::ostream* out) {
+  *out << stalling.name;
+}
+
+class HTTP_Deadline_Test : public HTTP_Test,
+                           public testing::WithParamInterface<std::tuple<Stalling, bool>> {
+ protected:
+  /// A call with the limit set; it timed out in the phase wanted, in time.
+  void expect_timely_end() {
+    const auto& [stalling, ssl] = GetParam();
+    // Warm up what is made once: trust, certificates.
+    Scripted_Server warm(ssl ? tls() : Server_Options());
+    warm.otherwise(json_answer(200, "{}"));
+    set_options([](HTTP_Options& options) { options.exchange_timeout = limit; });
+    ASSERT_TRUE(call(warm.endpoint()).ok);
+
+    Scripted_Server server(ssl ? tls() : Server_Options());
+    server.otherwise(stalling.answer);
+    const json_spirit::Value body(Object{{"a", std::string(16 << 20, 'x')}});
+    Call_Options options;
+    options.method = stalling.large_body ? HTTP_METHOD_POST : HTTP_METHOD_GET;
+    options.body = stalling.large_body ? &body : nullptr;
+    const Called called = call_within(limit + grace, [&] {
+      log_.take();
+      return call(server.endpoint(), options);
+    });
+    EXPECT_FALSE(called.ok);
+    EXPECT_STREQ(http_error_name(called.report.error), "timeout") << called.report.text;
+    const HTTP_Phase phase = ssl && stalling.answer.on_accept() == Answer::On_Accept::ignore
+                                 ? HTTP_Phase::tls
+                                 : stalling.phase;
+    EXPECT_STREQ(http_phase_name(called.report.phase), http_phase_name(phase));
+    EXPECT_EQ(called.status, 0U);
+    EXPECT_EQ(called.answer, json_spirit::Value("untouched"));
+    EXPECT_GE(called.took, limit - 5ms);
+    EXPECT_GE(called.report.total, limit - 5ms);
+    EXPECT_TRUE(sleeps_.pauses().empty());
+    EXPECT_EQ(log_.lines().size(), 1U);
+  }
+};
+
+std::vector<std::tuple<Stalling, bool>> rows() {
+  std::vector<std::tuple<Stalling, bool>> all;
+  for (const Stalling& stalling : ways_to_stall()) {
+    if (!stalling.ssl_only) all.emplace_back(stalling, false);
+    if (!stalling.large_body) all.emplace_back(stalling, true);
+  }
+  return all;
+}
+
+INSTANTIATE_TEST_SUITE_P(Service, HTTP_Deadline_Test, testing::ValuesIn(rows()),
+                         [](const auto& row) {
+                           return std::get<0>(row.param).name +
+                                  (std::get<1>(row.param) ? "_https" : "_http");
+                         });
+
+TEST_P(HTTP_Deadline_Test, holds) {
+  expect_timely_end();
+}
+
+TEST_P(HTTP_Deadline_Test, holds_under_a_storm_of_signals) {
+  const Signal_Storm storm;
+  expect_timely_end();
+  EXPECT_GT(storm.count(), 10);
+}
+
+class HTTP_Connect_Limit_Test : public HTTP_Test {};
+
+TEST_F(HTTP_Connect_Limit_Test, covers_the_tls_handshake) {
+  set_options([](HTTP_Options& options) { options.connect_timeout = limit; });
+  Scripted_Server server(tls());
+  server.otherwise(ignore_connection());
+  Call_Options options;
+  options.tune = [](JSON_RESTful_Client& client) { client.retries(0); };
+  const Called called =
+      call_within(limit + grace, [&] { return call(server.endpoint(), options); });
+  EXPECT_EQ(called.report.error, HTTP_Error::timeout);
+  EXPECT_EQ(called.report.phase, HTTP_Phase::tls);
+  EXPECT_GE(called.took, limit - 5ms);
+}
+
+TEST_F(HTTP_Connect_Limit_Test, covers_connecting) {
+  set_options([](HTTP_Options& options) { options.connect_timeout = limit; });
+  const Black_Hole hole;
+  Call_Options options;
+  options.tune = [](JSON_RESTful_Client& client) { client.retries(0); };
+  const Called called = call_within(limit + grace, [&] {
+    return call({"127.0.0.1", hole.port(), false}, options);
+  });
+  EXPECT_EQ(called.report.error, HTTP_Error::timeout);
+  EXPECT_EQ(called.report.phase, HTTP_Phase::connect);
+  EXPECT_GE(called.took, limit - 5ms);
+}
+
+TEST_F(HTTP_Connect_Limit_Test, ends_with_the_exchange_over_all_attempts) {
+  set_options([](HTTP_Options& options) {
+    options.connect_timeout = 200ms;
+    options.exchange_timeout = 500ms;
+  });
+  const Black_Hole hole;
+  Call_Options options;
+  options.tune = [](JSON_RESTful_Client& client) { client.retries(100); };
+  const Called called = call_within(500ms + grace, [&] {
+    return call({"127.0.0.1", hole.port(), false}, options);
+  });
+  EXPECT_EQ(called.report.error, HTTP_Error::timeout);
+  EXPECT_GT(called.report.attempts, 1);
+}
+
+TEST_F(HTTP_Connect_Limit_Test, does_not_cover_the_answer) {
+  set_options([](HTTP_Options& options) { options.connect_timeout = 100ms; });
+  Scripted_Server server;
+  server.queue(json_answer(200, "[1]").drip(3ms));
+  const Called called = call(server.endpoint());
+  EXPECT_TRUE(called.ok);
+  EXPECT_GT(called.took, 100ms);
+}
+
+TEST_F(HTTP_Connect_Limit_Test, no_time_at_all_ends_at_once) {
+  set_options([](HTTP_Options& options) { options.exchange_timeout = 0ms; });
+  Scripted_Server server(tls());
+  const Called called = call_within(grace, [&] { return call(server.endpoint()); });
+  EXPECT_EQ(called.report.error, HTTP_Error::timeout);
+}
+
+TEST_F(HTTP_Connect_Limit_Test, the_longest_times_do_not_overflow) {
+  set_options([](HTTP_Options& options) {
+    options.exchange_timeout = std::chrono::milliseconds::max();
+    options.connect_timeout = std::chrono::milliseconds::max();
+  });
+  Scripted_Server server;
+  server.otherwise(json_answer(200, "{}"));
+  Call_Options options;
+  options.tune = [](JSON_RESTful_Client& client) { client.retry_timeout(2147483647); };
+  EXPECT_TRUE(call(server.endpoint(), options).ok) << last_http_exchange().text;
+}
+
+}  // namespace
+}  // namespace zqpool::test

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "platform/http/http_exchange_report.h"
+#include "platform/http/http_options.h"
+#include "platform/http/rest_client.h"
+#include "tests/support/guards.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/scripted_server.h"
+#include "tests/support/sockets.h"
+#include "tests/support/test_certificates.h"
+
+namespace json_spirit {
+/// What a failed comparison of values prints.
+void PrintTo(const Value& value, std::ostream* out);
+}  // namespace json_spirit
+
+namespace zqpool::test {
+
+using namespace std::chrono_literals;
+
+/// What one client call brought.
+struct Called {
+  bool ok = false;
+  unsigned status = 0;  ///< of the response, where the method has one; else of the report
+  json_spirit::Value answer;
+  HTTP_Exchange_Report report;
+  std::chrono::milliseconds took{0};
+};
+
+/// One client call and all about it.
+struct Call_Options {
+  int method = HTTP_METHOD_GET;
+  std::string path = "/zq/x";
+  std::string query;
+  std::string access_key;
+  const json_spirit::Value* body = nullptr;
+  json_spirit::Value before = "untouched";  ///< the answer value before the call
+  bool want_answer = true;
+  bool keep_error_body = true;
+  std::function<void(JSON_RESTful_Client&)> tune = [](JSON_RESTful_Client&) {};
+  std::function<void(HTTP_Request&)> tune_request = [](HTTP_Request&) {};
+};
+
+/// Makes the call with a client of its own, or with `client`.
+Called call(const Endpoint& to, const Call_Options& options = {});
+Called call(JSON_RESTful_Client& client, const Call_Options& options = {});
+
+/// Makes a call that must end within `latest`. One that ends later is made again, up to five times:
+/// a busy machine wakes a thread up late now and then, but a call that overruns its limit does so
+/// every time.
+Called call_within(std::chrono::milliseconds latest, const std::function<Called()>& make);
+
+/// Text to value; a text that is no JSON fails the test.
+json_spirit::Value json(const std::string& text);
+
+/// The test CA is trusted, and a call that hangs ends before the test's patience does.
+HTTP_Options test_options();
+
+/// Nothing sleeps, the log is captured, test_options() hold, and the options are put back.
+class HTTP_Test : public testing::Test {
+ protected:
+  /// Sets options on top of what is in force.
+  static void set_options(const std::function<void(HTTP_Options&)>& change);
+  /// A server with this certificate.
+  static Server_Options tls(const Identity& identity = Test_Certificates::instance().server);
+
+  const Options_Guard guard_{test_options()};
+  const Sleep_Recorder sleeps_;
+  Log_Capture log_;
+};
+
+}  // namespace zqpool::test
