@@ -15,6 +15,8 @@ namespace zqpool::service {
 
 namespace {
 
+constexpr std::size_t longest_target = 4096;
+
 int open_log(const std::string& file) {
   if (file == "-") return ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
   return ::open(file.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
@@ -29,6 +31,13 @@ bool names_a_secret(std::string_view field_name) {
     if (name.find(word) != std::string::npos) return true;
   }
   return false;
+}
+
+std::string shortened(std::string text) {
+  if (text.size() <= longest_target) return text;
+  const std::size_t more = text.size() - longest_target;
+  text.resize(longest_target);
+  return text + "...(" + std::to_string(more) + " more)";
 }
 
 std::string or_dash(std::string text) {
@@ -75,9 +84,9 @@ std::string Access_Log::line(const Access_Record& record, const std::string& tim
                 static_cast<double>(record.duration.count()) / 1000.0);
   std::string out = time + " peer=" + or_dash(record.peer) +
                     " id=" + or_dash(printable(record.request_id)) + " \"" +
-                    or_dash(printable(record.method)) + ' ' +
-                    or_dash(printable(without_secrets(record.target))) + '"' + numbers.data() +
-                    " fault=" + or_dash(record.fault);
+                    or_dash(shortened(printable(record.method))) + ' ' +
+                    or_dash(shortened(printable(without_secrets(record.target)))) + '"' +
+                    numbers.data() + " fault=" + or_dash(record.fault);
   if (!record.note.empty()) out += " note=\"" + printable(record.note) + '"';
   return out;
 }

@@ -607,7 +607,7 @@ class Http_Connection final : public Connection,
   Stream stream_;
   net::steady_timer timer_;
   beast::flat_buffer buffer_;
-  Phase phase_ = Phase::busy;
+  Phase phase_ = Phase::idle;
 
   // Of the request at hand:
   std::optional<Parser> parser_;

@@ -14,6 +14,7 @@
 #include "service/access_key.h"
 #include "service/access_log.h"
 #include "service/certificate.h"
+#include "service/families.h"
 #include "service/options.h"
 #include "service/server.h"
 #include "service/service.h"
@@ -46,20 +47,27 @@ class Ready_File {
   std::string file_;
 };
 
-void load_scenario(Service& service, const Options& options) {
-  if (options.scenario_file.empty()) return;
-  if (!service.state().is_new() && !options.reload_scenario) {
+/// Writes the scenario file over what the store holds.
+void load_scenario(Store& store, const Scenario& scenario, const std::string& file) {
+  try {
+    scenario.load(store, read_scenario(file), true);
+  } catch (const Refusal& refusal) {
+    throw std::runtime_error("scenario '" + file + "': " + refusal.what());
+  }
+}
+
+void say_or_load_scenario(State& state, const Scenario& scenario, const Options& options) {
+  if (options.scenario_file.empty() || state.is_new()) return;
+  if (!options.reload_scenario) {
     std::fprintf(stderr,
                  "zqpoold: state '%s' exists and is kept; the scenario is not loaded "
                  "(--reload-scenario would)\n",
                  options.state_file.c_str());
     return;
   }
-  try {
-    service.load_scenario(read_scenario(options.scenario_file), true);
-  } catch (const Refusal& refusal) {
-    throw std::runtime_error("scenario '" + options.scenario_file + "': " + refusal.what());
-  }
+  Transaction transaction = state.begin(Access::change);
+  load_scenario(transaction.store(), scenario, options.scenario_file);
+  transaction.commit();
 }
 
 void serve(const Options& options) {
@@ -71,9 +79,13 @@ void serve(const Options& options) {
   } else {
     key = Access_Key::from_file(options.access_key_file);
   }
-  State state(options.state_file);
-  Service service(state, std::move(key), options.lab);
-  load_scenario(service, options);
+  Families families;
+  State state(options.state_file, [&](Store& store) {
+    if (options.scenario_file.empty()) return;
+    load_scenario(store, families.scenario, options.scenario_file);
+  });
+  say_or_load_scenario(state, families.scenario, options);
+  Service service(state, std::move(families), std::move(key), options.lab);
   Access_Log log(options.access_log);
   Server server(service, log, options.server);
 

@@ -3,11 +3,12 @@
 #include <SQLiteCpp/Exception.h>
 #include <sqlite3.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <memory>
 #include <set>
-#include <sstream>
 
 namespace zqpool::service {
 
@@ -62,14 +63,21 @@ Object Scenario::dump(Store& store) const {
 }
 
 Object read_scenario(const std::string& file) {
-  std::ifstream in(file, std::ios::binary);
-  std::ostringstream text;
-  if (!in || !(text << in.rdbuf())) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(std::fopen(file.c_str(), "rb"),
+                                                           std::fclose);
+  std::string text;
+  std::array<char, 65536> piece{};
+  while (in) {
+    const std::size_t count = std::fread(piece.data(), 1, piece.size(), in.get());
+    if (count == 0) break;
+    text.append(piece.data(), count);
+  }
+  if (!in || std::ferror(in.get()) != 0) {
     throw Refusal(400, "cannot read it: " + std::string(std::strerror(errno)));
   }
   Value value;
   std::string why;
-  if (!json_spirit::read(text.str(), value, why)) throw Refusal(400, "is not JSON: " + why);
+  if (!json_spirit::read(text, value, why)) throw Refusal(400, "is not JSON: " + why);
   if (value.type() != json_spirit::obj_type) throw Refusal(400, "must hold an object");
   return std::move(value.get_obj());
 }

@@ -5,7 +5,6 @@
 
 #include <cstdio>
 
-#include "service/catalog.h"
 #include "service/lab.h"
 
 namespace zqpool::service {
@@ -30,16 +29,9 @@ Answer state_failure(const SQLite::Exception& error) {
 
 }  // namespace
 
-Service::Service(State& state, std::optional<Access_Key> access_key, bool lab)
-    : state_(state), access_key_(std::move(access_key)), lab_(lab) {
-  add_catalog(router_, scenario_);
-  if (lab_) add_lab(router_, *this);
-}
-
-void Service::load_scenario(const Object& document, bool replace) {
-  Transaction transaction = state_.begin(Access::change);
-  scenario_.load(transaction.store(), document, replace);
-  transaction.commit();
+Service::Service(State& state, Families families, std::optional<Access_Key> access_key, bool lab)
+    : state_(state), access_key_(std::move(access_key)), families_(std::move(families)) {
+  if (lab) add_lab(families_.router, *this);
 }
 
 Service::Plan Service::plan(const Request& request) {
@@ -55,8 +47,8 @@ Service::Plan Service::plan(const Request& request) {
       return plan;
     }
   }
-  const std::string allowed =
-      request.path == "*" ? "GET, HEAD, POST, PUT, DELETE, OPTIONS" : router_.allowed(request.path);
+  const std::string allowed = request.path == "*" ? "GET, HEAD, POST, PUT, DELETE, OPTIONS"
+                                                  : families_.router.allowed(request.path);
   if (allowed.empty()) {
     plan.refusal = error_answer(404, "there is no '" + request.path.substr(0, 200) + "'");
     return plan;
@@ -65,7 +57,7 @@ Service::Plan Service::plan(const Request& request) {
     plan.refusal = Answer{204, "", {{"Allow", allowed}}};
     return plan;
   }
-  plan.route = router_.find(request.method, request.path);
+  plan.route = families_.router.find(request.method, request.path);
   if (!plan.route) {
     plan.refusal = error_answer(405, "the path takes " + allowed);
     plan.refusal->headers.emplace_back("Allow", allowed);

@@ -6,10 +6,10 @@
 #include <string>
 
 #include "service/access_key.h"
+#include "service/families.h"
 #include "service/faults.h"
 #include "service/message.h"
 #include "service/router.h"
-#include "service/scenario.h"
 #include "service/store.h"
 
 namespace zqpool::service {
@@ -25,11 +25,7 @@ struct Statistics {
 class Service {
  public:
   /// Without a key every request is let in. With `lab` the paths under /zq/lab/ exist.
-  Service(State& state, std::optional<Access_Key> access_key, bool lab);
-
-  /// Loads a scenario document into the state, in one transaction. Throws Refusal, or
-  /// SQLite::Exception.
-  void load_scenario(const Object& document, bool replace);
+  Service(State& state, Families families, std::optional<Access_Key> access_key, bool lab);
 
   /// What is to become of a request, decided without touching the state.
   struct Plan {
@@ -42,20 +38,16 @@ class Service {
   /// Carries out what was planned; blocks on the state. Never throws except std::bad_alloc.
   Answer run(const Plan& plan, const Request& request);
 
-  bool lab() const { return lab_; }
   Statistics& statistics() { return statistics_; }
   Fault_Script& faults() { return faults_; }
-  const Scenario& scenario() const { return scenario_; }
-  State& state() { return state_; }
+  const Scenario& scenario() const { return families_.scenario; }
 
  private:
   Answer run_operation(const Router::Route& route, const Request& request);
 
   State& state_;
   std::optional<Access_Key> access_key_;
-  bool lab_;
-  Router router_;
-  Scenario scenario_;
+  Families families_;
   Fault_Script faults_;
   Statistics statistics_;
 };

@@ -21,7 +21,10 @@ namespace {
 
 // Marks a file as this service's state: "zqpd".
 constexpr int application_id = 0x7a717064;
+// How long a transaction waits for another program that looks into the file; at the start somebody
+// waits for an answer.
 constexpr int busy_ms = 5000;
+constexpr int busy_at_start_ms = 1000;
 
 std::string system_error(int number) {
   return std::strerror(number);
@@ -77,13 +80,12 @@ Store::Query::~Query() {
   }
 }
 
-State::State(const std::string& file) : file_(file) {
+State::State(const std::string& file, const std::function<void(Store&)>& fill) : file_(file) {
   try {
     lock();
-    open();
+    open(fill);
   } catch (const SQLite::Exception& error) {
-    idle_.clear();
-    if (lock_ >= 0) ::close(lock_);
+    close();
     switch (error.getErrorCode()) {
       case SQLITE_NOTADB:
       case SQLITE_CORRUPT:
@@ -96,16 +98,19 @@ State::State(const std::string& file) : file_(file) {
       default:
         throw State_Error("cannot use state '" + file_ + "': " + error.what());
     }
-  } catch (const State_Error&) {
-    idle_.clear();
-    if (lock_ >= 0) ::close(lock_);
+  } catch (...) {
+    close();
     throw;
   }
 }
 
 State::~State() {
+  close();
+}
+
+void State::close() noexcept {
   idle_.clear();  // the last connection folds the journal into the file
-  ::close(lock_);
+  if (lock_ >= 0) ::close(lock_);
 }
 
 // SQLite's own locks come and go with transactions, and closing any descriptor of the database file
@@ -131,36 +136,36 @@ void State::lock() {
   }
 }
 
-void State::open() {
-  {
-    int file = ::open(file_.c_str(), O_RDWR | O_CLOEXEC);
-    if (file < 0 && errno == ENOENT) {
-      file = ::open(file_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-      is_new_ = file >= 0;
-    }
-    const int error = errno;
-    const Descriptor held(file);
-    if (file < 0) throw State_Error("cannot open state '" + file_ + "': " + system_error(error));
-    struct stat status {};
-    if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
-      throw State_Error("state '" + file_ + "' is not a regular file");
-    }
-    if ((status.st_mode & 077) != 0) {
-      std::fprintf(stderr, "zqpoold: warning: state '%s' can be read by others (mode %03o)\n",
-                   file_.c_str(), status.st_mode & 0777U);
-    }
-    is_new_ = is_new_ || status.st_size == 0;
+void State::make_file() {
+  int file = ::open(file_.c_str(), O_RDWR | O_CLOEXEC);
+  if (file < 0 && errno == ENOENT) {
+    file = ::open(file_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (file >= 0) sync_directory_of(file_);
   }
+  const int error = errno;
+  const Descriptor held(file);
+  if (file < 0) throw State_Error("cannot open state '" + file_ + "': " + system_error(error));
+  struct stat status {};
+  if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
+    throw State_Error("state '" + file_ + "' is not a regular file");
+  }
+  if ((status.st_mode & 077) != 0) {
+    std::fprintf(stderr, "zqpoold: warning: state '%s' can be read by others (mode %03o)\n",
+                 file_.c_str(), status.st_mode & 0777U);
+  }
+}
 
-  auto store = std::make_unique<Store>(file_, busy_ms);
+void State::open(const std::function<void(Store&)>& fill) {
+  make_file();
+  auto store = std::make_unique<Store>(file_, busy_at_start_ms);
   SQLite::Database& database = store->database();
 
   // Look before touching anything: a foreign or newer file stays as it is.
   const std::int64_t mark = number_of(database, "PRAGMA application_id");
   const std::int64_t version = number_of(database, "PRAGMA user_version");
   const std::int64_t objects = number_of(database, "SELECT count(*) FROM sqlite_master");
-  const bool empty = mark == 0 && version == 0 && objects == 0;
-  if (!empty && mark != application_id) {
+  is_new_ = mark == 0 && version == 0 && objects == 0;
+  if (!is_new_ && mark != application_id) {
     throw State_Error("'" + file_ + "' is a database of something else, not a state of zqpoold");
   }
   if (version > static_cast<std::int64_t>(schema_version)) {
@@ -168,7 +173,7 @@ void State::open() {
                       std::to_string(version) + ", this one knows " +
                       std::to_string(schema_version) + ")");
   }
-  if (!empty) {
+  if (!is_new_) {
     const std::string health = database.execAndGet("PRAGMA quick_check(1)").getString();
     if (health != "ok") throw State_Error("state '" + file_ + "' is damaged: " + health);
   }
@@ -183,9 +188,10 @@ void State::open() {
     }
     database.exec("PRAGMA application_id=" + std::to_string(application_id));
     database.exec("PRAGMA user_version=" + std::to_string(schema_version));
+    if (is_new_ && fill) fill(*store);
     database.exec("COMMIT");
   }
-  if (is_new_) sync_directory_of(file_);
+  database.setBusyTimeout(busy_ms);
   idle_.push_back(std::move(store));
 }
 

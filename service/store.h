@@ -5,6 +5,7 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -104,15 +105,16 @@ class Transaction;
 /// writer. Changes go one after another, each reads what the one before left. Thread-safe.
 class State {
  public:
-  /// Opens or creates the file (mode 0600) and brings its schema up to date, all in one
-  /// transaction. Throws State_Error; the file is then as it was.
-  explicit State(const std::string& file);
+  /// Opens or creates the file (mode 0600) and brings its schema up to date; `fill` writes what a
+  /// new state holds at first. All of this is one transaction: after a failure the next start finds
+  /// the state as this one did. Throws State_Error, or what `fill` throws.
+  explicit State(const std::string& file, const std::function<void(Store&)>& fill = {});
   /// Folds the journal into the file. No transaction may be open any more.
   ~State();
   State(const State&) = delete;
   State& operator=(const State&) = delete;
 
-  /// Whether the file was made by this object.
+  /// Whether there was no state in the file before.
   bool is_new() const { return is_new_; }
   const std::string& file() const { return file_; }
 
@@ -123,7 +125,9 @@ class State {
   friend class Transaction;
 
   void lock();
-  void open();
+  void open(const std::function<void(Store&)>& fill);
+  void make_file();
+  void close() noexcept;
   std::unique_ptr<Store> take();
   void give_back(std::unique_ptr<Store> store);
 

@@ -1,0 +1,298 @@
+#include "service/store.h"
+
+#include <SQLiteCpp/Exception.h>
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "service/schema.h"
+#include "tests/support/temp_directory.h"
+
+namespace zqpool::service {
+namespace {
+
+using testing::HasSubstr;
+
+std::string content_of(const std::string& file) {
+  std::ostringstream out;
+  out << std::ifstream(file, std::ios::binary).rdbuf();
+  return out.str();
+}
+
+unsigned mode_of(const std::string& file) {
+  struct stat status {};
+  EXPECT_EQ(stat(file.c_str(), &status), 0) << file;
+  return status.st_mode & 0777;
+}
+
+/// Why the state cannot be opened, "" when it can.
+std::string failure(const std::string& file) {
+  try {
+    const State state(file);
+  } catch (const State_Error& error) {
+    return error.what();
+  }
+  return "";
+}
+
+void add_pool(Store& store, const std::string& uuid) {
+  store.execute("INSERT INTO catalog_pool VALUES (?1, ?1, 'file', 'online', '', '')", uuid);
+}
+
+std::int64_t pools(State& state) {
+  Transaction transaction = state.begin(Access::read);
+  Store::Query query(transaction.store(), "SELECT count(*) FROM catalog_pool");
+  EXPECT_TRUE(query.next());
+  return query.integer(0);
+}
+
+void add_pool(State& state, const std::string& uuid) {
+  Transaction transaction = state.begin(Access::change);
+  add_pool(transaction.store(), uuid);
+  transaction.commit();
+}
+
+class State_Test : public testing::Test {
+ protected:
+  test::Temp_Directory directory_;
+  const std::string file_ = directory_.path("state");
+};
+
+TEST_F(State_Test, is_made_for_its_owner_alone) {
+  const mode_t before = umask(0);
+  {
+    State state(file_);
+    EXPECT_TRUE(state.is_new());
+    add_pool(state, "a");
+    EXPECT_EQ(mode_of(file_), 0600U);
+    EXPECT_EQ(mode_of(file_ + "-wal"), 0600U);
+    EXPECT_EQ(mode_of(file_ + "-shm"), 0600U);
+    EXPECT_EQ(mode_of(file_ + ".lock"), 0600U);
+  }
+  umask(before);
+  EXPECT_FALSE(std::filesystem::exists(file_ + "-wal")) << "the journal was not folded in";
+}
+
+TEST_F(State_Test, keeps_what_was_committed) {
+  {
+    State state(file_);
+    add_pool(state, "a");
+  }
+  State state(file_);
+  EXPECT_FALSE(state.is_new());
+  EXPECT_EQ(pools(state), 1);
+}
+
+TEST_F(State_Test, an_empty_file_is_a_new_state) {
+  directory_.write("state", "");
+  const State state(file_);
+  EXPECT_TRUE(state.is_new());
+}
+
+TEST_F(State_Test, a_new_state_is_filled_or_stays_new) {
+  EXPECT_THROW(State(file_,
+                     [](Store& store) {
+                       add_pool(store, "a");
+                       throw std::runtime_error("in the middle");
+                     }),
+               std::runtime_error);
+  {
+    State state(file_, [](Store& store) { add_pool(store, "b"); });
+    EXPECT_TRUE(state.is_new());
+    EXPECT_EQ(pools(state), 1);
+  }
+  State state(file_, [](Store& store) { add_pool(store, "c"); });
+  EXPECT_FALSE(state.is_new());
+  EXPECT_EQ(pools(state), 1);
+}
+
+TEST_F(State_Test, forgets_what_was_not_committed) {
+  State state(file_);
+  {
+    Transaction transaction = state.begin(Access::change);
+    add_pool(transaction.store(), "a");
+  }
+  EXPECT_EQ(pools(state), 0);
+  try {
+    Transaction transaction = state.begin(Access::change);
+    add_pool(transaction.store(), "a");
+    throw std::runtime_error("in the middle");
+  } catch (const std::runtime_error&) {
+  }
+  EXPECT_EQ(pools(state), 0);
+  add_pool(state, "a");
+  EXPECT_EQ(pools(state), 1);
+}
+
+TEST_F(State_Test, a_failed_statement_leaves_the_transaction_usable_or_rolled_back) {
+  State state(file_);
+  add_pool(state, "a");
+  Transaction transaction = state.begin(Access::change);
+  EXPECT_THROW(add_pool(transaction.store(), "A"), SQLite::Exception) << "same but for case";
+  EXPECT_THROW(transaction.store().execute("INSERT INTO catalog_metadata VALUES "
+                                           "('a', '/', '', 'no such device', 'dir', null)"),
+               SQLite::Exception);
+  add_pool(transaction.store(), "b");
+  transaction.commit();
+  EXPECT_THROW(transaction.commit(), SQLite::Exception);
+}
+
+TEST_F(State_Test, a_reader_sees_one_moment_and_waits_for_no_writer) {
+  State state(file_);
+  add_pool(state, "a");
+  Transaction reader = state.begin(Access::read);
+  Store::Query first(reader.store(), "SELECT count(*) FROM catalog_pool");
+  ASSERT_TRUE(first.next());
+  EXPECT_EQ(first.integer(0), 1);
+  Transaction writer = state.begin(Access::change);
+  add_pool(writer.store(), "b");
+  EXPECT_EQ(pools(state), 1) << "not committed yet";
+  writer.commit();
+  EXPECT_EQ(pools(state), 2);
+  Store::Query again(reader.store(), "SELECT count(*) FROM catalog_pool");
+  ASSERT_TRUE(again.next());
+  EXPECT_EQ(again.integer(0), 1);
+}
+
+TEST_F(State_Test, statements_may_be_nested_and_used_again) {
+  State state(file_);
+  Transaction transaction = state.begin(Access::change);
+  Store& store = transaction.store();
+  for (const char* uuid : {"a", "b", "c"})
+    add_pool(store, uuid);
+  const char* const sql = "SELECT uuid FROM catalog_pool WHERE uuid > ? ORDER BY uuid";
+  std::string seen;
+  for (Store::Query outer(store, sql, ""); outer.next();) {
+    seen += outer.text(0) + ':';
+    for (Store::Query inner(store, sql, outer.text(0)); inner.next();)
+      seen += inner.text(0);
+    seen += ' ';
+  }
+  EXPECT_EQ(seen, "a:bc b:c c: ");
+}
+
+TEST_F(State_Test, binds_absent_values_as_null) {
+  State state(file_);
+  Transaction transaction = state.begin(Access::read);
+  Store::Query query(transaction.store(), "SELECT ?, ?, ?, ?", std::optional<std::string>(),
+                     std::optional<std::int64_t>(), std::optional<std::int64_t>(7),
+                     std::string("a\0b", 3));
+  ASSERT_TRUE(query.next());
+  EXPECT_TRUE(query.is_null(0));
+  EXPECT_TRUE(query.is_null(1));
+  EXPECT_EQ(query.integer(2), 7);
+  EXPECT_EQ(query.text(3), std::string("a\0b", 3));
+}
+
+TEST_F(State_Test, takes_changes_of_many_threads_one_after_another) {
+  State state(file_);
+  constexpr int threads = 8;
+  constexpr int each = 25;
+  std::vector<std::thread> running;
+  std::atomic<int> seen_less{0};
+  for (int t = 0; t < threads; ++t) {
+    running.emplace_back([&, t] {
+      for (int i = 0; i < each; ++i) {
+        add_pool(state, std::to_string(t) + '-' + std::to_string(i));
+        if (pools(state) < i + 1) ++seen_less;
+      }
+    });
+  }
+  for (std::thread& thread : running)
+    thread.join();
+  EXPECT_EQ(pools(state), threads * each);
+  EXPECT_EQ(seen_less, 0);
+}
+
+TEST_F(State_Test, does_not_share_its_file_with_another_service) {
+  State state(file_);
+  EXPECT_THAT(failure(file_), HasSubstr("is in use by another zqpoold (process "));
+  add_pool(state, "a");
+}
+
+TEST_F(State_Test, says_that_another_program_holds_the_file) {
+  { const State made(file_); }
+  SQLite::Database other(file_, SQLite::OPEN_READWRITE);
+  other.exec("PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE");
+  EXPECT_THAT(failure(file_), HasSubstr("is locked by another process"));
+  other.exec("ROLLBACK");
+}
+
+TEST_F(State_Test, refuses_a_newer_schema_and_leaves_it_alone) {
+  { const State made(file_); }
+  {
+    SQLite::Database other(file_, SQLite::OPEN_READWRITE);
+    other.exec("PRAGMA user_version=" + std::to_string(schema_version + 1));
+  }
+  const std::string before = content_of(file_);
+  EXPECT_THAT(failure(file_), HasSubstr("was written by a newer zqpoold (schema " +
+                                        std::to_string(schema_version + 1)));
+  EXPECT_EQ(content_of(file_), before);
+}
+
+TEST_F(State_Test, refuses_a_data_base_of_something_else_and_leaves_it_alone) {
+  {
+    SQLite::Database other(file_, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+    other.exec("CREATE TABLE mine (a)");
+  }
+  const std::string before = content_of(file_);
+  EXPECT_THAT(failure(file_), HasSubstr("is a database of something else"));
+  EXPECT_EQ(content_of(file_), before);
+}
+
+TEST_F(State_Test, refuses_a_file_that_is_no_data_base_and_leaves_it_alone) {
+  directory_.write("state", std::string(5000, 'x'));
+  EXPECT_THAT(failure(file_), HasSubstr("is damaged or no state file"));
+  EXPECT_EQ(content_of(file_), std::string(5000, 'x'));
+}
+
+TEST_F(State_Test, refuses_a_damaged_file) {
+  {
+    State state(file_);
+    for (int i = 0; i < 300; ++i)
+      add_pool(state, "pool " + std::to_string(i));
+  }
+  std::string content = content_of(file_);
+  // A page in the middle, not the first one, which is read in any case.
+  for (std::size_t i = 4096 * 2; i < content.size(); ++i)
+    content[i] = static_cast<char>(i);
+  directory_.write("state", content);
+  EXPECT_THAT(failure(file_), HasSubstr("is damaged"));
+  EXPECT_EQ(content_of(file_), content);
+}
+
+TEST_F(State_Test, says_what_else_is_wrong_with_the_file) {
+  EXPECT_THAT(failure(directory_.path("none/state")), HasSubstr("No such file or directory"));
+  std::filesystem::create_directory(directory_.path("folder"));
+  EXPECT_THAT(failure(directory_.path("folder")), HasSubstr("Is a directory"));
+}
+
+TEST_F(State_Test, every_schema_step_leads_on_from_the_one_before) {
+  // A state of each earlier version, made by its steps alone, is brought up to date.
+  for (std::size_t version = 1; version <= schema_version; ++version) {
+    const std::string file = directory_.path("from" + std::to_string(version));
+    {
+      SQLite::Database old(file, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
+      for (std::size_t step = 0; step < version; ++step)
+        old.exec(schema_steps[step]);
+      old.exec("PRAGMA application_id=0x7a717064; PRAGMA user_version=" + std::to_string(version));
+    }
+    ASSERT_EQ(failure(file), "");
+    SQLite::Database now(file, SQLite::OPEN_READONLY);
+    EXPECT_EQ(now.execAndGet("PRAGMA user_version").getInt64(),
+              static_cast<std::int64_t>(schema_version));
+  }
+}
+
+}  // namespace
+}  // namespace zqpool::service

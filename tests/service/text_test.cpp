@@ -1,0 +1,165 @@
+#include "service/text.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "service/access_key.h"
+#include "service/access_log.h"
+#include "tests/support/temp_directory.h"
+
+namespace zqpool::service {
+namespace {
+
+TEST(Text, takes_well_formed_utf8_only) {
+  EXPECT_TRUE(is_utf8(""));
+  EXPECT_TRUE(is_utf8("plain"));
+  EXPECT_TRUE(is_utf8("\xc3\xa9 \xe2\x82\xac \xf0\x9f\x92\xbe \xf4\x8f\xbf\xbf \xed\x9f\xbf"));
+  EXPECT_TRUE(is_utf8(std::string("\0", 1)));
+  EXPECT_FALSE(is_utf8("\x80"));
+  EXPECT_FALSE(is_utf8("\xc0\xaf"));          // overlong
+  EXPECT_FALSE(is_utf8("\xe0\x9f\xbf"));      // overlong
+  EXPECT_FALSE(is_utf8("\xf0\x8f\xbf\xbf"));  // overlong
+  EXPECT_FALSE(is_utf8("\xed\xa0\x80"));      // surrogate
+  EXPECT_FALSE(is_utf8("\xf4\x90\x80\x80"));  // beyond U+10FFFF
+  EXPECT_FALSE(is_utf8("\xc3"));
+  EXPECT_FALSE(is_utf8("\xe2\x82"));
+  EXPECT_FALSE(is_utf8("\xe2\x28\xa1"));
+  EXPECT_FALSE(is_utf8("\xff"));
+}
+
+TEST(Text, printable_leaves_nothing_that_ends_a_line_or_a_field) {
+  EXPECT_EQ(printable("a b~"), "a b~");
+  EXPECT_EQ(printable("a\r\nb\t\x7f\x1b[0m"), "a\\x0D\\x0Ab\\x09\\x7F\\x1B[0m");
+  EXPECT_EQ(printable("\" \\"), "\\\" \\\\");
+  EXPECT_EQ(printable("\xc3\xa9"), "\\xC3\\xA9");
+  EXPECT_EQ(printable(std::string("\0", 1)), "\\x00");
+}
+
+TEST(Text, decodes_escapes_and_plus) {
+  std::string out;
+  EXPECT_TRUE(decode_query_text("a+b%20c%2F%c3%A9%00", out));
+  EXPECT_EQ(out, std::string("a b c/\xc3\xa9\0", 9));
+  EXPECT_TRUE(decode_query_text("", out));
+  EXPECT_EQ(out, "");
+  for (const char* bad : {"%", "%2", "a%2", "%zz", "%2g", "%g2", "%%20"}) {
+    EXPECT_FALSE(decode_query_text(bad, out)) << bad;
+  }
+}
+
+TEST(Text, knows_a_uuid) {
+  EXPECT_TRUE(is_uuid("6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a01"));
+  EXPECT_TRUE(is_uuid("6F1C2F0E-5D0B-4B6E-9A55-0D6A4F1F7A01"));
+  EXPECT_FALSE(is_uuid(""));
+  EXPECT_FALSE(is_uuid("6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a0"));
+  EXPECT_FALSE(is_uuid("6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a012"));
+  EXPECT_FALSE(is_uuid("6f1c2f0e-5d0b-4b6e-9a550-d6a4f1f7a01"));
+  EXPECT_FALSE(is_uuid("6f1c2f0g-5d0b-4b6e-9a55-0d6a4f1f7a01"));
+}
+
+TEST(Text, makes_random_uuids_of_version_4) {
+  std::set<std::string> made;
+  for (int i = 0; i < 1000; ++i) {
+    const std::string uuid = random_uuid();
+    EXPECT_TRUE(is_uuid(uuid));
+    EXPECT_EQ(uuid[14], '4');
+    EXPECT_NE(std::string("89ab").find(uuid[19]), std::string::npos);
+    EXPECT_EQ(uuid, lower_case(uuid));
+    made.insert(uuid);
+  }
+  EXPECT_EQ(made.size(), 1000U);
+}
+
+TEST(Text, tells_the_time_to_the_millisecond) {
+  const std::string now = utc_now();
+  ASSERT_EQ(now.size(), std::string("2026-11-21T09:30:00.123Z").size());
+  EXPECT_EQ(now[10], 'T');
+  EXPECT_EQ(now[19], '.');
+  EXPECT_EQ(now.back(), 'Z');
+}
+
+TEST(Access_Key, lets_in_the_key_and_nothing_else) {
+  const Access_Key key("0f3a9c57");
+  EXPECT_TRUE(key.matches("0f3a9c57"));
+  for (const char* wrong : {"", "0f3a9c5", "0f3a9c578", "0F3A9C57", "0f3a9c56", " 0f3a9c57"}) {
+    EXPECT_FALSE(key.matches(wrong)) << wrong;
+  }
+  EXPECT_FALSE(key.matches(std::string("0f3a9c57\0", 9)));
+}
+
+TEST(Access_Key, is_the_first_line_of_its_file) {
+  const test::Temp_Directory directory;
+  for (const char* content : {"k1", "k1\n", "k1\r\n", "k1\nsecond\n"}) {
+    EXPECT_TRUE(Access_Key::from_file(directory.write("key", content)).matches("k1")) << content;
+  }
+}
+
+TEST(Access_Key, refuses_a_file_without_a_usable_key) {
+  const test::Temp_Directory directory;
+  for (const std::string& content :
+       {std::string(), std::string("\n"), std::string("two words\n"), std::string("\xc3\xa9\n"),
+        std::string("a\tb\n"), std::string(1025, 'k')}) {
+    EXPECT_THROW(Access_Key::from_file(directory.write("key", content)), std::runtime_error)
+        << content;
+  }
+  EXPECT_THROW(Access_Key::from_file(directory.path("absent")), std::runtime_error);
+  EXPECT_NO_THROW(Access_Key::from_file(directory.write("key", std::string(1024, 'k'))));
+}
+
+TEST(Access_Log, hides_what_may_be_a_secret) {
+  EXPECT_EQ(without_secrets("/p"), "/p");
+  EXPECT_EQ(without_secrets("/p?"), "/p?");
+  EXPECT_EQ(without_secrets("/p?uuid=1&url=a%20b"), "/p?uuid=1&url=a%20b");
+  EXPECT_EQ(without_secrets("/p?access_key=abc&uuid=1"), "/p?access_key=***&uuid=1");
+  EXPECT_EQ(without_secrets("/p?uuid=1&SECRET_ID=abc&token=&x"),
+            "/p?uuid=1&SECRET_ID=***&token=***&x");
+  EXPECT_EQ(without_secrets("/p?acces%73_%6Bey=abc"), "/p?acces%73_%6Bey=***");
+  EXPECT_EQ(without_secrets("/p?broken%zz=abc"), "/p?broken%zz=***");
+  EXPECT_EQ(without_secrets("/p?my+password=abc=def&&b=1"), "/p?my+password=***&&b=1");
+}
+
+TEST(Access_Log, writes_one_line_of_fixed_form) {
+  Access_Record record;
+  record.peer = "127.0.0.1:5";
+  record.request_id = "id-1";
+  record.method = "GET";
+  record.target = "/p?q=1";
+  record.status = 200;
+  record.bytes = 17;
+  record.duration = std::chrono::microseconds(1234);
+  EXPECT_EQ(Access_Log::line(record, "NOW"),
+            "NOW peer=127.0.0.1:5 id=id-1 \"GET /p?q=1\" status=200 bytes=17 ms=1.234 fault=-");
+  record.fault = "cut";
+  record.note = "why";
+  EXPECT_EQ(Access_Log::line(record, "NOW"),
+            "NOW peer=127.0.0.1:5 id=id-1 \"GET /p?q=1\" status=200 bytes=17 ms=1.234 fault=cut "
+            "note=\"why\"");
+  EXPECT_EQ(Access_Log::line(Access_Record(), "NOW"),
+            "NOW peer=- id=- \"- -\" status=0 bytes=0 ms=0.000 fault=-");
+}
+
+TEST(Access_Log, cannot_be_made_to_hold_a_forged_line) {
+  Access_Record record;
+  record.method = "GET\" status=200\n2026 peer=x";
+  record.target = "/\r\n\"forged\" \x1b[31m";
+  record.request_id = "a\nb";
+  const std::string line = Access_Log::line(record, "NOW");
+  for (const char c : line) {
+    EXPECT_TRUE(c >= 0x20 && c < 0x7f);
+  }
+  EXPECT_NE(line.find("GET\\\" status=200\\x0A2026 peer=x /\\x0D\\x0A\\\"forged\\\""),
+            std::string::npos)
+      << line;
+}
+
+TEST(Access_Log, shortens_a_target_that_is_too_long) {
+  Access_Record record;
+  record.target = "/" + std::string(100000, 'x');
+  const std::string line = Access_Log::line(record, "NOW");
+  EXPECT_LT(line.size(), 4300U);
+  EXPECT_NE(line.find("x...(95905 more)\""), std::string::npos) << line.substr(4000);
+}
+
+}  // namespace
+}  // namespace zqpool::service
