@@ -4,6 +4,7 @@
 #include <array>
 #include <cctype>
 #include <map>
+#include <sstream>
 #include <string_view>
 #include <utility>
 
@@ -19,9 +20,10 @@ namespace {
 
 using json_spirit::Value;
 
-/// What identifies an object comes first, the rest by name.
+/// What an object is and how large comes first, the rest by name.
 bool comes_before(const std::string& a, const std::string& b) {
-  static constexpr std::array<std::string_view, 4> first = {"uuid", "name", "url", "type"};
+  static constexpr std::array<std::string_view, 8> first = {"uuid",  "name", "url",  "type",
+                                                            "state", "size", "used", "free"};
   const auto rank = [](const std::string& key) {
     return std::find(first.begin(), first.end(), std::string_view(key));
   };
@@ -103,9 +105,18 @@ std::string upper_case(std::string text) {
   return text;
 }
 
+bool fits(const std::string& lines, std::size_t width) {
+  std::istringstream stream(lines);
+  for (std::string line; std::getline(stream, line);) {
+    if (display_width(line) > width) return false;
+  }
+  return true;
+}
+
+std::string object_text(const Object& object, std::size_t indent, std::size_t width);
+
 /// One object a line, with a column for each member that one of them has.
-std::string rows_text(const std::vector<const Object*>& objects, std::size_t indent,
-                      std::size_t width) {
+std::string rows_text(const std::vector<const Object*>& objects, std::size_t indent) {
   std::vector<std::map<std::string, std::string>> rows;
   std::vector<std::string> columns;
   for (const Object* const object : objects) {
@@ -132,11 +143,24 @@ std::string rows_text(const std::vector<const Object*>& objects, std::size_t ind
     }
     table.add(std::move(cells));
   }
-  return table.text(indent, width);
+  return table.text(indent);
+}
+
+/// Several objects: a line each where lines are short enough, else one after the other.
+std::string objects_text(const std::vector<const Object*>& objects, std::size_t indent,
+                         std::size_t width) {
+  const std::string rows = rows_text(objects, indent);
+  if (width == 0 || fits(rows, width)) return rows;
+  std::string out;
+  for (const Object* const object : objects) {
+    if (!out.empty()) out += '\n';
+    out += object_text(*object, indent, width);
+  }
+  return out;
 }
 
 /// One object, a member a line.
-std::string object_text(const Object& object, std::size_t width) {
+std::string object_text(const Object& object, std::size_t indent, std::size_t width) {
   Shown shown;
   collect("", object, shown);
   std::size_t widest = 0;
@@ -144,24 +168,25 @@ std::string object_text(const Object& object, std::size_t width) {
     widest = std::max(widest, display_width(key));
   std::string out;
   for (const auto& [key, text] : shown.cells) {
-    out += key + std::string(widest - display_width(key) + 2, ' ') + text + '\n';
+    out += std::string(indent, ' ') + key;
+    out += std::string(widest - display_width(key) + 2, ' ') + text + '\n';
   }
   for (const auto& [key, array] : shown.lists) {
     std::vector<const Object*> objects;
     for (const Value& element : *array)
       objects.push_back(&element.get_obj());
-    out += key + '\n' + rows_text(objects, 2, width);
+    out += std::string(indent, ' ') + key + '\n' + objects_text(objects, indent + 2, width);
   }
   return out;
 }
 
 std::string table_text(const std::vector<Record>& records, std::size_t width) {
   if (records.empty()) return "";
-  if (records.size() == 1) return object_text(records[0].object, width);
+  if (records.size() == 1) return object_text(records[0].object, 0, width);
   std::vector<const Object*> objects;
   for (const Record& record : records)
     objects.push_back(&record.object);
-  return rows_text(objects, 0, width);
+  return objects_text(objects, 0, width);
 }
 
 std::string key_part(const std::string& key) {

@@ -24,8 +24,8 @@ struct Record {
 ///  - tsv: NAME, KEY and VALUE of one member a line, without a header. Members of objects and
 ///    elements of arrays get a key of their own ("devices.0.url"; a dot or backslash within a
 ///    member's name has a backslash before it), null is \N, escapes are those of tsv_field();
-///  - table: a single record one member a line, several one record a line. With `width` not 0,
-///    lines are cut to so many columns.
+///  - table: a single record one member a line, several one record a line; with `width` not 0,
+///    records whose lines would be wider than that are shown like single ones.
 std::string render(const std::vector<Record>& records, Output_Format format, std::size_t width);
 
 }  // namespace zqpool::cli

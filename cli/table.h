@@ -12,9 +12,8 @@ class Table {
   explicit Table(std::vector<std::string> header) { rows_.push_back(std::move(header)); }
   void add(std::vector<std::string> row) { rows_.push_back(std::move(row)); }
 
-  /// `indent` blanks before each line. With `width` not 0 the widest columns are shortened until
-  /// lines fit.
-  std::string text(std::size_t indent, std::size_t width) const;
+  /// With `indent` blanks before each line.
+  std::string text(std::size_t indent) const;
 
  private:
   std::vector<std::vector<std::string>> rows_;

@@ -3,7 +3,6 @@
 #include <locale.h>
 #include <wchar.h>
 
-#include <algorithm>
 #include <array>
 
 namespace zqpool::cli {
@@ -57,20 +56,6 @@ std::size_t display_width(std::string_view text) {
     text.remove_prefix(character.bytes);
   }
   return width;
-}
-
-std::string shorten(std::string_view text, std::size_t columns) {
-  if (display_width(text) <= columns) return std::string(text);
-  const Use_UTF8 utf8;
-  std::size_t width = 1;  // the ellipsis
-  std::size_t end = 0;
-  while (end < text.size()) {
-    const Character character = first_character(text.substr(end));
-    width += character.columns < 0 ? 1 : static_cast<std::size_t>(character.columns);
-    if (width > columns) break;
-    end += character.bytes;
-  }
-  return columns == 0 ? "" : std::string(text.substr(0, end)) + "…";
 }
 
 std::string printable(std::string_view text) {

@@ -9,9 +9,6 @@ namespace zqpool::cli {
 /// Columns that `text` takes on a terminal. Bytes that are no UTF-8 count one each.
 std::size_t display_width(std::string_view text);
 
-/// `text` cut to at most `columns` columns, with "…" at the end when something was cut.
-std::string shorten(std::string_view text, std::size_t columns);
-
 /// `text` fit to be shown: control characters and bytes that are no UTF-8 become "\x1b" and the
 /// like, so that nothing a service says moves the cursor or forges a line.
 std::string printable(std::string_view text);

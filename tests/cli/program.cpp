@@ -129,8 +129,16 @@ void Program::type(const std::string& text) {
 }
 
 bool Program::wait_for_terminal(const std::string& text) {
+  return wait_for(result_.terminal, text);
+}
+
+bool Program::wait_for_output(const std::string& text) {
+  return wait_for(result_.out, text);
+}
+
+bool Program::wait_for(const std::string& shown, const std::string& text) {
   const Clock::time_point end = Clock::now() + longest_run;
-  while (result_.terminal.find(text) == std::string::npos) {
+  while (shown.find(text) == std::string::npos) {
     if (Clock::now() > end || !read_some(1000)) return false;
   }
   return true;

@@ -45,6 +45,10 @@ class Program {
   /// Reads until the terminal has shown `text`; false after twenty seconds or when the program
   /// ended before.
   bool wait_for_terminal(const std::string& text);
+  /// The same for its standard output.
+  bool wait_for_output(const std::string& text);
+  /// What standard output showed so far.
+  const std::string& output() const { return result_.out; }
   void send(int signal_number);
   /// Takes no more of its standard output.
   void close_output();
@@ -53,6 +57,7 @@ class Program {
 
  private:
   bool read_some(int milliseconds);
+  bool wait_for(const std::string& shown, const std::string& text);
 
   pid_t pid_ = -1;
   File_Descriptor out_;

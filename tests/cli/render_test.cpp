@@ -25,6 +25,7 @@ TEST(Render, a_single_record_is_a_table_of_its_members) {
   EXPECT_EQ(render({{"d-1", object_of(device)}}, Output_Format::table, 0),
             "uuid        d-1\n"
             "url         file:///vault/d1\n"
+            "size        10737418240 (10 GiB)\n"
             "attr.a.b.c  1\n"
             "attr.none   -\n"
             "empty       -\n"
@@ -32,7 +33,6 @@ TEST(Render, a_single_record_is_a_table_of_its_members) {
             "load        0.5\n"
             "online      true\n"
             "owner       -\n"
-            "size        10737418240 (10 GiB)\n"
             "tags        x, y\n"
             "zone        b\n"
             "nodes\n"
@@ -54,10 +54,39 @@ TEST(Render, several_records_are_a_line_each) {
   EXPECT_EQ(render({}, Output_Format::table, 0), "");
 }
 
+TEST(Render, records_too_wide_for_the_terminal_are_shown_like_single_ones) {
+  const std::vector<Record> records = {
+      {"1", object_of(R"({"uuid":"u-1","at":[{"host":"n1","zone":"east"},{"host":"n2"}]})")},
+      {"2", object_of(R"({"uuid":"u-2"})")}};
+  const std::string rows =
+      "UUID  AT\n"
+      "u-1   {\"host\":\"n1\",\"zone\":\"east\"}, {\"host\":\"n2\"}\n"
+      "u-2   -\n";
+  EXPECT_EQ(render(records, Output_Format::table, 0), rows);
+  EXPECT_EQ(render(records, Output_Format::table, 48), rows);
+  EXPECT_EQ(render(records, Output_Format::table, 47),
+            "uuid  u-1\n"
+            "at\n"
+            "  HOST  ZONE\n"
+            "  n1    east\n"
+            "  n2    -\n"
+            "\n"
+            "uuid  u-2\n");
+  EXPECT_EQ(render(records, Output_Format::table, 8),
+            "uuid  u-1\n"
+            "at\n"
+            "  host  n1\n"
+            "  zone  east\n"
+            "\n"
+            "  host  n2\n"
+            "\n"
+            "uuid  u-2\n");
+}
+
 TEST(Render, sizes_up_to_64_bits_are_exact) {
   EXPECT_EQ(render({{"1", object_of(R"({"used":18446744073709551615,"free":-1,"size":"x"})")}},
                    Output_Format::table, 0),
-            "free  -1\nsize  x\nused  18446744073709551615 (15.99 EiB)\n");
+            "size  x\nused  18446744073709551615 (15.99 EiB)\nfree  -1\n");
 }
 
 TEST(Render, a_service_cannot_forge_lines_or_move_the_cursor) {

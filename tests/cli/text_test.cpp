@@ -16,15 +16,6 @@ TEST(Text, width_counts_columns_not_bytes) {
   EXPECT_EQ(display_width("\xff\xfe"), 2U);
 }
 
-TEST(Text, is_shortened_at_a_character) {
-  EXPECT_EQ(shorten("abcdef", 6), "abcdef");
-  EXPECT_EQ(shorten("abcdef", 5), "abcd…");
-  EXPECT_EQ(shorten("備份備份", 5), "備份…");
-  EXPECT_EQ(shorten("備份備份", 4), "備…");
-  EXPECT_EQ(shorten("ab", 1), "…");
-  EXPECT_EQ(shorten("ab", 0), "");
-}
-
 TEST(Text, controls_and_broken_bytes_are_shown_not_sent) {
   EXPECT_EQ(printable("Zürich 備份"), "Zürich 備份");
   EXPECT_EQ(printable("\x1b[31m\a\n\r\t\x7f"), "\\x1b[31m\\x07\\x0a\\x0d\\x09\\x7f");
@@ -43,20 +34,8 @@ TEST(Table_Text, columns_are_aligned_by_width_without_trailing_blanks) {
   Table table({"A", "B"});
   table.add({"備份", "1"});
   table.add({"x", "22"});
-  EXPECT_EQ(table.text(0, 0), "A     B\n備份  1\nx     22\n");
-  EXPECT_EQ(table.text(2, 0), "  A     B\n  備份  1\n  x     22\n");
-}
-
-TEST(Table_Text, the_widest_columns_give_way_to_the_terminal) {
-  Table table({"A", "B", "C"});
-  table.add({std::string(30, 'a'), std::string(12, 'b'), "c"});
-  EXPECT_EQ(table.text(0, 27), "A            B            C\n" + std::string(10, 'a') + "…  " +
-                                   std::string(10, 'b') + "…  c\n");
-  EXPECT_EQ(table.text(0, 30), "A              B             C\n" + std::string(12, 'a') + "…  " +
-                                   std::string(12, 'b') + "  c\n");
-  // Nothing is cut below a width at which it says nothing.
-  EXPECT_EQ(table.text(0, 5).find("aaaaaaa…  bbbbbbb…  c"),
-            std::string("A         B         C\n").size());
+  EXPECT_EQ(table.text(0), "A     B\n備份  1\nx     22\n");
+  EXPECT_EQ(table.text(2), "  A     B\n  備份  1\n  x     22\n");
 }
 
 }  // namespace
