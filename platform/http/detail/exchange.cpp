@@ -309,6 +309,9 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
   const std::string body_size = std::to_string(body != nullptr ? body->size() : 0);
   Header_Lines lines;
   lines.set(HTTP_HEAD_HOST, authority);
+  if (!is_sendable_header(user_agent)) {
+    return failure.set(HTTP_Error::refused_request, "the user agent holds control bytes");
+  }
   if (!user_agent.empty()) lines.set(HTTP_HEAD_USER_AGENT, user_agent);
   lines.set(HTTP_HEAD_ACCEPT, "application/json");
   for (const HTTP_Headers* headers : {&defaults, &request.headers()}) {
@@ -341,11 +344,9 @@ bool open_connection(const Transport_Settings& settings, const Endpoint& endpoin
                      Deadline deadline, Stream& stream, HTTP_Exchange_Report& report,
                      Failure& failure) {
   const Clock::time_point start = Clock::now();
-  const Deadline end = deadline.or_sooner(Deadline::after(start, settings.options.connect_timeout));
-
   report.phase = HTTP_Phase::name;
   Addresses addresses;
-  const bool resolved = resolve(endpoint.host, endpoint.port, end, addresses, failure);
+  const bool resolved = resolve(endpoint.host, endpoint.port, deadline, addresses, failure);
   const Clock::time_point named = Clock::now();
   report.name_time = micros(named - start);
   if (!resolved) return false;
