@@ -1,5 +1,6 @@
 #include "platform/json/json_spirit.h"
 
+#include <algorithm>
 #include <iterator>
 #include <limits>
 #include <stdexcept>
@@ -12,29 +13,16 @@ namespace json_spirit {
 namespace {
 
 // Levels that a destructor descends by recursion before it turns to the slower way that needs no
-// stack. Small enough for threads with the smallest stacks in use.
-constexpr int recursive_destruction = 100;
+// stack. More than documents have, little enough for the smallest stacks in use.
+constexpr int recursive_destruction = 50;
 
-// Containers being destroyed, copied or compared by this thread, one inside the other.
+// Containers being destroyed by this thread, one inside the other.
 thread_local int destruction_depth = 0;
-thread_local int copy_depth = 0;
-thread_local int comparison_depth = 0;
 
-class Level {
- public:
-  Level(int& depth, const char* what) : depth_(depth) {
-    if (depth_ >= max_depth) {
-      throw std::runtime_error(std::string("JSON value is nested too deep to be ") + what);
-    }
-    ++depth_;
-  }
-  ~Level() { --depth_; }
-  Level(const Level&) = delete;
-  Level& operator=(const Level&) = delete;
-
- private:
-  int& depth_;
-};
+void check_depth(int depth, const char* what) {
+  if (depth < max_depth) return;
+  throw std::runtime_error(std::string("JSON value is nested too deep to be ") + what);
+}
 
 // Where the alternatives of Value's variant stand.
 enum Index : std::size_t {
@@ -112,11 +100,26 @@ Value::Value(unsigned long long number) noexcept {
 Value::Value(double number) noexcept : data_(number) {}
 
 Value::Value(const Value& other) {
-  if (other.is_container()) {
-    const Level level(copy_depth, "copied");
+  copy_from(other, 0);
+}
+
+// The containers' own copying would do, but takes several times the stack.
+void Value::copy_from(const Value& other, int depth) {
+  if (!other.is_container()) {
     data_ = other.data_;
+    return;
+  }
+  check_depth(depth, "copied");
+  if (const auto* const object = std::get_if<Object>(&other.data_)) {
+    Object& copies = data_.emplace<Object>();
+    for (const auto& [key, value] : *object) {
+      copies.try_emplace(copies.end(), key)->second.copy_from(value, depth + 1);
+    }
   } else {
-    data_ = other.data_;
+    const Array& array = *std::get_if<Array>(&other.data_);
+    Array& copies = data_.emplace<Array>(array.size());
+    for (std::size_t i = 0; i < array.size(); ++i)
+      copies[i].copy_from(array[i], depth + 1);
   }
 }
 
@@ -283,11 +286,25 @@ double Value::get_real() const {
   return get_or_throw<double>(data_, "a real");
 }
 
-bool operator==(const Value& a, const Value& b) {
+bool Value::equal(const Value& a, const Value& b, int depth) {
   if (a.data_.index() != b.data_.index()) return false;
   if (!a.is_container()) return a.data_ == b.data_;
-  const Level level(comparison_depth, "compared");
-  return a.data_ == b.data_;
+  check_depth(depth, "compared");
+  if (const auto* const object = std::get_if<Object>(&a.data_)) {
+    const Object& other = *std::get_if<Object>(&b.data_);
+    return std::equal(object->begin(), object->end(), other.begin(), other.end(),
+                      [depth](const auto& x, const auto& y) {
+                        return x.first == y.first && equal(x.second, y.second, depth + 1);
+                      });
+  }
+  const Array& array = *std::get_if<Array>(&a.data_);
+  const Array& other = *std::get_if<Array>(&b.data_);
+  return std::equal(array.begin(), array.end(), other.begin(), other.end(),
+                    [depth](const Value& x, const Value& y) { return equal(x, y, depth + 1); });
+}
+
+bool operator==(const Value& a, const Value& b) {
+  return Value::equal(a, b, 0);
 }
 
 }  // namespace json_spirit

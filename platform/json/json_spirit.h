@@ -89,7 +89,10 @@ class ZQ_EXPORT Value {
   using Data = std::variant<std::monostate, std::string, Object, Array, bool, std::int64_t,
                             std::uint64_t, double>;
 
+  static bool equal(const Value& a, const Value& b, int depth);
+
   bool is_container() const noexcept;
+  void copy_from(const Value& other, int depth);
   void clear() noexcept;
   void take_apart() noexcept;
 

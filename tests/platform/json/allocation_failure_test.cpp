@@ -1,0 +1,256 @@
+// Every operation again with its first, second, third ... allocation failing: std::bad_alloc comes
+// out, the outputs are as they were, and nothing stays allocated.
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <string>
+#include <thread>
+
+#include "platform/json/json_dump.h"
+#include "platform/json/json_spirit.h"
+
+namespace {
+
+std::atomic<long> live{0};
+// Allocations of this thread that still succeed; negative: all do.
+thread_local long budget = -1;
+
+void* allocate_or_null(std::size_t size) noexcept {
+  if (budget == 0) return nullptr;
+  if (budget > 0) --budget;
+  void* const memory = std::malloc(size != 0 ? size : 1);
+  if (memory != nullptr) ++live;
+  return memory;
+}
+
+void* allocate(std::size_t size) {
+  void* const memory = allocate_or_null(size);
+  if (memory == nullptr) throw std::bad_alloc();
+  return memory;
+}
+
+void release(void* memory) noexcept {
+  if (memory != nullptr) --live;
+  std::free(memory);
+}
+
+}  // namespace
+
+// All forms: under a sanitizer the others do not come down to the first.
+void* operator new(std::size_t size) {
+  return allocate(size);
+}
+void* operator new[](std::size_t size) {
+  return allocate(size);
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  return allocate_or_null(size);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return allocate_or_null(size);
+}
+void operator delete(void* memory) noexcept {
+  release(memory);
+}
+void operator delete[](void* memory) noexcept {
+  release(memory);
+}
+void operator delete(void* memory, std::size_t) noexcept {
+  release(memory);
+}
+void operator delete[](void* memory, std::size_t) noexcept {
+  release(memory);
+}
+
+namespace {
+
+using json_spirit::Value;
+
+const Value& untouched() {
+  static const Value value = "as it was, in a text of some length";
+  return value;
+}
+
+// Runs `work` until it succeeds, with one more allocation each time; returns how many failed.
+long fail_at_each_allocation(const std::function<void()>& work,
+                             const std::function<void()>& check_untouched) {
+  for (long n = 0;; ++n) {
+    const long before = live;
+    bool failed = false;
+    budget = n;
+    try {
+      work();
+    } catch (const std::bad_alloc&) {
+      failed = true;
+    }
+    budget = -1;
+    if (!failed) return n;
+    EXPECT_EQ(live, before) << "left behind by a failure at allocation " << n;
+    check_untouched();
+  }
+}
+
+const std::string& document() {
+  static const std::string text = [] {
+    std::string made =
+        R"({"object":{"b":"a text too long for the small buffer","a":[1,2.5,null]},)"
+        R"("list":[{"k":"another text that needs memory"},[],[[true]],"x"],)"
+        R"("twice":"the first text, which is replaced","twice":["the second one!!"])";
+    for (int i = 0; i < 20; ++i)
+      made += ",\"a key that needs memory " + std::to_string(i) + "\":" + "[{}]";
+    return made + "}";
+  }();
+  return text;
+}
+
+Value tree() {
+  Value value;
+  EXPECT_TRUE(json_spirit::read(document(), value));
+  return value;
+}
+
+TEST(Json_Allocation_Failure, read_leaves_the_value_as_it_was) {
+  const Value expected = tree();
+  // On a thread of its own the reader's working memory is allocated too, and grows again after
+  // each failure; what the thread keeps is released when it ends.
+  std::thread([&expected] {
+    Value value = untouched();
+    const auto work = [&value] { ASSERT_TRUE(json_spirit::read(document(), value)); };
+    long failures = 0;
+    // The working memory stays from the attempt that got so far, so count only what read() owns.
+    for (;; ++failures) {
+      budget = failures;
+      bool failed = false;
+      try {
+        work();
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      budget = -1;
+      if (!failed) break;
+      ASSERT_EQ(value, untouched());
+    }
+    EXPECT_GT(failures, 50);
+    EXPECT_EQ(value, expected);
+    // With the working memory there, every failure must leave nothing.
+    value = untouched();
+    EXPECT_GT(fail_at_each_allocation(work, [&value] { EXPECT_EQ(value, untouched()); }), 50);
+    EXPECT_EQ(value, expected);
+  }).join();
+}
+
+TEST(Json_Allocation_Failure, read_on_a_fresh_thread_leaves_nothing_behind) {
+  for (long n = 0;; ++n) {
+    bool failed = false;
+    const long before = live;
+    std::thread([n, &failed] {
+      Value value = untouched();
+      budget = n;
+      try {
+        EXPECT_TRUE(json_spirit::read(document(), value));
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      budget = -1;
+      if (!failed) return;
+      EXPECT_EQ(value, untouched());
+      // The same thread goes on as if nothing had been.
+      EXPECT_TRUE(json_spirit::read(document(), value));
+      EXPECT_EQ(value, tree());
+    }).join();
+    EXPECT_EQ(live, before) << "left behind by a failure at allocation " << n;
+    if (!failed) break;
+  }
+}
+
+TEST(Json_Allocation_Failure, read_of_a_growing_document_leaves_nothing_behind) {
+  std::thread([] {
+    Value value;
+    ASSERT_TRUE(json_spirit::read("[]", value));
+    const std::string larger = "[\"" + std::string(100000, 'x') + "\"]";
+    for (long n = 0;; ++n) {
+      value = untouched();
+      budget = n;
+      bool failed = false;
+      try {
+        ASSERT_TRUE(json_spirit::read(larger, value));
+      } catch (const std::bad_alloc&) {
+        failed = true;
+      }
+      budget = -1;
+      if (!failed) {
+        EXPECT_GT(n, 2);
+        break;
+      }
+      ASSERT_EQ(value, untouched());
+      // Back to a small parser, so that the next attempt has to grow again.
+      ASSERT_TRUE(json_spirit::read("[1,{\"a\":2}]", value));
+      ASSERT_EQ(json_spirit::write(value), "[1,{\"a\":2}]");
+    }
+  }).join();
+}
+
+TEST(Json_Allocation_Failure, read_above_the_kept_size_leaves_nothing_behind) {
+  const std::string large =
+      "[\"" + std::string(std::size_t{1} << 20, 'x') + "\",[1,\"" + std::string(100, 'y') + "\"]]";
+  Value value = untouched();
+  const long failures =
+      fail_at_each_allocation([&] { ASSERT_TRUE(json_spirit::read(large, value)); },
+                              [&value] { EXPECT_EQ(value, untouched()); });
+  EXPECT_GT(failures, 5);
+  EXPECT_EQ(json_spirit::write(value), large);
+}
+
+TEST(Json_Allocation_Failure, write_leaves_the_text_as_it_was) {
+  const Value value = tree();
+  std::string out;
+  const std::string before = "a text that is there already and long";
+  out = before;
+  const long failures = fail_at_each_allocation([&] { json_spirit::write_to(value, out); },
+                                                [&] { EXPECT_EQ(out, before); });
+  EXPECT_GE(failures, 2);
+  EXPECT_EQ(out, before + json_spirit::write(value));
+  std::string text;
+  EXPECT_GE(fail_at_each_allocation([&] { text = json_spirit::write(value); },
+                                    [&] { EXPECT_TRUE(text.empty()); }),
+            2);
+}
+
+TEST(Json_Allocation_Failure, dump_leaves_nothing_behind) {
+  Value value = tree();
+  value.get_obj()["bad"] = std::string(500, '\xff');
+  std::string text;
+  const long failures = fail_at_each_allocation([&] { text = JSON_Dump(value, true).str(); },
+                                                [&] { EXPECT_TRUE(text.empty()); });
+  EXPECT_GE(failures, 3);
+}
+
+TEST(Json_Allocation_Failure, copy_leaves_nothing_behind_and_assignment_the_old_value) {
+  const Value value = tree();
+  EXPECT_GT(fail_at_each_allocation([&value] { const Value copy(value); }, [] {}), 50);
+  Value assigned = untouched();
+  EXPECT_GT(fail_at_each_allocation([&] { assigned = value; },
+                                    [&assigned] { EXPECT_EQ(assigned, untouched()); }),
+            50);
+  EXPECT_EQ(assigned, value);
+}
+
+TEST(Json_Allocation_Failure, destruction_of_a_deep_value_needs_no_memory) {
+  Value deep;
+  for (int i = 0; i < 100000; ++i) {
+    Array level;
+    level.push_back(Object{{"k", Array{i}}});
+    level.push_back(std::move(deep));
+    deep = Value(std::move(level));
+  }
+  budget = 0;
+  deep = Value();
+  budget = -1;
+  EXPECT_TRUE(deep.is_null());
+}
+
+}  // namespace

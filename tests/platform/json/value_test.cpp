@@ -1,0 +1,368 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <stdexcept>
+#include <string>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/json/json_spirit.h"
+#include "tests/platform/json/deep_value.h"
+#include "tests/platform/json/small_stack.h"
+
+using json_spirit::max_depth;
+using json_spirit::Value;
+
+namespace {
+
+constexpr std::int64_t int64_max = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t int64_min = std::numeric_limits<std::int64_t>::min();
+constexpr std::uint64_t uint64_max = std::numeric_limits<std::uint64_t>::max();
+constexpr std::uint64_t above_int64 = std::uint64_t{1} << 63;
+
+static_assert(std::is_nothrow_move_constructible_v<Value>);
+static_assert(std::is_nothrow_move_assignable_v<Value>);
+static_assert(std::is_nothrow_swappable_v<Value>);
+static_assert(!std::is_constructible_v<Value, void*>, "a pointer is not a bool");
+static_assert(!std::is_constructible_v<Value, const int*>);
+static_assert(!std::is_constructible_v<Value, const unsigned char*>);
+static_assert(std::is_constructible_v<Value, char*>);
+static_assert(json_spirit::obj_type == 0 && json_spirit::array_type == 1 &&
+              json_spirit::str_type == 2 && json_spirit::bool_type == 3 &&
+              json_spirit::int_type == 4 && json_spirit::real_type == 5 &&
+              json_spirit::null_type == 6);
+
+TEST(Json_Value, constructors_give_their_type) {
+  EXPECT_EQ(Value().type(), json_spirit::null_type);
+  EXPECT_TRUE(Value().is_null());
+  EXPECT_EQ(Value(Object()).type(), json_spirit::obj_type);
+  EXPECT_EQ(Value(Array()).type(), json_spirit::array_type);
+  EXPECT_EQ(Value("x").type(), json_spirit::str_type);
+  char buffer[] = "y";
+  EXPECT_EQ(Value(buffer).get_str(), "y");
+  EXPECT_EQ(Value(std::string("z")).get_str(), "z");
+  EXPECT_EQ(Value(std::string_view("a\0b", 3)).get_str(), std::string("a\0b", 3));
+  EXPECT_TRUE(Value(static_cast<const char*>(nullptr)).is_null());
+  EXPECT_TRUE(Value(nullptr).is_null());
+  EXPECT_EQ(Value(true).type(), json_spirit::bool_type);
+  EXPECT_EQ(Value(1.0).type(), json_spirit::real_type);
+  EXPECT_EQ(Value(1.0F).type(), json_spirit::real_type);
+  const Value integers[] = {1, 1L, 1LL, 1U, 1UL, 1ULL, short{1}, static_cast<unsigned char>(1)};
+  for (const Value& integer : integers) {
+    EXPECT_EQ(integer.type(), json_spirit::int_type);
+    EXPECT_FALSE(integer.is_uint64());
+    EXPECT_EQ(integer, Value(1));
+  }
+}
+
+TEST(Json_Value, unsigned_beyond_int64_is_the_only_uint64) {
+  EXPECT_FALSE(Value(std::uint64_t{0}).is_uint64());
+  EXPECT_FALSE(Value(above_int64 - 1).is_uint64());
+  EXPECT_EQ(Value(above_int64 - 1), Value(int64_max));
+  EXPECT_TRUE(Value(above_int64).is_uint64());
+  EXPECT_TRUE(Value(uint64_max).is_uint64());
+  EXPECT_FALSE(Value(-1).is_uint64());
+  EXPECT_FALSE(Value(1e19).is_uint64());
+  EXPECT_FALSE(Value().is_uint64());
+}
+
+struct Sample {
+  const char* found;  // what an accessor that does not take it says
+  Value value;
+};
+
+const std::vector<Sample>& samples() {
+  static const std::vector<Sample> all = {
+      {"an object", Object{{"a", 1}}},
+      {"an array", Array{1}},
+      {"a string", "text"},
+      {"a boolean", true},
+      {"null", Value()},
+      {"a real", 1.0},
+      {"the integer 0", 0},
+      {"the integer -1", -1},
+      {"the integer 2147483647", 2147483647},
+      {"the integer 2147483648", 2147483648},
+      {"the integer -2147483648", std::int64_t{-2147483647} - 1},
+      {"the integer -2147483649", std::int64_t{-2147483649}},
+      {"the integer 1099511627776", std::int64_t{1} << 40},
+      {"the integer 9223372036854775807", int64_max},
+      {"the integer -9223372036854775808", int64_min},
+      {"the integer 9223372036854775808", above_int64},
+      {"the integer 18446744073709551615", uint64_max},
+  };
+  return all;
+}
+
+// Every accessor on every sample: it takes exactly those whose `found` text is listed, and names
+// what it wanted and what it found otherwise.
+template <typename Get>
+void check_accessor(const std::string& wanted, bool numeric, const std::vector<std::string>& taken,
+                    Get get) {
+  for (const Sample& sample : samples()) {
+    const bool takes = std::find(taken.begin(), taken.end(), sample.found) != taken.end();
+    std::string found = sample.found;
+    if (!numeric && found.rfind("the integer ", 0) == 0) {
+      found = sample.value.is_uint64() ? "an unsigned 64-bit integer" : "an integer";
+    }
+    Value value = sample.value;
+    try {
+      get(value);
+      EXPECT_TRUE(takes) << wanted << " from " << sample.found;
+    } catch (const std::runtime_error& error) {
+      EXPECT_FALSE(takes) << wanted << " from " << sample.found;
+      EXPECT_EQ(error.what(), "JSON value type mismatch: wanted " + wanted + ", found " + found);
+    }
+    EXPECT_EQ(value, sample.value);
+  }
+}
+
+TEST(Json_Value, every_accessor_takes_its_type_alone_and_names_both_types_otherwise) {
+  const auto constant = [](Value& value) -> const Value& { return value; };
+  check_accessor("a string", false, {"a string"}, [&](Value& v) { constant(v).get_str(); });
+  check_accessor("a string", false, {"a string"}, [&](Value& v) { v.get_str(); });
+  check_accessor("an object", false, {"an object"}, [&](Value& v) { constant(v).get_obj(); });
+  check_accessor("an object", false, {"an object"}, [&](Value& v) { v.get_obj(); });
+  check_accessor("an array", false, {"an array"}, [&](Value& v) { constant(v).get_array(); });
+  check_accessor("an array", false, {"an array"}, [&](Value& v) { v.get_array(); });
+  check_accessor("a boolean", false, {"a boolean"}, [](Value& v) { v.get_bool(); });
+}
+
+TEST(Json_Value, every_number_accessor_refuses_what_does_not_fit) {
+  const std::vector<std::string> in_int = {"the integer 0", "the integer -1",
+                                           "the integer 2147483647", "the integer -2147483648"};
+  std::vector<std::string> in_int64 = in_int;
+  in_int64.insert(in_int64.end(),
+                  {"the integer 2147483648", "the integer -2147483649", "the integer 1099511627776",
+                   "the integer 9223372036854775807", "the integer -9223372036854775808"});
+  const std::vector<std::string> in_uint64 = {"the integer 0",
+                                              "the integer 2147483647",
+                                              "the integer 2147483648",
+                                              "the integer 1099511627776",
+                                              "the integer 9223372036854775807",
+                                              "the integer 9223372036854775808",
+                                              "the integer 18446744073709551615"};
+  std::vector<std::string> in_real = in_int64;
+  in_real.insert(in_real.end(),
+                 {"the integer 9223372036854775808", "the integer 18446744073709551615", "a real"});
+  check_accessor("a 32-bit integer", true, in_int, [](Value& v) { v.get_int(); });
+  check_accessor("a signed 64-bit integer", true, in_int64, [](Value& v) { v.get_int64(); });
+  check_accessor("an unsigned 64-bit integer", true, in_uint64, [](Value& v) { v.get_uint64(); });
+  check_accessor("a real", true, in_real, [](Value& v) { v.get_real(); });
+}
+
+TEST(Json_Value, numbers_come_back_exactly) {
+  EXPECT_EQ(Value(-2147483647 - 1).get_int(), std::numeric_limits<int>::min());
+  EXPECT_EQ(Value(2147483647).get_int(), std::numeric_limits<int>::max());
+  EXPECT_EQ(Value(int64_min).get_int64(), int64_min);
+  EXPECT_EQ(Value(int64_max).get_int64(), int64_max);
+  EXPECT_EQ(Value(int64_max).get_uint64(), above_int64 - 1);
+  EXPECT_EQ(Value(above_int64).get_uint64(), above_int64);
+  EXPECT_EQ(Value(uint64_max).get_uint64(), uint64_max);
+  EXPECT_EQ(Value(0.1).get_real(), 0.1);
+  EXPECT_EQ(Value(-3).get_real(), -3.0);
+  EXPECT_EQ(Value(above_int64).get_real(), 9223372036854775808.0);
+  EXPECT_TRUE(std::isnan(Value(std::nan("")).get_real()));
+}
+
+TEST(Json_Value, equality_needs_type_and_content) {
+  EXPECT_EQ(Value(), Value());
+  EXPECT_NE(Value(), Value(false));
+  EXPECT_NE(Value(1), Value(1.0));
+  EXPECT_NE(Value(0), Value(false));
+  EXPECT_NE(Value("1"), Value(1));
+  EXPECT_NE(Value(above_int64), Value(int64_min));
+  EXPECT_NE(Value(above_int64), Value(9223372036854775808.0));
+  EXPECT_EQ(Value(0.0), Value(-0.0));
+  EXPECT_NE(Value(std::nan("")), Value(std::nan("")));
+  EXPECT_EQ(Value(Object{{"a", Array{1, "x"}}}), Value(Object{{"a", Array{1, "x"}}}));
+  EXPECT_NE(Value(Object{{"a", Array{1, "x"}}}), Value(Object{{"a", Array{1, "y"}}}));
+  EXPECT_NE(Value(Object{{"a", 1}}), Value(Object{{"b", 1}}));
+  EXPECT_NE(Value(Array{1}), Value(Array{1, 1}));
+  EXPECT_NE(Value(Object()), Value(Array()));
+}
+
+TEST(Json_Value, moved_from_is_null) {
+  for (const Sample& sample : samples()) {
+    Value from = sample.value;
+    Value to(std::move(from));
+    EXPECT_TRUE(from.is_null()) << sample.found;  // NOLINT: that is what is tested
+    EXPECT_EQ(to, sample.value);
+    Value assigned = 7;
+    assigned = std::move(to);
+    EXPECT_TRUE(to.is_null()) << sample.found;  // NOLINT
+    EXPECT_EQ(assigned, sample.value);
+  }
+}
+
+TEST(Json_Value, copies_are_deep) {
+  const Value original = Object{{"list", Array{1, Object{{"k", "v"}}}}};
+  Value copy = original;
+  copy.get_obj()["list"].get_array()[1].get_obj()["k"] = "changed";
+  EXPECT_EQ(original.get_obj().at("list").get_array()[1].get_obj().at("k").get_str(), "v");
+}
+
+TEST(Json_Value, assignment_of_itself_and_of_its_own_parts) {
+  Value value = Array{Array{"inner"}, 2};
+  const Value& same = value;
+  value = same;
+  EXPECT_EQ(value, Value(Array{Array{"inner"}, 2}));
+  Value& alias = value;
+  value = std::move(alias);
+  EXPECT_EQ(value, Value(Array{Array{"inner"}, 2}));
+  value = value.get_array()[0];
+  EXPECT_EQ(value, Value(Array{"inner"}));
+  value = std::move(value.get_array()[0]);
+  EXPECT_EQ(value, Value("inner"));
+  value.swap(value);
+  EXPECT_EQ(value, Value("inner"));
+}
+
+TEST(Json_Value, swap_exchanges_any_two_types) {
+  for (const Sample& a : samples()) {
+    for (const Sample& b : samples()) {
+      Value x = a.value;
+      Value y = b.value;
+      swap(x, y);
+      EXPECT_EQ(x, b.value);
+      EXPECT_EQ(y, a.value);
+    }
+  }
+}
+
+TEST(Json_Value, copy_takes_the_greatest_depth_and_throws_beyond) {
+  for (const auto& nested : {nested_arrays, nested_objects}) {
+    const Value at_limit = nested(max_depth);
+    EXPECT_EQ(Value(at_limit), at_limit);
+    const Value beyond = nested(max_depth + 1);
+    EXPECT_THROW(Value copy(beyond), std::runtime_error);
+    Value target = "kept";
+    EXPECT_THROW(target = beyond, std::runtime_error);
+    EXPECT_EQ(target, Value("kept"));
+    // A failed copy leaves no trace in the next one.
+    EXPECT_EQ(Value(at_limit), at_limit);
+  }
+}
+
+TEST(Json_Value, comparison_takes_the_greatest_depth_and_throws_beyond) {
+  for (const auto& nested : {nested_arrays, nested_objects}) {
+    EXPECT_TRUE(nested(max_depth) == nested(max_depth));
+    EXPECT_FALSE(nested(max_depth) == nested(max_depth - 1));
+    EXPECT_THROW((void)(nested(max_depth + 1) == nested(max_depth + 1)), std::runtime_error);
+    EXPECT_TRUE(nested(max_depth) == nested(max_depth));
+    EXPECT_FALSE(nested(max_depth + 1) == Value());
+  }
+}
+
+TEST(Json_Value, the_greatest_depth_needs_little_stack) {
+  on_small_stack([] {
+    for (const auto& nested : {nested_arrays, nested_objects}) {
+      const Value value = nested(max_depth);
+      const Value copy = value;
+      EXPECT_TRUE(copy == value);
+      Value read;
+      EXPECT_TRUE(json_spirit::read(json_spirit::write(value), read));
+      EXPECT_TRUE(read == value);
+    }
+  });
+}
+
+constexpr int million = 1000000;
+
+// Each builds one more level around a value.
+struct Shape {
+  const char* name;
+  int levels;
+  Value (*wrap)(Value&& inner);
+};
+
+const Shape shapes[] = {
+    {"array", million,
+     [](Value&& inner) {
+       Array a;
+       a.push_back(std::move(inner));
+       return Value(std::move(a));
+     }},
+    {"object", million,
+     [](Value&& inner) {
+       Object o;
+       o["a"] = std::move(inner);
+       return Value(std::move(o));
+     }},
+    {"first_of_many", million / 10,
+     [](Value&& inner) {
+       Array a;
+       a.push_back(std::move(inner));
+       a.emplace_back("a text too long for the small string buffer");
+       a.emplace_back(Array());
+       return Value(std::move(a));
+     }},
+    {"last_of_many", million / 10,
+     [](Value&& inner) {
+       Array a{1, Object{{"x", Array{2}}}, Array{Array{3}, 4}};
+       a.push_back(std::move(inner));
+       return Value(std::move(a));
+     }},
+    {"amid_containers_in_an_object", million / 10,
+     [](Value&& inner) {
+       Object o{{"a", Array{1, 2}}, {"c", Object{{"d", "e"}}}};
+       o["b"] = std::move(inner);
+       return Value(std::move(o));
+     }},
+};
+
+class Json_Deep_Value : public testing::TestWithParam<Shape> {};
+
+TEST_P(Json_Deep_Value, is_destroyed_on_a_small_stack) {
+  Value value = "innermost";
+  for (int i = 0; i < GetParam().levels; ++i)
+    value = GetParam().wrap(std::move(value));
+  on_small_stack([&value] {
+    Value doomed(std::move(value));
+    EXPECT_FALSE(doomed.is_null());
+  });
+  EXPECT_TRUE(value.is_null());
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, Json_Deep_Value, testing::ValuesIn(shapes),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST(Json_Value, a_deep_tree_with_many_branches_is_destroyed_on_a_small_stack) {
+  // Branches as deep as the trunk at every tenth level: what is put aside must be found again.
+  Value trunk = Array();
+  for (int i = 0; i < 2000; ++i) {
+    Array level;
+    if (i % 10 == 0) level.push_back(nested_arrays(1000));
+    level.push_back(std::move(trunk));
+    if (i % 10 == 5) level.push_back(nested_objects(1000));
+    trunk = Value(std::move(level));
+  }
+  on_small_stack([&trunk] { trunk = Value(); });
+  EXPECT_TRUE(trunk.is_null());
+}
+
+TEST(Json_Value, bare_objects_and_arrays_of_a_million_levels_are_destroyed) {
+  Value deep = nested_objects(million);
+  on_small_stack([&deep] {
+    const Object object = std::move(deep.get_obj());
+    EXPECT_EQ(object.size(), 1U);
+  });
+  deep = nested_arrays(million);
+  on_small_stack([&deep] {
+    Array array = std::move(deep.get_array());
+    array.resize(100);
+    array.clear();
+  });
+}
+
+TEST(Json_Value, deep_values_move_and_swap_without_a_limit) {
+  Value a = nested_arrays(million);
+  Value b(std::move(a));
+  a.swap(b);
+  EXPECT_TRUE(b.is_null());
+  EXPECT_EQ(a.type(), json_spirit::array_type);
+}
+
+}  // namespace
