@@ -1,7 +1,5 @@
 // What reading and writing JSON costs, beside RapidJSON doing the same work to the same tree.
-//
-// All runs are interleaved in random order and the medians compared, so that a noisy machine is
-// equally unkind to everybody. Options are Google Benchmark's; the ratios follow its table.
+// Options are Google Benchmark's; the ratios follow its table.
 
 #include <benchmark/benchmark.h>
 #include <rapidjson/error/en.h>
@@ -18,6 +16,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/medians.h"
 #include "platform/json/json_spirit.h"
 
 namespace {
@@ -295,35 +294,10 @@ std::size_t allocations_of(bool (*read)(const std::string&, Value&), const std::
   return allocations - before;
 }
 
-// Keeps the medians while the console shows everything.
-class Median_Reporter : public benchmark::ConsoleReporter {
- public:
-  void ReportRuns(const std::vector<Run>& reports) override {
-    ConsoleReporter::ReportRuns(reports);
-    for (const Run& run : reports) {
-      if (run.aggregate_name == "median") {
-        nanoseconds[run.run_name.function_name] =
-            run.GetAdjustedCPUTime() * 1e9 / benchmark::GetTimeUnitMultiplier(run.time_unit);
-      }
-    }
-  }
-
-  std::map<std::string, double> nanoseconds;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::vector<char*> arguments(argv, argv + 1);
-  char repetitions[] = "--benchmark_repetitions=21";
-  char min_time[] = "--benchmark_min_time=0.05";
-  char interleaving[] = "--benchmark_enable_random_interleaving=true";
-  char aggregates[] = "--benchmark_report_aggregates_only=true";
-  for (char* preset : {repetitions, min_time, interleaving, aggregates})
-    arguments.push_back(preset);
-  arguments.insert(arguments.end(), argv + 1, argv + argc);
-  int count = static_cast<int>(arguments.size());
-  benchmark::Initialize(&count, arguments.data());
+  zqpool::bench::initialize_for_medians(argc, argv);
 
   for (const Document& document : documents()) {
     check(document);
@@ -333,7 +307,7 @@ int main(int argc, char** argv) {
           [&document, run = run](benchmark::State& state) { run(document, state); });
     }
   }
-  Median_Reporter reporter;
+  zqpool::bench::Median_Reporter reporter;
   benchmark::RunSpecifiedBenchmarks(&reporter);
 
   const auto time = [&reporter](const std::string& name) { return reporter.nanoseconds[name]; };

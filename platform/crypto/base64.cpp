@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <limits>
 #include <string_view>
 
@@ -30,16 +31,17 @@ bool Base64_Decoder::set(const char* text, std::size_t length) {
   const std::string_view encoded(text, length);
 
   bytes_.resize(length / 4 * 3);
-  const int decoded =
-      EVP_DecodeBlock(bytes_of(bytes_), bytes_of(encoded), static_cast<int>(length));
-  // Padding decodes to zero bytes.
-  const bool one = encoded[length - 1] == '=';
-  const bool two = one && encoded[length - 2] == '=';
-  bytes_.resize(bytes_.size() - (two ? 2 : one ? 1 : 0));
-  // OpenSSL forgives blanks at the ends, padding in the middle and unused bits; the way back shows.
-  std::string again = base64_encode(bytes_);
-  const bool good = decoded >= 0 && again == encoded;
-  wipe(again);
+  const bool whole = EVP_DecodeBlock(bytes_of(bytes_), bytes_of(encoded),
+                                     static_cast<int>(length)) == static_cast<int>(bytes_.size());
+  // What OpenSSL forgives: blanks at the ends make it decode less, padding counts as zero bits
+  // wherever it stands, and bits behind the last byte are dropped.
+  const std::string_view last = encoded.substr(length - 4);
+  const std::size_t padding = last[3] != '=' ? 0 : last[2] != '=' ? 1 : 2;
+  bytes_.resize(bytes_.size() - padding);
+  std::string last_again = base64_encode(std::string_view(bytes_).substr(length / 4 * 3 - 3));
+  const bool good =
+      whole && std::min(encoded.find('='), length) == length - padding && last_again == last;
+  wipe(last_again);
   if (!good) wipe(bytes_);
   return good;
 }
