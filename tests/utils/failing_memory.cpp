@@ -58,20 +58,29 @@ long blocks_held() noexcept {
 
 }  // namespace zqpool::test
 
-// The other forms of the standard library call these.
+// Every form is replaced: the standard library's others would call these, but those of the
+// sanitizers do not.
 void* operator new(std::size_t size) {
   return zqpool::test::allocate(size == 0 ? 1 : size, 0);
 }
 void* operator new(std::size_t size, std::align_val_t alignment) {
   return zqpool::test::allocate(size, static_cast<std::size_t>(alignment));
 }
-// It would, too, but AddressSanitizer's form does not.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   try {
     return operator new(size);
   } catch (const std::bad_alloc&) {
     return nullptr;
   }
+}
+void* operator new[](std::size_t size) {
+  return operator new(size);
+}
+void* operator new[](std::size_t size, std::align_val_t alignment) {
+  return operator new(size, alignment);
+}
+void* operator new[](std::size_t size, const std::nothrow_t&) noexcept {
+  return operator new(size, std::nothrow);
 }
 void operator delete(void* block) noexcept {
   zqpool::test::release(block);
@@ -83,5 +92,23 @@ void operator delete(void* block, std::align_val_t) noexcept {
   zqpool::test::release(block);
 }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+  zqpool::test::release(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+  zqpool::test::release(block);
+}
+void operator delete[](void* block) noexcept {
+  zqpool::test::release(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+  zqpool::test::release(block);
+}
+void operator delete[](void* block, std::align_val_t) noexcept {
+  zqpool::test::release(block);
+}
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
+  zqpool::test::release(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
   zqpool::test::release(block);
 }
