@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/err.h>
+#include <openssl/evp.h>
 
 #include <atomic>
 #include <set>
@@ -166,6 +167,17 @@ TEST_F(S3_Key, the_secret_may_hold_any_byte) {
   refuses(url, secret);
   set_s3_key_secret(std::string("\0a", 2));
   EXPECT_TRUE(decrypt_s3_key(url, secret));
+}
+
+TEST_F(S3_Key, without_hkdf_in_openssl_there_is_no_secret) {
+  // No provider of the test's process claims this property.
+  ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
+  set_s3_key_secret("another");
+  ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);
+  refuses(url, sealed_key);
+  std::string secret = clear_key;
+  EXPECT_FALSE(encrypt_s3_key(url, secret));
+  EXPECT_EQ(secret, clear_key);
 }
 
 TEST_F(S3_Key, logs_nothing) {
