@@ -40,7 +40,8 @@ constexpr std::size_t read_piece = 8192;
 constexpr std::size_t huge_piece = 65536;
 // After the last answer the client may still be sending; closing on unread bytes would tear the
 // answer out of its hands.
-constexpr std::chrono::seconds linger_time{2};
+constexpr std::chrono::milliseconds linger_time{2000};
+constexpr std::chrono::milliseconds linger_time_when_stopping{200};
 constexpr std::size_t linger_bytes = 4 << 20;
 constexpr std::size_t longest_request_id = 128;
 
@@ -69,6 +70,7 @@ class Transport {
   }
 
   void expires_after(Clock::duration time) { stream_.expires_after(time); }
+  void expires_never() { stream_.expires_never(); }
   void end_before_next_read() { ending_ = true; }
   void send_end() {
     error_code ignored;
@@ -125,7 +127,6 @@ bool good_request_id(const std::string& id) {
 unsigned status_of(const error_code& error) {
   if (error == http::error::header_limit || error == http::error::buffer_overflow) return 431;
   if (error == http::error::body_limit) return 413;
-  if (error == http::error::bad_version) return 505;
   const bool broke = error == http::error::end_of_stream || error == http::error::partial_message;
   return !broke && error.category() == make_error_code(http::error::bad_line_ending).category()
              ? 400
@@ -219,7 +220,13 @@ class Http_Connection final : public Connection,
       close();
       return;
     }
-    transport().expires_after(limits().idle);
+    // Not the stream's own deadline, which would end the connection without a word.
+    transport().expires_never();
+    timer_.expires_after(limits().idle);
+    timer_.async_wait([self = this->shared_from_this()](const error_code& error) {
+      const bool over = !error && self->timer_.expiry() <= Clock::now();
+      if (over && self->phase_ == Phase::idle) self->transport().cancel();
+    });
     stream_.async_read_some(buffer_.prepare(read_piece), then(&Http_Connection::on_first_bytes));
   }
 
@@ -234,6 +241,7 @@ class Http_Connection final : public Connection,
 
   void read_header() {
     phase_ = Phase::busy;
+    timer_.cancel();
     started_ = Clock::now();
     transport().expires_after(limits().request);
     http::async_read_header(stream_, buffer_, *parser_, then(&Http_Connection::on_header));
@@ -247,9 +255,7 @@ class Http_Connection final : public Connection,
     }
     const auto& header = parser_->get();
     keep_alive_ = parser_->keep_alive();
-    if (header.version() >= 20 || header.version() < 10) {
-      answer_and_close(error_answer(505, "the service speaks HTTP/1.1"));
-    } else if (header.version() >= 11 && header.count(http::field::host) != 1) {
+    if (header.version() >= 11 && header.count(http::field::host) != 1) {
       answer_and_close(error_answer(400, "one Host header is needed"));
     } else {
       plan_ = context_.service.plan(request_);
@@ -572,7 +578,8 @@ class Http_Connection final : public Connection,
   /// Says that nothing more comes, at once, and then waits shortly for the client to do the same.
   void close() {
     phase_ = Phase::ending;
-    transport().expires_after(linger_time);
+    timer_.cancel();
+    transport().expires_after(context_.stopping ? linger_time_when_stopping : linger_time);
     if constexpr (std::is_same_v<Stream, Tls_Stream>) {
       transport().end_before_next_read();
       stream_.async_shutdown(then(&Http_Connection::on_shutdown));

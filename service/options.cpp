@@ -48,10 +48,14 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
   options.server.threads = std::max(4U, std::thread::hardware_concurrency());
 
   CLI::App app("The reference storage and management service of zqpool.", "zqpoold");
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", "zqpoold " ZQPOOL_VERSION);
   app.add_option("--listen", plain, "Serve HTTP here (default 127.0.0.1:8480 if nothing is given)")
-      ->type_name("ADDRESS:PORT");
-  app.add_option("--tls-listen", tls, "Serve HTTPS here")->type_name("ADDRESS:PORT");
+      ->type_name("ADDRESS:PORT")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
+  app.add_option("--tls-listen", tls, "Serve HTTPS here")
+      ->type_name("ADDRESS:PORT")
+      ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--certificate", options.server.certificate_file, "Certificate chain for HTTPS")
       ->type_name("PEM");
   app.add_option("--private-key", options.server.key_file, "Its private key")->type_name("PEM");

@@ -107,7 +107,7 @@ unsigned short port_after(const std::string& line, const std::string& prefix) {
 }  // namespace
 
 Service_Process::Service_Process(const Service_Settings& settings)
-    : access_key_("test-key-0f3a9c57") {
+    : access_key_(settings.access_key ? "test-key-0f3a9c57" : "") {
   const Identity& identity = Test_Certificates::instance().server;
   command_ = {ZQPOOLD,
               "--listen",
@@ -120,11 +120,15 @@ Service_Process::Service_Process(const Service_Settings& settings)
               identity.key_file,
               "--state",
               state_file(),
-              "--access-key-file",
-              directory_.write("key", access_key_ + '\n'),
               "--access-log",
-              directory_.path("log"),
-              "--lab"};
+              directory_.path("log")};
+  if (settings.access_key) {
+    command_.insert(command_.end(),
+                    {"--access-key-file", directory_.write("key", access_key_ + '\n')});
+  } else {
+    command_.emplace_back("--no-access-key");
+  }
+  if (settings.lab) command_.emplace_back("--lab");
   if (!settings.scenario.empty()) {
     command_.insert(command_.end(),
                     {"--scenario", directory_.write("scenario.json", settings.scenario)});

@@ -17,10 +17,12 @@ struct Service_Settings {
   std::string scenario;
   /// Further arguments of the command line.
   std::vector<std::string> arguments;
+  bool lab = true;         ///< serve /zq/lab/
+  bool access_key = true;  ///< ask for a key
 };
 
 /// The real zqpoold as a process of its own: HTTP and HTTPS on free ports of 127.0.0.1, its state,
-/// key and log in a directory that goes away with it, /zq/lab/ switched on. Trust its certificate
+/// key and log in a directory that goes away with it. Trust its certificate
 /// with Test_Certificates::instance().ca_file, or options_with_test_ca().
 ///
 /// The process ends with this object at the latest, and with the thread that started it.
@@ -36,6 +38,7 @@ class Service_Process {
   Endpoint http() const { return {"127.0.0.1", http_port_, false}; }
   Endpoint https() const { return {"127.0.0.1", https_port_, true}; }
   Endpoint endpoint(bool ssl) const { return ssl ? https() : http(); }
+  /// "" when none is asked for.
   const std::string& access_key() const { return access_key_; }
   std::string state_file() const { return directory_.path("state"); }
   const Temp_Directory& directory() const { return directory_; }
