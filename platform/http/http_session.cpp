@@ -113,10 +113,12 @@ bool JSON_HTTP_Session::get(HTTP_Request& request, HTTP_Response& response,
   Failure failure;
   const bool keep = session.keep_alive || request.keep_alive();
   session.usable = false;
+  report_path(request, report);
   if (request.method() != HTTP_METHOD_GET) {
     failure.set(HTTP_Error::refused_request, "the request was made for another method");
   } else if (make_wire_request(session.endpoint, request, HTTP_Headers(), nullptr, keep,
-                               session.settings->options.user_agent, wire, report, failure) &&
+                               session.settings->options.user_agent, report.request_id, wire,
+                               failure) &&
              converse(*session.stream, wire, deadline, session.settings->options.largest_answer,
                       got, &response.headers(), report, failure)) {
     session.usable = keep && got.keep_connection;

@@ -136,6 +136,7 @@ class Call {
 
  private:
   bool prepare(const HTTP_Request& request, const json_spirit::Value* body) {
+    report_path(request, report_);
     if (request.method() != report_.method) {
       return failure_.set(HTTP_Error::refused_request, "the request was made for another method");
     }
@@ -149,7 +150,7 @@ class Call {
     }
     return make_wire_request(client_.endpoint, request, client_.default_headers,
                              body != nullptr ? &text : nullptr, client_.keep_connections,
-                             settings_->options.user_agent, wire_, report_, failure_);
+                             settings_->options.user_agent, report_.request_id, wire_, failure_);
   }
 
   bool attempt(HTTP_Headers* headers) {

@@ -279,10 +279,16 @@ bool check_host(const Endpoint& endpoint, Failure& failure) {
          failure.set(HTTP_Error::refused_request, "the host is not a host name or address");
 }
 
+void report_path(const HTTP_Request& request, HTTP_Exchange_Report& report) {
+  const std::string_view path = request.path();
+  report.path.clear();
+  if (path.substr(0, 1) == "/") append_encoded(report.path, path.substr(0, path.find('?')));
+}
+
 bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
                        const HTTP_Headers& defaults, const std::string* body, bool keep_connection,
-                       const std::string& user_agent, Wire_Request& wire,
-                       HTTP_Exchange_Report& report, Failure& failure) {
+                       const std::string& user_agent, const std::string& request_id,
+                       Wire_Request& wire, Failure& failure) {
   if (!check_host(endpoint, failure)) return false;
   const std::string& path = request.path();
   if (path.empty() || path[0] != '/' || has_control(path)) {
@@ -292,9 +298,7 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
   text.clear();
   text.reserve(512 + path.size() + request.query().size() + (body != nullptr ? body->size() : 0));
   text.append(http_method_name(request.method())).append(" ");
-  const std::size_t start = text.size();
   append_encoded(text, path);
-  report.path.assign(text, start, text.find('?', start) - start);
   if (!request.query().empty()) {
     text += '?';
     append_encoded(text, request.query());
@@ -324,7 +328,7 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
       if (!value.empty() && !is_framing_header(id)) lines.set(id, value);
     }
   }
-  lines.set(HTTP_HEAD_X_REQUEST_ID, report.request_id);
+  lines.set(HTTP_HEAD_X_REQUEST_ID, request_id);
   if (!keep_connection) lines.set(HTTP_HEAD_CONNECTION, "close");
   if (body != nullptr) lines.set(HTTP_HEAD_CONTENT_TYPE, "application/json");
   if (body != nullptr || request.method() == HTTP_METHOD_POST ||

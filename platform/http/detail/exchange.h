@@ -57,12 +57,14 @@ struct Wire_Answer {
   bool keep_connection = false;
 };
 
-/// Makes the request's head and body, or fails with HTTP_Error::refused_request. `report` receives
-/// the path as sent.
+/// Tells the report the path as it is sent, without a query; none when it cannot be sent.
+void report_path(const HTTP_Request& request, HTTP_Exchange_Report& report);
+
+/// Makes the request's head and body, or fails with HTTP_Error::refused_request.
 bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
                        const HTTP_Headers& defaults, const std::string* body, bool keep_connection,
-                       const std::string& user_agent, Wire_Request& wire,
-                       HTTP_Exchange_Report& report, Failure& failure);
+                       const std::string& user_agent, const std::string& request_id,
+                       Wire_Request& wire, Failure& failure);
 
 /// This thread's report, begun anew for a call to `endpoint`.
 HTTP_Exchange_Report& begin_report(const Endpoint& endpoint, int method);
