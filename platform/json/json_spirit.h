@@ -108,9 +108,9 @@ inline void swap(Value& a, Value& b) noexcept {
 /// max_document_size(), is not valid UTF-8, or holds an integer beyond 64 bits or a real beyond
 /// double. Never throws except std::bad_alloc, which leaves `value` as it was too (but the first
 /// call of a process ends it when memory fails while simdjson chooses its code for the processor).
-/// Of members with the same key the last one wins. `text` is read in place when its capacity exceeds
-/// its size by at least read_padding bytes, otherwise through a copy. Safe on any number of threads;
-/// each keeps working memory of some 14 times its largest document below 1 MiB.
+/// Of members with the same key the last one wins. `text` is read in place when its capacity
+/// exceeds its size by at least read_padding bytes, otherwise through a copy. Safe on any number of
+/// threads; each keeps working memory of some 14 times its largest document below 1 MiB.
 ZQ_EXPORT bool read(const std::string& text, Value& value);
 
 /// As above; on failure `error` receives why (never a piece of the text).
