@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # check_installed.sh BUILD_DIR: installs that build into a folder of its own, and uses it as others
-# would: each header alone, a CMake project, pkg-config, and utils/ on a platform from elsewhere.
+# would: each header alone, a CMake project, pkg-config, the service with the program of README.md, and
+# utils/ on a platform from elsewhere.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../.." && pwd)
@@ -40,6 +41,23 @@ say "the same with pkg-config"
 g++ -std=c++17 "$here/consumer/main.cpp" -o "$work/with-pkg-config" "${flags[@]}" \
   -Wl,-rpath,"$(pkg-config --variable=libdir zqpool)"
 "$work/with-pkg-config"
+
+say "the program of README.md asks the installed service"
+g++ -std=c++17 "$source/examples/ten_lines.cpp" -o "$work/ten_lines" "${flags[@]}" \
+  -Wl,-rpath,"$(pkg-config --variable=libdir zqpool)"
+coproc service {
+  exec "$(find "$installed" -name zqpoold -type f)" --listen 127.0.0.1:0 --no-access-key \
+    --state "$work/state" --scenario "$source/examples/scenario.json" --access-log "$work/access.log"
+}
+service_id=$!
+trap 'kill "$service_id" 2>/dev/null || true' EXIT
+IFS= read -r -t 20 ready <&"${service[0]}"
+url=$(sed -n 's|.*"url": "\(file:[^"]*\)".*|\1|p' "$source/examples/scenario.json" | head -n 1)
+"$work/ten_lines" 127.0.0.1 "${ready##*:}" key "$url" | tee "$work/record"
+grep -qF "\"url\": \"$url\"" "$work/record"
+kill "$service_id"
+wait "$service_id"
+trap - EXIT
 
 say "utils/ on a platform from elsewhere"
 cp -r "$installed/include/zqpool/platform" "$work/product/include"
