@@ -332,8 +332,12 @@ void JSON_RESTful_Client::set_header(int id, const char* text) {
 namespace {
 
 /// Where the process's upstream client stands. Clients that were replaced stay, because their
-/// callers may still hold them.
-std::atomic<Upstream_JSON_RESTful_Client*> upstream{nullptr};
+/// callers may still hold them, in a chain that shows leak checkers that they are not lost.
+struct Upstream {
+  Upstream_JSON_RESTful_Client* client;
+  const Upstream* replaced;
+};
+std::atomic<const Upstream*> upstream{nullptr};
 
 }  // namespace
 
@@ -358,11 +362,16 @@ Upstream_JSON_RESTful_Client::Upstream_JSON_RESTful_Client(const char* host, uns
 Upstream_JSON_RESTful_Client& Upstream_JSON_RESTful_Client::instance() {
   static Upstream_JSON_RESTful_Client& unconfigured =
       *new Upstream_JSON_RESTful_Client(nullptr, 0, false, nullptr);
-  Upstream_JSON_RESTful_Client* const client = upstream.load();
-  return client != nullptr ? *client : unconfigured;
+  const Upstream* const configured = upstream.load();
+  return configured != nullptr ? *configured->client : unconfigured;
 }
 
 void Upstream_JSON_RESTful_Client::configure(const char* host, unsigned short port, bool ssl,
                                              const char* access_key) {
-  upstream = new Upstream_JSON_RESTful_Client(host, port, ssl, access_key);
+  std::unique_ptr<Upstream_JSON_RESTful_Client> client(
+      new Upstream_JSON_RESTful_Client(host, port, ssl, access_key));
+  auto* const next = new Upstream{client.get(), upstream.load()};
+  while (!upstream.compare_exchange_weak(next->replaced, next)) {
+  }
+  client.release();
 }
