@@ -246,6 +246,11 @@ Scripted_Server::Scripted_Server(const Server_Options& options)
       listener_(bound_socket(host_)),
       stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   require(stop_.get() >= 0, "eventfd");
+  if (options.receive_buffer > 0) {
+    // Inherited by the connections taken.
+    setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &options.receive_buffer,
+               sizeof options.receive_buffer);
+  }
   require(listen(listener_.get(), 512) == 0, "listen");
   port_ = port_of(listener_);
   const Signals_Blocked blocked;

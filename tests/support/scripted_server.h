@@ -54,7 +54,8 @@ struct Server_Options {
   bool ipv6 = false;                     ///< [::1] instead of 127.0.0.1
   const Identity* identity = nullptr;    ///< TLS with this certificate
   bool want_client_certificate = false;  ///< one signed by the test CA, or no handshake
-  int max_tls_version = 0;               ///< e.g. TLS1_2_VERSION; 0: the newest
+  int receive_buffer = 0;   ///< bytes; 0: the system's. Small: an unread request stalls soon
+  int max_tls_version = 0;  ///< e.g. TLS1_2_VERSION; 0: the newest
 };
 
 /// A real HTTP or HTTPS server on loopback, with a thread per connection, that plays a script.

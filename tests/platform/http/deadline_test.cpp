@@ -65,9 +65,11 @@ class HTTP_Deadline_Test : public HTTP_Test,
     set_options([](HTTP_Options& options) { options.exchange_timeout = limit; });
     ASSERT_TRUE(call(warm.endpoint()).ok);
 
-    Scripted_Server server(ssl ? tls() : Server_Options());
+    Server_Options server_options = ssl ? tls() : Server_Options();
+    server_options.receive_buffer = 4096;
+    Scripted_Server server(server_options);
     server.otherwise(stalling.answer);
-    const json_spirit::Value body(Object{{"a", std::string(16 << 20, 'x')}});
+    const json_spirit::Value body(Object{{"a", std::string(4 << 20, 'x')}});
     Call_Options options;
     options.method = stalling.large_body ? HTTP_METHOD_POST : HTTP_METHOD_GET;
     options.body = stalling.large_body ? &body : nullptr;

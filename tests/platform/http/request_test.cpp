@@ -390,6 +390,24 @@ TEST_F(HTTP_Request_Test, lines_about_refused_hosts_stay_single_and_whole) {
   }
 }
 
+TEST_F(HTTP_Request_Test, lines_about_refused_paths_stay_single) {
+  for (const char* path : {"/a\r\nLM_ERROR evil", "a\r\nLM_ERROR evil", "\n"}) {
+    Call_Options options;
+    options.path = path;
+    expect_refused(call(server_.endpoint(), options));
+  }
+  const auto lines = log_.take();
+  ASSERT_EQ(lines.size(), 3U);
+  for (const Log_Line& line : lines) {
+    EXPECT_EQ(line.text.find_first_of("\r\n"), line.text.size() - 1) << line;
+  }
+}
+
+TEST_F(HTTP_Request_Test, a_user_agent_with_a_control_byte_is_refused) {
+  set_options([](HTTP_Options& options) { options.user_agent = "a\r\nX-Evil: 1"; });
+  expect_refused(call(server_.endpoint()));
+}
+
 TEST_F(HTTP_Request_Test, a_request_made_for_another_method_is_refused) {
   JSON_RESTful_Client client("127.0.0.1", server_.port(), false, true);
   HTTP_Request del(HTTP_METHOD_DELETE, "/zq/x", false);
