@@ -2,6 +2,7 @@
 // change when it does not open. The first line is the URL, the rest both a sealed text and a clear
 // one to seal; its ends say where the sealed one is damaged.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -24,7 +25,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (!prepared) return 0;
   const std::string input(reinterpret_cast<const char*>(data), size);
   const std::size_t line_end = input.find('\n');
-  const std::string url = input.substr(0, line_end).c_str();
+  const std::string url = input.substr(0, std::min(line_end, input.find('\0')));
   const std::string text = line_end == std::string::npos ? "" : input.substr(line_end + 1);
   // No sealing here is for a URL with a line end. The fuzzer finds sealed texts of earlier inputs
   // in the comparisons that it watches, and they would open for their own.
