@@ -23,10 +23,12 @@ std::string make_request_id() {
     std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<unsigned char>(device()); });
   }
   constexpr char digits[] = "0123456789abcdef";
-  std::string id;
-  id.reserve(bytes.size() * 2);
-  for (const unsigned char byte : bytes)
-    id += {digits[byte >> 4], digits[byte & 0xf]};
+  std::string id(bytes.size() * 2, '\0');
+  auto out = id.begin();
+  for (const unsigned char byte : bytes) {
+    *out++ = digits[byte >> 4];
+    *out++ = digits[byte & 0xf];
+  }
   return id;
 }
 
