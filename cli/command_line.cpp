@@ -168,7 +168,8 @@ const CLI::App& Command_Line::chosen() const {
 std::string Command_Line::chosen_name() const {
   std::string name;
   for (const CLI::App* app = &chosen(); app->get_parent() != nullptr; app = app->get_parent()) {
-    name = app->get_name() + (name.empty() ? "" : ' ' + name);
+    if (!name.empty()) name.insert(0, 1, ' ');
+    name.insert(0, app->get_name());
   }
   return name;
 }

@@ -62,14 +62,15 @@ struct Located_Arguments {
 };
 
 Exit_Code located(Session& session, const Located_Arguments& arguments, bool grouped) {
-  const auto& [endpoint, access_key, retry] = session.target();
+  const Target& target = session.target();
   std::string type;
   Array devices;
   // The library tells "nothing is known of this path" only by leaving both outputs as they were.
   Outcome outcome = session.call(Effect::reads, nullptr, [&] {
+    const auto& [ssl, host, port] = target.endpoint;
     return Pool_Metadata_Manager::get_located_devices(
-        endpoint.host, endpoint.port, endpoint.ssl, access_key, arguments.pool, arguments.path,
-        type, devices, grouped ? arguments.grouping.c_str() : nullptr);
+        host, port, ssl, target.access_key, arguments.pool, arguments.path, type, devices,
+        grouped ? arguments.grouping.c_str() : nullptr);
   });
   if (outcome.code == Exit_Code::done && type.empty() && devices.empty()) {
     outcome = {Exit_Code::not_found,

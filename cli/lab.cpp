@@ -21,22 +21,22 @@ constexpr const char* scenario_path = "/zq/lab/scenario";
 /// One exchange with the lab, which is no part of what the library speaks.
 Exit_Code exchange(Session& session, Effect effect, HTTP_Method method, const char* path,
                    const std::string& query, const Value* body, Value& answer) {
-  const auto& [endpoint, access_key, retry] = session.target();
-  const Outcome outcome =
-      session.call(effect, nullptr, [&, &service = endpoint, &key = access_key] {
-        HTTP_Request request(method, path, false);
-        request.query_string(query.c_str());
-        request.headers().put(HTTP_HEAD_X_ACCESS_KEY, key.c_str(), true);
-        JSON_RESTful_Client client(service.host.c_str(), service.port, service.ssl, true);
-        switch (method) {
-          case HTTP_METHOD_GET:
-            return client.get(request, &answer);
-          case HTTP_METHOD_DELETE:
-            return client.del(request);
-          default:
-            return client.post(request, body, &answer);
-        }
-      });
+  const Target& target = session.target();
+  const Outcome outcome = session.call(effect, nullptr, [&] {
+    HTTP_Request request(method, path, false);
+    request.query_string(query.c_str());
+    request.headers().put(HTTP_HEAD_X_ACCESS_KEY, target.access_key.c_str(), true);
+    const auto& [ssl, host, port] = target.endpoint;
+    JSON_RESTful_Client client(host.c_str(), port, ssl, true);
+    switch (method) {
+      case HTTP_METHOD_GET:
+        return client.get(request, &answer);
+      case HTTP_METHOD_DELETE:
+        return client.del(request);
+      default:
+        return client.post(request, body, &answer);
+    }
+  });
   session.explain(outcome);
   return outcome.code;
 }

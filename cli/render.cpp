@@ -131,10 +131,9 @@ std::string rows_text(const std::vector<const Object*>& objects, std::size_t ind
   std::sort(columns.begin(), columns.end(), comes_before);
   columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
 
-  std::vector<std::string> header;
-  for (const std::string& column : columns)
-    header.push_back(upper_case(column));
-  Table table(header);
+  std::vector<std::string> header(columns.size());
+  std::transform(columns.begin(), columns.end(), header.begin(), upper_case);
+  Table table(std::move(header));
   for (const auto& row : rows) {
     std::vector<std::string> cells;
     for (const std::string& column : columns) {
@@ -149,7 +148,7 @@ std::string rows_text(const std::vector<const Object*>& objects, std::size_t ind
 /// Several objects: a line each where lines are short enough, else one after the other.
 std::string objects_text(const std::vector<const Object*>& objects, std::size_t indent,
                          std::size_t width) {
-  const std::string rows = rows_text(objects, indent);
+  std::string rows = rows_text(objects, indent);
   if (width == 0 || fits(rows, width)) return rows;
   std::string out;
   for (const Object* const object : objects) {
@@ -183,9 +182,9 @@ std::string object_text(const Object& object, std::size_t indent, std::size_t wi
 std::string table_text(const std::vector<Record>& records, std::size_t width) {
   if (records.empty()) return "";
   if (records.size() == 1) return object_text(records[0].object, 0, width);
-  std::vector<const Object*> objects;
-  for (const Record& record : records)
-    objects.push_back(&record.object);
+  std::vector<const Object*> objects(records.size());
+  std::transform(records.begin(), records.end(), objects.begin(),
+                 [](const Record& record) { return &record.object; });
   return objects_text(objects, 0, width);
 }
 

@@ -1,16 +1,13 @@
 #include <gmock/gmock.h>
 
-#include <set>
+#include <chrono>
 
-#include "platform/json/json_spirit.h"
 #include "tests/cli/command_fixture.h"
 
 namespace zqpool::test {
 namespace {
 
-using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 using testing::Not;
 using testing::StartsWith;
 

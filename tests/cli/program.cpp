@@ -46,6 +46,7 @@ File_Descriptor memory_file(const std::string& text) {
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
   std::vector<char*> list;
+  list.reserve(texts.size() + 1);
   for (std::string& text : texts)
     list.push_back(text.data());
   list.push_back(nullptr);
