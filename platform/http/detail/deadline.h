@@ -26,10 +26,14 @@ class Deadline {
   bool passed() const noexcept { return Clock::now() >= end_; }
   Deadline or_sooner(Deadline other) const noexcept { return other.end_ < end_ ? other : *this; }
 
-  /// What poll() takes: rounded up, so that poll never returns just before the deadline.
+  /// What is left, not below 0; rounded up, so that waiting for it never ends before the deadline.
+  std::chrono::milliseconds left() const noexcept {
+    return std::max(std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()),
+                    std::chrono::milliseconds(0));
+  }
+  /// The same as poll() takes it.
   int poll_timeout() const noexcept {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()).count();
-    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
+    return static_cast<int>(std::min<long long>(left().count(), INT_MAX));
   }
 
  private:

@@ -1,6 +1,7 @@
 #include "platform/http/detail/stream.h"
 
 #include <errno.h>
+#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/bio.h>
@@ -8,8 +9,10 @@
 #include <openssl/x509_vfy.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 #include <vector>
@@ -23,21 +26,18 @@ constexpr std::chrono::milliseconds silent_address{250};
 // Below this a request leaves in one packet, which Nagle's algorithm never holds back.
 constexpr std::size_t one_packet = 1200;
 
-enum class Wait { ready, timeout, failed };
+// How long receiving sleeps before it looks at its deadline again. The kernel's plain timeouts,
+// unlike those of poll(), come late by up to an eighth of their length, but cost a sleep next to
+// nothing.
+constexpr std::chrono::milliseconds longest_sleep{500};
 
-Wait wait_for(int fd, short events, Deadline deadline) noexcept {
-  pollfd entry{fd, events, 0};
-  for (;;) {
-    const int ready = poll(&entry, 1, deadline.poll_timeout());
-    if (ready > 0) return Wait::ready;
-    if (ready < 0 && errno != EINTR && errno != EAGAIN) return Wait::failed;
-    if (deadline.passed()) return Wait::timeout;
-  }
-}
+constexpr const char* no_answer = "no answer in time";
+constexpr const char* not_taken = "the service took no more of the request in time";
 
-bool wait_failure(Wait wait, Failure& failure) {
-  return wait == Wait::timeout ? failure.set(HTTP_Error::timeout, "no answer in time")
-                               : failure.set(HTTP_Error::broken, errno_text(errno));
+/// The failure that errno says; EAGAIN is `too_late`.
+bool system_failure(const char* too_late, Failure& failure) {
+  return errno == EAGAIN ? failure.set(HTTP_Error::timeout, too_late)
+                         : failure.set(HTTP_Error::broken, errno_text(errno));
 }
 
 void send_at_once(int fd) noexcept {
@@ -48,21 +48,21 @@ void send_at_once(int fd) noexcept {
 // --- OpenSSL's view of the socket -------------------------------------------------------------
 // Its own socket BIO writes with write(), which raises SIGPIPE on a broken connection.
 
-int fd_of(BIO* bio) {
-  return static_cast<int>(reinterpret_cast<std::intptr_t>(BIO_get_data(bio)));
+Socket& socket_of(BIO* bio) {
+  return *static_cast<Socket*>(BIO_get_data(bio));
 }
 
 int bio_write(BIO* bio, const char* data, int size) {
   BIO_clear_retry_flags(bio);
-  const ssize_t n = ::send(fd_of(bio), data, static_cast<std::size_t>(size), MSG_NOSIGNAL);
-  if (n < 0 && (errno == EAGAIN || errno == EINTR)) BIO_set_retry_write(bio);
+  const ssize_t n = socket_of(bio).send(data, static_cast<std::size_t>(size));
+  if (n < 0 && errno == EAGAIN) BIO_set_retry_write(bio);
   return static_cast<int>(n);
 }
 
 int bio_read(BIO* bio, char* buffer, int size) {
   BIO_clear_retry_flags(bio);
-  const ssize_t n = ::recv(fd_of(bio), buffer, static_cast<std::size_t>(size), 0);
-  if (n < 0 && (errno == EAGAIN || errno == EINTR)) BIO_set_retry_read(bio);
+  const ssize_t n = socket_of(bio).receive(buffer, static_cast<std::size_t>(size));
+  if (n < 0 && errno == EAGAIN) BIO_set_retry_read(bio);
   if (n == 0) BIO_set_flags(bio, BIO_FLAGS_IN_EOF);
   return static_cast<int>(n);
 }
@@ -91,10 +91,11 @@ BIO_METHOD* socket_bio() {
   return method;
 }
 
-bool attach(SSL* ssl, int fd) {
+/// The socket must outlive the SSL.
+bool attach(SSL* ssl, Socket& socket) {
   BIO* const bio = socket_bio() != nullptr ? BIO_new(socket_bio()) : nullptr;
   if (bio == nullptr) return false;
-  BIO_set_data(bio, reinterpret_cast<void*>(static_cast<std::intptr_t>(fd)));
+  BIO_set_data(bio, &socket);
   BIO_set_init(bio, 1);
   SSL_set_bio(ssl, bio, bio);
   return true;
@@ -213,6 +214,8 @@ Socket& Socket::operator=(Socket&& other) noexcept {
   if (this != &other) {
     close();
     fd_ = std::exchange(other.fd_, -1);
+    deadline_ = other.deadline_;
+    receive_limit_ = other.receive_limit_;
   }
   return *this;
 }
@@ -220,6 +223,34 @@ Socket& Socket::operator=(Socket&& other) noexcept {
 void Socket::close() noexcept {
   if (fd_ >= 0) ::close(fd_);
   fd_ = -1;
+}
+
+ssize_t Socket::send(const void* data, std::size_t size) noexcept {
+  for (;;) {
+    const ssize_t n = ::send(fd_, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n >= 0 || (errno != EAGAIN && errno != EINTR)) return n;
+    pollfd entry{fd_, POLLOUT, 0};
+    const int ready = poll(&entry, 1, deadline_.poll_timeout());
+    if (ready < 0 && errno != EINTR) return -1;
+    if (ready == 0) {
+      errno = EAGAIN;
+      return -1;
+    }
+  }
+}
+
+ssize_t Socket::receive(void* buffer, std::size_t size) noexcept {
+  for (;;) {
+    const std::chrono::milliseconds limit = std::min(deadline_.left(), longest_sleep);
+    if (limit.count() == 0) return ::recv(fd_, buffer, size, MSG_DONTWAIT);
+    if (limit != receive_limit_) {
+      const timeval time{0, static_cast<suseconds_t>(limit.count() * 1000)};
+      if (setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) != 0) return -1;
+      receive_limit_ = limit;
+    }
+    const ssize_t n = ::recv(fd_, buffer, size, 0);
+    if (n >= 0 || (errno != EAGAIN && errno != EINTR)) return n;
+  }
 }
 
 Stream::~Stream() {
@@ -232,7 +263,9 @@ bool Stream::connect(const Addresses& addresses, Deadline deadline, Failure& fai
   const std::size_t index = Connect_Race(addresses, deadline).run(socket_, failure);
   if (index == addresses.size()) return false;
   peer_ = addresses[index];
-  return true;
+  // From here on receiving waits in the kernel.
+  return fcntl(socket_.fd(), F_SETFL, 0) == 0 ||
+         failure.set(HTTP_Error::connect, errno_text(errno));
 }
 
 bool Stream::start_tls(std::shared_ptr<TLS_Trust> trust, const std::string& host,
@@ -245,146 +278,106 @@ bool Stream::start_tls(std::shared_ptr<TLS_Trust> trust, const std::string& host
   endpoint_ = std::move(endpoint);
   clear_old_errors();
   ssl_ = trust_->make_client(host, is_address_literal(host), endpoint_);
-  if (ssl_ == nullptr || !attach(ssl_.get(), socket_.fd())) {
+  if (ssl_ == nullptr || !attach(ssl_.get(), socket_)) {
     return failure.set(HTTP_Error::tls, "cannot set up TLS: " + openssl_error_text());
   }
   send_at_once(socket_.fd());
-  for (;;) {
-    clear_old_errors();
-    const int result = SSL_do_handshake(ssl_.get());
-    if (result == 1) return true;
-    const int wanted = tls_failure(result, "handshake", failure);
-    if (wanted == 0) {
-      failure.error = HTTP_Error::tls;
-      return false;
-    }
-    const Wait wait = wait_for(socket_.fd(), static_cast<short>(wanted), deadline);
-    if (wait != Wait::ready) return wait_failure(wait, failure);
-  }
+  socket_.deadline(deadline);
+  const int result = SSL_do_handshake(ssl_.get());
+  if (result == 1) return true;
+  tls_failure(result, "handshake", failure);
+  if (failure.error != HTTP_Error::timeout) failure.error = HTTP_Error::tls;
+  return false;
 }
 
-/// What poll() is to wait for before the step is tried again, or 0 and the failure.
-int Stream::tls_failure(int result, const char* doing, Failure& failure) {
+/// Says why a TLS step failed, and yields false.
+bool Stream::tls_failure(int result, const char* doing, Failure& failure) {
   const int error_number = errno;
   switch (SSL_get_error(ssl_.get(), result)) {
     case SSL_ERROR_WANT_READ:
-      return POLLIN;
+      return failure.set(HTTP_Error::timeout, no_answer);
     case SSL_ERROR_WANT_WRITE:
-      return POLLOUT;
+      return failure.set(HTTP_Error::timeout, not_taken);
     case SSL_ERROR_SYSCALL:
-      failure.set(HTTP_Error::broken, errno_text(error_number));
-      return 0;
+      return failure.set(HTTP_Error::broken, errno_text(error_number));
     case SSL_ERROR_SSL: {
       const long verdict = SSL_get_verify_result(ssl_.get());
       const unsigned long code = ERR_peek_error();
       if (ERR_GET_REASON(code) == SSL_R_CERTIFICATE_VERIFY_FAILED && verdict != X509_V_OK) {
         ERR_clear_error();
         failure.permanent = true;
-        failure.set(HTTP_Error::tls,
-                    std::string("certificate refused: ") + X509_verify_cert_error_string(verdict));
-      } else if (ERR_GET_REASON(code) == SSL_R_UNEXPECTED_EOF_WHILE_READING) {
-        ERR_clear_error();
-        failure.set(HTTP_Error::broken, std::string("the service ended the connection in the ") +
-                                            "middle of the TLS " + doing);
-      } else {
-        failure.set(HTTP_Error::tls, openssl_error_text());
+        return failure.set(HTTP_Error::tls, std::string("certificate refused: ") +
+                                                X509_verify_cert_error_string(verdict));
       }
-      return 0;
+      if (ERR_GET_REASON(code) == SSL_R_UNEXPECTED_EOF_WHILE_READING) {
+        ERR_clear_error();
+        return failure.set(
+            HTTP_Error::broken,
+            std::string("the service ended the connection in the middle of the TLS ") + doing);
+      }
+      return failure.set(HTTP_Error::tls, openssl_error_text());
     }
     default:
-      failure.set(HTTP_Error::broken, "the service ended the TLS connection");
-      return 0;
+      return failure.set(HTTP_Error::broken, "the service ended the TLS connection");
   }
 }
 
 bool Stream::send(std::string_view data, Deadline deadline, bool& touched, Failure& failure) {
+  socket_.deadline(deadline);
   if (ssl_ == nullptr && data.size() > one_packet) send_at_once(socket_.fd());
   while (!data.empty()) {
-    short wanted = 0;
     std::size_t n = 0;
-    if (!try_send(data, n, wanted, touched, failure)) return false;
-    data.remove_prefix(n);
-    if (wanted == 0) continue;
-    const Wait wait = wait_for(socket_.fd(), wanted, deadline);
-    if (wait == Wait::ready) continue;
-    if (wait == Wait::timeout) {
-      return failure.set(HTTP_Error::timeout, "the service took no more of the request in time");
+    if (ssl_ == nullptr) {
+      const ssize_t result = socket_.send(data.data(), data.size());
+      if (result < 0) return system_failure(not_taken, failure);
+      n = static_cast<std::size_t>(result);
+      touched = touched || n != 0;
+    } else {
+      // A part of a record may leave whatever the result says.
+      touched = true;
+      clear_old_errors();
+      const int result = SSL_write_ex(ssl_.get(), data.data(), data.size(), &n);
+      if (result != 1) return tls_failure(result, "stream", failure);
     }
-    return wait_failure(wait, failure);
+    data.remove_prefix(n);
   }
   return true;
 }
 
-/// One try: `n` bytes left, or `wanted` says what to wait for.
-bool Stream::try_send(std::string_view data, std::size_t& n, short& wanted, bool& touched,
-                      Failure& failure) {
-  if (ssl_ == nullptr) {
-    const ssize_t result = ::send(socket_.fd(), data.data(), data.size(), MSG_NOSIGNAL);
-    if (result >= 0) {
-      n = static_cast<std::size_t>(result);
-      touched = touched || n != 0;
-    } else if (errno == EAGAIN) {
-      wanted = POLLOUT;
-    } else if (errno != EINTR) {
-      return failure.set(HTTP_Error::broken, errno_text(errno));
-    }
-    return true;
-  }
-  // A part of a record may leave whatever the result says.
-  touched = true;
-  clear_old_errors();
-  const int result = SSL_write_ex(ssl_.get(), data.data(), data.size(), &n);
-  if (result == 1) return true;
-  n = 0;
-  wanted = static_cast<short>(tls_failure(result, "stream", failure));
-  return wanted != 0;
-}
-
-/// One try: as receive(), but -1 with `wanted` set when there is nothing yet.
-ssize_t Stream::try_receive(char* buffer, std::size_t size, short& wanted, Failure& failure) {
-  wanted = 0;
-  if (ssl_ == nullptr) {
-    const ssize_t n = ::recv(socket_.fd(), buffer, size, 0);
-    if (n >= 0) return n;
-    if (errno == EAGAIN || errno == EINTR) {
-      wanted = POLLIN;
-    } else {
-      failure.set(HTTP_Error::broken, errno_text(errno));
-    }
-    return -1;
-  }
-  clear_old_errors();
-  std::size_t n = 0;
-  const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
-  if (result == 1) return static_cast<ssize_t>(n);
-  // The flag SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
-  if (SSL_get_error(ssl_.get(), result) == SSL_ERROR_ZERO_RETURN) return 0;
-  wanted = static_cast<short>(tls_failure(result, "stream", failure));
-  return -1;
-}
-
 ssize_t Stream::receive(char* buffer, std::size_t size, Deadline deadline, Failure& failure) {
-  for (;;) {
-    short wanted = 0;
-    const ssize_t n = try_receive(buffer, size, wanted, failure);
-    if (n <= 0 && wanted == 0) return n;
-    // A peer that never stops sending must not outrun the deadline.
-    const Wait wait = n > 0 ? (deadline.passed() ? Wait::timeout : Wait::ready)
-                            : wait_for(socket_.fd(), wanted, deadline);
-    if (wait != Wait::ready) {
-      wait_failure(wait, failure);
+  socket_.deadline(deadline);
+  std::size_t n = 0;
+  if (ssl_ == nullptr) {
+    const ssize_t result = socket_.receive(buffer, size);
+    if (result < 0) system_failure(no_answer, failure);
+    if (result <= 0) return result;
+    n = static_cast<std::size_t>(result);
+  } else {
+    clear_old_errors();
+    const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
+    // The flag SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
+    if (result != 1 && SSL_get_error(ssl_.get(), result) == SSL_ERROR_ZERO_RETURN) return 0;
+    if (result != 1) {
+      tls_failure(result, "stream", failure);
       return -1;
     }
-    if (n > 0) return n;
   }
+  // A peer that never stops sending must not outrun the deadline.
+  if (deadline.passed()) {
+    failure.set(HTTP_Error::timeout, no_answer);
+    return -1;
+  }
+  return static_cast<ssize_t>(n);
 }
 
 bool Stream::is_idle() noexcept {
   if (!socket_.is_open()) return false;
   char byte = 0;
   if (ssl_ == nullptr) {
-    return ::recv(socket_.fd(), &byte, 1, MSG_PEEK) < 0 && (errno == EAGAIN || errno == EINTR);
+    return ::recv(socket_.fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
+           (errno == EAGAIN || errno == EINTR);
   }
+  socket_.deadline(Deadline(Clock::time_point()));  // long ago: look, but do not wait
   clear_old_errors();
   std::size_t n = 0;
   const int result = SSL_peek_ex(ssl_.get(), &byte, 1, &n);
@@ -399,9 +392,7 @@ void Stream::close_after_peer(Deadline deadline) {
   if (ssl_ != nullptr && (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) != 0) {
     // The peer may wait for our farewell before it closes its side.
     SSL_shutdown(ssl_.get());
-    if (wait_for(socket_.fd(), POLLIN, deadline) == Wait::ready) {
-      ::recv(socket_.fd(), scrap, sizeof scrap, 0);
-    }
+    socket_.receive(scrap, sizeof scrap);
   }
   socket_.close();
 }

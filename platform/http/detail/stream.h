@@ -2,10 +2,12 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "platform/http/detail/deadline.h"
 #include "platform/http/detail/failure.h"
@@ -14,12 +16,12 @@
 
 namespace zqpool::detail {
 
-/// A connected socket, or none. Closed when destroyed.
+/// A TCP socket, or none. Closed when destroyed.
 class Socket {
  public:
   Socket() noexcept = default;
   explicit Socket(int fd) noexcept : fd_(fd) {}
-  Socket(Socket&& other) noexcept : fd_(other.fd_) { other.fd_ = -1; }
+  Socket(Socket&& other) noexcept { *this = std::move(other); }
   Socket& operator=(Socket&& other) noexcept;
   ~Socket() { close(); }
 
@@ -27,12 +29,21 @@ class Socket {
   bool is_open() const noexcept { return fd_ >= 0; }
   void close() noexcept;
 
+  /// Sets when send() and receive() stop waiting.
+  void deadline(Deadline deadline) noexcept { deadline_ = deadline; }
+  /// As the system's send() and recv(), waiting until the deadline and failing with EAGAIN then.
+  /// Once it has passed they try without waiting. They raise no SIGPIPE and never end with EINTR.
+  ssize_t send(const void* data, std::size_t size) noexcept;
+  ssize_t receive(void* buffer, std::size_t size) noexcept;
+
  private:
   int fd_ = -1;
+  Deadline deadline_{Clock::time_point()};
+  std::chrono::milliseconds receive_limit_{0};  // what the kernel knows
 };
 
-/// A TCP connection, with TLS or without, of which every step ends by a deadline. The socket never
-/// blocks; waiting is poll(). Never raises SIGPIPE. One thread at a time.
+/// A TCP connection, with TLS or without, of which every step ends by a deadline. Never raises
+/// SIGPIPE. One thread at a time.
 class Stream {
  public:
   Stream() noexcept = default;
@@ -65,10 +76,7 @@ class Stream {
   void close_after_peer(Deadline deadline);
 
  private:
-  bool try_send(std::string_view data, std::size_t& n, short& wanted, bool& touched,
-                Failure& failure);
-  ssize_t try_receive(char* buffer, std::size_t size, short& wanted, Failure& failure);
-  int tls_failure(int result, const char* doing, Failure& failure);
+  bool tls_failure(int result, const char* doing, Failure& failure);
 
   Socket socket_;
   Address peer_{};
