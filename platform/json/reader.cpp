@@ -111,7 +111,7 @@ const char* read_text(const std::string& text, Value& value) {
   static_assert(read_padding >= simdjson::SIMDJSON_PADDING);
   const auto document = parser->parse(text);
   if (document.error() == simdjson::MEMALLOC) {
-    // A parser that could not grow is in no state to be used again.
+    // In whatever state a parser is that could not grow, it is not used again.
     parser.reset();
     throw std::bad_alloc();
   }

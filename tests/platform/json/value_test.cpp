@@ -305,6 +305,15 @@ const Shape shapes[] = {
        a.push_back(std::move(inner));
        return Value(std::move(a));
      }},
+    {"first_of_the_last", million / 10,
+     [](Value&& inner) {
+       Array last;
+       last.push_back(std::move(inner));
+       last.emplace_back(1);
+       Array a{"first"};
+       a.emplace_back(std::move(last));
+       return Value(std::move(a));
+     }},
     {"amid_containers_in_an_object", million / 10,
      [](Value&& inner) {
        Object o{{"a", Array{1, 2}}, {"c", Object{{"d", "e"}}}};

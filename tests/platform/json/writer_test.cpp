@@ -106,6 +106,7 @@ TEST(Json_Writer, text_that_is_not_utf8_is_refused_in_values_and_keys) {
       const std::string text = std::string(before, 'x') + bad;
       EXPECT_THROW(write(text), std::runtime_error);
       EXPECT_THROW(write(text + "tail"), std::runtime_error);
+      EXPECT_THROW(write(text + std::string(9000, 'y')), std::runtime_error);
       EXPECT_THROW(write(Object{{text, 1}}), std::runtime_error);
       EXPECT_THROW(write(Array{1, Object{{"k", text}}}), std::runtime_error);
     }
