@@ -135,7 +135,7 @@ TEST_P(HTTP_Keep_Alive_Test, a_connection_with_unasked_bytes_in_it_is_not_used_a
 }
 
 TEST_P(HTTP_Keep_Alive_Test, a_connection_that_failed_is_not_used_again) {
-  set_options([](HTTP_Options& options) { options.exchange_timeout = 100ms; });
+  set_options([](HTTP_Options& options) { options.exchange_timeout = 600ms; });
   server_.queue(json_answer(200, "[1,2,3]").cut_after(60).end(Answer::End::hold));
   Kept_Client client(server_.endpoint());
   EXPECT_EQ(call(client).report.error, HTTP_Error::timeout);

@@ -17,8 +17,10 @@ std::chrono::steady_clock::duration time_of(std::chrono::milliseconds pause) {
 
 TEST(Sleep_Between_Attempts, lasts_its_whole_time_under_a_storm_of_signals) {
   const test::Signal_Storm storm;
-  EXPECT_GE(time_of(60ms), 60ms);
-  EXPECT_GE(storm.count(), 3) << "no storm, no test";
+  // On a busy machine signals that come while the thread waits for its turn become one.
+  for (int i = 0; i < 100 && storm.count() < 5; ++i)
+    EXPECT_GE(time_of(40ms), 40ms);
+  EXPECT_GE(storm.count(), 5) << "no storm, no test";
 }
 
 TEST(Sleep_Between_Attempts, nothing_takes_no_time) {
