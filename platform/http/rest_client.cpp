@@ -125,7 +125,9 @@ class Call {
       while (!attempt(headers) && may_repeat() && pause()) {
       }
     }
+    // In this order, because the service needs a moment to end the connection.
     read_body(answer);
+    end_connection();
     if (response != nullptr) response->status(got_.status);
     report_.status = got_.status;
     report_.error = failure_.error;
@@ -173,12 +175,18 @@ class Call {
       return false;
     }
     if (!got_.keep_connection) {
-      stream->close_after_peer(deadline_.or_sooner(Deadline::in(end_of_file_wait)));
+      ending_ = std::move(stream);
     } else if (wire_.keep_connection) {
       client_.idle.give(std::move(stream), settings_);
     }
     if (got_.status / 100 == 2) return true;
     return failure_.set(HTTP_Error::status, "HTTP status " + std::to_string(got_.status));
+  }
+
+  void end_connection() {
+    if (ending_ == nullptr) return;
+    ending_->close_after_peer(deadline_.or_sooner(Deadline::in(end_of_file_wait)));
+    ending_.reset();
   }
 
   void begin_attempt_report() {
@@ -208,6 +216,7 @@ class Call {
   }
 
   bool pause() {
+    end_connection();
     const auto slot =
         std::min(first_pause * (1 << std::min(report_.attempts - 1, 10)), longest_pause).count();
     std::uniform_int_distribution<std::chrono::milliseconds::rep> jitter(slot / 2, slot);
@@ -240,6 +249,7 @@ class Call {
   const Deadline deadline_;
   Wire_Request wire_;
   Wire_Answer got_;
+  std::unique_ptr<Stream> ending_;  // the connection that has served the last attempt
   Failure failure_;
 };
 

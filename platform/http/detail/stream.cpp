@@ -392,6 +392,7 @@ void Stream::close_after_peer(Deadline deadline) {
   if (ssl_ != nullptr && (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) != 0) {
     // The peer may wait for our farewell before it closes its side.
     SSL_shutdown(ssl_.get());
+    ssl_.reset();
     socket_.receive(scrap, sizeof scrap);
   }
   socket_.close();
