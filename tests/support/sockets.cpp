@@ -108,4 +108,13 @@ Black_Hole::Black_Hole(const std::string& address, unsigned short port)
   fail("the listener takes everybody");
 }
 
+void Black_Hole::open_up() {
+  if (listen(listener_.get(), 16) != 0) fail("listen");
+}
+
+void Black_Hole::refuse() {
+  // Shut down, it keeps its port.
+  if (shutdown(listener_.get(), SHUT_RDWR) != 0) fail("shutdown");
+}
+
 }  // namespace zqpool::test

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <cerrno>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
@@ -26,6 +27,7 @@ struct State {
   std::map<std::string, int> look_ups;
   std::map<unsigned short, unsigned short> ports;
   int under_way = 0;
+  std::function<void()> after_connect;
 };
 
 // Never destroyed: look-ups may outlive main().
@@ -46,6 +48,7 @@ Interposed_Network::Interposed_Network() {
   state().names.clear();
   state().look_ups.clear();
   state().ports.clear();
+  state().after_connect = nullptr;
   state().active = true;
 }
 
@@ -87,6 +90,11 @@ int Interposed_Network::look_ups(const std::string& name) const {
 void Interposed_Network::redirect(unsigned short port, unsigned short to) {
   const std::lock_guard lock(state().mutex);
   state().ports[port] = to;
+}
+
+void Interposed_Network::after_connect(std::function<void()> hook) {
+  const std::lock_guard lock(state().mutex);
+  state().after_connect = std::move(hook);
 }
 
 }  // namespace zqpool::test
@@ -146,5 +154,14 @@ extern "C" __attribute__((visibility("default"))) int connect(int fd, const sock
     const auto found = state().ports.find(ntohs(port));
     if (state().active && found != state().ports.end()) port = htons(found->second);
   }
-  return join(fd, reinterpret_cast<const sockaddr*>(&changed), size);
+  const int result = join(fd, reinterpret_cast<const sockaddr*>(&changed), size);
+  const int error = errno;
+  std::function<void()> hook;
+  {
+    const std::lock_guard lock(state().mutex);
+    if (state().active) hook.swap(state().after_connect);
+  }
+  if (hook) hook();
+  errno = error;
+  return result;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <string>
 #include <vector>
@@ -27,6 +28,8 @@ class Interposed_Network {
   int look_ups(const std::string& name) const;
   /// Connections to the first port go to the second.
   void redirect(unsigned short port, unsigned short to);
+  /// Called once, after the next connect() of the transport has returned.
+  void after_connect(std::function<void()> hook);
 };
 
 }  // namespace zqpool::test

@@ -189,6 +189,27 @@ TEST_P(HTTP_Keep_Alive_Test, many_threads_share_one_client) {
   EXPECT_LE(server_.connection_count(), 160U);
 }
 
+TEST_P(HTTP_Keep_Alive_Test, idle_connections_are_bounded) {
+  constexpr std::size_t many = 20;
+  constexpr std::size_t kept = 16;
+  Kept_Client client(server_.endpoint());
+  for (std::size_t round = 1; round <= 2; ++round) {
+    // No answer before all are there, so each needs a connection of its own.
+    server_.otherwise([this, round](const Recorded_Request&) {
+      return json_answer(server_.wait_for_requests(many * round) ? 200 : 500, "{}");
+    });
+    std::atomic<int> good{0};
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < many; ++i) {
+      threads.emplace_back([&] { good += call(client).ok ? 1 : 0; });
+    }
+    for (std::thread& thread : threads)
+      thread.join();
+    EXPECT_EQ(good, static_cast<int>(many));
+  }
+  EXPECT_EQ(server_.connection_count(), many + (many - kept));
+}
+
 TEST_P(HTTP_Keep_Alive_Test, a_child_process_takes_a_connection_of_its_own) {
   Kept_Client client(server_.endpoint());
   EXPECT_TRUE(call(client).ok);

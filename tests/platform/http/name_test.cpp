@@ -109,6 +109,50 @@ TEST_F(HTTP_Name_Test, all_addresses_dead_end_by_the_deadline) {
   EXPECT_GE(called.took, 295ms);
 }
 
+TEST_F(HTTP_Name_Test, an_address_that_answers_late_is_connected_to) {
+  set_options([](HTTP_Options& options) { options.exchange_timeout = 2000ms; });
+  Black_Hole hole("127.0.0.2", server_.port());
+  network_.name("pool.test", {"127.0.0.2"});
+  network_.after_connect([&hole] { hole.open_up(); });
+  const Called called = call_once(named("pool.test"));
+  EXPECT_EQ(called.report.error, HTTP_Error::timeout);
+  EXPECT_EQ(called.report.phase, HTTP_Phase::wait) << "connected, but nobody answers";
+  EXPECT_EQ(called.report.address, "127.0.0.2");
+  EXPECT_GE(called.report.connect_time, 500ms);
+}
+
+TEST_F(HTTP_Name_Test, an_address_that_refuses_late_gives_way_to_the_next) {
+  Black_Hole hole("127.0.0.2", server_.port());
+  const Black_Hole other("127.0.0.3", server_.port());
+  network_.name("pool.test", {"127.0.0.2", "127.0.0.3", "127.0.0.1"});
+  network_.after_connect([&hole] { hole.refuse(); });
+  const Called called = call_once(named("pool.test"));
+  EXPECT_TRUE(called.ok) << called.report.text;
+  EXPECT_EQ(called.report.address, "127.0.0.1");
+}
+
+TEST_F(HTTP_Name_Test, an_address_that_refuses_late_is_reported) {
+  Black_Hole hole("127.0.0.2", server_.port());
+  network_.name("pool.test", {"127.0.0.2"});
+  network_.after_connect([&hole] { hole.refuse(); });
+  const Called called = call_once(named("pool.test"));
+  EXPECT_FALSE(called.ok);
+  EXPECT_EQ(called.report.error, HTTP_Error::connect);
+  EXPECT_THAT(called.report.text, HasSubstr("refused"));
+}
+
+TEST_F(HTTP_Name_Test, a_zone_of_an_ipv6_address_stays_at_home) {
+  if (!has_ipv6()) GTEST_SKIP() << "this machine has no ::1";
+  Server_Options options = tls();
+  options.ipv6 = true;
+  Scripted_Server server(options);
+  server.otherwise(json_answer(200, "{}"));
+  const Called called = call_once({"::1%1", server.port(), true});
+  EXPECT_TRUE(called.ok) << called.report.text;
+  EXPECT_EQ(server.request(0).header("Host"), "[::1]:" + std::to_string(server.port()));
+  EXPECT_EQ(server.request(0).sni, "");
+}
+
 TEST_F(HTTP_Name_Test, an_ipv6_address_that_nobody_serves_gives_way_to_ipv4) {
   if (!has_ipv6()) GTEST_SKIP() << "this machine has no ::1";
   const Refused_Port nobody("::1", server_.port());

@@ -118,6 +118,16 @@ TEST_F(HTTP_Session_Test, failures_are_not_repeated) {
   EXPECT_TRUE(sleeps_.pauses().empty());
 }
 
+TEST_F(HTTP_Session_Test, only_reads_are_taken) {
+  JSON_HTTP_Session session(open(server_.endpoint()), 5, 300);
+  HTTP_Request request(HTTP_METHOD_DELETE, "/zq/x", false);
+  HTTP_Response response;
+  json_spirit::Value answer;
+  EXPECT_FALSE(session.get(request, response, answer));
+  EXPECT_EQ(last_http_exchange().error, HTTP_Error::refused_request);
+  EXPECT_EQ(server_.request_count(), 0U);
+}
+
 TEST_F(HTTP_Session_Test, a_kept_session_carries_several_exchanges) {
   server_.otherwise(json_answer(200, "{}"));
   JSON_HTTP_Session session(open(server_.endpoint(), true), 5, 300);

@@ -391,6 +391,26 @@ TEST_P(HTTP_TLS_Session_Test, belong_to_one_name_of_a_service) {
   EXPECT_EQ(call({"elsewhere.test", server_.port(), true}).report.error, HTTP_Error::tls);
 }
 
+TEST_P(HTTP_TLS_Session_Test, are_bounded_and_the_oldest_goes_first) {
+  constexpr int many = 1024;
+  set_options([](HTTP_Options& o) { o.verify = false; });
+  Interposed_Network network;
+  const auto resumed_by = [&](int number) {
+    const std::string name = "n" + std::to_string(number) + ".test";
+    network.name(name, {"127.0.0.1"});
+    const Called called = call({name, server_.port(), true});
+    EXPECT_TRUE(called.ok) << called.report.text;
+    return called.report.tls_resumed;
+  };
+  for (int i = 0; i < many; ++i)
+    ASSERT_FALSE(resumed_by(i));
+  EXPECT_TRUE(resumed_by(many - 1));
+  EXPECT_FALSE(resumed_by(many)) << "one too many";
+  EXPECT_TRUE(resumed_by(many));
+  EXPECT_TRUE(resumed_by(1));
+  EXPECT_FALSE(resumed_by(0)) << "the oldest";
+}
+
 TEST_P(HTTP_TLS_Session_Test, a_service_that_forgot_them_makes_new_ones) {
   EXPECT_FALSE(resumed());
   Scripted_Server restarted(options(certificates().server));
