@@ -84,6 +84,7 @@ class Tree_Handler {
  public:
   explicit Tree_Handler(Value& root) : root_(root) {}
 
+  // NOLINTBEGIN(readability-identifier-naming): RapidJSON's names
   bool Null() { return put(Value()); }
   bool Bool(bool flag) { return put(flag); }
   bool Int(int number) { return put(number); }
@@ -103,6 +104,7 @@ class Tree_Handler {
   bool EndObject(rapidjson::SizeType) { return close(); }
   bool StartArray() { return open(json_spirit::Array()); }
   bool EndArray(rapidjson::SizeType) { return close(); }
+  // NOLINTEND(readability-identifier-naming)
 
  private:
   struct Container {

@@ -45,9 +45,9 @@ void add(dom::element element, int depth, Emplace emplace);
 
 void fill(Object& object, dom::object members, int depth) {
   for (const dom::key_value_pair member : members) {
-    add(member.value, depth, [&object, &member](auto&& value) -> Value& {
+    add(member.value, depth, [&object, &member](auto value) -> Value& {
       const std::size_t size = object.size();
-      // Services mostly send their keys in order: then the end is the right place.
+      // Keys that come in order go in at the end without a search.
       const auto place =
           object.try_emplace(object.end(), std::string(member.key), std::move(value));
       // With a key already there `value` was not touched.
@@ -61,7 +61,7 @@ void fill(Array& array, dom::array elements, int depth) {
   array.reserve(elements.size());
   for (const dom::element element : elements) {
     add(element, depth,
-        [&array](auto&& value) -> Value& { return array.emplace_back(std::move(value)); });
+        [&array](auto value) -> Value& { return array.emplace_back(std::move(value)); });
   }
 }
 
@@ -119,7 +119,7 @@ const char* read_text(const std::string& text, Value& value) {
 
   Value tree;
   try {
-    add(document.value_unsafe(), 0, [&tree](auto&& content) -> Value& {
+    add(document.value_unsafe(), 0, [&tree](auto content) -> Value& {
       tree = Value(std::move(content));
       return tree;
     });

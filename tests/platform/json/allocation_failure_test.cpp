@@ -241,7 +241,7 @@ TEST_F(Json_Allocation_Failure, dump_leaves_nothing_behind) {
 
 TEST_F(Json_Allocation_Failure, copy_leaves_nothing_behind_and_assignment_the_old_value) {
   const Value value = tree();
-  EXPECT_GT(fail_at_each_allocation([&value] { const Value copy(value); }, [] {}), 50);
+  EXPECT_GT(fail_at_each_allocation([&value] { static_cast<void>(Value(value)); }, [] {}), 50);
   Value assigned = untouched();
   EXPECT_GT(fail_at_each_allocation([&] { assigned = value; },
                                     [&assigned] { EXPECT_EQ(assigned, untouched()); }),

@@ -339,12 +339,18 @@ TEST(Json_Reader, of_members_with_the_same_key_the_last_wins) {
 
 TEST(Json_Reader, keys_come_out_sorted_whatever_their_order) {
   std::vector<std::string> keys;
+  keys.reserve(200);
   for (int i = 0; i < 200; ++i)
     keys.push_back("k" + std::to_string(i * 7919 % 1000));
   const auto document = [](const std::vector<std::string>& order) {
     std::string text;
-    for (const std::string& key : order)
-      text += (text.empty() ? "{\"" : ",\"") + key + "\":\"" + key + "\"";
+    for (const std::string& key : order) {
+      text += text.empty() ? "{\"" : ",\"";
+      text += key;
+      text += "\":\"";
+      text += key;
+      text += "\"";
+    }
     return text + "}";
   };
   Value shuffled;
@@ -407,7 +413,7 @@ TEST(Json_Reader, a_hundred_thousand_brackets_are_refused) {
 }
 
 class Document_Size_Limit : public testing::Test {
- protected:
+ public:
   ~Document_Size_Limit() override { json_spirit::set_max_document_size(before_); }
 
  private:
@@ -484,12 +490,13 @@ TEST(Json_Reader, many_threads_read_and_write_at_once) {
   const std::string small = R"({"a":[1,2.5,"x"],"b":{"c":null}})";
   std::vector<std::thread> threads;
   std::vector<int> good(8);
-  for (std::size_t i = 0; i < good.size(); ++i) {
-    threads.emplace_back([&, i] {
+  threads.reserve(good.size());
+  for (int& count : good) {
+    threads.emplace_back([&large, &small, &count] {
       for (int round = 0; round < 200; ++round) {
         Value value;
         const std::string& text = round % 100 == 50 ? large : small;
-        good[i] += read(text, value) && write(value) == text && !read("[1,", value) ? 1 : 0;
+        count += read(text, value) && write(value) == text && !read("[1,", value) ? 1 : 0;
       }
     });
   }
