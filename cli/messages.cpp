@@ -1,5 +1,6 @@
 #include "cli/messages.h"
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -66,8 +67,14 @@ bool write_all(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(descriptor, text.data(), text.size());
     if (written < 0) {
-      if (errno == EINTR) continue;
-      return false;
+      if (errno == EAGAIN) {
+        // Somebody who shares the descriptor made it non-blocking.
+        pollfd wanted = {descriptor, POLLOUT, 0};
+        poll(&wanted, 1, -1);
+      } else if (errno != EINTR) {
+        return false;
+      }
+      continue;
     }
     text.remove_prefix(static_cast<std::size_t>(written));
   }
