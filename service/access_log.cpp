@@ -40,7 +40,7 @@ std::string shortened(std::string text) {
   return text + "...(" + std::to_string(more) + " more)";
 }
 
-std::string or_dash(std::string text) {
+std::string or_dash(const std::string& text) {
   return text.empty() ? "-" : text;
 }
 

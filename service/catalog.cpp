@@ -10,8 +10,6 @@
 
 namespace zqpool::service {
 
-using json_spirit::Value;
-
 namespace {
 
 constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();

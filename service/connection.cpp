@@ -479,8 +479,9 @@ class Http_Connection final : public Connection,
                       string_of(http::obsolete_reason(status)) +
                       "\r\nServer: zqpoold/" ZQPOOL_VERSION "\r\nDate: " + http_date() +
                       "\r\nX-Request-Id: " + record_.request_id + "\r\nCache-Control: no-store\r\n";
-    for (const auto& [name, value] : answer.headers)
-      out += name + ": " + value + "\r\n";
+    for (const auto& [name, value] : answer.headers) {
+      out.append(name).append(": ").append(value).append("\r\n");
+    }
     if (answer.status != 204 && answer.status != 304) {
       out += "Content-Type: application/json\r\nContent-Length: " + std::to_string(length) + "\r\n";
     }

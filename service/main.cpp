@@ -85,7 +85,7 @@ void serve(const Options& options) {
     load_scenario(store, families.scenario, options.scenario_file);
   });
   say_or_load_scenario(state, families.scenario, options);
-  Service service(state, std::move(families), std::move(key), options.lab);
+  Service service(state, std::move(families), key, options.lab);
   Access_Log log(options.access_log);
   Server server(service, log, options.server);
 

@@ -29,8 +29,9 @@ Answer state_failure(const SQLite::Exception& error) {
 
 }  // namespace
 
-Service::Service(State& state, Families families, std::optional<Access_Key> access_key, bool lab)
-    : state_(state), access_key_(std::move(access_key)), families_(std::move(families)) {
+Service::Service(State& state, Families families, const std::optional<Access_Key>& access_key,
+                 bool lab)
+    : state_(state), access_key_(access_key), families_(std::move(families)) {
   if (lab) add_lab(families_.router, *this);
 }
 

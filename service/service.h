@@ -25,7 +25,7 @@ struct Statistics {
 class Service {
  public:
   /// Without a key every request is let in. With `lab` the paths under /zq/lab/ exist.
-  Service(State& state, Families families, std::optional<Access_Key> access_key, bool lab);
+  Service(State& state, Families families, const std::optional<Access_Key>& access_key, bool lab);
 
   /// What is to become of a request, decided without touching the state.
   struct Plan {

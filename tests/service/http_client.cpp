@@ -29,7 +29,7 @@ constexpr std::chrono::seconds patience_for_an_answer{20};
 }
 
 std::shared_ptr<SSL_CTX> client_context() {
-  const std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
+  std::shared_ptr<SSL_CTX> context(SSL_CTX_new(TLS_client_method()), SSL_CTX_free);
   if (!context ||
       SSL_CTX_load_verify_file(context.get(), Test_Certificates::instance().ca_file.c_str()) != 1) {
     throw std::runtime_error("cannot trust the test certificates");

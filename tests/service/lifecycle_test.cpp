@@ -29,7 +29,6 @@ namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::StartsWith;
 using Clock = std::chrono::steady_clock;
 
 const std::string pool_path = "/zq/r/storage/catalog/pool";
@@ -156,6 +155,7 @@ TEST(Stop, while_clients_of_all_kinds_are_busy) {
   std::atomic<bool> done{false};
   std::atomic<int> answered{0};
   std::vector<std::thread> clients;
+  clients.reserve(8);
   for (int t = 0; t < 8; ++t) {
     clients.emplace_back([&, t] {
       while (!done) {

@@ -195,6 +195,7 @@ TEST(Limits_Of_All, many_more_clients_than_connections_are_all_served) {
   const Service_Process service({small_lab(), {"--max-connections", "8"}});
   std::atomic<int> right{0};
   std::vector<std::thread> threads;
+  threads.reserve(64);
   for (int t = 0; t < 64; ++t) {
     threads.emplace_back([&] {
       for (int i = 0; i < 3; ++i) {

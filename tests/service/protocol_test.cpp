@@ -365,6 +365,7 @@ TEST_P(Protocol, what_is_no_http_is_refused) {
 TEST_P(Protocol, sixty_four_connections_at_once_get_what_they_asked_for) {
   std::atomic<int> right{0};
   std::vector<std::thread> threads;
+  threads.reserve(64);
   for (int t = 0; t < 64; ++t) {
     threads.emplace_back([&, t] {
       Http_Client client(endpoint());

@@ -199,6 +199,7 @@ TEST_F(State_Test, takes_changes_of_many_threads_one_after_another) {
   constexpr int threads = 8;
   constexpr int each = 25;
   std::vector<std::thread> running;
+  running.reserve(threads);
   std::atomic<int> seen_less{0};
   for (int t = 0; t < threads; ++t) {
     running.emplace_back([&, t] {
@@ -264,7 +265,7 @@ TEST_F(State_Test, refuses_a_damaged_file) {
   }
   std::string content = content_of(file_);
   // A page in the middle, not the first one, which is read in any case.
-  for (std::size_t i = 4096 * 2; i < content.size(); ++i)
+  for (std::size_t i = std::size_t{8192}; i < content.size(); ++i)
     content[i] = static_cast<char>(i);
   directory_.write("state", content);
   EXPECT_THAT(failure(file_), HasSubstr("is damaged"));

@@ -34,6 +34,7 @@ std::string content_of(const std::string& file) {
 pid_t spawn_command(const std::vector<std::string>& command, int output,
                     const std::string& messages) {
   std::vector<char*> arguments;
+  arguments.reserve(command.size() + 1);
   for (const std::string& argument : command) {
     arguments.push_back(const_cast<char*>(argument.c_str()));
   }
