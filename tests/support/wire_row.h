@@ -51,6 +51,10 @@ class Row {
     row_.pauses_vary = true;
     return *this;
   }
+  Row& keeps_connection() {
+    row_.keeps_connection = true;
+    return *this;
+  }
   Wire_Row gives(bool result, const std::string& outputs) {
     row_.result = result;
     row_.outputs = outputs;

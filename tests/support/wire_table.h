@@ -35,6 +35,7 @@ struct Expected_Line {
   std::string priority;
   std::string text;
   bool with_place = true;  ///< source file and line were recorded with it
+  std::string file{};      ///< which source file; "" for any
 };
 
 /// What a call brought: its result, and its outputs as one JSON object.
@@ -70,6 +71,8 @@ struct Wire_Row {
   std::optional<std::vector<std::chrono::milliseconds>> pauses;
   /// Pauses are not compared (jitter), only counted against `pauses`.
   bool pauses_vary = false;
+  /// The client keeps its connection: requests do not say "Connection: close".
+  bool keeps_connection = false;
 };
 
 std::ostream& operator<<(std::ostream& out, const Wire_Row& row);

@@ -114,6 +114,31 @@ TEST(Wire_Table_Harness, finds_a_line_too_many) {
   finds(row, "logged, too: LM_ERROR \"Failed to put 'a'.");
 }
 
+TEST(Wire_Table_Harness, finds_another_source_file) {
+  Wire_Row row = failing_row();
+  row.lines[1].file = __FILE__;
+  play(row, false);
+  row.lines[1].file = "utils/pool/another.cpp";
+  finds(row, "wire_table_test.cpp");
+}
+
+TEST(Wire_Table_Harness, finds_a_connection_that_is_not_kept) {
+  Wire_Row row = good_row();
+  row.call = [](const Endpoint& to) {
+    JSON_RESTful_Client client(to.host.c_str(), to.port, to.ssl, true);
+    client.set_header(HTTP_HEAD_X_ACCESS_KEY, "secret");
+    json_spirit::Value answer;
+    HTTP_Request request(HTTP_METHOD_GET, "/zq/thing", false);
+    return Outcome{client.get(request, &answer), {{"answer", answer}}};
+  };
+  row.requests = {{"GET", "/zq/thing", "", "secret", {}}};
+  row.keeps_connection = true;
+  play(row, false);
+  row = good_row();
+  row.keeps_connection = true;
+  finds(row, "Connection");
+}
+
 TEST(Wire_Table_Harness, finds_another_priority) {
   Wire_Row row = failing_row();
   row.lines[1].priority = "LM_WARNING";

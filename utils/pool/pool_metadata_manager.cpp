@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "utils/pool/detail/answer.h"
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
 #include "utils/support/retry.h"
@@ -10,20 +11,15 @@
 
 using std::string;
 using zqpool::detail::Attempt;
+using zqpool::detail::is_object;
 using zqpool::detail::Service_Call;
 
 namespace {
 
-bool is_object(const json_spirit::Value& value) {
-  return value.type() == json_spirit::obj_type;
-}
-
 /// The record of an answer whose "rows" hold that one record and nothing else.
 bool take_only_row(json_spirit::Value& answer, Object& record) {
   Array* const rows = json_spirit::object_get_array(answer.get_obj(), "rows");
-  if (rows == nullptr || rows->size() != 1 || !is_object(rows->front())) return false;
-  record.swap(rows->front().get_obj());
-  return true;
+  return rows != nullptr && zqpool::detail::take_only_object(*rows, record);
 }
 
 }  // namespace

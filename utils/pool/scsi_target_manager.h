@@ -82,16 +82,16 @@ class ZQ_EXPORT SCSI_Target_Manager {
 
   // --- LUNs -------------------------------------------------------------------------------------
 
-  /// Creates an empty LUN of `size` and retention `type`, and with `to_export` exports it at once:
+  /// Creates an empty LUN of `size`, kept for `retention`, and with `to_export` exports it at once:
   /// to this host when `with_acls`. `block_size` in bytes; the service's default when it is not
   /// positive. `lun_id` receives the LUN's identifier, `lun` its number on the target, which only
   /// an exported LUN must have (else `lun` may keep what it had).
   ///
-  /// A `type` without a name is refused, and so is a host without initiators when `with_acls`;
+  /// A retention without a name is refused, and so is a host without initiators when `with_acls`;
   /// nothing is sent then. Logs nothing when the exchange fails or brings no object. When the
   /// number is missing, `lun_id` is written and the LUN is there.
   bool create_lun(const ACE_UINT64 size, std::string& lun_id, int& lun, int block_size,
-                  bool to_export, bool with_acls, Retention_Type type);
+                  bool to_export, bool with_acls, Retention_Type retention);
 
   /// Creates a LUN with the content of a snapshot, and with `to_export` exports it, to nobody yet.
   /// Outputs and failures as above.
@@ -102,11 +102,12 @@ class ZQ_EXPORT SCSI_Target_Manager {
   /// size.
   bool create_newest_lun(const ACE_UINT64 size, std::string& lun_id, int& lun);
 
-  /// Exports a LUN to this host; its number on the target goes into `lun_num`. `type` (SCSI
-  /// transport) and `target` name the way; unless both are given the pool's own target is taken.
+  /// Exports a LUN to this host; its number on the target goes into `lun_num`. `transport`
+  /// ("iSCSI" or another) and `target` name the way; unless both are given the pool's own is taken.
   /// Nothing is sent for a host without initiators. Logs nothing when the exchange fails or brings
   /// no object.
-  bool export_lun(const std::string& lun_id, int& lun_num, const char* type, const char* target);
+  bool export_lun(const std::string& lun_id, int& lun_num, const char* transport,
+                  const char* target);
 
   /// Withdraws a LUN's export; with `force` also one in use. Logs nothing by itself.
   bool unexport_lun(const std::string& lun_id, bool force) const;
@@ -137,9 +138,9 @@ class ZQ_EXPORT SCSI_Target_Manager {
   /// Logs nothing when the exchange fails or brings no object.
   bool create_snapshot(const std::string& lun_id, std::string& snapshot_id, bool recyclable) const;
 
-  /// Exports a snapshot to this host; the number under which it is shared goes into `lun`. `type`
-  /// and `target` as in export_lun(), and the failures, too.
-  bool share_snapshot(const std::string& snapshot_id, const char* type, const char* target,
+  /// Exports a snapshot to this host; the number under which it is shared goes into `lun`.
+  /// `transport` and `target` as in export_lun(), and the failures, too.
+  bool share_snapshot(const std::string& snapshot_id, const char* transport, const char* target,
                       int& lun);
 
   /// Withdraws the share of a snapshot under `lun_num`. Logs nothing by itself.
@@ -183,14 +184,15 @@ class ZQ_EXPORT SCSI_Target_Manager {
 
   /// Writes this host's initiators into the request body `params`, as "acls", in place of any that
   /// are there. When `initiators_` is empty they are found out first, and then kept: over iSCSI
-  /// when `type` says so (in any case of letters) or the pool's known type does, else the Fibre
-  /// Channel ports. With a null `type` the pool's type is asked for when it is not known, and not
-  /// to get it is a failure. False leaves `params` as it was.
-  bool get_acls(Object& params, const char* type);
+  /// when `transport` says so (in any case of letters) or the pool's known one does, else the Fibre
+  /// Channel ports. With null the pool's transport is asked for when it is not known, and not to
+  /// get it is a failure. False leaves `params` as it was.
+  bool get_acls(Object& params, const char* transport);
 
-  /// Lets this host reach an exported LUN, beside those who may already. `type` as in get_acls().
+  /// Lets this host reach an exported LUN, beside those who may already. `transport` as in
+  /// get_acls().
   /// Logs nothing when the exchange fails.
-  bool add_lun_acls(const std::string& lun_id, const char* type);
+  bool add_lun_acls(const std::string& lun_id, const char* transport);
 
   /// Lets this host reach the share of a snapshot under number `lun`. Logs nothing when the
   /// exchange fails.

@@ -14,6 +14,7 @@
 #include "platform/json/json_dump.h"
 #include "platform/net/uri.h"
 #include "platform/rpc/json_rpc.h"
+#include "utils/pool/detail/parse_url.h"
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
 #include "utils/support/retry.h"
@@ -26,6 +27,7 @@ using json_spirit::object_get_object;
 using json_spirit::object_get_str;
 using std::string;
 using zqpool::detail::Attempt;
+using zqpool::detail::parse_url;
 using zqpool::detail::Service_Call;
 
 namespace {
@@ -85,13 +87,6 @@ const Object* pick_storage(const Array& storages, const char* host_uuid, const c
   // Whatever its URL, binding or role, on purpose: some storage is better than none.
   if (first == nullptr) ZQ_ERROR("Failed to get storage.\n");
   return first;
-}
-
-bool parse_url(const string& url, URI& uri) {
-  // What follows a zero byte would be lost in silence.
-  const bool whole = url.find('\0') == string::npos;
-  return (whole && URI_Parser().parse(url.c_str(), uri)) ||
-         ZQ_ERROR("Failed to parse url: %s\n", url.c_str());
 }
 
 /// The socket of the backup service, by which credentials are fetched when they are needed.
@@ -181,7 +176,7 @@ bool take_node(const Object& storage, Pool_Info& info) {
   const string* url = object_get_str(storage, "url");
   if (url == nullptr) return ZQ_ERROR("No 'url' in storage object.\n");
   URI uri;
-  if (!parse_url(*url, uri)) return false;
+  if (!parse_url(ZQ_HERE, *url, uri)) return false;
   uri.path("", true);
   std::ostringstream base;
   uri.build(base);
@@ -237,7 +232,7 @@ bool parse_pool_info(const Object& pool, Pool_Info& info, const char* host_uuid,
     return ZQ_ERROR("No 'url' or 'pool_uuid' in storage object.\n");
   }
   URI uri;
-  if (!parse_url(info.url, uri)) return false;
+  if (!parse_url(ZQ_HERE, info.url, uri)) return false;
 
   const Object* attributes = object_get_object(*storage, "extended_attrs");
   if (is_s3_uri(info.url.c_str())) return complete_s3(*storage, attributes, info);

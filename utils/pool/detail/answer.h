@@ -1,0 +1,25 @@
+#pragma once
+
+#include "platform/json/json_spirit.h"
+
+// How answers of a service are judged.
+
+namespace zqpool::detail {
+
+inline bool is_object(const json_spirit::Value& value) {
+  return value.type() == json_spirit::obj_type;
+}
+
+inline bool is_array(const json_spirit::Value& value) {
+  return value.type() == json_spirit::array_type;
+}
+
+/// Takes the object out of an array that holds it and nothing else; false, with `object` as it was,
+/// for any other array.
+inline bool take_only_object(Array& array, Object& object) {
+  if (array.size() != 1 || !is_object(array.front())) return false;
+  object.swap(array.front().get_obj());
+  return true;
+}
+
+}  // namespace zqpool::detail

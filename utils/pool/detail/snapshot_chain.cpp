@@ -1,0 +1,101 @@
+#include "utils/pool/detail/snapshot_chain.h"
+
+#include <exception>
+
+#include "utils/pool/detail/answer.h"
+#include "utils/support/json_util.h"
+
+namespace zqpool::detail {
+namespace {
+
+struct Sizes {
+  std::uint64_t excl = 0;
+  std::uint64_t rfer = 0;
+};
+
+Sizes read_sizes(const Object& snapshot) {
+  Sizes sizes;
+  const Const_Object_Throw_Extractor extract(snapshot);
+  extract("excl_size", sizes.excl, true);
+  extract("rfer_size", sizes.rfer, true);
+  return sizes;
+}
+
+}  // namespace
+
+bool get_previous_snapshot(const Place& place, const Snapshot_Chain& chain,
+                           const std::string& snapshot_id, Object& info) {
+  Object current;
+  if (!chain.describe(current)) {
+    return ZQ_LOG_AT(place, LM_ERROR,
+                     "Failed to get previous snapshot: failed to get current snapshot info\n");
+  }
+  std::string parent_id;
+  int current_seq = 0;
+  try {
+    const Const_Object_Throw_Extractor extract(current);
+    extract("parent_id", parent_id, true);
+    extract("seq", current_seq, true);
+  } catch (const std::exception& error) {
+    return ZQ_LOG_AT(place, LM_ERROR, "Failed to get previous snapshot: %s\n", error.what());
+  }
+  json_spirit::Value answer;
+  if (!chain.list(parent_id, answer) || !is_array(answer)) {
+    return ZQ_LOG_AT(place, LM_ERROR, "Failed to get %s previous snapshot info.\n",
+                     snapshot_id.c_str());
+  }
+  if (answer.get_array().empty()) return false;
+
+  // The best is taken out of the list only at the end, because a message may show the whole list.
+  Object* best = nullptr;
+  int best_seq = -1;
+  bool good = true;
+  for (json_spirit::Value& element : answer.get_array()) {
+    int seq = 0;
+    if (!is_object(element)) {
+      good = ZQ_LOG_AT(place, LM_EMERGENCY, "Unexpected error in %N:%l, i is not object!\n");
+      break;
+    }
+    if (!json_spirit::object_get(element.get_obj(), "seq", seq)) {
+      chain.complain(answer, parent_id);
+      good = false;
+      break;
+    }
+    if (best_seq <= seq && seq < current_seq) {
+      best_seq = seq;
+      best = &element.get_obj();
+    }
+  }
+  if (best != nullptr) info.swap(*best);
+  // It looks the wrong way round, but callers count on it.
+  return good && info.empty();
+}
+
+bool added_size(const Place& place, const Object& current, const Object& previous,
+                std::uint64_t& size) {
+  Sizes before;
+  Sizes now;
+  try {
+    if (!previous.empty()) before = read_sizes(previous);
+    now = read_sizes(current);
+  } catch (const std::exception& error) {
+    return ZQ_LOG_AT(place, LM_ERROR, "Failed to calculate snapshot size: %s\n", error.what());
+  }
+  if (before.rfer == 0 && before.excl == 0) {
+    size = now.rfer + now.excl;
+    return true;
+  }
+  // The sum wraps around, and is then looked at as a signed number. That the predecessor's own
+  // share is added, and this snapshot's is not, is meant.
+  size = now.rfer - before.rfer + before.excl;
+  if (static_cast<std::int64_t>(size) < 0) {
+    ZQ_LOG_AT(place, LM_WARNING,
+              "Calculate snapshot size is less than 0, previous snapshot excl size = %Q, rfer size "
+              "= %Q, current snapshot excl size = %Q, rfer size = %Q.\n",
+              before.excl, before.rfer, now.excl, now.rfer);
+    size = 0;
+  }
+  return true;
+}
+
+}  // namespace zqpool::detail
