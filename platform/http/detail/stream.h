@@ -54,6 +54,8 @@ class Stream {
   /// Connects to the first of `addresses` that answers. A further one is begun whenever the ones
   /// begun so far have failed or kept silent for a moment, so a dead address costs that moment.
   bool connect(const Addresses& addresses, Deadline deadline, Failure& failure);
+  /// Takes over a connected socket instead.
+  void adopt(Socket socket) noexcept { socket_ = std::move(socket); }
   const Address& peer() const noexcept { return peer_; }
 
   /// TLS over the connection, for the service `host`; `endpoint` names it in the session cache.

@@ -162,6 +162,17 @@ TEST_F(HTTP_Answer_Test, redirects_are_not_followed) {
 
 // --- Forms of an answer -------------------------------------------------------------------------
 
+TEST_F(HTTP_Answer_Test, a_chunked_body_byte_by_byte) {
+  const std::string head = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  const auto answer = [&head](const char* body) {
+    return raw_answer(head + body).drip(std::chrono::milliseconds(1), head.size());
+  };
+  expect_good(got(answer("0\r\n\r\n")), untouched);
+  expect_good(got(answer("0;x\r\nT: t\r\n\r\n")), untouched);
+  expect_good(got(answer("3\r\n[5]\r\n0\r\n\r\n")), json("[5]"));
+  expect_failed(got(answer("0\r\n\r")), HTTP_Error::broken);
+}
+
 TEST_F(HTTP_Answer_Test, a_chunked_body) {
   const std::string text = R"({"rows":[1,2,3]})";
   for (const std::size_t chunk : {std::size_t{1}, std::size_t{7}, std::size_t{1000}}) {
