@@ -9,4 +9,8 @@ namespace zqpool::cli {
 /// everybody may read gets a note.
 std::string obtain_access_key(const std::string& file, const std::string& endpoint);
 
+/// What a file keeps secret, one line; `kind` ("access key") names it in messages. The rest as
+/// above.
+std::string read_secret_file(const std::string& file, const std::string& kind);
+
 }  // namespace zqpool::cli

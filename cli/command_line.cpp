@@ -95,6 +95,11 @@ CLI::App& Command_Line::verb(CLI::App& noun, const std::string& name, const std:
   return *verb;
 }
 
+void Command_Line::alone(CLI::App& noun, Action action) {
+  noun.require_subcommand(0, 1);
+  actions_[&noun] = std::move(action);
+}
+
 int Command_Line::run(int argc, const char* const* argv) {
   app_.footer(std::string("Examples:\n"
                           "  zqpool --endpoint https://pool1:8443 pool show UUID\n"

@@ -27,6 +27,9 @@ class Command_Line {
   CLI::App& verb(CLI::App& noun, const std::string& name, const std::string& what,
                  const std::vector<std::string>& examples, Action action);
 
+  /// Lets the noun stand alone, for `action`.
+  void alone(CLI::App& noun, Action action);
+
   /// Runs what the arguments say and returns the process's exit code.
   int run(int argc, const char* const* argv);
 
@@ -47,6 +50,10 @@ class Command_Line {
 void add_config(Command_Line& commands);
 void add_device(Command_Line& commands);
 void add_lab(Command_Line& commands);
+void add_metadata(Command_Line& commands);
+void add_module(Command_Line& commands);
 void add_pool(Command_Line& commands);
+void add_space(Command_Line& commands);
+void add_uri(Command_Line& commands);
 
 }  // namespace zqpool::cli

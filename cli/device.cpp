@@ -1,6 +1,8 @@
 #include <memory>
 
+#include "cli/batch.h"
 #include "cli/command_line.h"
+#include "platform/host/host_id.h"
 #include "utils/pool/pool_metadata_manager.h"
 
 namespace zqpool::cli {
@@ -48,7 +50,7 @@ Exit_Code show(Session& session, const Show_Arguments& arguments) {
     throw Usage_Error("which device? Give --url or --uuid");
   }
   const bool by_uuid = !arguments.uuids.empty();
-  return session.show(by_uuid ? arguments.uuids : arguments.urls,
+  return session.show(expand_objects(by_uuid ? arguments.uuids : arguments.urls),
                       [&session, find = by_uuid ? &find_by_uuid : &find_by_url](
                           const Target& target, const std::string& name, Object& record) {
                         return find(session, target, name, record);
@@ -146,6 +148,69 @@ void add_info(Command_Line& commands, CLI::App& device) {
               ->type_name("POOL_UUID");
 }
 
+void add_offer(Command_Line& commands, CLI::App& device) {
+  const auto pools = std::make_shared<std::vector<std::string>>();
+  commands
+      .verb(
+          device, "offer", "Asks which device of a pool is to take new data",
+          {"zqpool device offer POOL_UUID", "zqpool device offer -o json - < pools.txt"},
+          [pools](Session& session) {
+            return session.show(expand_objects(*pools), [&session](const Target& target,
+                                                                   const std::string& pool,
+                                                                   Object& record) {
+              const Outcome outcome = session.call(Effect::reads, nullptr, [&] {
+                const auto& [ssl, host, port] = target.endpoint;
+                return Pool_Metadata_Manager::offer_device(host, port, ssl, target.access_key, pool,
+                                                           record);
+              });
+              if (outcome.code != Exit_Code::done || !record.empty()) return outcome;
+              // The library takes an offer of nothing for a good one.
+              return Outcome{Exit_Code::not_found, "not found: the catalog has no device to offer"};
+            });
+          })
+      .add_option("POOL_UUID", *pools, "The pools; - reads them from standard input, one a line")
+      ->type_name("")
+      ->required();
+}
+
+struct Bind_Arguments {
+  std::vector<std::string> devices;
+  std::string host_uuid;
+  std::string sysname;
+};
+
+Exit_Code bind(Session& session, Bind_Arguments arguments) {
+  if (arguments.host_uuid.empty()) arguments.host_uuid = Host_ID::instance()->c_str();
+  if (arguments.host_uuid.empty()) {
+    throw Usage_Error("this host has no identity of its own: give --host-uuid");
+  }
+  return session.change(
+      expand_objects(arguments.devices), [&](const Target& target, const std::string& device) {
+        return session.call(Effect::changes, nullptr, [&] {
+          const auto& [ssl, host, port] = target.endpoint;
+          return Pool_Metadata_Manager::bind_host_for_lanfree_device(
+              host, port, ssl, target.access_key, device, arguments.host_uuid, arguments.sysname);
+        });
+      });
+}
+
+void add_bind(Command_Line& commands, CLI::App& device) {
+  const auto arguments = std::make_shared<Bind_Arguments>();
+  CLI::App& verb =
+      commands.verb(device, "bind", "Binds LAN-free devices to a host",
+                    {"zqpool device bind DEVICE_UUID --host-uuid HOST_UUID --sysname db1",
+                     "zqpool device bind --sysname db1 - < devices.txt"},
+                    [arguments](Session& session) { return bind(session, *arguments); });
+  verb.add_option("DEVICE_UUID", arguments->devices,
+                  "The devices; - reads them from standard input, one a line")
+      ->type_name("")
+      ->required();
+  verb.add_option("--host-uuid", arguments->host_uuid, "The host (this one)")->type_name("UUID");
+  verb.add_option("--sysname", arguments->sysname, "Name of the host's system")
+      ->type_name("NAME")
+      ->required();
+}
+
 }  // namespace
 
 void add_device(Command_Line& commands) {
@@ -153,6 +218,8 @@ void add_device(Command_Line& commands) {
   add_show(commands, device);
   add_located(commands, device);
   add_info(commands, device);
+  add_offer(commands, device);
+  add_bind(commands, device);
 }
 
 }  // namespace zqpool::cli

@@ -1,10 +1,8 @@
-#include <fstream>
-#include <iostream>
 #include <memory>
 #include <optional>
-#include <sstream>
 
 #include "cli/command_line.h"
+#include "cli/document.h"
 #include "cli/duration.h"
 #include "cli/size.h"
 #include "platform/http/rest_client.h"
@@ -56,22 +54,6 @@ void print_answer(Session& session, Value& answer, const std::string& list = "")
     }
   }
   session.print(records);
-}
-
-Value read_document(const std::string& file) {
-  std::ostringstream text;
-  if (file == "-") {
-    text << std::cin.rdbuf();
-  } else {
-    std::ifstream input(file, std::ios::binary);
-    if (!input || !(text << input.rdbuf())) throw Usage_Error(file + ": it cannot be read");
-  }
-  Value document;
-  std::string why;
-  if (!json_spirit::read(text.str(), document, why)) {
-    throw Usage_Error(file + " is not JSON: " + why);
-  }
-  return document;
 }
 
 struct Fault_Arguments {

@@ -7,6 +7,10 @@ int main(int argc, char** argv) {
   Command_Line commands;
   add_pool(commands);
   add_device(commands);
+  add_metadata(commands);
+  add_space(commands);
+  add_uri(commands);
+  add_module(commands);
   add_config(commands);
   add_lab(commands);
   return commands.run(argc, argv);

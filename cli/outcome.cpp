@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <utility>
 
 #include "cli/endpoint.h"
 #include "platform/http/http_message.h"
@@ -10,6 +11,20 @@
 namespace zqpool::cli {
 
 namespace {
+
+std::string milliseconds(std::chrono::microseconds time) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.3fms", static_cast<double>(time.count()) / 1000);
+  return text;
+}
+
+std::string seconds(std::chrono::microseconds time) {
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(time.count()) / 1'000'000);
+  return text;
+}
+
+}  // namespace
 
 Exit_Code judge_status(unsigned status, Effect effect) {
   switch (status) {
@@ -37,20 +52,6 @@ Exit_Code judge_status(unsigned status, Effect effect) {
       return Exit_Code::failed;
   }
 }
-
-std::string milliseconds(std::chrono::microseconds time) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.3fms", static_cast<double>(time.count()) / 1000);
-  return text;
-}
-
-std::string seconds(std::chrono::microseconds time) {
-  char text[32];
-  std::snprintf(text, sizeof text, "%.1f s", static_cast<double>(time.count()) / 1'000'000);
-  return text;
-}
-
-}  // namespace
 
 Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect) {
   Outcome outcome;
@@ -100,6 +101,28 @@ Outcome judge_answer(const std::string& library_said, const char* absent) {
   return {Exit_Code::failed,
           "the answer is not what the operation needs" +
               (library_said.empty() ? std::string() : " (" + library_said + ")")};
+}
+
+void judge_status_of_session(HTTP_Exchange_Report& report, const std::string& library_said) {
+  if (!report.ok() || report.status == 0 || report.status / 100 == 2) return;
+  report.error = HTTP_Error::status;
+  report.text = "HTTP status " + std::to_string(report.status);
+  const Object answer = object_within(library_said);
+  if (const Object* const error = json_spirit::object_get_object(answer, "error")) {
+    json_spirit::object_get(*error, "message", report.service_message);
+  }
+}
+
+Object object_within(const std::string& message) {
+  const std::size_t begin = message.find('{');
+  const std::size_t end = message.rfind('}');
+  json_spirit::Value value;
+  if (begin != std::string::npos && end != std::string::npos && begin < end &&
+      json_spirit::read(message.substr(begin, end + 1 - begin), value) &&
+      value.type() == json_spirit::obj_type) {
+    return std::move(value.get_obj());
+  }
+  return {};
 }
 
 std::string trace_line(const HTTP_Exchange_Report& report) {

@@ -4,6 +4,7 @@
 
 #include "cli/exit_code.h"
 #include "platform/http/http_exchange_report.h"
+#include "platform/json/json_spirit.h"
 
 namespace zqpool::cli {
 
@@ -19,10 +20,20 @@ struct Outcome {
 /// What a failed exchange means. The only place where exchanges become exit codes.
 Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect);
 
+/// What a refusal by this HTTP status means.
+Exit_Code judge_status(unsigned status, Effect effect);
+
 /// What a refused answer means: the exchange was good, yet the operation returned false.
 /// `library_said` is its message, "" for none. `absent` is how the message begins that says that
 /// there is not exactly one such object: "" when that is said by silence, null when it never is.
 Outcome judge_answer(const std::string& library_said, const char* absent);
+
+/// A bare HTTP session takes any status for a good exchange; this makes its report say what that of
+/// a client would say. `library_said`: as above.
+void judge_status_of_session(HTTP_Exchange_Report& report, const std::string& library_said);
+
+/// The JSON object that a message of the library shows, an empty one when there is none.
+Object object_within(const std::string& message);
 
 /// One exchange as one line: "trace: method=GET url=... status=200 ...".
 std::string trace_line(const HTTP_Exchange_Report& report);

@@ -31,7 +31,9 @@ bool comes_before(const std::string& a, const std::string& b) {
 }
 
 bool counts_bytes(std::string_view key) {
-  static constexpr std::array<std::string_view, 4> words = {"size", "capacity", "used", "free"};
+  static constexpr std::array<std::string_view, 5> words = {"size", "capacity", "used", "free",
+                                                            "available"};
+  if (key.substr(0, 5) == "files") return false;  // a file system counts these, too
   return std::any_of(words.begin(), words.end(), [key](std::string_view word) {
     return key.size() >= word.size() && key.substr(key.size() - word.size()) == word;
   });

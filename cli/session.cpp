@@ -109,7 +109,8 @@ const Target& Session::target() {
   return target_.emplace(std::move(target));
 }
 
-Outcome Session::call(Effect effect, const char* absent, const std::function<bool()>& operation) {
+Outcome Session::call(Effect effect, const char* absent, const std::function<bool()>& operation,
+                      std::string* said) {
   Library_Log::take_error();
   bool good = false;
   std::string thrown;
@@ -118,33 +119,59 @@ Outcome Session::call(Effect effect, const char* absent, const std::function<boo
   } catch (const std::exception& error) {
     thrown = error.what();
   }
-  const HTTP_Exchange_Report report = last_http_exchange();
+  HTTP_Exchange_Report report = last_http_exchange();
+  const std::string message = Library_Log::take_error();
+  if (said != nullptr) *said = message;
+  judge_status_of_session(report, message);
   if (flags_.trace) say(trace_line(report));
-  const std::string said = Library_Log::take_error();
   if (good) return {};
   if (!thrown.empty()) return {Exit_Code::failed, "the answer cannot be read: " + thrown};
-  return report.ok() ? judge_answer(said, absent) : judge_exchange(report, effect);
+  return report.ok() ? judge_answer(message, absent) : judge_exchange(report, effect);
 }
 
 void Session::explain(const Outcome& outcome, const std::string& object) const {
   if (outcome.code == Exit_Code::done) return;
-  say(command_ + ": " + (object.empty() ? "" : object + ": ") + target_->endpoint.text() + ": " +
-      outcome.cause);
+  say(command_ + ": " + (object.empty() ? "" : object + ": ") +
+      (target_ ? target_->endpoint.text() + ": " : "") + outcome.cause);
 }
 
-Exit_Code Session::show(const std::vector<std::string>& arguments, const Fetch& fetch) {
-  const std::vector<std::string> objects = expand_objects(arguments);
-  const std::size_t jobs = parsed(settings_[Setting_Id::jobs], parse_jobs);
+Exit_Code Session::show(const std::vector<std::string>& objects, const Fetch& fetch) {
+  const std::size_t most = jobs();
   const Target& service = target();
+  Exit_Code code = Exit_Code::done;
+  print(work_off(
+      objects, most,
+      [&](const std::string& name, Object& record) { return fetch(service, name, record); }, code));
+  return code;
+}
 
+Exit_Code Session::change(const std::vector<std::string>& objects, const Change& change) {
+  const std::size_t most = jobs();
+  const Target& service = target();
+  Exit_Code code = Exit_Code::done;
+  work_off(
+      objects, most, [&](const std::string& name, Object&) { return change(service, name); }, code);
+  return code;
+}
+
+Exit_Code Session::derive(const std::vector<std::string>& objects, const Derive& derive) {
+  Exit_Code code = Exit_Code::done;
+  print(work_off(objects, jobs(), derive, code));
+  return code;
+}
+
+std::size_t Session::jobs() const {
+  return parsed(settings_[Setting_Id::jobs], parse_jobs);
+}
+
+std::vector<Record> Session::work_off(const std::vector<std::string>& objects, std::size_t jobs,
+                                      const Derive& work, Exit_Code& code) {
   std::vector<Outcome> outcomes(objects.size());
   std::vector<Object> answers(objects.size());
   std::vector<Record> records;
-  Exit_Code code = Exit_Code::done;
   const bool many = objects.size() > 1;
   run_batch(
-      objects.size(), jobs,
-      [&](std::size_t i) { outcomes[i] = fetch(service, objects[i], answers[i]); },
+      objects.size(), jobs, [&](std::size_t i) { outcomes[i] = work(objects[i], answers[i]); },
       [&](std::size_t i) {
         explain(outcomes[i], many ? objects[i] : "");
         code = worse(code, outcomes[i].code);
@@ -156,8 +183,7 @@ Exit_Code Session::show(const std::vector<std::string>& arguments, const Fetch& 
         if (many) show_progress(done, objects.size());
       });
   clear_progress();
-  print(records);
-  return code;
+  return records;
 }
 
 void Session::print(const std::vector<Record>& records) {

@@ -40,17 +40,27 @@ class Session {
   const Target& target();
 
   /// Calls one library operation on this thread and says what came of it. `absent`: see
-  /// judge_answer().
-  Outcome call(Effect effect, const char* absent, const std::function<bool()>& operation);
+  /// judge_answer(). `said` receives the library's message, where it is not null.
+  Outcome call(Effect effect, const char* absent, const std::function<bool()>& operation,
+               std::string* said = nullptr);
 
   /// Says why a call failed, if it did; `object` names what it was about, "" when that is clear.
   void explain(const Outcome& outcome, const std::string& object = "") const;
 
-  /// Fetches one object; may be called from several threads at once.
+  // What follows works on many objects, goes on after a failure, and tells and prints in the order
+  // of `objects`. What it is given may be called from several threads at once.
+
+  /// Fetches each object from the service and prints it.
   using Fetch = std::function<Outcome(const Target&, const std::string& name, Object& record)>;
-  /// Fetches one object for each of `arguments` ("-": the lines of standard input) and prints them
-  /// in that order; goes on after a failure.
-  Exit_Code show(const std::vector<std::string>& arguments, const Fetch& fetch);
+  Exit_Code show(const std::vector<std::string>& objects, const Fetch& fetch);
+
+  /// Changes something of each object at the service; prints nothing.
+  using Change = std::function<Outcome(const Target&, const std::string& name)>;
+  Exit_Code change(const std::vector<std::string>& objects, const Change& change);
+
+  /// Makes a record of each object without any service and prints it.
+  using Derive = std::function<Outcome(const std::string& name, Object& record)>;
+  Exit_Code derive(const std::vector<std::string>& objects, const Derive& derive);
 
   void print(const std::vector<Record>& records);
   /// All that was printed; it goes out when the command has ended.
@@ -58,6 +68,9 @@ class Session {
 
  private:
   void asking_again() const;
+  std::size_t jobs() const;
+  std::vector<Record> work_off(const std::vector<std::string>& objects, std::size_t jobs,
+                               const Derive& work, Exit_Code& code);
 
   const std::string command_;
   const Settings& settings_;

@@ -9,7 +9,16 @@
 namespace zqpool::cli {
 
 /// What can be set by an argument, the environment and the configuration files.
-enum class Setting_Id { endpoint, access_key_file, cacert, timeout, retry, jobs, output };
+enum class Setting_Id {
+  endpoint,
+  access_key_file,
+  cacert,
+  s3_secret_file,
+  timeout,
+  retry,
+  jobs,
+  output
+};
 
 struct Setting {
   Setting_Id id;
@@ -22,7 +31,7 @@ struct Setting {
   bool path;  ///< in a file, relative to the file's folder
 };
 
-constexpr std::size_t setting_count = 7;
+constexpr std::size_t setting_count = 8;
 /// All settings, in the order of Setting_Id.
 const std::array<Setting, setting_count>& all_settings() noexcept;
 

@@ -2,28 +2,42 @@
 
 _zqpool() {
   local -A verbs=(
-    [pool]="show"
-    [device]="show located info"
+    [pool]="show resolve url"
+    [device]="show located info offer bind"
+    [metadata]="add remove"
+    [space]="show"
+    [uri]="parse adjust"
+    [module]="parse is-cd"
     [config]="show"
     [lab]="scenario fault faults clear"
   )
   local -A options=(
+    [pool resolve]="--device --host-uuid --restore --backupd --replica --show-secrets"
+    [pool url]="--device --host-uuid --restore --backupd"
     [device show]="--url --uuid"
     [device located]="--grouping"
     [device info]="--pool"
+    [device bind]="--host-uuid --sysname"
+    [metadata add]="--type --size --grouping"
+    [metadata remove]="--grouping --yes"
+    [uri parse]="--lanfree"
+    [uri adjust]="--host --port --ssl"
+    [module is-cd]="--catalog"
     [lab scenario]="--merge"
     [lab fault]="--path --method --query --times --skip --every --probability --seed --status --body
       --delay --delay-after-commit --bytes --interval --whole-answer --member --type"
   )
   # Options that take a value, so that the value is not mistaken for a noun or verb.
   local common="--help --version --insecure --trace --verbose --quiet"
-  local flags="$common --merge --delay-after-commit --whole-answer"
-  local common_with_value="--endpoint --access-key-file --cacert --timeout --retry --jobs --output"
+  local flags="$common --merge --delay-after-commit --whole-answer --restore --replica --show-secrets
+    --yes --lanfree"
+  local common_with_value="--endpoint --access-key-file --cacert --s3-secret-file --timeout --retry
+    --jobs --output"
 
   local word=${COMP_WORDS[COMP_CWORD]} before="" noun="" verb="" arguments=0 i
   for ((i = 1; i < COMP_CWORD; i++)); do
     before=${COMP_WORDS[i]}
-    if [[ $before == -o || " $common_with_value " == *" $before "* ]]; then
+    if [[ $before == -o || " ${common_with_value//$'\n'/ } " == *" $before "* ]]; then
       ((i + 1 < COMP_CWORD)) && { ((i++)); before=""; }
     elif [[ $before == -* ]]; then
       :
@@ -42,7 +56,7 @@ _zqpool() {
       mapfile -t COMPREPLY < <(compgen -W "table json tsv" -- "$word")
       return
       ;;
-    --access-key-file | --cacert)
+    --access-key-file | --cacert | --s3-secret-file | --catalog)
       compopt -o filenames 2>/dev/null
       mapfile -t COMPREPLY < <(compgen -f -- "$word")
       return
@@ -51,13 +65,19 @@ _zqpool() {
       mapfile -t COMPREPLY < <(compgen -W "GET POST PUT DELETE" -- "$word")
       return
       ;;
+    --ssl)
+      mapfile -t COMPREPLY < <(compgen -W "true false" -- "$word")
+      return
+      ;;
     --type)
-      mapfile -t COMPREPLY < <(compgen -W "string number boolean null array object" -- "$word")
+      local types="string number boolean null array object"
+      [[ $noun != metadata ]] || types="file dir"
+      mapfile -t COMPREPLY < <(compgen -W "$types" -- "$word")
       return
       ;;
     --*)
       # A value that only the user knows.
-      [[ " $flags " == *" $before "* ]] || return 0
+      [[ " ${flags//$'\n'/ } " == *" $before "* ]] || return 0
       ;;
   esac
 

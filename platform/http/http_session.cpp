@@ -50,10 +50,12 @@ HTTP_Session_Ptr HTTP_Session_Factory::create(const char* host, unsigned short p
                                               int connect_timeout, int io_timeout, int buffer_size,
                                               unsigned int flags) {
   const Clock::time_point start = Clock::now();
-  const Deadline deadline = Deadline::after(start, std::chrono::seconds(connect_timeout));
   auto impl = std::make_unique<HTTP_Session::Impl>();
   impl->endpoint = make_endpoint(host, port, ssl);
   impl->settings = transport_settings();
+  const std::chrono::milliseconds limit = std::chrono::seconds(connect_timeout);
+  const Deadline deadline =
+      Deadline::after(start, std::min(limit, impl->settings->options.exchange_timeout));
   impl->keep_alive = keep_alive;
   impl->io_timeout = std::chrono::seconds(io_timeout);
 
@@ -102,8 +104,10 @@ bool JSON_HTTP_Session::get(HTTP_Request& request, HTTP_Response& response,
   if (!*this) return false;
   HTTP_Session::Impl& session = *session_->impl_;
   const Clock::time_point start = Clock::now();
+  const std::chrono::milliseconds limit =
+      std::min(session.io_timeout, std::chrono::seconds(longest_exchange_));
   const Deadline deadline =
-      Deadline::after(start, std::min(session.io_timeout, std::chrono::seconds(longest_exchange_)));
+      Deadline::after(start, std::min(limit, session.settings->options.exchange_timeout));
   HTTP_Exchange_Report& report = begin_report(session.endpoint, HTTP_METHOD_GET);
   report.attempts = 1;
   report.address = session.stream->peer().text();

@@ -39,7 +39,7 @@ class ZQ_EXPORT HTTP_Session_Factory {
  public:
   /// Connects, with TLS where `ssl` says so, and returns the session; an empty pointer when that
   /// fails, and then last_http_exchange() says why. Blocks for at most `connect_timeout` seconds
-  /// over all of the `connect_attempts`.
+  /// over all of the `connect_attempts`, and never longer than HTTP_Options::exchange_timeout.
   ///
   /// `io_timeout` (seconds) limits each exchange over the session. With `keep_alive` the service is
   /// asked to keep the connection for a further exchange, else it is good for one.
@@ -55,7 +55,8 @@ class ZQ_EXPORT HTTP_Session_Factory {
 class ZQ_EXPORT JSON_HTTP_Session {
  public:
   /// A session that was idle for `longest_idle` seconds counts as lost. An exchange ends after
-  /// `longest_exchange` seconds, if the session's own limit is not sooner. `session` may be empty.
+  /// `longest_exchange` seconds, if neither the session's own limit nor that of HTTP_Options is
+  /// sooner. `session` may be empty.
   JSON_HTTP_Session(HTTP_Session_Ptr session, int longest_idle, int longest_exchange);
 
   void reset(HTTP_Session_Ptr session);

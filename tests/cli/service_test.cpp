@@ -26,7 +26,8 @@ class Service : public testing::Test {
     const Run_Result made =
         run_program({ZQPOOLD_PROGRAM, "--make-certificate", directory_.path("tls")});
     EXPECT_EQ(made.exit_code, 0) << made.err;
-    start({"--scenario", ZQPOOL_SOURCE_DIR "/examples/scenario.json"});
+    start({"--scenario", ZQPOOL_SOURCE_DIR "/examples/scenario.json", "--s3-secret-file",
+           directory_.write("s3-secret", "shared\n")});
   }
 
   void start(const std::vector<std::string>& more = {}) {
