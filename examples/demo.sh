@@ -76,7 +76,8 @@ start() {
   mkfifo "$lab/ready"
   "$bin/zqpoold" --listen 127.0.0.1:0 --tls-listen 127.0.0.1:0 \
     --certificate "$lab/tls/certificate.pem" --private-key "$lab/tls/key.pem" \
-    --state "$lab/state" --access-key-file "$lab/key" --access-log "$lab/access.log" --lab "$@" \
+    --state "$lab/state" --access-key-file "$lab/key" --s3-secret-file "$lab/s3-secret" \
+    --access-log "$lab/access.log" --lab "$@" \
     >"$lab/ready" 2>>"$lab/service.err" &
   service=$!
   exec 3<"$lab/ready"
@@ -95,6 +96,7 @@ device=1e7d9b52-6a40-4c1f-8f0a-3b9c2d5e6f11
 
 step "A random access key, a certificate of our own, and the service with a small lab in it"
 head -c 24 /dev/urandom | base64 >"$lab/key"
+head -c 24 /dev/urandom | base64 >"$lab/s3-secret"
 "$bin/zqpoold" --make-certificate "$lab/tls"
 "$bin/zqpoold" --make-certificate "$lab/stranger"
 start --scenario "$here/scenario.json"

@@ -2,12 +2,10 @@
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
-#include <sys/stat.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <fstream>
 #include <stdexcept>
+
+#include "service/secret_file.h"
 
 namespace zqpool::service {
 
@@ -28,24 +26,7 @@ bool Access_Key::matches(std::string_view given) const {
 }
 
 Access_Key Access_Key::from_file(const std::string& file) {
-  std::ifstream in(file);
-  std::string line;
-  if (!in || !std::getline(in, line)) {
-    throw std::runtime_error("cannot read an access key from '" + file + "'");
-  }
-  if (!line.empty() && line.back() == '\r') line.pop_back();
-  const bool printable =
-      std::all_of(line.begin(), line.end(), [](char c) { return c > ' ' && c < 0x7f; });
-  if (line.empty() || line.size() > 1024 || !printable) {
-    throw std::runtime_error("the first line of '" + file +
-                             "' is no access key: 1 to 1024 printable characters without blanks");
-  }
-  struct stat status {};
-  if (::stat(file.c_str(), &status) == 0 && (status.st_mode & 077) != 0) {
-    std::fprintf(stderr, "zqpoold: warning: access key file '%s' can be read by others\n",
-                 file.c_str());
-  }
-  return Access_Key(line);
+  return Access_Key(read_secret_file(file, "access key"));
 }
 
 }  // namespace zqpool::service

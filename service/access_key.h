@@ -13,8 +13,7 @@ class Access_Key {
   /// Takes the same time whatever the given key is.
   bool matches(std::string_view given) const;
 
-  /// The first line of a file. Throws std::runtime_error when the file cannot be read, or the line
-  /// is empty, longer than 1,024 bytes or no printable ASCII.
+  /// The first line of a file, as read_secret_file() reads it.
   static Access_Key from_file(const std::string& file);
 
  private:

@@ -1,19 +1,20 @@
 #include "service/catalog.h"
 
-#include <algorithm>
 #include <limits>
 #include <optional>
 #include <string>
-#include <string_view>
 
-#include "service/text.h"
+#include "service/catalog_metadata.h"
+#include "service/catalog_records.h"
+#include "service/catalog_scenario.h"
+#include "service/fields.h"
+#include "service/places.h"
 
 namespace zqpool::service {
 
 namespace {
 
 constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
-constexpr std::size_t longest_path = 4096;
 
 Answer rows_answer(Array rows) {
   return json_answer(Object{{"rows", std::move(rows)}});
@@ -39,80 +40,6 @@ class Page {
   std::optional<std::int64_t> offset_;
 };
 
-/// Repeated slashes count as one, a slash at the end not at all.
-std::string tidy_path(const std::string& path) {
-  std::string out;
-  for (const char c : path) {
-    if (c != '/' || out.empty() || out.back() != '/') out += c;
-  }
-  if (out.size() > 1 && out.back() == '/') out.pop_back();
-  return out;
-}
-
-/// The path member of a body or scenario entry, tidy.
-std::string read_path(Fields& fields, const std::string& key) {
-  std::string path = tidy_path(fields.text(key));
-  if (path.size() > longest_path) fields.refuse(key, "is longer than 4096 bytes");
-  const std::string closed = path + '/';
-  if (closed.find("/../") != std::string::npos || closed.rfind("../", 0) == 0) {
-    fields.refuse(key, "must not hold '..'");
-  }
-  return path;
-}
-
-/// The directory above, "" when there is none.
-std::string parent_of(const std::string& path) {
-  const std::size_t slash = path.rfind('/');
-  if (slash == std::string::npos || path == "/") return "";
-  return slash == 0 ? "/" : path.substr(0, slash);
-}
-
-/// Where the path of a URL begins: behind its host.
-std::size_t url_path_start(const std::string& url) {
-  const std::size_t scheme = url.find("://");
-  if (scheme == std::string::npos) return std::string::npos;
-  return std::min(url.find('/', scheme + 3), url.size());
-}
-
-/// Without slashes at its end; "file:///", which has no host, keeps its one.
-std::string tidy_url(std::string url) {
-  const std::size_t start = url_path_start(url);
-  if (start == std::string::npos) return url;
-  const std::size_t least = start > 0 && url[start - 1] == '/' ? start + 1 : start;
-  while (url.size() > least && url.back() == '/')
-    url.pop_back();
-  return url;
-}
-
-/// The URL one segment above a tidy one, "" when there is none.
-std::string url_above(const std::string& url) {
-  const std::size_t slash = url.rfind('/');
-  if (slash == std::string::npos || slash < url_path_start(url)) return "";
-  std::string above = tidy_url(url.substr(0, slash + 1));
-  return above == url ? "" : above;
-}
-
-std::string read_url(Fields& fields, const std::string& key) {
-  std::string url = tidy_url(fields.text(key));
-  const std::size_t scheme = url.find("://");
-  if (scheme == std::string::npos || scheme == 0) fields.refuse(key, "is no URL");
-  if (url.substr(0, url_path_start(url)).find('@', scheme) != std::string::npos) {
-    fields.refuse(key, "must not carry a user or password");
-  }
-  return url;
-}
-
-std::string read_created(Fields& fields) {
-  std::string created = fields.text_or("created", utc_now());
-  const std::string_view shape = "dddd-dd-ddTdd:dd:dd";
-  bool good = created.size() > shape.size() && created.back() == 'Z';
-  for (std::size_t i = 0; good && i < shape.size(); ++i) {
-    good = shape[i] == 'd' ? created[i] >= '0' && created[i] <= '9' : created[i] == shape[i];
-  }
-  if (!good) fields.refuse("created", "must look like 2026-11-21T09:30:00Z");
-  return created;
-}
-
 /// A sum that came from the data base in two halves, so that it cannot overflow there.
 std::int64_t joined(std::int64_t high, std::int64_t low) {
   high += low >> 20;
@@ -133,11 +60,6 @@ const std::string pools_select = R"sql(
   FROM catalog_pool p LEFT JOIN catalog_device d ON d.pool_uuid = p.uuid)sql";
 const std::string pool_by_uuid = pools_select + " WHERE p.uuid = ? GROUP BY p.uuid";
 const std::string pools_all = pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?";
-
-Object pool_description(const Store::Query& row) {
-  return {{"uuid", row.text(0)},  {"name", row.text(1)},        {"type", row.text(2)},
-          {"state", row.text(3)}, {"description", row.text(4)}, {"created", row.text(5)}};
-}
 
 Object pool_record(const Store::Query& row) {
   // A slave holds a copy of its master's data: it adds no room.
@@ -175,57 +97,7 @@ Answer get_pools(Store& store, const Request& request) {
   });
 }
 
-void clear_pools(Store& store) {
-  store.execute("DELETE FROM catalog_pool");
-}
-
-void load_pool(Store& store, Fields& fields) {
-  const std::string uuid = fields.uuid("uuid");
-  const std::string name = fields.text("name");
-  Store::Query other(store, "SELECT 1 FROM catalog_pool WHERE name = ? AND uuid <> ?", name, uuid);
-  if (other.next()) fields.refuse("name", "another pool is called '" + name + "'");
-  store.execute(
-      R"sql(INSERT INTO catalog_pool (uuid, name, type, state, description, created)
-            VALUES (?1, ?2, ?3, ?4, ?5, ?6)
-            ON CONFLICT (uuid) DO UPDATE SET uuid = ?1, name = ?2, type = ?3, state = ?4,
-              description = ?5, created = ?6)sql",
-      uuid, name,
-      fields.one_of("type", {"file", "dedup", "object", "hbr", "lanfree", "scsi", "image"}),
-      fields.one_of_or("state", {"online", "degraded", "readonly", "offline"}, "online"),
-      fields.text_or("description", ""), read_created(fields));
-}
-
-std::string identity_by_uuid(const Object& entry) {
-  return lower_case(json_spirit::object_get_str_or_throw(entry, "uuid"));
-}
-
-Array dump_pools(Store& store) {
-  Array out;
-  for (Store::Query row(store, "SELECT * FROM catalog_pool ORDER BY uuid"); row.next();) {
-    out.emplace_back(pool_description(row));
-  }
-  return out;
-}
-
 // ---- devices
-
-/// One row of catalog_device, whose columns begin the row, as it is kept.
-Object device_description(const Store::Query& row) {
-  Object out{{"uuid", row.text(0)},    {"pool_uuid", row.text(1)},   {"name", row.text(2)},
-             {"type", row.text(3)},    {"role", row.text(4)},        {"state", row.text(5)},
-             {"url", row.text(6)},     {"path_prefix", row.text(7)}, {"size", row.integer(8)},
-             {"used", row.integer(9)}, {"created", row.text(12)}};
-  if (!row.is_null(10)) {
-    out.emplace("bound_host", Object{{"host_id", row.text(10)}, {"sysname", row.text(11)}});
-  }
-  return out;
-}
-
-Object device_record(const Store::Query& row) {
-  Object out = device_description(row);
-  out.emplace("free", row.integer(8) - row.integer(9));
-  return out;
-}
 
 Array device_rows(Store::Query&& devices) {
   Array rows;
@@ -274,9 +146,21 @@ Answer get_devices(Store& store, const Request& request) {
       });
 }
 
+/// A device with its pool, whose name, type and state follow the device in the row.
+Object device_info(const Store::Query& row, std::string path) {
+  constexpr int pool = device_attributes + 1;
+  Object out = device_record(row);
+  out.emplace("pool_name", row.text(pool));
+  out.emplace("pool_type", row.text(pool + 1));
+  out.emplace("pool_state", row.text(pool + 2));
+  out.emplace("path", std::move(path));
+  return out;
+}
+
 /// The device on which a URL lies: the one whose own URL is the longest that the asked one begins
 /// with, segment by segment.
 Answer find_device_info(Store& store, const Request& request) {
+  no_query(request);
   const Object body = body_object(request);
   Fields fields(body, "");
   const std::optional<std::string> pool = fields.optional_text("pool_uuid");
@@ -290,12 +174,8 @@ Answer find_device_info(Store& store, const Request& request) {
                      "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
                      above, pool);
     if (!row.next()) continue;
-    Object out = device_record(row);
-    out.emplace("pool_name", row.text(13));
-    out.emplace("pool_type", row.text(14));
-    out.emplace("pool_state", row.text(15));
     const std::size_t rest = above.back() == '/' ? above.size() - 1 : above.size();
-    out.emplace("path", above == url ? "" : url.substr(rest));
+    Object out = device_info(row, above == url ? "" : url.substr(rest));
     if (row.next()) {
       throw Refusal(409, "'" + above + "' is a device of several pools: give 'pool_uuid'");
     }
@@ -304,152 +184,64 @@ Answer find_device_info(Store& store, const Request& request) {
   return json_answer(Object());
 }
 
-void clear_devices(Store& store) {
-  store.execute("DELETE FROM catalog_device");
+/// The device of a pool that new data is to go to: of those that take data from any host, the one
+/// with the most room.
+Answer offer_device(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::string pool = query.needed_text("pool_uuid");
+  query.finish();
+  need_pool(store, pool);
+  Store::Query row(store,
+                   "SELECT d.*, p.name, p.type, p.state FROM catalog_device d "
+                   "JOIN catalog_pool p ON p.uuid = d.pool_uuid "
+                   "WHERE d.pool_uuid = ? AND p.state IN ('online', 'degraded')"
+                   " AND d.role = 'master' AND d.state = 'online' AND d.used < d.size"
+                   " AND d.bound_host_id IS NULL "
+                   "ORDER BY d.size - d.used DESC, d.uuid LIMIT 1",
+                   pool);
+  return json_answer(row.next() ? device_info(row, "") : Object());
 }
 
-void load_device(Store& store, Fields& fields) {
-  const std::string uuid = fields.uuid("uuid");
-  const std::string pool = fields.uuid("pool_uuid");
-  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ?", pool).next()) {
-    fields.refuse("pool_uuid", "there is no pool '" + pool + "'");
-  }
-  if (Store::Query(store, "SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid <> ?", uuid,
-                   pool)
-          .next()) {
-    fields.refuse("pool_uuid", "the device belongs to another pool");
-  }
-  const std::string url = read_url(fields, "url");
-  if (Store::Query(store,
-                   "SELECT 1 FROM catalog_device WHERE pool_uuid = ? AND url = ? AND uuid <> ?",
-                   pool, url, uuid)
-          .next()) {
-    fields.refuse("url", "another device of the pool has it");
-  }
-  const std::int64_t size = fields.count("size");
-  const std::int64_t used = fields.count_or("used", 0);
-  if (used > size) fields.refuse("used", "is more than size");
-
-  std::optional<std::string> host_id;
-  std::optional<std::string> sysname;
-  if (const Object* bound = fields.optional_object("bound_host")) {
-    Fields host(*bound, fields.place("bound_host"));
-    host_id = host.text("host_id");
-    sysname = host.text("sysname");
-    host.finish();
-  }
-  store.execute(
-      R"sql(INSERT INTO catalog_device (uuid, pool_uuid, name, type, role, state, url, path_prefix,
-              size, used, bound_host_id, bound_sysname, created)
-            VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13)
-            ON CONFLICT (uuid) DO UPDATE SET uuid = ?1, name = ?3, type = ?4, role = ?5, state = ?6,
-              url = ?7, path_prefix = ?8, size = ?9, used = ?10, bound_host_id = ?11,
-              bound_sysname = ?12, created = ?13)sql",
-      uuid, pool, fields.text("name"), fields.one_of("type", {"disk", "flash", "tape", "object"}),
-      fields.one_of_or("role", {"master", "slave"}, "master"),
-      fields.one_of_or("state", {"online", "readonly", "full", "offline"}, "online"), url,
-      fields.has("path_prefix") ? read_path(fields, "path_prefix") : "/", size, used, host_id,
-      sysname, read_created(fields));
+bool is_lanfree(const std::string& url) {
+  return url.rfind("lanfree://", 0) == 0 || url.rfind("lanfrees://", 0) == 0;
 }
 
-Array dump_devices(Store& store) {
-  Array out;
-  for (Store::Query row(store, "SELECT * FROM catalog_device ORDER BY uuid"); row.next();) {
-    out.emplace_back(device_description(row));
-  }
-  return out;
-}
-
-// ---- metadata
-
-/// The devices on which a path lies: those recorded for it, else for the nearest directory above it
-/// that is recorded. With a grouping only what was recorded under it counts.
-Answer find_located_devices(Store& store, const Request& request) {
+/// Two hosts that write to one LUN destroy what is on it: a device changes hands only by way of
+/// nobody's.
+Answer bind_host(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::string uuid = query.needed_text("uuid");
+  query.finish();
   const Object body = body_object(request);
   Fields fields(body, "");
-  const std::string pool = fields.text("pool_uuid");
-  const std::string path = read_path(fields, "path");
-  const std::optional<std::string> grouping = fields.optional_text("grouping");
+  const std::string host_id = fields.needed_text("host_id");
+  const std::string sysname = fields.needed_text("sysname");
   fields.finish();
-
-  for (std::string above = path; !above.empty(); above = parent_of(above)) {
-    Store::Query row(
-        store,
-        "SELECT d.*, m.type, m.grouping_name, m.size FROM catalog_metadata m "
-        "JOIN catalog_device d ON d.uuid = m.device_uuid "
-        "WHERE m.pool_uuid = ?1 AND m.path = ?2 AND (?3 IS NULL OR m.grouping_name = ?3)"
-        " AND (m.type = 'dir' OR ?4) ORDER BY d.role, d.uuid, m.grouping_name",
-        pool, above, grouping, above == path);
-    std::string type;
-    Array devices;
-    while (row.next()) {
-      type = row.text(13);
-      Object device = device_record(row);
-      Object recorded{{"path", above}, {"type", type}};
-      if (!row.text(14).empty()) recorded.emplace("grouping", row.text(14));
-      if (!row.is_null(15)) recorded.emplace("size", row.integer(15));
-      device.emplace("metadata", std::move(recorded));
-      devices.emplace_back(std::move(device));
-    }
-    if (!devices.empty()) {
-      return json_answer(Object{{"type", type}, {"devices", std::move(devices)}});
-    }
+  if (host_id.empty() != sysname.empty()) {
+    throw Refusal(422, "host_id and sysname: both, or neither to release the device");
   }
-  return json_answer(Object());
-}
 
-void clear_metadata(Store& store) {
-  store.execute("DELETE FROM catalog_metadata");
-}
-
-void load_metadata(Store& store, Fields& fields) {
-  const std::string pool = fields.uuid("pool_uuid");
-  const std::string device = fields.uuid("device_uuid");
-  if (!Store::Query(store, "SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid = ?", device,
-                    pool)
-           .next()) {
-    fields.refuse("device_uuid", "the pool has no device '" + device + "'");
-  }
-  const std::string path = read_path(fields, "path");
-  const std::string type = fields.has("type") ? fields.text("type") : "file";
-  if (Store::Query(store,
-                   "SELECT 1 FROM catalog_metadata WHERE pool_uuid = ? AND path = ? AND type <> ?",
-                   pool, path, type)
-          .next()) {
-    fields.refuse("type", "the path is recorded with another type");
+  const char* const by_uuid = "SELECT * FROM catalog_device WHERE uuid = ?";
+  {
+    Store::Query row(store, by_uuid, uuid);
+    if (!row.next()) throw Refusal(404, "there is no device '" + uuid + "'");
+    const Object device = device_description(row);
+    if (!is_lanfree(device.at("url").get_str())) {
+      throw Refusal(409, "device '" + uuid + "' is not LAN-free");
+    }
+    const Object* bound = json_spirit::object_get_object(device, "bound_host");
+    if (bound && !host_id.empty() && bound->at("host_id").get_str() != host_id) {
+      throw Refusal(
+          409, "device '" + uuid + "' is bound to host '" + bound->at("host_id").get_str() + "'");
+    }
   }
   store.execute(
-      R"sql(INSERT INTO catalog_metadata (pool_uuid, path, grouping_name, device_uuid, type, size)
-            VALUES (?1, ?2, ?3, ?4, ?5, ?6)
-            ON CONFLICT (pool_uuid, path, grouping_name, device_uuid) DO UPDATE SET size = ?6)sql",
-      pool, path, fields.text_or("grouping", ""), device, type, fields.optional_count("size"));
-}
-
-std::string identity_of_metadata(const Object& entry) {
-  const std::string* grouping = json_spirit::object_get_str(entry, "grouping");
-  // No member holds a zero character.
-  return lower_case(json_spirit::object_get_str_or_throw(entry, "pool_uuid")) + '\0' +
-         tidy_path(json_spirit::object_get_str_or_throw(entry, "path")) + '\0' +
-         (grouping ? *grouping : "") + '\0' +
-         lower_case(json_spirit::object_get_str_or_throw(entry, "device_uuid"));
-}
-
-Array dump_metadata(Store& store) {
-  Array out;
-  for (Store::Query row(store,
-                        "SELECT pool_uuid, path, grouping_name, device_uuid, type, size "
-                        "FROM catalog_metadata ORDER BY pool_uuid, path, grouping_name, "
-                        "device_uuid");
-       row.next();) {
-    Object entry{{"pool_uuid", row.text(0)},
-                 {"path", row.text(1)},
-                 {"device_uuid", row.text(3)},
-                 {"type", row.text(4)}};
-    if (!row.text(2).empty()) entry.emplace("grouping", row.text(2));
-    if (!row.is_null(5)) entry.emplace("size", row.integer(5));
-    out.emplace_back(std::move(entry));
-  }
-  return out;
+      "UPDATE catalog_device SET bound_host_id = nullif(?2, ''), bound_sysname = nullif(?3, '') "
+      "WHERE uuid = ?1",
+      uuid, host_id, sysname);
+  Store::Query row(store, by_uuid, uuid);
+  row.next();
+  return json_answer(device_record(row));
 }
 
 }  // namespace
@@ -458,12 +250,11 @@ void add_catalog(Router& router, Scenario& scenario) {
   const std::string root = "/zq/r/storage/catalog/";
   router.add(Method::get, root + "pool", Access::read, get_pools);
   router.add(Method::get, root + "device", Access::read, get_devices);
+  router.add(Method::put, root + "device", Access::change, bind_host);
   router.add(Method::post, root + "device/info", Access::read, find_device_info);
-  router.add(Method::put, root + "device/metadata", Access::read, find_located_devices);
-
-  scenario.add({"pools", clear_pools, load_pool, identity_by_uuid, dump_pools});
-  scenario.add({"devices", clear_devices, load_device, identity_by_uuid, dump_devices});
-  scenario.add({"metadata", clear_metadata, load_metadata, identity_of_metadata, dump_metadata});
+  router.add(Method::get, root + "device/info", Access::read, offer_device);
+  add_metadata_path(router);
+  add_catalog_sections(scenario);
 }
 
 }  // namespace zqpool::service

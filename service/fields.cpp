@@ -71,9 +71,13 @@ const Value& Fields::need(const std::string& key, json_spirit::Value_type type,
 }
 
 std::string Fields::text(const std::string& key) {
-  const std::string& out = need(key, json_spirit::str_type, "a string").get_str();
+  std::string out = needed_text(key);
   if (out.empty()) refuse(key, "must not be empty");
   return out;
+}
+
+std::string Fields::needed_text(const std::string& key) {
+  return need(key, json_spirit::str_type, "a string").get_str();
 }
 
 std::string Fields::text_or(const std::string& key, const std::string& otherwise) {
@@ -159,6 +163,39 @@ void Fields::finish() const {
   }
 }
 
+std::vector<Fields> Fields::optional_objects(const std::string& key) {
+  std::vector<Fields> out;
+  const Array* elements = optional_array(key);
+  if (!elements) return out;
+  for (std::size_t i = 0; i < elements->size(); ++i) {
+    const std::string element = key + '[' + std::to_string(i) + ']';
+    if ((*elements)[i].type() != json_spirit::obj_type) refuse(element, "must be an object", 400);
+    out.emplace_back((*elements)[i].get_obj(), place(element));
+  }
+  return out;
+}
+
+bool Fields::flag(const std::string& key) {
+  return need(key, json_spirit::bool_type, "true or false").get_bool();
+}
+
+std::string read_created(Fields& fields) {
+  std::string created = fields.text_or("created", utc_now());
+  const std::string_view shape = "dddd-dd-ddTdd:dd:dd";
+  bool good = created.size() > shape.size() && created.back() == 'Z';
+  for (std::size_t i = 0; good && i < shape.size(); ++i) {
+    good = shape[i] == 'd' ? created[i] >= '0' && created[i] <= '9' : created[i] == shape[i];
+  }
+  if (!good) fields.refuse("created", "must look like 2026-11-21T09:30:00Z");
+  return created;
+}
+
+Refusal placed(const Refusal& refusal, const std::string& place) {
+  const std::string text = refusal.what();
+  return {refusal.status() == 400 ? 400U : 422U,
+          text.rfind(place, 0) == 0 ? text : place + ": " + text};
+}
+
 Object body_object(const Request& request) {
   const std::string_view type =
       std::string_view(request.content_type).substr(0, request.content_type.find_first_of("; \t"));
@@ -226,10 +263,28 @@ std::optional<std::int64_t> Query_Fields::count(const std::string& name) {
   return number;
 }
 
+std::int64_t Query_Fields::needed_count(const std::string& name) {
+  needed_text(name);
+  return *count(name);
+}
+
+bool Query_Fields::flag_or(const std::string& name, bool otherwise) {
+  const std::optional<std::string> value = text(name);
+  if (!value) return otherwise;
+  if (*value != "true" && *value != "false") {
+    throw Refusal(400, "query field '" + name + "' must be true or false");
+  }
+  return *value == "true";
+}
+
 void Query_Fields::finish() const {
   for (const auto& [name, value] : fields_) {
     if (!asked_.count(name)) throw Refusal(400, "query field '" + name + "' is not known here");
   }
+}
+
+void no_query(const Request& request) {
+  Query_Fields(request).finish();
 }
 
 }  // namespace zqpool::service

@@ -6,6 +6,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "platform/json/json_spirit.h"
 #include "service/message.h"
@@ -20,7 +21,8 @@ class Fields {
   /// `object` must outlive this. `place` is empty or where the object stands ("devices[3]").
   Fields(const Object& object, std::string place) : object_(object), place_(std::move(place)) {}
 
-  std::string text(const std::string& key);  ///< not empty
+  std::string text(const std::string& key);         ///< not empty
+  std::string needed_text(const std::string& key);  ///< may be empty
   std::string text_or(const std::string& key, const std::string& otherwise);
   std::optional<std::string> optional_text(const std::string& key);
   std::string uuid(const std::string& key);
@@ -31,9 +33,12 @@ class Fields {
   std::int64_t count_or(const std::string& key, std::int64_t otherwise);
   std::optional<std::int64_t> optional_count(const std::string& key);
   std::optional<double> optional_real(const std::string& key);
+  bool flag(const std::string& key);
   bool flag_or(const std::string& key, bool otherwise);
   const Object* optional_object(const std::string& key);
   const Array* optional_array(const std::string& key);
+  /// The elements of an array of objects, none when it is missing.
+  std::vector<Fields> optional_objects(const std::string& key);
   const json_spirit::Value* optional_value(const std::string& key);
   bool has(const std::string& key) const { return object_.count(key) != 0; }
 
@@ -53,6 +58,12 @@ class Fields {
   std::set<std::string> asked_;
 };
 
+/// The member "created", or now.
+std::string read_created(Fields& fields);
+
+/// The refusal of something that stands at `place`, with a text that begins with it.
+Refusal placed(const Refusal& refusal, const std::string& place);
+
 /// The request's body as a JSON object. Throws Refusal: 400, or 415 for another content type.
 Object body_object(const Request& request);
 
@@ -65,6 +76,8 @@ class Query_Fields {
   std::optional<std::string> text(const std::string& name);
   std::string needed_text(const std::string& name);  ///< 400 when absent
   std::optional<std::int64_t> count(const std::string& name);
+  std::int64_t needed_count(const std::string& name);
+  bool flag_or(const std::string& name, bool otherwise);  ///< "true" or "false"
   /// Refuses fields that nobody asked for.
   void finish() const;
 
@@ -72,5 +85,8 @@ class Query_Fields {
   std::map<std::string, std::string> fields_;
   std::set<std::string> asked_;
 };
+
+/// Refuses every query field.
+void no_query(const Request& request);
 
 }  // namespace zqpool::service

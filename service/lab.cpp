@@ -26,10 +26,6 @@ bool read_replace(const Request& request) {
   return mode == "replace";
 }
 
-void no_query(const Request& request) {
-  Query_Fields(request).finish();
-}
-
 }  // namespace
 
 void add_lab(Router& router, Service& service) {

@@ -11,11 +11,13 @@
 #include <stdexcept>
 #include <string>
 
+#include "platform/crypto/s3_key.h"
 #include "service/access_key.h"
 #include "service/access_log.h"
 #include "service/certificate.h"
 #include "service/families.h"
 #include "service/options.h"
+#include "service/secret_file.h"
 #include "service/server.h"
 #include "service/service.h"
 #include "service/store.h"
@@ -78,6 +80,9 @@ void serve(const Options& options) {
     std::fputs("zqpoold: WARNING: no access key is asked for; everybody is let in\n", stderr);
   } else {
     key = Access_Key::from_file(options.access_key_file);
+  }
+  if (!options.s3_secret_file.empty()) {
+    set_s3_key_secret(read_secret_file(options.s3_secret_file, "S3 secret"));
   }
   Families families;
   State state(options.state_file, [&](Store& store) {

@@ -69,6 +69,9 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
                  "Its first line is the key that requests must carry")
       ->type_name("FILE");
   app.add_flag("--no-access-key", options.no_access_key, "Let everybody in");
+  app.add_option("--s3-secret-file", options.s3_secret_file,
+                 "Its first line is the secret, shared with the hosts, that seals keys of S3 pools")
+      ->type_name("FILE");
   app.add_option("--access-log", options.access_log, "One line a request; - is standard output")
       ->type_name("FILE")
       ->capture_default_str();

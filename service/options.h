@@ -15,6 +15,7 @@ struct Options {
   bool reload_scenario = false;
   std::string access_key_file;
   bool no_access_key = false;
+  std::string s3_secret_file;
   std::string make_certificate;  ///< directory; nothing else is done then
   std::string access_log = "-";
   std::string ready_file;

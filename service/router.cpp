@@ -28,4 +28,13 @@ std::string Router::allowed(const std::string& path) const {
   return out + "OPTIONS";
 }
 
+std::map<std::string, std::vector<std::string>> Router::methods() const {
+  std::map<std::string, std::vector<std::string>> out;
+  for (const auto& [path, routes] : paths_) {
+    for (const auto& [method, route] : routes)
+      out[path].emplace_back(method_name(method));
+  }
+  return out;
+}
+
 }  // namespace zqpool::service

@@ -29,6 +29,8 @@ class Router {
   const Route* find(Method method, const std::string& path) const;
   /// The methods of a path for an Allow header; "" for an unknown path.
   std::string allowed(const std::string& path) const;
+  /// Names of the methods of each path.
+  std::map<std::string, std::vector<std::string>> methods() const;
 
  private:
   std::map<std::string, std::map<Method, Route>> paths_;

@@ -10,9 +10,15 @@
 #include <memory>
 #include <set>
 
+#include "service/text.h"
+
 namespace zqpool::service {
 
 using json_spirit::Value;
+
+std::string identity_by_uuid(const Object& entry) {
+  return lower_case(json_spirit::object_get_str_or_throw(entry, "uuid"));
+}
 
 Object Scenario::load(Store& store, const Object& document, bool replace) const {
   Fields fields(document, "");
@@ -38,6 +44,8 @@ Object Scenario::load(Store& store, const Object& document, bool replace) const 
         Fields entry(value.get_obj(), place);
         try {
           section.load(store, entry);
+        } catch (const Refusal& refusal) {
+          throw placed(refusal, place);
         } catch (const SQLite::Exception& error) {
           if (error.getErrorCode() != SQLITE_CONSTRAINT) throw;
           throw Refusal(422, place + ": contradicts another entry: " + error.what());

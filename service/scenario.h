@@ -21,6 +21,9 @@ struct Scenario_Section {
   Array (*dump)(Store&);
 };
 
+/// The identity of entries that have a member "uuid".
+std::string identity_by_uuid(const Object& entry);
+
 /// Reads and writes the whole state as one JSON document.
 class Scenario {
  public:

@@ -46,6 +46,18 @@ CREATE TABLE catalog_metadata (
 ) WITHOUT ROWID;
 CREATE INDEX catalog_metadata_device ON catalog_metadata (device_uuid);
 )sql",
+    // 2: what resolving a pool needs
+    R"sql(
+-- JSON objects
+ALTER TABLE catalog_pool ADD COLUMN attributes TEXT NOT NULL DEFAULT '{}';
+ALTER TABLE catalog_device ADD COLUMN attributes TEXT NOT NULL DEFAULT '{}';
+
+CREATE TABLE pool_replica (
+  uuid TEXT NOT NULL COLLATE NOCASE PRIMARY KEY,
+  pool_uuid TEXT NOT NULL COLLATE NOCASE REFERENCES catalog_pool (uuid) ON DELETE CASCADE
+) WITHOUT ROWID;
+CREATE INDEX pool_replica_pool ON pool_replica (pool_uuid);
+)sql",
 };
 const std::size_t schema_version = std::size(schema_steps);
 

@@ -45,9 +45,11 @@ g++ -std=c++17 "$here/consumer/main.cpp" -o "$work/with-pkg-config" "${flags[@]}
 say "the program of README.md asks the installed service"
 g++ -std=c++17 "$source/examples/ten_lines.cpp" -o "$work/ten_lines" "${flags[@]}" \
   -Wl,-rpath,"$(pkg-config --variable=libdir zqpool)"
+(umask 077 && echo shared >"$work/s3-secret")
 coproc service {
   exec "$(find "$installed" -name zqpoold -type f)" --listen 127.0.0.1:0 --no-access-key \
-    --state "$work/state" --scenario "$source/examples/scenario.json" --access-log "$work/access.log"
+    --state "$work/state" --scenario "$source/examples/scenario.json" \
+    --s3-secret-file "$work/s3-secret" --access-log "$work/access.log"
 }
 service_id=$!
 trap 'kill "$service_id" 2>/dev/null || true' EXIT

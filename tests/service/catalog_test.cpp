@@ -3,11 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <string>
 
-#include "platform/json/json_dump.h"
-#include "service/service.h"
+#include "tests/service/lab_service.h"
+#include "tests/service/resolution_lab.h"
 #include "tests/service/small_lab.h"
 #include "tests/support/temp_directory.h"
 
@@ -16,40 +15,20 @@ namespace {
 
 using json_spirit::Value;
 using test::device_uuid;
+using test::json;
+using test::Lab_Service;
 using test::pool_uuid;
 using testing::HasSubstr;
 
-Value json(const std::string& text) {
-  Value value;
-  std::string why;
-  EXPECT_TRUE(json_spirit::read(text, value, why)) << why << ": " << text;
-  return value;
-}
-
-void load_scenario(State& state, const Scenario& scenario, const Object& document, bool replace) {
-  Transaction transaction = state.begin(Access::change);
-  scenario.load(transaction.store(), document, replace);
-  transaction.commit();
-}
-
 class Catalog_Test : public testing::Test {
  protected:
-  Catalog_Test() { load(json(test::small_lab()).get_obj(), true); }
-
-  void load(const Object& document, bool replace) {
-    load_scenario(state_, service_.scenario(), document, replace);
-  }
-  Answer ask(Method method, const std::string& path, const std::string& query,
+  Answer ask(const std::string& method, const std::string& path, const std::string& query,
              const std::string& body = "") {
-    Request request;
-    request.method = method;
-    request.path = "/zq/r/storage/catalog/" + path;
-    request.query = query;
-    request.body = body;
-    return service_.run(service_.plan(request), request);
+    return lab_.ask(method, "/zq/r/storage/catalog/" + path + (query.empty() ? "" : "?" + query),
+                    body);
   }
   Value get(const std::string& path, const std::string& query) {
-    const Answer answer = ask(Method::get, path, query);
+    const Answer answer = ask("GET", path, query);
     EXPECT_EQ(answer.status, 200U) << answer.body;
     return json(answer.body);
   }
@@ -63,7 +42,7 @@ class Catalog_Test : public testing::Test {
     return out;
   }
   Value info(const std::string& body) {
-    const Answer answer = ask(Method::post, "device/info", "", body);
+    const Answer answer = ask("POST", "device/info", "", body);
     EXPECT_EQ(answer.status, 200U) << answer.body;
     return json(answer.body);
   }
@@ -71,14 +50,12 @@ class Catalog_Test : public testing::Test {
                 const std::string& pool = pool_uuid(1)) {
     Object body{{"pool_uuid", pool}, {"path", path}};
     if (!grouping.empty()) body.emplace("grouping", grouping);
-    const Answer answer = ask(Method::put, "device/metadata", "", json_spirit::write(body));
+    const Answer answer = ask("PUT", "device/metadata", "", json_spirit::write(body));
     EXPECT_EQ(answer.status, 200U) << answer.body;
     return json(answer.body);
   }
 
-  test::Temp_Directory directory_;
-  State state_{directory_.path("state")};
-  Service service_{state_, Families(), std::nullopt, false};
+  Lab_Service lab_{test::small_lab()};
 };
 
 // ---- pools
@@ -118,14 +95,14 @@ TEST_F(Catalog_Test, a_part_of_the_pools_says_how_many_there_are) {
 }
 
 TEST_F(Catalog_Test, queries_that_make_no_sense_are_refused) {
-  EXPECT_EQ(ask(Method::get, "pool", "limit=-1").status, 400U);
-  EXPECT_EQ(ask(Method::get, "pool", "limit=x").status, 400U);
-  EXPECT_EQ(ask(Method::get, "pool", "name=one").status, 400U);
-  EXPECT_EQ(ask(Method::get, "pool", "uuid=1&limit=1").status, 400U);
-  EXPECT_EQ(ask(Method::get, "pool", "uuid=1&uuid=2").status, 400U);
-  EXPECT_EQ(ask(Method::get, "device", "uuid=1&url=2").status, 400U);
-  EXPECT_EQ(ask(Method::get, "device", "uuid=1&pool_uuid=2").status, 400U);
-  EXPECT_EQ(ask(Method::get, "device", "host=2").status, 400U);
+  EXPECT_EQ(ask("GET", "pool", "limit=-1").status, 400U);
+  EXPECT_EQ(ask("GET", "pool", "limit=x").status, 400U);
+  EXPECT_EQ(ask("GET", "pool", "name=one").status, 400U);
+  EXPECT_EQ(ask("GET", "pool", "uuid=1&limit=1").status, 400U);
+  EXPECT_EQ(ask("GET", "pool", "uuid=1&uuid=2").status, 400U);
+  EXPECT_EQ(ask("GET", "device", "uuid=1&url=2").status, 400U);
+  EXPECT_EQ(ask("GET", "device", "uuid=1&pool_uuid=2").status, 400U);
+  EXPECT_EQ(ask("GET", "device", "host=2").status, 400U);
 }
 
 TEST_F(Catalog_Test, sizes_that_sum_up_beyond_64_bits_stop_at_the_largest) {
@@ -136,7 +113,7 @@ TEST_F(Catalog_Test, sizes_that_sum_up_beyond_64_bits_stop_at_the_largest) {
                R"(","name":"n","type":"disk","url":"file:///big/)" + std::to_string(i) +
                R"(","size":9223372036854775807,"used":4000000000000000000})";
   }
-  load(json(R"({"devices":[)" + devices + "]}").get_obj(), false);
+  lab_.load(json(R"({"devices":[)" + devices + "]}").get_obj(), false);
   const Value answer = get("pool", "uuid=" + pool_uuid(3));
   const Object& pool = answer.get_obj().at("rows").get_array().at(0).get_obj();
   EXPECT_EQ(pool.at("size").get_int64(), 9223372036854775807);
@@ -145,11 +122,11 @@ TEST_F(Catalog_Test, sizes_that_sum_up_beyond_64_bits_stop_at_the_largest) {
 }
 
 TEST_F(Catalog_Test, sizes_are_summed_exactly) {
-  load(json(R"({"devices":[{"uuid":")" + device_uuid(9) + R"(","pool_uuid":")" + pool_uuid(3) +
-            R"(","name":"n","type":"disk","url":"file:///x",
+  lab_.load(json(R"({"devices":[{"uuid":")" + device_uuid(9) + R"(","pool_uuid":")" + pool_uuid(3) +
+                 R"(","name":"n","type":"disk","url":"file:///x",
       "size":8001563222017,"used":5368709120001}]})")
-           .get_obj(),
-       false);
+                .get_obj(),
+            false);
   const Value answer = get("pool", "uuid=" + pool_uuid(3));
   const Object& pool = answer.get_obj().at("rows").get_array().at(0).get_obj();
   EXPECT_EQ(pool.at("size").get_int64(), 8001563222017);
@@ -228,7 +205,7 @@ TEST_F(Catalog_Test, info_takes_the_nearest_device_segment_by_segment) {
 }
 
 TEST_F(Catalog_Test, info_on_a_url_of_several_pools_needs_the_pool) {
-  const Answer both = ask(Method::post, "device/info", "", R"({"url":"file:///srv/a/inner/z"})");
+  const Answer both = ask("POST", "device/info", "", R"({"url":"file:///srv/a/inner/z"})");
   EXPECT_EQ(both.status, 409U);
   EXPECT_THAT(both.body, HasSubstr(R"("code":-409)"));
   EXPECT_THAT(both.body, HasSubstr("give 'pool_uuid'"));
@@ -242,9 +219,9 @@ TEST_F(Catalog_Test, info_on_a_url_of_several_pools_needs_the_pool) {
 TEST_F(Catalog_Test, info_refuses_a_body_that_it_cannot_read) {
   for (const char* body : {"", "[]", "{}", R"({"url":5})", R"({"url":"a","pool":"b"})",
                            R"({"url":"a","pool_uuid":null})", "{"}) {
-    EXPECT_EQ(ask(Method::post, "device/info", "", body).status, 400U) << body;
+    EXPECT_EQ(ask("POST", "device/info", "", body).status, 400U) << body;
   }
-  EXPECT_EQ(ask(Method::post, "device/info", "", R"({"url":""})").status, 422U);
+  EXPECT_EQ(ask("POST", "device/info", "", R"({"url":""})").status, 422U);
 }
 
 // ---- metadata
@@ -296,7 +273,7 @@ TEST_F(Catalog_Test, slashes_too_many_do_not_matter) {
 
 TEST_F(Catalog_Test, metadata_refuses_a_body_that_it_cannot_read) {
   const auto status = [this](const std::string& body) {
-    return ask(Method::put, "device/metadata", "", body).status;
+    return ask("PUT", "device/metadata", "", body).status;
   };
   EXPECT_EQ(status(R"({"path":"/a"})"), 400U);
   EXPECT_EQ(status(R"({"pool_uuid":"p"})"), 400U);
@@ -320,30 +297,26 @@ TEST_F(Catalog_Test, a_deep_path_is_looked_up_quickly) {
 // ---- scenarios
 
 TEST_F(Catalog_Test, a_dumped_scenario_loads_to_the_same) {
-  const auto dump = [this] {
-    Transaction transaction = state_.begin(Access::read);
-    return service_.scenario().dump(transaction.store());
-  };
-  const Object before = dump();
+  const Object before = lab_.dump();
   EXPECT_EQ(before.at("pools").get_array().size(), 3U);
   EXPECT_EQ(before.at("devices").get_array().size(), 4U);
   EXPECT_EQ(before.at("metadata").get_array().size(), 4U);
-  load(Object(), true);
+  lab_.load(Object(), true);
   EXPECT_EQ(get("pool", ""), json(R"({"rows":[]})"));
-  load(before, true);
-  EXPECT_EQ(Value(dump()), Value(before));
-  load(before, false);
-  EXPECT_EQ(Value(dump()), Value(before)) << "merged into itself";
+  lab_.load(before, true);
+  EXPECT_EQ(Value(lab_.dump()), Value(before));
+  lab_.load(before, false);
+  EXPECT_EQ(Value(lab_.dump()), Value(before)) << "merged into itself";
 }
 
 TEST_F(Catalog_Test, merging_replaces_what_is_named_and_keeps_the_rest) {
-  load(json(R"({"pools":[{"uuid":")" + pool_uuid(2) +
-            R"(","name":"second","type":"hbr"}],
+  lab_.load(json(R"({"pools":[{"uuid":")" + pool_uuid(2) +
+                 R"(","name":"second","type":"hbr"}],
       "metadata":[{"pool_uuid":")" +
-            pool_uuid(1) + R"(","device_uuid":")" + device_uuid(1) +
-            R"(","path":"/jobs/","type":"dir","size":99}]})")
-           .get_obj(),
-       false);
+                 pool_uuid(1) + R"(","device_uuid":")" + device_uuid(1) +
+                 R"(","path":"/jobs/","type":"dir","size":99}]})")
+                .get_obj(),
+            false);
   EXPECT_EQ(column(get("pool", ""), "name"), "one second three");
   EXPECT_EQ(column(get("device", ""), "name"), "d1 d2 d3 d4") << "the pool's devices stay";
   EXPECT_EQ(located("/jobs")
@@ -368,23 +341,16 @@ struct Refused {
 class Scenario_Refusal : public testing::TestWithParam<Refused> {};
 
 TEST_P(Scenario_Refusal, names_the_place_and_keeps_nothing) {
-  const test::Temp_Directory directory;
-  State state(directory.path("state"));
-  Service service(state, Families(), std::nullopt, false);
-  load_scenario(state, service.scenario(), json(test::small_lab()).get_obj(), true);
-  const auto dump = [&] {
-    Transaction transaction = state.begin(Access::read);
-    return Value(service.scenario().dump(transaction.store()));
-  };
-  const Value before = dump();
+  Lab_Service lab(test::small_lab());
+  const Value before = lab.dump();
   std::string message;
   try {
-    load_scenario(state, service.scenario(), json(GetParam().scenario).get_obj(), false);
+    lab.load(GetParam().scenario, false);
   } catch (const Refusal& refusal) {
     message = std::to_string(refusal.status()) + ' ' + refusal.what();
   }
   EXPECT_EQ(message, GetParam().message);
-  EXPECT_EQ(dump(), before);
+  EXPECT_EQ(Value(lab.dump()), before);
 }
 
 std::string pool_entry(const std::string& rest) {
@@ -414,7 +380,7 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"pool_of_an_unknown_type",
                 R"({"pools":[{"uuid":")" + pool_uuid(8) + R"(","name":"n","type":"tapes"}]})",
                 "422 pools[0].type: \"tapes\" is none of file, dedup, object, hbr, lanfree, scsi, "
-                "image"},
+                "image, plain"},
         Refused{"pool_with_an_unknown_state", pool_entry(R"(,"state":"up")"),
                 "422 pools[0].state: \"up\" is none of online, degraded, readonly, offline"},
         Refused{"pool_with_an_unknown_member", pool_entry(R"(,"size":5)"),
@@ -503,14 +469,10 @@ TEST(Scenario_File, says_what_is_wrong_with_it) {
 }
 
 TEST(Scenario_File, the_example_loads) {
-  const test::Temp_Directory directory;
-  State state(directory.path("state"));
-  Service service(state, Families(), std::nullopt, false);
-  load_scenario(state, service.scenario(), read_scenario(ZQ_EXAMPLES "/scenario.json"), true);
-  Request request;
-  request.method = Method::get;
-  request.path = "/zq/r/storage/catalog/device";
-  const Value answer = json(service.run(service.plan(request), request).body);
+  const test::S3_Secret secret;
+  Lab_Service lab;
+  lab.load(read_scenario(ZQ_EXAMPLES "/scenario.json"), true);
+  const Value answer = lab.good("GET", "/zq/r/storage/catalog/device");
   EXPECT_GE(answer.get_obj().at("rows").get_array().size(), 4U);
 }
 

@@ -258,8 +258,9 @@ TEST_P(Fault, the_laboratory_itself_has_none) {
 TEST_P(Fault, a_scenario_is_loaded_merged_and_dumped) {
   const std::string other =
       R"({"pools":[{"uuid":")" + pool_uuid(7) + R"(","name":"seven","type":"file"}]})";
-  EXPECT_EQ(ask("POST", "/zq/lab/scenario?mode=merge", other).body,
-            R"({"loaded":{"devices":0,"metadata":0,"pools":1}})");
+  const std::string loaded = ask("POST", "/zq/lab/scenario?mode=merge", other).body;
+  EXPECT_THAT(loaded, HasSubstr(R"("devices":0)"));
+  EXPECT_THAT(loaded, HasSubstr(R"("pools":1)"));
   EXPECT_EQ(ask("GET", path + "?limit=0").body, R"({"rows":[],"total":4})");
   const std::string dump = ask("GET", "/zq/lab/scenario").body;
   EXPECT_EQ(ask("POST", "/zq/lab/scenario", other).status, 200U);

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/service/http_client.h"
+#include "tests/service/protocol_document.h"
 #include "tests/service/small_lab.h"
 #include "tests/support/service_process.h"
 
@@ -24,13 +25,15 @@ const std::string pool_path = "/zq/r/storage/catalog/pool";
 const std::string device_path = "/zq/r/storage/catalog/device";
 const std::string info_path = "/zq/r/storage/catalog/device/info";
 const std::string metadata_path = "/zq/r/storage/catalog/device/metadata";
+const std::string rpc_path = "/zq/jr";
 
 std::int64_t error_code(const Http_Answer& answer) {
   const json_spirit::Value body = answer.json();
   return body.get_obj().at("error").get_obj().at("code").get_int64();
 }
 
-/// One service for all tests of the suite: they only read.
+/// One service for all tests of the suite: they leave it as it was. What it answers is held against
+/// the protocol document.
 class Protocol : public testing::TestWithParam<bool> {
  protected:
   static void SetUpTestSuite() { service_ = new Service_Process({small_lab(), {}}); }
@@ -45,7 +48,11 @@ class Protocol : public testing::TestWithParam<bool> {
   static const std::string& key() { return service_->access_key(); }
   static Http_Answer ask(const std::string& method, const std::string& target,
                          const std::string& body = "", const std::string& more = "") {
-    return test::ask(*service_, method, target, body, more, ssl());
+    const Http_Answer answer = test::ask(*service_, method, target, body, more, ssl());
+    EXPECT_EQ(Protocol_Document::instance().contradiction(
+                  {method, target, body, answer.status, answer.body}),
+              "");
+    return answer;
   }
   /// What the service answers to these bytes, which it must do before it closes the connection.
   static Http_Answer answer_to(const std::string& bytes, bool to_head = false) {
@@ -85,6 +92,27 @@ TEST_P(Protocol, every_path_answers) {
   EXPECT_THAT(
       ask("PUT", metadata_path, R"({"pool_uuid":")" + pool_uuid(1) + R"(","path":"/jobs/x"})").body,
       HasSubstr(R"("type":"dir")"));
+  const std::string pool_and_path = "?pool_uuid=" + pool_uuid(1) + "&path=%2fnew";
+  EXPECT_THAT(ask("POST", metadata_path,
+                  R"({"pool_uuid":")" + pool_uuid(1) + R"(","device_uuid":")" + device_uuid(1) +
+                      R"(","file":"/new"})")
+                  .body,
+              HasSubstr(R"("path":"/new")"));
+  EXPECT_EQ(ask("DELETE", metadata_path + pool_and_path).body, R"({"removed":1})");
+  EXPECT_THAT(ask("GET", info_path + "?pool_uuid=" + pool_uuid(1)).body,
+              HasSubstr(R"("name":"d1")"));
+  EXPECT_THAT(
+      ask("PUT", device_path + "?uuid=" + device_uuid(1), R"({"host_id":"h","sysname":"s"})").body,
+      HasSubstr("is not LAN-free"));
+  EXPECT_THAT(ask("GET", "/zq/r/storages/pool?uuid=" + pool_uuid(1)).body,
+              HasSubstr(R"("storages":[{)"));
+  EXPECT_THAT(
+      ask("POST", rpc_path,
+          R"({"id":"1","jsonrpc":"2.0","method":"pool.replicate.endpoint.query","params":{"uuid":"u"}})")
+          .body,
+      HasSubstr(R"("code":-404)"));
+  EXPECT_THAT(ask("GET", "/zq/r/file_uri/statfs?uri=%2fzq%2fdata").body,
+              HasSubstr(R"("read_only":false)"));
   EXPECT_EQ(ask("GET", "/zq/lab/health").status, 200U);
   EXPECT_EQ(ask("GET", "/zq/lab/scenario").status, 200U);
   EXPECT_EQ(ask("GET", "/zq/lab/faults").body, R"({"faults":[]})");
@@ -159,8 +187,9 @@ TEST_P(Protocol, a_wrong_method_is_405_and_says_which_are_right) {
     EXPECT_EQ(answer.header("allow"), "GET, HEAD, OPTIONS");
     EXPECT_EQ(error_code(answer), -405);
   }
-  EXPECT_EQ(ask("GET", info_path).header("allow"), "POST, OPTIONS");
-  EXPECT_EQ(answer_to("HEAD " + info_path + " HTTP/1.1\r\nHost: x\r\nX-Access-Key: " + key() +
+  EXPECT_EQ(ask("GET", rpc_path).header("allow"), "POST, OPTIONS");
+  EXPECT_EQ(ask("PUT", info_path).header("allow"), "GET, HEAD, POST, OPTIONS");
+  EXPECT_EQ(answer_to("HEAD " + rpc_path + " HTTP/1.1\r\nHost: x\r\nX-Access-Key: " + key() +
                           "\r\nConnection: close\r\n\r\n",
                       true)
                 .status,
@@ -179,7 +208,7 @@ TEST_P(Protocol, head_is_get_without_the_body) {
 TEST_P(Protocol, options_tells_the_methods) {
   const Http_Answer answer = ask("OPTIONS", metadata_path);
   EXPECT_EQ(answer.status, 204U);
-  EXPECT_EQ(answer.header("allow"), "PUT, OPTIONS");
+  EXPECT_EQ(answer.header("allow"), "POST, PUT, DELETE, OPTIONS");
   EXPECT_EQ(answer.headers.count("content-length"), 0U);
   EXPECT_EQ(ask("OPTIONS", "*").status, 204U);
   EXPECT_EQ(ask("OPTIONS", "/none").status, 404U);

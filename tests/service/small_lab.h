@@ -4,12 +4,16 @@
 
 namespace zqpool::test {
 
-/// Identifiers of small_lab(): "pool", "device" and a number, as UUIDs.
+/// Identifiers: "a" or "d" and a number of at most two digits, as UUIDs.
+inline std::string uuid_of(const std::string& kind, int number) {
+  return "00000000-0000-4000-8000-00000000" + kind + (number < 10 ? "00" : "0") +
+         std::to_string(number);
+}
 inline std::string pool_uuid(int number) {
-  return "00000000-0000-4000-8000-00000000a00" + std::to_string(number);
+  return uuid_of("a", number);
 }
 inline std::string device_uuid(int number) {
-  return "00000000-0000-4000-8000-00000000d00" + std::to_string(number);
+  return uuid_of("d", number);
 }
 
 /// Two pools. Pool 1 has devices 1 and 2 and a copy, 3, of the first; pool 2 has device 4, whose

@@ -46,7 +46,7 @@ std::string failure(const std::string& file) {
 }
 
 void add_pool(Store& store, const std::string& uuid) {
-  store.execute("INSERT INTO catalog_pool VALUES (?1, ?1, 'file', 'online', '', '')", uuid);
+  store.execute("INSERT INTO catalog_pool VALUES (?1, ?1, 'file', 'online', '', '', '{}')", uuid);
 }
 
 std::int64_t pools(State& state) {

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "service/service.h"
+#include "tests/service/protocol_document.h"
+#include "tests/support/temp_directory.h"
+
+namespace zqpool::test {
+
+/// The JSON text as a value; a test failure when it is none.
+inline json_spirit::Value json(const std::string& text) {
+  json_spirit::Value value;
+  std::string why;
+  EXPECT_TRUE(json_spirit::read(text, value, why)) << why << ": " << text;
+  return value;
+}
+
+/// A service without sockets, on a state of its own. Every exchange is held against the protocol
+/// document.
+class Lab_Service {
+ public:
+  /// `file`: where the state is, "" for a directory that goes away with this object.
+  explicit Lab_Service(const std::string& scenario = "{}", const std::string& file = "")
+      : state_(file.empty() ? directory_.path("state") : file) {
+    load(scenario, true);
+  }
+
+  /// Throws service::Refusal; nothing is kept then.
+  void load(const Object& scenario, bool replace) {
+    service::Transaction transaction = state_.begin(service::Access::change);
+    service_.scenario().load(transaction.store(), scenario, replace);
+    transaction.commit();
+  }
+  void load(const std::string& scenario, bool replace) { load(json(scenario).get_obj(), replace); }
+  Object dump() {
+    service::Transaction transaction = state_.begin(service::Access::read);
+    return service_.scenario().dump(transaction.store());
+  }
+
+  service::Answer ask(const std::string& method, const std::string& target,
+                      const std::string& body = "") {
+    service::Request request;
+    request.method = service::method_from(method);
+    const std::size_t question = target.find('?');
+    request.path = target.substr(0, question);
+    if (question != std::string::npos) request.query = target.substr(question + 1);
+    request.body = body;
+    service::Answer answer = service_.run(service_.plan(request), request);
+    EXPECT_EQ(Protocol_Document::instance().contradiction(
+                  {method, target, body, answer.status, answer.body}),
+              "");
+    return answer;
+  }
+  /// The answer to what must be answered well.
+  json_spirit::Value good(const std::string& method, const std::string& target,
+                          const std::string& body = "") {
+    const service::Answer answer = ask(method, target, body);
+    EXPECT_EQ(answer.status, 200U) << method << ' ' << target << ' ' << body << ": " << answer.body;
+    return json(answer.body);
+  }
+  /// Status and message of a refusal: "404 there is no pool 'x'".
+  std::string refusal(const std::string& method, const std::string& target,
+                      const std::string& body = "") {
+    const service::Answer answer = ask(method, target, body);
+    if (answer.status < 400) return std::to_string(answer.status) + " is no refusal";
+    return std::to_string(answer.status) + ' ' +
+           json(answer.body).get_obj().at("error").get_obj().at("message").get_str();
+  }
+
+  service::State& state() { return state_; }
+  service::Service& service() { return service_; }
+
+ private:
+  Temp_Directory directory_;
+  service::State state_;
+  service::Service service_{state_, service::Families(), std::nullopt, true};
+};
+
+}  // namespace zqpool::test
