@@ -45,101 +45,105 @@ Outcome bind(const Endpoint& to) {
           {}};
 }
 
-std::vector<Wire_Row> rows() {
+std::vector<Wire_Row> add_rows() {
   const Expected_Line add_failed = error("Failed to add metadata to pool 'p1'.\n");
-  const Expected_Line remove_failed = error("Failed to remove metadata from pool 'p1'.\n");
-  const Expected_Line offer_failed = error("Failed to offer device from pool 'p 1'.\n");
-  const Expected_Line bind_failed = error("Failed to bind host to device 'd/1'.\n");
   const auto adds = [](const std::string& name, const Call& call, const std::string& body) {
     return Row(name, call)
         .sends("POST", metadata, body)
         .gets(ok(R"({"ignored":1})"))
         .gives(true, "{}");
   };
-  const auto offers = [](const std::string& name) {
-    return Row(name, offer).sends("GET", info + "?pool_uuid=p+1");
-  };
-  const std::string untouched = R"({"device":{"old":true}})";
   return {
-      adds("add_with_all_fields", add("dir", "g", 5),
+      adds("with_all_fields", add("dir", "g", 5),
            R"({"device_uuid":"d1","dir":"/a/b","grouping":"g","pool_uuid":"p1","size":5})"),
-      adds("add_with_an_empty_type_is_a_file", add("", nullptr, 0),
+      adds("empty_type_is_a_file", add("", nullptr, 0),
            R"({"device_uuid":"d1","file":"/a/b","pool_uuid":"p1","size":0})"),
-      adds("add_with_type_file_is_the_same", add("file", nullptr, 0),
+      adds("with_type_file_is_the_same", add("file", nullptr, 0),
            R"({"device_uuid":"d1","file":"/a/b","pool_uuid":"p1","size":0})"),
-      adds("add_without_a_known_size", add("file", "", -1),
+      adds("without_a_known_size", add("file", "", -1),
            R"({"device_uuid":"d1","file":"/a/b","grouping":"","pool_uuid":"p1"})"),
-      adds("add_with_the_largest_size", add("file", nullptr, 9223372036854775807),
+      adds("with_the_largest_size", add("file", nullptr, 9223372036854775807),
            R"({"device_uuid":"d1","file":"/a/b","pool_uuid":"p1","size":9223372036854775807})"),
-      adds("add_with_a_type_named_like_a_field_takes_its_place", add("pool_uuid", nullptr, -1),
+      adds("with_a_type_named_like_a_field_takes_its_place", add("pool_uuid", nullptr, -1),
            R"({"device_uuid":"d1","pool_uuid":"/a/b"})"),
-      adds("add_with_a_type_named_like_a_later_field_gives_way", add("size", nullptr, 3),
+      adds("with_a_type_named_like_a_later_field_gives_way", add("size", nullptr, 3),
            R"({"device_uuid":"d1","pool_uuid":"p1","size":3})"),
-      Row("add_without_an_answer_body", add("", nullptr, -1))
+      Row("without_an_answer_body", add("", nullptr, -1))
           .sends("POST", metadata, R"({"device_uuid":"d1","file":"/a/b","pool_uuid":"p1"})")
           .gets(http_answer(204, ""))
           .gives(true, "{}"),
-      Row("add_that_fails_is_not_sent_again", add("", nullptr, -1))
+      Row("failure_is_not_sent_again", add("", nullptr, -1))
           .sends("POST", metadata, R"({"device_uuid":"d1","file":"/a/b","pool_uuid":"p1"})")
           .gets(http_answer(503, ""))
           .logs(client_error("POST", metadata))
           .logs(add_failed)
           .gives(false, "{}"),
-      Row("add_without_an_answer_is_not_sent_again", add("", nullptr, -1))
+      Row("without_an_answer_is_not_sent_again", add("", nullptr, -1))
           .sends("POST", metadata, R"({"device_uuid":"d1","file":"/a/b","pool_uuid":"p1"})")
           .gets(close_after_request())
           .logs(client_error("POST", metadata))
           .logs(add_failed)
           .gives(false, "{}"),
+  };
+}
 
-      Row("remove_with_grouping", remove("/a b", "g&1"))
+std::vector<Wire_Row> remove_rows() {
+  const Expected_Line remove_failed = error("Failed to remove metadata from pool 'p1'.\n");
+  return {
+      Row("with_grouping", remove("/a b", "g&1"))
           .sends("DELETE", metadata + "?pool_uuid=p1&path=%2fa+b&grouping=g%261")
           .gets(ok("[]"))
           .gives(true, "{}"),
-      Row("remove_without_grouping", remove("/a", nullptr))
+      Row("without_grouping", remove("/a", nullptr))
           .sends("DELETE", metadata + "?pool_uuid=p1&path=%2fa")
           .gets(http_answer(204, ""))
           .gives(true, "{}"),
-      Row("remove_with_an_empty_path_and_grouping", remove("", ""))
+      Row("with_an_empty_path_and_grouping", remove("", ""))
           .sends("DELETE", metadata + "?pool_uuid=p1&path=&grouping=")
           .gets(http_answer(204, ""))
           .gives(true, "{}"),
-      Row("remove_that_fails_is_not_sent_again", remove("/a", nullptr))
+      Row("failure_is_not_sent_again", remove("/a", nullptr))
           .sends("DELETE", metadata + "?pool_uuid=p1&path=%2fa")
           .gets(http_answer(502, ""))
           .logs(client_error("DELETE", metadata))
           .logs(remove_failed)
           .gives(false, "{}"),
+  };
+}
 
-      offers("offer_of_a_device")
-          .gets(ok(R"({"uuid":"d1"})"))
-          .gives(true, R"({"device":{"uuid":"d1"}})"),
-      offers("offer_of_nothing").gets(ok("{}")).gives(true, R"({"device":{}})"),
-      offers("offer_that_is_no_object")
-          .gets(ok(R"([{"uuid":"d1"}])"))
-          .logs(offer_failed)
-          .gives(false, untouched),
-      offers("offer_without_a_body")
-          .gets(http_answer(204, ""))
-          .logs(offer_failed)
-          .gives(false, untouched),
-      offers("offer_refused_with_an_object")
+std::vector<Wire_Row> offer_rows() {
+  const Expected_Line offer_failed = error("Failed to offer device from pool 'p 1'.\n");
+  const auto offers = [](const std::string& name) {
+    return Row(name, offer).sends("GET", info + "?pool_uuid=p+1");
+  };
+  const std::string untouched = R"({"device":{"old":true}})";
+  return {
+      offers("a_device").gets(ok(R"({"uuid":"d1"})")).gives(true, R"({"device":{"uuid":"d1"}})"),
+      offers("nothing").gets(ok("{}")).gives(true, R"({"device":{}})"),
+      offers("no_object").gets(ok(R"([{"uuid":"d1"}])")).logs(offer_failed).gives(false, untouched),
+      offers("no_body").gets(http_answer(204, "")).logs(offer_failed).gives(false, untouched),
+      offers("refused_with_an_object")
           .gets(json_answer(409, R"({"uuid":"d1"})"))
           .logs(client_error("GET", info))
           .logs(offer_failed)
           .gives(false, untouched),
+  };
+}
 
-      Row("bind", bind)
+std::vector<Wire_Row> bind_rows() {
+  const Expected_Line bind_failed = error("Failed to bind host to device 'd/1'.\n");
+  return {
+      Row("bound", bind)
           .sends("PUT", device + "?uuid=d%2f1", R"({"host_id":"h1","sysname":"sys"})")
           .gets(ok("{}"))
           .gives(true, "{}"),
-      Row("bind_that_fails", bind)
+      Row("refused", bind)
           .sends("PUT", device + "?uuid=d%2f1", R"({"host_id":"h1","sysname":"sys"})")
           .gets(refusal())
           .logs(client_error("PUT", device))
           .logs(bind_failed)
           .gives(false, "{}"),
-      Row("bind_answered_with_a_body_that_is_no_json_failed", bind)
+      Row("body_that_is_no_json", bind)
           .sends("PUT", device + "?uuid=d%2f1", R"({"host_id":"h1","sysname":"sys"})")
           .gets(ok("done"))
           .logs(client_error("PUT", device))
@@ -148,7 +152,14 @@ std::vector<Wire_Row> rows() {
   };
 }
 
-INSTANTIATE_TEST_SUITE_P(Catalog_Writes, Wire_Table, over_both(rows()), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_add_metadata, Wire_Table, over_both(add_rows()),
+                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_remove_metadata, Wire_Table,
+                         over_both(remove_rows()), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_offer_device, Wire_Table, over_both(offer_rows()),
+                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_bind_host_for_lanfree_device, Wire_Table,
+                         over_both(bind_rows()), Wire_Table::name);
 
 TEST(Catalog_Writes_Any_Answer, succeed_exactly_when_the_exchange_does) {
   for (const Call& call : {add("file", "g", 1), remove("/a", "g"), Call(bind)}) {

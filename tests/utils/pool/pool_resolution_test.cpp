@@ -80,6 +80,30 @@ Call to_host(const Question& ask, bool is_on_backupd) {
   };
 }
 
+/// The upstream service keeps its connection, so its answers end it, and the row with it.
+Call upstream(const Question& ask, const char* access_key = "key") {
+  return [=](const Endpoint& to) {
+    const Host host;
+    Upstream_JSON_RESTful_Client::configure(to.host.c_str(), to.port, to.ssl, access_key);
+    Pool_Info info;
+    info.uuid = "before";
+    const bool result =
+        get_pool_info(ask.pool_uuid, ask.device_uuid, info, ask.to_restore, ask.timeout,
+                      ask.host_uuid, ask.is_agent, ask.server_uuid, ask.account_uuid);
+    return outcome(result, info);
+  };
+}
+
+Call url_by_pool_uuid(const char* pool_uuid, bool to_restore) {
+  return [=](const Endpoint& to) {
+    const Host host;
+    Upstream_JSON_RESTful_Client::configure(to.host.c_str(), to.port, to.ssl, "key");
+    std::string url = "before";
+    const bool result = get_url_by_pool_uuid(pool_uuid, nullptr, url, to_restore, nullptr);
+    return Outcome{result, {{"url", url}}};
+  };
+}
+
 Call replica(const char* uuid, bool is_on_backupd, int timeout) {
   return [=](const Endpoint& to) {
     const Host host;
@@ -100,11 +124,15 @@ Outcome space(const Endpoint& to) {
 Expected_Line notice(int number) {
   return retry_notice(number, "utils/pool/storage_pool_helpers.cpp");
 }
+/// An answer that ends the connection.
+Answer last(Answer answer) {
+  return answer.header("Connection", "close").end(Answer::End::close);
+}
 Answer service_error(const std::string& code) {
   return json_answer(500, R"({"error":{"code":)" + code + R"(,"message":"m"}})");
 }
 
-std::vector<Wire_Row> retrieval_rows() {
+std::vector<Wire_Row> from_client_rows() {
   const Expected_Line failed = client_error("GET", pool_path);
   const std::string target = pool_path + "?uuid=p1";
   Question unlimited;
@@ -223,19 +251,111 @@ std::vector<Wire_Row> retrieval_rows() {
           .gets(service_error("1"))
           .logs(failed)
           .gives(false, untouched),
-      Row("to_a_host_without_a_key", to_host({}, false))
+  };
+}
+
+std::vector<Wire_Row> from_host_rows() {
+  const std::string target = pool_path + "?uuid=p1";
+  Question unlimited;
+  unlimited.timeout = -1;
+  return {
+      Row("without_a_key", to_host({}, false))
           .sends("GET", target, "", "")
           .gets(ok(description))
           .gives(true, resolved),
-      Row("to_a_backup_server_with_the_hosts_key", to_host({}, true))
+      Row("of_a_backup_server_with_the_hosts_key", to_host({}, true))
           .sends("GET", target, "", "host key")
           .gets(ok(description))
           .gives(true, resolved),
-      Row("to_a_host_is_repeated_by_the_client_alone", to_host(unlimited, false))
+      Row("is_repeated_by_the_client_alone", to_host(unlimited, false))
           .sends("GET", target, "", "")
           .gets(service_error("1"))
-          .logs(failed)
+          .logs(client_error("GET", pool_path))
           .gives(false, untouched),
+  };
+}
+
+std::vector<Wire_Row> from_upstream_rows() {
+  const std::string target = pool_path + "?uuid=p1";
+  Question full;
+  full.to_restore = true;
+  full.is_agent = true;
+  full.server_uuid = "s";
+  full.account_uuid = "a";
+  full.timeout = -1;
+  const auto row = [](const std::string& name, const Call& call) {
+    return Row(name, call).keeps_connection();
+  };
+  return {
+      row("with_its_own_key", upstream({}))
+          .sends("GET", target)
+          .gets(last(ok(description)))
+          .gives(true, resolved),
+      row("without_a_key", upstream({}, nullptr))
+          .sends("GET", target, "", "")
+          .gets(last(ok(description)))
+          .gives(true, resolved),
+      row("every_parameter_and_again_within_the_timeout", upstream(full))
+          .sends("GET", target + "&agent_uuid=own-host&restore_setting=1&server_uuid=s"
+                                 "&account_uuid=a")
+          .again(1)
+          .gets(service_error("1"))
+          .gets(last(ok(description)))
+          .logs(client_error("GET", pool_path))
+          .logs(notice(1))
+          .pauses(1)
+          .gives(true, resolved),
+      row("timeout_0_ends_at_the_first_failure", upstream({}))
+          .sends("GET", target)
+          .gets(last(service_error("1")))
+          .logs(client_error("GET", pool_path))
+          .gives(false, untouched),
+  };
+}
+
+std::vector<Wire_Row> url_rows() {
+  const auto row = [](const std::string& name, bool to_restore) {
+    return Row(name, url_by_pool_uuid("p1", to_restore))
+        .keeps_connection()
+        .sends("GET", pool_path + "?uuid=p1&agent_uuid=own-host" +
+                          (to_restore ? "&restore_setting=1" : ""));
+  };
+  return {
+      row("asks_as_this_host", false)
+          .gets(last(ok(description)))
+          .gives(true, R"({"url":"dedup://s"})"),
+      row("for_a_restore", true).gets(last(ok("{}"))).gives(true, R"({"url":""})"),
+      row("once_only", false)
+          .gets(last(service_error("1")))
+          .logs(client_error("GET", pool_path))
+          .gives(false, R"({"url":"before"})"),
+      row("description_that_does_not_do", false)
+          .gets(last(ok(R"({"storages":[]})")))
+          .logs(error("'storages' is empty.\n"))
+          .gives(false, R"({"url":"before"})"),
+  };
+}
+
+std::vector<Wire_Row> space_rows() {
+  const auto answered = [](const std::string& name, const Answer& answer) {
+    return Row(name, space)
+        .keeps_connection()
+        .sends("GET", "/zq/r/file_uri/statfs?uri=%2fzq%2fdata")
+        .gets(answer);
+  };
+  const auto fails = [&](const std::string& name, const Answer& answer, const std::string& said) {
+    return answered(name, answer)
+        .logs(error("Failed to get storage server space info, " + said + ".\n"))
+        .gives(false, R"({"info":{"old":true}})");
+  };
+  return {
+      answered("object", ok(R"({"total":9})")).gives(true, R"({"info":{"total":9}})"),
+      fails("status_201", json_answer(201, R"({"total":9})"), R"(errno=201, {"total":9})"),
+      fails("no_body", http_answer(204, ""), "errno=204, null"),
+      fails("array", ok("[1]"), "errno=200, [1]"),
+      fails("failure_with_an_object", json_answer(500, R"({"e":1})"), R"(errno=500, {"e":1})"),
+      fails("no_json", ok("{"), "errno=200, null"),
+      fails("no_answer", close_after_request(), "errno=0, null"),
   };
 }
 
@@ -282,26 +402,26 @@ std::vector<Wire_Row> replica_rows() {
 TEST_P(Wire_Table, row_holds) {
   play();
 }
-INSTANTIATE_TEST_SUITE_P(Retrieval, Wire_Table, over_both(retrieval_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(Replica, Wire_Table, over_both(replica_rows()), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_pool_info_from_client, Wire_Table, over_both(from_client_rows()),
+                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_pool_info_from_host, Wire_Table, over_both(from_host_rows()),
+                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_pool_info_from_upstream, Wire_Table, over_both(from_upstream_rows()),
+                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_url_by_pool_uuid, Wire_Table, over_both(url_rows()), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_replicate_pool_info, Wire_Table, over_both(replica_rows()),
+                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_storaged_space_info, Wire_Table, over_both(space_rows()),
+                         Wire_Table::name);
 
 // --- Upstream ---------------------------------------------------------------------------------
 
-class Upstream : public testing::Test {
- protected:
-  void configure(const char* key) {
-    Upstream_JSON_RESTful_Client::configure(server.host().c_str(), server.port(), false, key);
-  }
-
+TEST(Upstream, is_asked_over_one_connection) {
   const Host host;
-  const Sleep_Recorder sleeps;
-  Log_Capture log;
+  const Log_Capture log;
   Scripted_Server server;
-};
-
-TEST_F(Upstream, asks_with_its_own_key_over_one_connection) {
-  configure("upstream key");
   server.otherwise(ok(description));
+  Upstream_JSON_RESTful_Client::configure(server.host().c_str(), server.port(), false, "key");
   for (int i = 0; i < 3; ++i) {
     Pool_Info info;
     EXPECT_TRUE(get_pool_info("p1", nullptr, info, false, 0, nullptr, false, nullptr, nullptr));
@@ -309,31 +429,7 @@ TEST_F(Upstream, asks_with_its_own_key_over_one_connection) {
   }
   EXPECT_EQ(server.request_count(), 3U);
   EXPECT_EQ(server.connection_count(), 1U);
-  EXPECT_EQ(server.request(0).target, pool_path + "?uuid=p1");
-  EXPECT_EQ(server.request(2).header("X-Access-Key"), "upstream key");
   EXPECT_EQ(log.lines().size(), 0U);
-}
-
-TEST_F(Upstream, is_asked_again_within_the_timeout) {
-  configure(nullptr);
-  server.queue(service_error("1")).queue(ok(description));
-  Pool_Info info;
-  EXPECT_TRUE(get_pool_info("p1", nullptr, info, false, -1, nullptr, false, nullptr, nullptr));
-  EXPECT_EQ(server.request_count(), 2U);
-  EXPECT_EQ(server.request(0).header_count("X-Access-Key"), 0U);
-}
-
-TEST_F(Upstream, url_by_pool_uuid_asks_as_this_host_and_once) {
-  configure("k");
-  server.queue(ok(description)).queue(service_error("1"));
-  std::string url = "before";
-  EXPECT_TRUE(get_url_by_pool_uuid("p1", nullptr, url, true, nullptr));
-  EXPECT_EQ(url, "dedup://s");
-  EXPECT_EQ(server.request(0).target, pool_path + "?uuid=p1&agent_uuid=own-host&restore_setting=1");
-  url = "before";
-  EXPECT_FALSE(get_url_by_pool_uuid("p1", nullptr, url, false, nullptr));
-  EXPECT_EQ(url, "before");
-  EXPECT_EQ(server.request_count(), 2U);
 }
 
 // --- Any answer -------------------------------------------------------------------------------
@@ -360,56 +456,7 @@ TEST(Resolution_Any_Answer, a_record_is_resolved_or_the_call_fails) {
 
 // --- Space ------------------------------------------------------------------------------------
 
-class Space : public testing::Test {
- protected:
-  Outcome ask(const Answer& answer) {
-    const Sleep_Recorder sleeps;
-    Log_Capture log;
-    Scripted_Server server;
-    server.otherwise(answer);
-    const Outcome got = space(server.endpoint());
-    messages = log.texts("LM_ERROR");
-    if (server.request_count() != 0) request = server.request(0);
-    EXPECT_LE(server.request_count(), 1U);
-    return got;
-  }
-
-  std::vector<std::string> messages;
-  Recorded_Request request;
-};
-
-TEST_F(Space, a_200_with_an_object_is_the_space) {
-  const Outcome got = ask(ok(R"({"total":9})"));
-  EXPECT_TRUE(got.result);
-  EXPECT_EQ(JSON_Dump(got.outputs, false).str(), R"({"info":{"total":9}})");
-  EXPECT_EQ(request.method, "GET");
-  EXPECT_EQ(request.target, "/zq/r/file_uri/statfs?uri=%2fzq%2fdata");
-  EXPECT_EQ(request.header("X-Access-Key"), "key");
-}
-
-TEST_F(Space, anything_else_fails_with_status_and_answer) {
-  struct {
-    Answer answer;
-    const char* said;
-  } const rows[] = {
-      {json_answer(201, R"({"total":9})"), R"(errno=201, {"total":9})"},
-      {http_answer(204, ""), "errno=204, null"},
-      {ok("[1]"), "errno=200, [1]"},
-      {json_answer(500, R"({"e":1})"), R"(errno=500, {"e":1})"},
-      {ok("{"), "errno=200, null"},
-      {close_after_request(), "errno=0, null"},
-  };
-  for (const auto& row : rows) {
-    const Outcome got = ask(row.answer);
-    EXPECT_FALSE(got.result);
-    EXPECT_EQ(JSON_Dump(got.outputs, false).str(), R"({"info":{"old":true}})");
-    EXPECT_THAT(messages,
-                testing::ElementsAre(std::string("Failed to get storage server space info, ") +
-                                     row.said + ".\n"));
-  }
-}
-
-TEST_F(Space, without_a_server_there_is_no_session) {
+TEST(Space, without_a_server_there_is_no_session) {
   const Refused_Port nobody;
   const Sleep_Recorder sleeps;
   Log_Capture log;
@@ -418,16 +465,7 @@ TEST_F(Space, without_a_server_there_is_no_session) {
   EXPECT_EQ(sleeps.pauses().size(), 2U);
 }
 
-TEST_F(Space, over_tls) {
-  const Options_Guard trusted(options_with_test_ca());
-  Server_Options options;
-  options.identity = &Test_Certificates::instance().server;
-  Scripted_Server server(options);
-  server.otherwise(ok("{}"));
-  EXPECT_TRUE(space(server.endpoint()).result);
-}
-
-TEST_F(Space, only_the_low_16_bits_of_the_port_count) {
+TEST(Space, only_the_low_16_bits_of_the_port_count) {
   Scripted_Server server;
   server.otherwise(ok("{}"));
   Object info;
