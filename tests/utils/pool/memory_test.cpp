@@ -10,6 +10,7 @@
 #include "tests/support/scripted_server.h"
 #include "tests/utils/failing_memory.h"
 #include "utils/pool/pool_metadata_manager.h"
+#include "utils/pool/scsi_target_manager.h"
 
 namespace zqpool::test {
 namespace {
@@ -187,6 +188,87 @@ TEST_F(Memory, get_device_takes_at_most_60_allocations) {
   EXPECT_LE(count, 60);
   RecordProperty("allocations", static_cast<int>(count));
   std::printf("%ld allocations\n", count);
+}
+
+SCSI_Target_Manager scsi_pool(const Endpoint& to) {
+  return {to.host, to.port, to.ssl, key, name, nullptr};
+}
+
+TEST_F(Memory, list_scsi_pool_luns_throws_or_succeeds_and_leaks_nothing) {
+  Array luns;
+  Read read;
+  read.call = [&](const Endpoint& to) { return scsi_pool(to).list_scsi_pool_luns(luns); };
+  read.forget = [&] { Array().swap(luns); };
+  read.written = [&] { return !luns.empty(); };
+  read.good_answer = R"([{"lun_id":"an identifier longer than a short string"},{"lun_num":5}])";
+  run_out_everywhere(read);
+}
+
+TEST_F(Memory, get_snapshot_info_throws_or_succeeds_and_leaks_nothing) {
+  Object info;
+  run_out_everywhere(
+      reading(info, R"([{"snapshot_id":"an identifier longer than a short string","seq":3}])",
+              [&](const Endpoint& to) { return scsi_pool(to).get_snapshot_info(name, info, -1); }));
+}
+
+// One answer to all three questions: the snapshot is alone, and the first.
+TEST_F(Memory, cal_snapshot_size_throws_fails_or_succeeds_and_leaks_nothing) {
+  ACE_UINT64 size = 0;
+  Read read;
+  read.call = [&](const Endpoint& to) { return scsi_pool(to).cal_snapshot_size(name, size, true); };
+  read.forget = [&] { size = 0; };
+  read.written = [&] { return size != 0; };
+  read.good_answer =
+      R"([{"parent_id":"an identifier longer than a short string","seq":3,"excl_size":1,)"
+      R"("rfer_size":2}])";
+  read.catches_exceptions = true;
+  run_out_everywhere(read);
+}
+
+/// A list as a service sends it, of so many objects.
+std::string list_of(int count) {
+  std::string text = "[";
+  for (int i = 0; i < count; ++i) {
+    text += (i != 0 ? "," : "") +
+            (R"({"snapshot_id":"an identifier longer than a short string","seq":)" +
+             std::to_string(i)) +
+            R"(,"parent_id":"x1","tags":["a"]})";
+  }
+  return text + "]";
+}
+
+long allocations_of(const std::function<void()>& work) {
+  work();  // what the thread keeps for later is there after the first time
+  const Failing_Memory memory;
+  work();
+  return memory.count();
+}
+
+// Whoever copied the tree would double them.
+TEST_F(Memory, lists_take_the_allocations_of_their_reading_and_few_more) {
+  const std::string list = list_of(1000);
+  const long of_reading = allocations_of([&] {
+    json_spirit::Value value;
+    EXPECT_TRUE(json_spirit::read(list, value));
+  });
+  ASSERT_GT(of_reading, 1000);
+
+  server.otherwise(json_answer(200, list));
+  const Endpoint to = server.endpoint();
+  Array luns;
+  EXPECT_LE(allocations_of([&] { EXPECT_TRUE(scsi_pool(to).list_scsi_pool_luns(luns)); }),
+            of_reading + 60);
+
+  server.otherwise([&](const Recorded_Request& request) {
+    const bool one = request.target.find("snapshot_id=") != std::string::npos;
+    return json_answer(200, one ? R"([{"parent_id":"x1","seq":500}])" : list);
+  });
+  Object info;
+  EXPECT_LE(allocations_of([&] {
+              scsi_pool(to).get_previous_snapshot(name, info);
+              EXPECT_EQ(json_spirit::object_get_int_or_throw(info, "seq"), 499);
+            }),
+            of_reading + 120);
 }
 
 }  // namespace
