@@ -4,6 +4,7 @@
 
 #include "service/fields.h"
 #include "service/schema.h"
+#include "service/scsi_pools.h"
 #include "service/service.h"
 
 namespace zqpool::service {
@@ -24,6 +25,18 @@ bool read_replace(const Request& request) {
     throw Refusal(400, "query field 'mode' must be replace or merge");
   }
   return mode == "replace";
+}
+
+/// Whether the state contradicts itself: its references, and what each family knows.
+Answer check_state(const std::vector<Check>& checks, Store& store) {
+  Object checked;
+  Array problems;
+  for (Store::Query row(store, "PRAGMA foreign_key_check"); row.next();) {
+    problems.emplace_back("a row of " + row.text(0) + " refers to nothing in " + row.text(2));
+  }
+  for (const Check& check : checks)
+    checked.emplace(check.name, check.run(store, problems));
+  return json_answer(Object{{"checked", std::move(checked)}, {"problems", std::move(problems)}});
 }
 
 }  // namespace
@@ -55,6 +68,12 @@ void add_lab(Router& router, Service& service) {
                no_query(request);
                return json_answer(Object{{"removed", service.faults().clear()}});
              });
+  router.add(Method::get, "/zq/lab/check", Access::read,
+             [&service](Store& store, const Request& request) {
+               no_query(request);
+               return check_state(service.checks(), store);
+             });
+  add_scsi_lab(router);
   const std::int64_t started = monotonic_seconds();
   router.add(Method::get, "/zq/lab/health", Access::read,
              [&service, started](Store&, const Request& request) {

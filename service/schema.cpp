@@ -58,6 +58,98 @@ CREATE TABLE pool_replica (
 ) WITHOUT ROWID;
 CREATE INDEX pool_replica_pool ON pool_replica (pool_uuid);
 )sql",
+    // 3: pools that keep volumes, LUNs and their exports
+    R"sql(
+CREATE TABLE volume_pool (
+  uuid TEXT NOT NULL COLLATE NOCASE PRIMARY KEY REFERENCES catalog_pool (uuid) ON DELETE CASCADE,
+  total_size INTEGER NOT NULL,
+  used_size INTEGER NOT NULL DEFAULT 0 CHECK (used_size BETWEEN 0 AND total_size)
+) WITHOUT ROWID;
+
+CREATE TABLE volume (
+  number INTEGER PRIMARY KEY,
+  pool TEXT NOT NULL COLLATE NOCASE REFERENCES volume_pool (uuid) ON DELETE CASCADE,
+  kind TEXT NOT NULL CHECK (kind IN ('lun', 'filesystem')),
+  name TEXT NOT NULL,
+  size INTEGER CHECK (size > 0), -- null: whatever the pool has
+  next_seq INTEGER NOT NULL CHECK (next_seq > 0),
+  origin INTEGER REFERENCES volume_snapshot (number),
+  created TEXT NOT NULL,
+  UNIQUE (pool, kind, name)
+);
+CREATE UNIQUE INDEX volume_lun ON volume (name) WHERE kind = 'lun';
+CREATE INDEX volume_origin ON volume (origin);
+
+CREATE TABLE volume_snapshot (
+  number INTEGER PRIMARY KEY,
+  id TEXT NOT NULL UNIQUE,
+  volume INTEGER NOT NULL REFERENCES volume (number) ON DELETE CASCADE,
+  seq INTEGER NOT NULL CHECK (seq > 0),
+  recyclable INTEGER NOT NULL CHECK (recyclable IN (0, 1)),
+  created TEXT NOT NULL,
+  UNIQUE (volume, seq)
+);
+CREATE INDEX volume_snapshot_recyclable ON volume_snapshot (created) WHERE recyclable = 1;
+
+CREATE TABLE volume_extent (
+  number INTEGER PRIMARY KEY,
+  volume INTEGER NOT NULL REFERENCES volume (number) ON DELETE CASCADE,
+  start INTEGER NOT NULL CHECK (start >= 0),
+  length INTEGER NOT NULL CHECK (length > 0),
+  born INTEGER NOT NULL CHECK (born >= 0),
+  died INTEGER CHECK (died > born), -- null: it lives
+  data INTEGER NOT NULL,
+  data_start INTEGER NOT NULL CHECK (data_start >= 0)
+);
+CREATE INDEX volume_extent_volume ON volume_extent (volume, died, start);
+CREATE INDEX volume_extent_data ON volume_extent (data, data_start);
+
+-- What was deleted, so that deleting it once more is no error.
+CREATE TABLE volume_gone (
+  pool TEXT NOT NULL COLLATE NOCASE REFERENCES volume_pool (uuid) ON DELETE CASCADE,
+  what TEXT NOT NULL,
+  name TEXT NOT NULL,
+  PRIMARY KEY (pool, what, name)
+) WITHOUT ROWID;
+
+CREATE TABLE scsi_pool (
+  uuid TEXT NOT NULL COLLATE NOCASE PRIMARY KEY REFERENCES volume_pool (uuid) ON DELETE CASCADE,
+  transport TEXT NOT NULL CHECK (transport IN ('iSCSI', 'FC')),
+  target TEXT NOT NULL COLLATE NOCASE UNIQUE,
+  portal TEXT -- null: none
+) WITHOUT ROWID;
+
+CREATE TABLE scsi_lun (
+  volume INTEGER PRIMARY KEY REFERENCES volume (number) ON DELETE CASCADE,
+  block_size INTEGER NOT NULL CHECK (block_size > 0),
+  retention TEXT NOT NULL
+);
+
+CREATE TABLE scsi_export (
+  number INTEGER PRIMARY KEY,
+  pool TEXT NOT NULL COLLATE NOCASE REFERENCES scsi_pool (uuid) ON DELETE CASCADE,
+  target TEXT NOT NULL COLLATE NOCASE,
+  transport TEXT NOT NULL,
+  lun_num INTEGER NOT NULL CHECK (lun_num BETWEEN 1 AND 16383),
+  volume INTEGER UNIQUE REFERENCES volume (number) ON DELETE CASCADE,
+  snapshot INTEGER REFERENCES volume_snapshot (number) ON DELETE CASCADE,
+  CHECK ((volume IS NULL) <> (snapshot IS NULL)),
+  UNIQUE (target, lun_num),
+  UNIQUE (snapshot, lun_num)
+);
+
+CREATE TABLE scsi_access (
+  export INTEGER NOT NULL REFERENCES scsi_export (number) ON DELETE CASCADE,
+  initiator TEXT NOT NULL COLLATE NOCASE,
+  host_uuid TEXT NOT NULL,
+  PRIMARY KEY (export, initiator)
+) WITHOUT ROWID;
+CREATE INDEX scsi_access_initiator ON scsi_access (initiator);
+
+-- Who stands in the way of deleting a volume or snapshot; one of the two is null.
+CREATE VIEW volume_use (volume, snapshot, how) AS
+  SELECT volume, snapshot, iif(volume IS NULL, 'shared', 'exported') FROM scsi_export;
+)sql",
 };
 const std::size_t schema_version = std::size(schema_steps);
 

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "service/access_key.h"
 #include "service/families.h"
@@ -41,6 +42,7 @@ class Service {
   Statistics& statistics() { return statistics_; }
   Fault_Script& faults() { return faults_; }
   const Scenario& scenario() const { return families_.scenario; }
+  const std::vector<Check>& checks() const { return families_.checks; }
 
  private:
   Answer run_operation(const Router::Route& route, const Request& request);
