@@ -16,6 +16,8 @@
 #include <system_error>
 #include <utility>
 
+#include "tests/support/secrets.h"
+
 namespace zqpool::test {
 
 namespace {
@@ -190,6 +192,7 @@ Run_Result Program::wait() {
   pid_ = -1;
   if (WIFEXITED(status)) result_.exit_code = WEXITSTATUS(status);
   if (WIFSIGNALED(status)) result_.signal = WTERMSIG(status);
+  Secrets::expect_none_in(result_.err, "standard error");
   return result_;
 }
 

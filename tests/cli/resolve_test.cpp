@@ -2,6 +2,7 @@
 
 #include "platform/crypto/s3_key.h"
 #include "tests/cli/command_fixture.h"
+#include "tests/support/secrets.h"
 
 namespace zqpool::test {
 namespace {
@@ -31,6 +32,8 @@ class Resolve : public Command {
                                       directory_.write("s3", "what-seals-the-keys\n")};
   static std::string sealed(const char* url, const std::string& key) {
     set_s3_key_secret("what-seals-the-keys");
+    Secrets::add("what-seals-the-keys");
+    Secrets::add(key);
     std::string text = key;
     EXPECT_TRUE(encrypt_s3_key(url, text));
     set_s3_key_secret("");

@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include "tests/support/secrets.h"
+
 namespace zqpool::test {
 
 std::ostream& operator<<(std::ostream& out, const Log_Line& line) {
@@ -23,6 +25,7 @@ Log_Capture::~Log_Capture() {
   log->clr_flags(log->flags());
   log->set_flags(old_flags_);
   ACE_Log_Msg::msg_backend(old_backend_);
+  Secrets::expect_none_in(ever_, "the log");
 }
 
 std::vector<Log_Line> Log_Capture::lines() const {
@@ -73,6 +76,7 @@ ssize_t Log_Capture::log(ACE_Log_Record& record) {
   // does not seem to have the place of the one before.
   log->linenum(0);
   const std::lock_guard lock(mutex_);
+  ever_ += line.text;
   lines_.push_back(std::move(line));
   return 0;
 }

@@ -22,7 +22,8 @@ struct Log_Line {
 std::ostream& operator<<(std::ostream& out, const Log_Line& line);
 
 /// Collects all that the process logs through ACE, from every thread, instead of writing it to the
-/// standard error. Puts ACE back as it was at the end of its scope. Thread-safe.
+/// standard error. At the end of its scope it puts ACE back as it was, and fails the test when one
+/// of the known Secrets was logged. Thread-safe.
 class Log_Capture : private ACE_Log_Msg_Backend {
  public:
   Log_Capture();
@@ -47,6 +48,7 @@ class Log_Capture : private ACE_Log_Msg_Backend {
 
   mutable std::mutex mutex_;
   std::vector<Log_Line> lines_;
+  std::string ever_;  // the texts of all lines, also of those that were taken
   unsigned long old_flags_;
   ACE_Log_Msg_Backend* old_backend_;
 };

@@ -18,6 +18,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
+#include "tests/support/secrets.h"
+
 namespace zqpool::test {
 namespace {
 
@@ -479,6 +481,7 @@ void Scripted_Server::serve(Stream& stream, std::size_t number,
       request.client_certificate = common_name(ssl);
     }
     if (!read_request(stream, buffer, request)) return;
+    Secrets::add(request.header("X-Access-Key"));
     {
       const std::lock_guard lock(mutex_);
       requests_.push_back(request);

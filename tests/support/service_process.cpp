@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "tests/support/secrets.h"
 #include "tests/support/test_certificates.h"
 
 namespace zqpool::test {
@@ -124,6 +125,7 @@ Service_Process::Service_Process(const Service_Settings& settings)
               "--access-log",
               directory_.path("log")};
   if (settings.access_key) {
+    Secrets::add(access_key_);
     command_.insert(command_.end(),
                     {"--access-key-file", directory_.write("key", access_key_ + '\n')});
   } else {
@@ -139,10 +141,13 @@ Service_Process::Service_Process(const Service_Settings& settings)
 }
 
 Service_Process::~Service_Process() {
-  if (pid_ == 0) return;
-  ::kill(pid_, SIGKILL);
-  int result = 0;
-  reap(pid_, process_, start_patience, result);
+  if (pid_ != 0) {
+    ::kill(pid_, SIGKILL);
+    int result = 0;
+    reap(pid_, process_, start_patience, result);
+  }
+  Secrets::expect_none_in(messages(), "the service's messages");
+  Secrets::expect_none_in(content_of(directory_.path("log")), "the service's access log");
 }
 
 void Service_Process::start() {

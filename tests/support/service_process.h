@@ -25,7 +25,8 @@ struct Service_Settings {
 /// key and log in a directory that goes away with it. Trust its certificate
 /// with Test_Certificates::instance().ca_file, or options_with_test_ca().
 ///
-/// The process ends with this object at the latest, and with the thread that started it.
+/// The process ends with this object at the latest, and with the thread that started it. A test in
+/// which it wrote one of the known Secrets to a log fails.
 class Service_Process {
  public:
   /// Starts it and waits until it listens. Throws std::runtime_error, with what the process said,

@@ -159,9 +159,9 @@ TEST_F(HTTP_Request_Test, headers_of_a_request_win_over_those_of_the_client) {
   Call_Options options;
   EXPECT_TRUE(call(client, options).ok);
   EXPECT_EQ(server_.request(0).header("X-Access-Key"), "of the client");
-  options.access_key = "of the request";
+  options.access_key = "key of this request";
   EXPECT_TRUE(call(client, options).ok);
-  EXPECT_EQ(server_.request(1).header("X-Access-Key"), "of the request");
+  EXPECT_EQ(server_.request(1).header("X-Access-Key"), "key of this request");
   EXPECT_EQ(server_.request(1).header_count("X-Access-Key"), 1U);
   client.set_header(HTTP_HEAD_X_ACCESS_KEY, nullptr);
   EXPECT_TRUE(call(client).ok);

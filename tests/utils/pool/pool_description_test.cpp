@@ -10,6 +10,7 @@
 #include "platform/host/websocket_options.h"
 #include "platform/json/json_spirit.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/secrets.h"
 #include "utils/pool/storage_pool_helpers.h"
 #include "utils/support/uri_util.h"
 
@@ -321,7 +322,9 @@ TEST_F(Pool_Description, s3_needs_extended_attributes) {
 TEST_F(Pool_Description, s3_keys_are_taken_and_the_secret_is_deciphered) {
   set_s3_key_secret("process secret");
   std::string sealed = "clear secret";
+  zqpool::test::Secrets::add(sealed);
   ASSERT_TRUE(encrypt_s3_key("s3s://h/b", sealed));
+  zqpool::test::Secrets::add(sealed);
   EXPECT_TRUE(parse(R"({"url":"s3s://h/b","pool_uuid":"p","extended_attrs":{"vendor":"v",
     "region":"r","sign_method":"v4","access_key":"AK","secret_key":")" +
                     sealed + R"("}})"));
