@@ -1,5 +1,7 @@
 #include "tests/support/guards.h"
 
+#include <ace/Log_Msg.h>
+
 #include <mutex>
 
 #include "tests/support/test_certificates.h"
@@ -30,6 +32,15 @@ Sleep_Recorder::~Sleep_Recorder() {
 std::vector<std::chrono::milliseconds> Sleep_Recorder::pauses() const {
   const std::lock_guard lock(pauses_mutex);
   return recorded_pauses;
+}
+
+Log_Silence::Log_Silence()
+    : process_mask_(ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::PROCESS)),
+      thread_mask_(ACE_Log_Msg::instance()->priority_mask(0, ACE_Log_Msg::THREAD)) {}
+
+Log_Silence::~Log_Silence() {
+  ACE_Log_Msg::instance()->priority_mask(process_mask_, ACE_Log_Msg::PROCESS);
+  ACE_Log_Msg::instance()->priority_mask(thread_mask_, ACE_Log_Msg::THREAD);
 }
 
 HTTP_Options options_with_test_ca() {

@@ -37,6 +37,19 @@ class Options_Guard {
   HTTP_Options before_ = HTTP_Options::get();
 };
 
+/// While it lives, nothing is logged, of whatever priority, and nothing is rendered for it.
+class Log_Silence {
+ public:
+  Log_Silence();
+  ~Log_Silence();
+  Log_Silence(const Log_Silence&) = delete;
+  Log_Silence& operator=(const Log_Silence&) = delete;
+
+ private:
+  const unsigned long process_mask_;
+  const unsigned long thread_mask_;
+};
+
 /// The options in force, with the test certificates' authority trusted.
 HTTP_Options options_with_test_ca();
 

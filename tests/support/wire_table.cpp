@@ -1,5 +1,8 @@
 #include "tests/support/wire_table.h"
 
+#include <gmock/gmock.h>
+
+#include <optional>
 #include <regex>
 #include <set>
 
@@ -107,7 +110,7 @@ bool line_matches(const std::string& pattern, const std::string& text, unsigned 
   return std::regex_match(text, std::regex(expression));
 }
 
-void play(const Wire_Row& row, bool ssl) {
+void play(const Wire_Row& row, bool ssl, bool silent) {
   Server_Options options;
   if (ssl) options.identity = &Test_Certificates::instance().server;
   Scripted_Server server(options);
@@ -116,9 +119,12 @@ void play(const Wire_Row& row, bool ssl) {
   const Options_Guard guard(options_with_test_ca());
   const Sleep_Recorder recorder;
   Log_Capture log;
+  const testing::ScopedTrace mode(__FILE__, __LINE__, silent ? "silent" : "logging");
 
   Outcome outcome;
   try {
+    const std::optional<Log_Silence> silence =
+        silent ? std::make_optional<Log_Silence>() : std::nullopt;
     outcome = row.call(server.endpoint());
   } catch (const std::exception& e) {
     ADD_FAILURE() << "the call threw: " << e.what();
@@ -149,7 +155,11 @@ void play(const Wire_Row& row, bool ssl) {
   } else {
     EXPECT_EQ(pauses, row.pauses.value_or(none));
   }
-  check_lines(row, log.take(), server.port());
+  if (silent) {
+    EXPECT_THAT(log.lines(), testing::IsEmpty());
+  } else {
+    check_lines(row, log.take(), server.port());
+  }
 }
 
 std::string Wire_Table::name(const testing::TestParamInfo<ParamType>& row) {

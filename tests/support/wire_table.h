@@ -81,8 +81,9 @@ std::ostream& operator<<(std::ostream& out, const Wire_Row& row);
 Expected_Line client_error(const std::string& method, const std::string& path, bool ssl = false);
 
 /// Plays one row against a server of its own and reports each difference as a test failure.
-/// Nothing sleeps meanwhile. With `ssl` over HTTPS, with the test CA trusted.
-void play(const Wire_Row& row, bool ssl);
+/// Nothing sleeps meanwhile. With `ssl` over HTTPS, with the test CA trusted. With `silent` no
+/// priority is logged, which must change nothing else.
+void play(const Wire_Row& row, bool ssl, bool silent = false);
 
 /// Whether `text` matches an Expected_Line's text.
 bool line_matches(const std::string& pattern, const std::string& text, unsigned short port);
@@ -101,6 +102,7 @@ class Wire_Table : public testing::TestWithParam<std::tuple<Wire_Row, bool>> {
   static void play() {
     const auto& [row, ssl] = GetParam();
     test::play(row, ssl);
+    if (!ssl && !row.lines.empty()) test::play(row, ssl, true);
   }
 };
 

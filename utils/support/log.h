@@ -29,10 +29,11 @@
 #define ZQ_WARNING(...) ZQ_LOG_AT(ZQ_HERE, LM_WARNING, __VA_ARGS__)
 #define ZQ_INFO(...) ZQ_LOG_AT(ZQ_HERE, LM_INFO, __VA_ARGS__)
 
-#define ZQ_LOG_AT(place, priority, ...)                                               \
-  (::zqpool::detail::log_enabled(priority) &&                                         \
-   ::zqpool::detail::log<decltype(::zqpool::detail::log_arguments(__VA_ARGS__))::fit( \
-       ZQ_LOG_FORMAT(__VA_ARGS__, 0))>(place, priority, __VA_ARGS__))
+#define ZQ_LOG_AT(place, priority, ...)                                                     \
+  (::zqpool::detail::log_enabled(priority)                                                  \
+       ? ::zqpool::detail::log<decltype(::zqpool::detail::log_arguments(__VA_ARGS__))::fit( \
+             ZQ_LOG_FORMAT(__VA_ARGS__, 0))>(place, priority, __VA_ARGS__)                  \
+       : ::zqpool::detail::log_nothing())
 #define ZQ_LOG_FORMAT(format, ...) format
 
 namespace zqpool::detail {
@@ -131,6 +132,10 @@ bool log_enabled(ACE_Log_Priority priority) noexcept;
 /// Renders a line and hands it to ACE. `args` holds an argument for every directive that takes one.
 void write_log(const Place& place, ACE_Log_Priority priority, const char* format,
                const Log_Argument* args) noexcept;
+
+constexpr bool log_nothing() noexcept {
+  return false;
+}
 
 template <bool fit, typename... Args>
 bool log(const Place& place, ACE_Log_Priority priority, const char* format,
