@@ -5,12 +5,10 @@
 // in random order, so that a noisy machine is equally unkind to all. Ratios are medians over the
 // turns of a client's time by the floor's in the same turn. bench/README.md says more.
 
-#include <sched.h>
 #include <signal.h>
 
 #include <algorithm>
 #include <array>
-#include <cerrno>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -21,7 +19,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <system_error>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -29,6 +26,7 @@
 #include "bench/http/clients.h"
 #include "bench/http/loopback_service.h"
 #include "bench/http/thread_counters.h"
+#include "bench/measure.h"
 #include "platform/http/http_options.h"
 #include "tests/support/test_certificates.h"
 
@@ -93,14 +91,6 @@ struct Options {
 
 bool is_wanted(const std::vector<std::string>& keys, const char* key) {
   return keys.empty() || std::find(keys.begin(), keys.end(), key) != keys.end();
-}
-
-double median(std::vector<double> values, double quantile = 0.5) {
-  if (values.empty()) return 0;
-  const auto place = values.begin() +
-                     static_cast<std::ptrdiff_t>(quantile * static_cast<double>(values.size() - 1));
-  std::nth_element(values.begin(), place, values.end());
-  return *place;
 }
 
 /// One client over one transport: a service of its own, so that the ports that it leaves waiting
@@ -311,35 +301,6 @@ void print_who_cannot_resume(const std::deque<Entry>& entries) {
   }
 }
 
-/// The bars, each with one line.
-class Verdict {
- public:
-  void at_most(const std::string& what, double figure, double bar) {
-    print(figure <= bar, what);
-    std::printf(": %.4g, bar %g\n", figure, bar);
-  }
-
-  void ahead(const std::string& what, const char* nearest, double figure) {
-    print(figure < 1, what);
-    std::printf(": %.3f of the time of %s, the nearest\n", figure, nearest);
-  }
-
-  void holds(const std::string& what, bool good) {
-    print(good, what);
-    std::printf("\n");
-  }
-
-  bool all_met() const { return all_met_; }
-
- private:
-  void print(bool good, const std::string& what) {
-    std::printf("%s  %s", good ? "PASS" : "MISS", what.c_str());
-    all_met_ = all_met_ && good;
-  }
-
-  bool all_met_ = true;
-};
-
 void judge(const Way& way, const std::deque<Entry>& entries, Verdict& verdict) {
   const Entry* const floor = find(entries, Role::floor);
   const Entry* const library = find(entries, Role::library);
@@ -397,19 +358,6 @@ Options parse(int argc, char** argv) {
     }
   }
   return options;
-}
-
-/// Keeps this thread, and those that it starts, to one processor, ahead of all other programs.
-void take_processor(std::size_t number) {
-  cpu_set_t processors;
-  CPU_ZERO(&processors);
-  CPU_SET(number, &processors);
-  sched_param priority{};
-  priority.sched_priority = 10;
-  if (sched_setaffinity(0, sizeof processors, &processors) != 0 ||
-      sched_setscheduler(0, SCHED_FIFO, &priority) != 0) {
-    throw std::system_error(errno, std::generic_category(), "--alone");
-  }
 }
 
 bool run(const Options& options) {

@@ -54,13 +54,14 @@ Call plain_floor(const Target& target) {
     if (!connect_to(socket, address)) return false;
     const ssize_t sent = ::send(socket.get(), request.data(), request.size(), MSG_NOSIGNAL);
     if (sent != static_cast<ssize_t>(request.size())) return false;
-    char answer[4096];
-    std::size_t size = 0;
+    char answer[65536];
+    bool good = false;
     ssize_t n = 0;
-    while ((n = ::recv(socket.get(), answer + size, sizeof answer - size, 0)) > 0) {
-      size += static_cast<std::size_t>(n);
+    for (bool first = true; (n = ::recv(socket.get(), answer, sizeof answer, 0)) > 0;
+         first = false) {
+      if (first) good = is_good(answer, static_cast<std::size_t>(n));
     }
-    return n == 0 && is_good(answer, size);
+    return n == 0 && good;
   };
 }
 

@@ -33,7 +33,7 @@ void set_options(int listener) {
 
 Loopback_Service::Loopback_Service(Transport transport, const std::string& certificate_file,
                                    const std::string& key_file, std::string answer)
-    : answer_(std::move(answer)), listener_(test::bound_socket("127.0.0.1")) {
+    : answers_{{"", std::move(answer)}}, listener_(test::bound_socket("127.0.0.1")) {
   if (transport != Transport::http) {
     context_.reset(SSL_CTX_new(TLS_server_method()));
     if (context_ == nullptr ||
@@ -49,6 +49,15 @@ Loopback_Service::Loopback_Service(Transport transport, const std::string& certi
       SSL_CTX_set_num_tickets(context_.get(), 0);
     }
   }
+  start();
+}
+
+Loopback_Service::Loopback_Service(std::vector<Prepared_Answer> answers)
+    : answers_(std::move(answers)), listener_(test::bound_socket("127.0.0.1")) {
+  start();
+}
+
+void Loopback_Service::start() {
   set_options(listener_.get());
   if (::listen(listener_.get(), backlog) != 0) throw std::runtime_error("cannot listen");
   for (int i = 0; i < thread_count; ++i)
@@ -72,6 +81,13 @@ void Loopback_Service::serve() {
   }
 }
 
+const std::string& Loopback_Service::answer_to(std::string_view request) const {
+  for (const Prepared_Answer& prepared : answers_) {
+    if (request.find(prepared.asked) != std::string_view::npos) return prepared.answer;
+  }
+  throw std::runtime_error("the service has no answer prepared");
+}
+
 bool Loopback_Service::answer_plain(int fd) {
   char request[4096];
   std::size_t size = 0;
@@ -80,8 +96,9 @@ bool Loopback_Service::answer_plain(int fd) {
     if (n <= 0) return false;
     size += static_cast<std::size_t>(n);
   }
-  return ::send(fd, answer_.data(), answer_.size(), MSG_NOSIGNAL) ==
-         static_cast<ssize_t>(answer_.size());
+  const std::string& answer = answer_to({request, size});
+  return ::send(fd, answer.data(), answer.size(), MSG_NOSIGNAL) ==
+         static_cast<ssize_t>(answer.size());
 }
 
 bool Loopback_Service::answer_tls(int fd) {
@@ -96,8 +113,9 @@ bool Loopback_Service::answer_tls(int fd) {
     if (SSL_read_ex(ssl.get(), request + size, sizeof request - size, &n) != 1) return false;
     size += n;
   }
+  const std::string& answer = answer_to({request, size});
   std::size_t n = 0;
-  if (SSL_write_ex(ssl.get(), answer_.data(), answer_.size(), &n) != 1) return false;
+  if (SSL_write_ex(ssl.get(), answer.data(), answer.size(), &n) != 1) return false;
   SSL_shutdown(ssl.get());
   return true;
 }

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -14,14 +15,22 @@
 
 namespace zqpool::bench {
 
-/// A service on loopback that gives everybody one prepared answer and then closes, with
-/// close_notify first where there is TLS (1.3). As little work as possible beside the kernel's and
+/// What a service says to a request in which `asked` occurs.
+struct Prepared_Answer {
+  std::string asked;
+  std::string answer;  ///< HTTP, from the status line on
+};
+
+/// A service on loopback that gives prepared answers and then closes, with close_notify first where
+/// there is TLS (1.3). As little work as possible beside the kernel's and
 /// OpenSSL's: a few threads that block in accept(), read to the request's blank line, and send.
 class Loopback_Service {
  public:
   /// Transport::https_full gives no session to resume.
   Loopback_Service(Transport transport, const std::string& certificate_file,
                    const std::string& key_file, std::string answer);
+  /// HTTP, with the first of these answers that fits.
+  explicit Loopback_Service(std::vector<Prepared_Answer> answers);
   ~Loopback_Service();
   Loopback_Service(const Loopback_Service&) = delete;
   Loopback_Service& operator=(const Loopback_Service&) = delete;
@@ -31,11 +40,13 @@ class Loopback_Service {
   std::uint64_t resumed() const { return resumed_; }
 
  private:
+  void start();
   void serve();
+  const std::string& answer_to(std::string_view request) const;
   bool answer_plain(int fd);
   bool answer_tls(int fd);
 
-  const std::string answer_;
+  const std::vector<Prepared_Answer> answers_;
   std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context_{nullptr, &SSL_CTX_free};
   test::File_Descriptor listener_;
   std::atomic<std::uint64_t> answered_{0};
