@@ -65,6 +65,7 @@ Command_Line::Command_Line() : app_("Storage pools from the command line.", "zqp
     options_[index] = app_.add_option(names, arguments_[index], help)->type_name(setting.type);
   }
   app_.add_flag("--insecure", flags_.insecure, "Take any certificate of any host");
+  app_.add_flag("--dry-run", flags_.dry_run, "Print the request that would go out, change nothing");
   app_.add_flag("--trace", flags_.trace, "Phases and times of each exchange, on standard error");
   CLI::Option* const verbose =
       app_.add_flag("-v,--verbose", flags_.verbose, "Let the library's log through");
@@ -177,6 +178,10 @@ std::string Command_Line::chosen_name() const {
     name.insert(0, app->get_name());
   }
   return name;
+}
+
+void add_yes(CLI::App& verb, bool& yes) {
+  verb.add_flag("--yes", yes, "Do not ask first");
 }
 
 }  // namespace zqpool::cli

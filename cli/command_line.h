@@ -5,7 +5,9 @@
 #include <array>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "cli/exit_code.h"
@@ -27,6 +29,19 @@ class Command_Line {
   CLI::App& verb(CLI::App& noun, const std::string& name, const std::string& what,
                  const std::vector<std::string>& examples, Action action);
 
+  /// The same with options that are bound to an `Arguments` of its own, which `action` receives.
+  template <typename Arguments>
+  std::pair<CLI::App&, Arguments&> verb(CLI::App& noun, const std::string& name,
+                                        const std::string& what,
+                                        const std::vector<std::string>& examples,
+                                        Exit_Code (*action)(Session&, const Arguments&)) {
+    const auto arguments = std::make_shared<Arguments>();
+    CLI::App& added = verb(noun, name, what, examples, [arguments, action](Session& session) {
+      return action(session, *arguments);
+    });
+    return {added, *arguments};
+  }
+
   /// Lets the noun stand alone, for `action`.
   void alone(CLI::App& noun, Action action);
 
@@ -46,13 +61,18 @@ class Command_Line {
   Flags flags_;
 };
 
+/// The option with which a verb that destroys does not ask first.
+void add_yes(CLI::App& verb, bool& yes);
+
 // One function a noun.
 void add_config(Command_Line& commands);
 void add_device(Command_Line& commands);
 void add_lab(Command_Line& commands);
+void add_lun(Command_Line& commands);
 void add_metadata(Command_Line& commands);
 void add_module(Command_Line& commands);
 void add_pool(Command_Line& commands);
+void add_snapshot(Command_Line& commands);
 void add_space(Command_Line& commands);
 void add_uri(Command_Line& commands);
 

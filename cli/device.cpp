@@ -16,7 +16,7 @@ struct Show_Arguments {
 
 Outcome find_by_uuid(Session& session, const Target& target, const std::string& uuid,
                      Object& record) {
-  return session.call(Effect::reads, "Failed to get device with uuid: ", [&] {
+  return session.call({Effect::reads, "Failed to get device with uuid: "}, [&] {
     const auto& [ssl, host, port] = target.endpoint;
     return Pool_Metadata_Manager::get_device_with_uuid(host, port, ssl, target.access_key, uuid,
                                                        record, target.retry_seconds);
@@ -25,7 +25,7 @@ Outcome find_by_uuid(Session& session, const Target& target, const std::string& 
 
 Outcome ask_about_url(Session& session, const Target& target, const std::string* pool,
                       const std::string& url, Object& record) {
-  return session.call(Effect::reads, "", [&] {
+  return session.call({Effect::reads, ""}, [&] {
     const auto& [ssl, host, port] = target.endpoint;
     return Pool_Metadata_Manager::get_device_info(host, port, ssl, target.access_key, pool, url,
                                                   record);
@@ -34,7 +34,7 @@ Outcome ask_about_url(Session& session, const Target& target, const std::string*
 
 Outcome find_by_url(Session& session, const Target& target, const std::string& url,
                     Object& record) {
-  Outcome outcome = session.call(Effect::reads, "Failed to get device with url: ", [&] {
+  Outcome outcome = session.call({Effect::reads, "Failed to get device with url: "}, [&] {
     const auto& [ssl, host, port] = target.endpoint;
     return Pool_Metadata_Manager::get_device(host, port, ssl, target.access_key, url, record);
   });
@@ -63,26 +63,30 @@ struct Located_Arguments {
   std::string grouping;
 };
 
-Exit_Code located(Session& session, const Located_Arguments& arguments, bool grouped) {
-  const Target& target = session.target();
+Outcome locate(Session& session, const Target& target, const Located_Arguments& arguments,
+               bool grouped, Object& record) {
   std::string type;
   Array devices;
   // The library tells "nothing is known of this path" only by leaving both outputs as they were.
-  Outcome outcome = session.call(Effect::reads, nullptr, [&] {
+  Outcome outcome = session.call({Effect::reads}, [&] {
     const auto& [ssl, host, port] = target.endpoint;
     return Pool_Metadata_Manager::get_located_devices(
         host, port, ssl, target.access_key, arguments.pool, arguments.path, type, devices,
         grouped ? arguments.grouping.c_str() : nullptr);
   });
-  if (outcome.code == Exit_Code::done && type.empty() && devices.empty()) {
-    outcome = {Exit_Code::not_found,
-               "not found: the catalog knows no device for " + arguments.path};
+  if (!outcome.done()) return outcome;
+  if (type.empty() && devices.empty()) {
+    return {Exit_Code::not_found, "not found: the catalog knows no device for " + arguments.path};
   }
-  session.explain(outcome);
-  if (outcome.code == Exit_Code::done) {
-    session.print({{arguments.path, {{"type", type}, {"devices", std::move(devices)}}}});
-  }
-  return outcome.code;
+  record = {{"type", std::move(type)}, {"devices", std::move(devices)}};
+  return outcome;
+}
+
+Exit_Code located(Session& session, const Located_Arguments& arguments, bool grouped) {
+  return session.show({arguments.path},
+                      [&](const Target& target, const std::string&, Object& record) {
+                        return locate(session, target, arguments, grouped, record);
+                      });
 }
 
 struct Info_Arguments {
@@ -91,12 +95,10 @@ struct Info_Arguments {
 };
 
 Exit_Code info(Session& session, const Info_Arguments& arguments, bool with_pool) {
-  Object record;
-  const Outcome outcome = ask_about_url(
-      session, session.target(), with_pool ? &arguments.pool : nullptr, arguments.url, record);
-  session.explain(outcome);
-  if (outcome.code == Exit_Code::done) session.print({{arguments.url, std::move(record)}});
-  return outcome.code;
+  return session.show(
+      {arguments.url}, [&](const Target& target, const std::string& url, Object& record) {
+        return ask_about_url(session, target, with_pool ? &arguments.pool : nullptr, url, record);
+      });
 }
 
 void add_show(Command_Line& commands, CLI::App& device) {
@@ -158,7 +160,7 @@ void add_offer(Command_Line& commands, CLI::App& device) {
             return session.show(expand_objects(*pools), [&session](const Target& target,
                                                                    const std::string& pool,
                                                                    Object& record) {
-              const Outcome outcome = session.call(Effect::reads, nullptr, [&] {
+              const Outcome outcome = session.call({Effect::reads}, [&] {
                 const auto& [ssl, host, port] = target.endpoint;
                 return Pool_Metadata_Manager::offer_device(host, port, ssl, target.access_key, pool,
                                                            record);
@@ -186,7 +188,7 @@ Exit_Code bind(Session& session, Bind_Arguments arguments) {
   }
   return session.change(
       expand_objects(arguments.devices), [&](const Target& target, const std::string& device) {
-        return session.call(Effect::changes, nullptr, [&] {
+        return session.call({Effect::changes}, [&] {
           const auto& [ssl, host, port] = target.endpoint;
           return Pool_Metadata_Manager::bind_host_for_lanfree_device(
               host, port, ssl, target.access_key, device, arguments.host_uuid, arguments.sysname);

@@ -4,8 +4,8 @@
 #include "cli/command_line.h"
 #include "cli/document.h"
 #include "cli/duration.h"
+#include "cli/exchange.h"
 #include "cli/size.h"
-#include "platform/http/rest_client.h"
 
 namespace zqpool::cli {
 
@@ -16,44 +16,21 @@ using json_spirit::Value;
 constexpr const char* faults_path = "/zq/lab/faults";
 constexpr const char* scenario_path = "/zq/lab/scenario";
 
-/// One exchange with the lab, which is no part of what the library speaks.
-Exit_Code exchange(Session& session, Effect effect, HTTP_Method method, const char* path,
-                   const std::string& query, const Value* body, Value& answer) {
-  const Target& target = session.target();
-  const Outcome outcome = session.call(effect, nullptr, [&] {
-    HTTP_Request request(method, path, false);
-    request.query_string(query.c_str());
-    request.headers().put(HTTP_HEAD_X_ACCESS_KEY, target.access_key.c_str(), true);
-    const auto& [ssl, host, port] = target.endpoint;
-    JSON_RESTful_Client client(host.c_str(), port, ssl, true);
-    switch (method) {
-      case HTTP_METHOD_GET:
-        return client.get(request, &answer);
-      case HTTP_METHOD_DELETE:
-        return client.del(request);
-      default:
-        return client.post(request, body, &answer);
-    }
-  });
-  session.explain(outcome);
-  return outcome.code;
-}
-
-/// Prints an answer that is an object, or each object of the list that is its member `list`.
-void print_answer(Session& session, Value& answer, const std::string& list = "") {
-  if (answer.type() != json_spirit::obj_type) return;
+/// Makes one exchange and prints its answer when that is an object; of one that has a list `list`,
+/// the objects of that, each under its `name`.
+Exit_Code ask(Session& session, Effect effect, HTTP_Method method, const char* path,
+              const Query& query, const Value* body, const std::string& list = "",
+              const std::string& name = "") {
+  Value answer;
+  const Outcome outcome = exchange(session, effect, method, path, query, body, answer);
+  if (!outcome.done() || answer.type() != json_spirit::obj_type) return session.report(outcome);
   Object& object = answer.get_obj();
-  if (list.empty()) return session.print({{"lab", std::move(object)}});
-  std::vector<Record> records;
-  if (Array* const array = json_spirit::object_get_array(object, list)) {
-    for (Value& element : *array) {
-      if (element.type() != json_spirit::obj_type) continue;
-      std::int64_t id = 0;
-      json_spirit::object_get(element.get_obj(), "id", id);
-      records.push_back({std::to_string(id), std::move(element.get_obj())});
-    }
+  if (list.empty()) {
+    session.print({{"lab", std::move(object)}});
+    return Exit_Code::done;
   }
-  session.print(records);
+  Array* const records = json_spirit::object_get_array(object, list);
+  return records == nullptr ? Exit_Code::done : session.print_list(*records, name);
 }
 
 struct Fault_Arguments {
@@ -99,11 +76,7 @@ Exit_Code add_fault(Session& session, const Fault_Arguments& arguments) {
   if (arguments.delay_after_commit) fault["delay_after_commit"] = true;
   if (arguments.whole_answer) fault["whole_answer"] = true;
   const Value body = Object{{"faults", Array{std::move(fault)}}};
-  Value answer;
-  const Exit_Code code =
-      exchange(session, Effect::changes, HTTP_METHOD_POST, faults_path, "", &body, answer);
-  if (code == Exit_Code::done) print_answer(session, answer);
-  return code;
+  return ask(session, Effect::changes, HTTP_METHOD_POST, faults_path, {}, &body);
 }
 
 void add_fault_verb(Command_Line& commands, CLI::App& lab) {
@@ -157,11 +130,8 @@ void add_scenario_verb(Command_Line& commands, CLI::App& lab) {
       {"zqpool lab scenario scenario.json", "zqpool lab scenario --merge - < more.json"},
       [file, merge](Session& session) {
         const Value document = read_document(*file);
-        Value answer;
-        const Exit_Code code = exchange(session, Effect::changes, HTTP_METHOD_POST, scenario_path,
-                                        *merge ? "mode=merge" : "mode=replace", &document, answer);
-        if (code == Exit_Code::done) print_answer(session, answer);
-        return code;
+        return ask(session, Effect::changes, HTTP_METHOD_POST, scenario_path,
+                   {{"mode", *merge ? "merge" : "replace"}}, &document);
       });
   verb.add_option("FILE", *file, "The scenario, JSON; - reads standard input")
       ->type_name("")
@@ -171,22 +141,88 @@ void add_scenario_verb(Command_Line& commands, CLI::App& lab) {
 
 void add_list_verb(Command_Line& commands, CLI::App& lab) {
   commands.verb(lab, "faults", "Lists the scripted faults and how often each one happened",
-                {"zqpool lab faults", "zqpool lab faults --output json"}, [](Session& session) {
-                  Value answer;
-                  const Exit_Code code = exchange(session, Effect::reads, HTTP_METHOD_GET,
-                                                  faults_path, "", nullptr, answer);
-                  if (code == Exit_Code::done) print_answer(session, answer, "faults");
-                  return code;
+                {"zqpool lab faults", "zqpool lab faults -o tsv"}, [](Session& session) {
+                  return ask(session, Effect::reads, HTTP_METHOD_GET, faults_path, {}, nullptr,
+                             "faults", "id");
                 });
 }
 
 void add_clear_verb(Command_Line& commands, CLI::App& lab) {
-  commands.verb(lab, "clear", "Removes all scripted faults", {"zqpool lab clear"},
-                [](Session& session) {
-                  Value answer;
-                  return exchange(session, Effect::changes, HTTP_METHOD_DELETE, faults_path, "",
-                                  nullptr, answer);
-                });
+  commands.verb(
+      lab, "clear", "Removes all scripted faults", {"zqpool lab clear"}, [](Session& session) {
+        return ask(session, Effect::changes, HTTP_METHOD_DELETE, faults_path, {}, nullptr);
+      });
+}
+
+struct Write_Arguments {
+  std::string pool;
+  std::string lun;
+  std::string initiator;
+  std::string target;
+  std::optional<std::int64_t> lun_num;
+  std::string offset = "0";
+  std::string length;
+  bool discard = false;
+};
+
+Exit_Code write(Session& session, const Write_Arguments& arguments) {
+  const bool as_guest = !arguments.initiator.empty();
+  if (as_guest == !arguments.lun.empty()) {
+    throw Usage_Error(
+        "which LUN? Give POOL_UUID and LUN_ID, or --initiator with --target and "
+        "--lun-num");
+  }
+  Object body = {{"offset", parse_size(arguments.offset)},
+                 {"length", parse_size(arguments.length)}};
+  if (as_guest) {
+    body["initiator"] = arguments.initiator;
+    body["target"] = arguments.target;
+    body["lun_num"] = *arguments.lun_num;
+  } else {
+    body["pool_id"] = arguments.pool;
+    body["lun_id"] = arguments.lun;
+  }
+  if (arguments.discard) body["discard"] = true;
+  const Value value = std::move(body);
+  return ask(session, Effect::changes, HTTP_METHOD_POST, "/zq/lab/write", {}, &value);
+}
+
+void add_write_verb(Command_Line& commands, CLI::App& lab) {
+  auto [verb, arguments] = commands.verb<Write_Arguments>(
+      lab, "write", "Writes to a LUN as its guest would",
+      {"zqpool lab write POOL_UUID LUN_ID --offset 1GiB --length 64MiB",
+       "zqpool lab write POOL_UUID LUN_ID --length 4KiB --discard",
+       "zqpool lab write --initiator iqn.2026-11.lab:host1 --target TARGET --lun-num 0 --length "
+       "4KiB"},
+      &write);
+  verb.add_option("POOL_UUID", arguments.pool, "The pool")->type_name("");
+  verb.add_option("LUN_ID", arguments.lun, "The LUN")->type_name("");
+  CLI::Option* const target = verb.add_option("--target", arguments.target, "On this target");
+  target->type_name("NAME");
+  CLI::Option* const number =
+      verb.add_option("--lun-num", arguments.lun_num, "The LUN with this number");
+  number->type_name("N");
+  verb.add_option("--initiator", arguments.initiator, "What this initiator sees")
+      ->type_name("NAME")
+      ->needs(target)
+      ->needs(number);
+  verb.add_option("--offset", arguments.offset, "From here on (0)")->type_name("SIZE");
+  verb.add_option("--length", arguments.length, "So much")->type_name("SIZE")->required();
+  verb.add_flag("--discard", arguments.discard, "Discard instead");
+}
+
+void add_visible_verb(Command_Line& commands, CLI::App& lab) {
+  const auto initiator = std::make_shared<std::string>();
+  commands
+      .verb(lab, "visible", "Lists the LUNs and snapshots that an initiator sees",
+            {"zqpool lab visible iqn.2026-11.lab:host1"},
+            [initiator](Session& session) {
+              return ask(session, Effect::reads, HTTP_METHOD_GET, "/zq/lab/visible",
+                         {{"initiator", *initiator}}, nullptr, "luns", "lun_id");
+            })
+      .add_option("INITIATOR", *initiator, "Its name")
+      ->type_name("")
+      ->required();
 }
 
 }  // namespace
@@ -197,6 +233,8 @@ void add_lab(Command_Line& commands) {
   add_fault_verb(commands, lab);
   add_list_verb(commands, lab);
   add_clear_verb(commands, lab);
+  add_write_verb(commands, lab);
+  add_visible_verb(commands, lab);
 }
 
 }  // namespace zqpool::cli

@@ -3,6 +3,7 @@
 #include <ace/Log_Msg.h>
 #include <ace/Log_Record.h>
 
+#include <algorithm>
 #include <string_view>
 #include <utility>
 
@@ -12,12 +13,17 @@ namespace zqpool::cli {
 
 namespace {
 
-std::string& last_error() {
-  thread_local std::string line;
-  return line;
+Said& heard() {
+  thread_local Said lines;
+  return lines;
 }
 
 }  // namespace
+
+bool Said::has_error(const std::string& words) const {
+  return std::any_of(errors.begin(), errors.end(),
+                     [&words](const std::string& line) { return line.rfind(words, 0) == 0; });
+}
 
 Library_Log::Library_Log(bool show, std::function<void()> retrying)
     : show_(show), retrying_(std::move(retrying)) {
@@ -32,8 +38,8 @@ Library_Log::~Library_Log() {
   ACE_Log_Msg::msg_backend(nullptr);
 }
 
-std::string Library_Log::take_error() {
-  return std::exchange(last_error(), std::string());
+Said Library_Log::take() {
+  return std::exchange(heard(), Said());
 }
 
 int Library_Log::open(const char*) {
@@ -52,7 +58,11 @@ ssize_t Library_Log::log(ACE_Log_Record& record) {
   std::string_view line(record.msg_data());
   while (!line.empty() && line.back() == '\n')
     line.remove_suffix(1);
-  if (record.type() == LM_ERROR) last_error() = line;
+  if (record.type() == LM_ERROR || record.type() == LM_EMERGENCY) {
+    heard().errors.emplace_back(line);
+  } else if (record.type() == LM_WARNING) {
+    heard().warnings.emplace_back(line);
+  }
   if (show_) say_plain(line);
   if (record.type() == LM_INFO && line.substr(0, 6) == "Retry(") retrying_();
   return 0;

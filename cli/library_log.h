@@ -4,8 +4,18 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace zqpool::cli {
+
+/// Lines of the library's log, in their order and without their newlines.
+struct Said {
+  std::vector<std::string> errors;
+  std::vector<std::string> warnings;
+
+  /// Whether an error begins so.
+  bool has_error(const std::string& words) const;
+};
 
 /// Takes the library's log away from standard error, for the process's life: shown only when the
 /// user asked for it. One object a process.
@@ -18,9 +28,8 @@ class Library_Log : private ACE_Log_Msg_Backend {
   Library_Log(const Library_Log&) = delete;
   Library_Log& operator=(const Library_Log&) = delete;
 
-  /// This thread's last LM_ERROR line without its newline, "" when there was none since the last
-  /// call.
-  static std::string take_error();
+  /// What this thread logged since the last call.
+  static Said take();
 
  private:
   int open(const char* key) override;

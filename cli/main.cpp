@@ -8,6 +8,8 @@ int main(int argc, char** argv) {
   add_pool(commands);
   add_device(commands);
   add_metadata(commands);
+  add_lun(commands);
+  add_snapshot(commands);
   add_space(commands);
   add_uri(commands);
   add_module(commands);

@@ -48,7 +48,7 @@ Exit_Code add(Session& session, const Arguments& arguments) {
   const ACE_INT64 size = signed_size(arguments.size);
   return session.change(
       expand_objects(arguments.paths), [&](const Target& target, const std::string& path) {
-        return session.call(Effect::changes, nullptr, [&] {
+        return session.call({Effect::changes}, [&] {
           const auto& [ssl, host, port] = target.endpoint;
           return Pool_Metadata_Manager::add_metadata(
               host, port, ssl, target.access_key, arguments.pool, arguments.device, arguments.type,
@@ -59,9 +59,10 @@ Exit_Code add(Session& session, const Arguments& arguments) {
 
 Exit_Code remove(Session& session, const Arguments& arguments) {
   const std::vector<std::string> paths = expand_objects(arguments.paths);
-  confirm(arguments.yes, "Remove what the catalog holds of", paths, "paths");
+  confirm(arguments.yes || session.is_dry_run(), "Remove what the catalog holds of", paths,
+          "paths");
   return session.change(paths, [&](const Target& target, const std::string& path) {
-    return session.call(Effect::changes, nullptr, [&] {
+    return session.call({Effect::changes}, [&] {
       const auto& [ssl, host, port] = target.endpoint;
       return Pool_Metadata_Manager::remove_metadata(
           host, port, ssl, target.access_key, arguments.pool, path, arguments.grouping_or_null());
@@ -113,7 +114,7 @@ void add_metadata(Command_Line& commands) {
                     [removed](Session& session) { return remove(session, *removed); });
   add_pool_option(remove_verb, *removed);
   add_path_options(remove_verb, *removed, "Only what is recorded under this grouping");
-  remove_verb.add_flag("--yes", removed->yes, "Do not ask first");
+  add_yes(remove_verb, removed->yes);
 }
 
 }  // namespace zqpool::cli

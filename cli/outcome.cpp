@@ -1,5 +1,6 @@
 #include "cli/outcome.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
@@ -91,23 +92,25 @@ Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect) {
   return outcome;
 }
 
-Outcome judge_answer(const std::string& library_said, const char* absent) {
+Outcome judge_answer(const std::vector<std::string>& said, const char* absent, Effect effect) {
+  const auto begins = [absent](const std::string& line) { return line.rfind(absent, 0) == 0; };
   const bool says_absent =
       absent != nullptr &&
-      (*absent == '\0' ? library_said.empty() : library_said.rfind(absent, 0) == 0);
+      (*absent == '\0' ? said.empty() : std::any_of(said.begin(), said.end(), begins));
   if (says_absent) {
     return {Exit_Code::not_found, "not found: the service does not hold exactly one such object"};
   }
-  return {Exit_Code::failed,
-          "the answer is not what the operation needs" +
-              (library_said.empty() ? std::string() : " (" + library_said + ")")};
+  Outcome outcome = {Exit_Code::failed, "the answer is not what the operation needs"};
+  if (!said.empty()) outcome.cause += " (" + said.back() + ')';
+  if (effect == Effect::changes) outcome.cause += "; yet the service made the change";
+  return outcome;
 }
 
-void judge_status_of_session(HTTP_Exchange_Report& report, const std::string& library_said) {
+void judge_status_of_session(HTTP_Exchange_Report& report, const std::vector<std::string>& said) {
   if (!report.ok() || report.status == 0 || report.status / 100 == 2) return;
   report.error = HTTP_Error::status;
   report.text = "HTTP status " + std::to_string(report.status);
-  const Object answer = object_within(library_said);
+  const Object answer = object_within(said.empty() ? "" : said.back());
   if (const Object* const error = json_spirit::object_get_object(answer, "error")) {
     json_spirit::object_get(*error, "message", report.service_message);
   }

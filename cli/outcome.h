@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "cli/exit_code.h"
 #include "platform/http/http_exchange_report.h"
@@ -15,6 +17,10 @@ enum class Effect { reads, changes };
 struct Outcome {
   Exit_Code code = Exit_Code::done;
   std::string cause;
+  std::optional<std::string> held_back = {};  ///< the request that a dry run did not send
+
+  /// Whether there is something to go on with.
+  bool done() const noexcept { return code == Exit_Code::done && !held_back; }
 };
 
 /// What a failed exchange means. The only place where exchanges become exit codes.
@@ -23,14 +29,15 @@ Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect);
 /// What a refusal by this HTTP status means.
 Exit_Code judge_status(unsigned status, Effect effect);
 
-/// What a refused answer means: the exchange was good, yet the operation returned false.
-/// `library_said` is its message, "" for none. `absent` is how the message begins that says that
-/// there is not exactly one such object: "" when that is said by silence, null when it never is.
-Outcome judge_answer(const std::string& library_said, const char* absent);
+/// What a refused answer means: the exchange was good, yet the operation returned false. `said` are
+/// the library's error messages, of which the last is the operation's own. `absent` is how the one
+/// begins that says that there is not exactly one such object: "" when that is said by silence,
+/// null when it never is. What was to change something has done so.
+Outcome judge_answer(const std::vector<std::string>& said, const char* absent, Effect effect);
 
 /// A bare HTTP session takes any status for a good exchange; this makes its report say what that of
-/// a client would say. `library_said`: as above.
-void judge_status_of_session(HTTP_Exchange_Report& report, const std::string& library_said);
+/// a client would say. `said`: as above.
+void judge_status_of_session(HTTP_Exchange_Report& report, const std::vector<std::string>& said);
 
 /// The JSON object that a message of the library shows, an empty one when there is none.
 Object object_within(const std::string& message);

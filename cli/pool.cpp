@@ -5,6 +5,7 @@
 #include "cli/access_key.h"
 #include "cli/batch.h"
 #include "cli/command_line.h"
+#include "cli/scsi_pool.h"
 #include "platform/crypto/s3_key.h"
 #include "platform/host/host_id.h"
 #include "platform/host/host_manager.h"
@@ -59,10 +60,11 @@ const char* this_host() {
 /// Resolves one pool and says what came of it.
 Outcome resolve(Session& session, const Resolution& wanted,
                 const std::function<bool()>& operation) {
-  std::string said;
-  Outcome outcome = session.call(Effect::reads, nullptr, operation, &said);
-  if (outcome.code == Exit_Code::done) return outcome;
-  const auto begins = [&said](const char* words) { return said.rfind(words, 0) == 0; };
+  Said said;
+  Outcome outcome = session.call({Effect::reads, nullptr, &said}, operation);
+  if (outcome.code == Exit_Code::done || said.errors.empty()) return outcome;
+  const std::string& last = said.errors.back();
+  const auto begins = [&last](const char* words) { return last.rfind(words, 0) == 0; };
   if (begins("Failed to get device with uuid ")) {
     return {Exit_Code::not_found, "not found: the pool has no device " + wanted.device};
   }
@@ -72,7 +74,7 @@ Outcome resolve(Session& session, const Resolution& wanted,
   }
   if (begins("Failed to extract replicate pool info response(")) {
     // That message shows the whole answer, which may hold keys. Only the service's words are told.
-    const Object answer = object_within(said);
+    const Object answer = object_within(last);
     std::string words;
     int code = 0;
     if (const Object* const error = json_spirit::object_get_object(answer, "error")) {
@@ -117,7 +119,7 @@ Exit_Code resolve_pools(Session& session, const Resolution& wanted, bool replica
       return get_replicate_pool_info(uuid.c_str(), host.c_str(), port, ssl, true, info,
                                      target.retry_seconds);
     });
-    if (outcome.code != Exit_Code::done) return outcome;
+    if (!outcome.done()) return outcome;
     info >> record;
     if (!show_secrets) hide_keys(record);
     return outcome;
@@ -133,9 +135,51 @@ Exit_Code show_urls(Session& session, const Resolution& wanted) {
       return get_url_by_pool_uuid(uuid.c_str(), wanted.device_or_null(), url, wanted.restore,
                                   this_host());
     });
-    if (outcome.code == Exit_Code::done) record["url"] = std::move(url);
+    if (outcome.done()) record["url"] = std::move(url);
     return outcome;
   });
+}
+
+/// Describes one SCSI pool, with what is known of the way to its LUNs.
+Outcome describe_scsi(Session& session, const Target& service, const SCSI_Pool& pool,
+                      Object& record) {
+  Object description;
+  std::string portal;
+  std::string transport;
+  Outcome outcome = pool.call(session, service, {Effect::reads, "Invalid value [] of scsi pool '"},
+                              [&](SCSI_Target_Manager& manager) {
+                                if (!manager.get_scsi_pool_info(description)) return false;
+                                transport = manager.scsi_type_;
+                                if (transport == "iSCSI") portal = manager.get_scsi_pool_portal();
+                                return true;
+                              });
+  if (!outcome.done()) return outcome;
+  std::string target;
+  ACE_UINT64 size = 0;
+  Said said;
+  outcome = pool.call(session, service, {Effect::reads, nullptr, &said},
+                      [&](SCSI_Target_Manager& manager) {
+                        return manager.get_scsi_pool_target_size(target, size);
+                      });
+  const bool known = outcome.done();
+  if (!known && !said.has_error("Invalid value from SCSI pool: ")) return outcome;
+  using json_spirit::Value;
+  record = {{"pool_uuid", pool.uuid},
+            {"transport", transport.empty() ? Value() : Value(transport)},
+            {"portal", portal.empty() ? Value() : Value(portal)},
+            {"target", known ? Value(target) : Value()},
+            {"size", known ? Value(size) : Value()},
+            {"description", std::move(description)}};
+  return {};
+}
+
+Exit_Code show_scsi(Session& session, const std::vector<std::string>& pools) {
+  return session.show(expand_names(pools),
+                      [&](const Target& target, const std::string& uuid, Object& record) {
+                        SCSI_Pool pool;
+                        pool.uuid = uuid;
+                        return describe_scsi(session, target, pool, record);
+                      });
 }
 
 void add_pool_option(CLI::App& verb, std::vector<std::string>& pools, const char* help) {
@@ -164,7 +208,7 @@ void add_show(Command_Line& commands, CLI::App& pool) {
         return session.show(
             expand_objects(*uuids),
             [&session](const Target& target, const std::string& uuid, Object& record) {
-              return session.call(Effect::reads, "Failed to get pool '", [&] {
+              return session.call({Effect::reads, "Failed to get pool '"}, [&] {
                 const auto& [ssl, host, port] = target.endpoint;
                 return Pool_Metadata_Manager::get_pool_info(host, port, ssl, target.access_key,
                                                             uuid, record, target.retry_seconds);
@@ -207,6 +251,13 @@ void add_url(Command_Line& commands, CLI::App& pool) {
   add_choice(verb, *wanted);
 }
 
+void add_scsi(Command_Line& commands, CLI::App& pool) {
+  auto [verb, pools] = commands.verb<std::vector<std::string>>(
+      pool, "scsi", "Shows SCSI pools: transport, portal, target, size, description",
+      {"zqpool pool scsi POOL_UUID", "zqpool pool scsi -o json - < uuids.txt"}, &show_scsi);
+  add_pool_option(verb, pools, "The pools; - reads them from standard input, one a line");
+}
+
 }  // namespace
 
 void add_pool(Command_Line& commands) {
@@ -215,6 +266,7 @@ void add_pool(Command_Line& commands) {
   add_show(commands, pool);
   add_resolve(commands, pool);
   add_url(commands, pool);
+  add_scsi(commands, pool);
 }
 
 }  // namespace zqpool::cli

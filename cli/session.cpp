@@ -12,8 +12,11 @@
 
 #include "cli/access_key.h"
 #include "cli/batch.h"
+#include "cli/dry_run.h"
 #include "cli/duration.h"
 #include "cli/messages.h"
+#include "platform/host/initiators.h"
+#include "platform/http/http_message.h"
 #include "platform/http/http_options.h"
 
 namespace zqpool::cli {
@@ -78,6 +81,8 @@ Session::Session(std::string command, const Settings& settings, const Flags& fla
       format_(parsed(settings[Setting_Id::output], parse_output_format)),
       log_(flags.verbose, [this] { asking_again(); }) {
   be_quiet(flags.quiet);
+  const Setting_Value& host_root = settings[Setting_Id::host_root];
+  if (host_root.given) set_host_root(host_root.text);
 }
 
 const Target& Session::target() {
@@ -92,6 +97,7 @@ const Target& Session::target() {
   Target target;
   target.endpoint = parsed(endpoint, parse_endpoint);
   target.retry_seconds = parsed(settings_[Setting_Id::retry], parse_retry);
+  if (flags_.dry_run) target.retry_seconds = 0;
 
   HTTP_Options options = HTTP_Options::get();
   options.exchange_timeout = parsed(settings_[Setting_Id::timeout], parse_timeout);
@@ -102,6 +108,7 @@ const Target& Session::target() {
     say("WARNING: --insecure: the certificate of " + target.endpoint.text() +
         " is not checked, whoever answers there gets the access key");
   }
+  if (flags_.dry_run) options.may_send = &Dry_Run::may_send;
   HTTP_Options::set(options);
 
   const Setting_Value& key_file = settings_[Setting_Id::access_key_file];
@@ -109,24 +116,47 @@ const Target& Session::target() {
   return target_.emplace(std::move(target));
 }
 
-Outcome Session::call(Effect effect, const char* absent, const std::function<bool()>& operation,
-                      std::string* said) {
-  Library_Log::take_error();
+Outcome Session::call(const Way& way, const std::function<bool()>& operation) {
+  Library_Log::take();
+  const std::string before = last_http_exchange().request_id;
   bool good = false;
   std::string thrown;
+  std::optional<Dry_Run> dry_run;
+  if (flags_.dry_run) dry_run.emplace(way.effect);
   try {
     good = operation();
   } catch (const std::exception& error) {
     thrown = error.what();
   }
   HTTP_Exchange_Report report = last_http_exchange();
-  const std::string message = Library_Log::take_error();
-  if (said != nullptr) *said = message;
-  judge_status_of_session(report, message);
-  if (flags_.trace) say(trace_line(report));
-  if (good) return {};
-  if (!thrown.empty()) return {Exit_Code::failed, "the answer cannot be read: " + thrown};
-  return report.ok() ? judge_answer(message, absent) : judge_exchange(report, effect);
+  // An operation may end before it asks anybody.
+  const bool has_asked = report.request_id != before;
+  if (!has_asked) report = HTTP_Exchange_Report();
+  Said said = Library_Log::take();
+  judge_status_of_session(report, said.errors);
+  const bool held_back = dry_run && dry_run->request();
+  if (flags_.trace && has_asked && !held_back) say(trace_line(report));
+  const bool spoilt = way.spoiling == Way::an_error_spoils_it && !said.errors.empty();
+  // Also a change may begin with asking.
+  const Effect effect = report.method == HTTP_METHOD_GET ? Effect::reads : way.effect;
+  Outcome outcome;
+  if (held_back) {
+    outcome.held_back = dry_run->request();
+  } else if (!thrown.empty()) {
+    outcome = {Exit_Code::failed, "the answer cannot be read: " + thrown};
+  } else if (!good || spoilt) {
+    outcome = report.ok()
+                  ? judge_answer(said.errors, way.absent, has_asked ? effect : Effect::reads)
+                  : judge_exchange(report, effect);
+  }
+  if (way.said != nullptr) *way.said = std::move(said);
+  return outcome;
+}
+
+Exit_Code Session::report(const Outcome& outcome) {
+  explain(outcome);
+  if (outcome.held_back) print_request("request", *outcome.held_back);
+  return outcome.code;
 }
 
 void Session::explain(const Outcome& outcome, const std::string& object) const {
@@ -175,7 +205,9 @@ std::vector<Record> Session::work_off(const std::vector<std::string>& objects, s
       [&](std::size_t i) {
         explain(outcomes[i], many ? objects[i] : "");
         code = worse(code, outcomes[i].code);
-        if (outcomes[i].code == Exit_Code::done) {
+        if (outcomes[i].held_back) {
+          print_request(objects[i], *outcomes[i].held_back);
+        } else if (outcomes[i].code == Exit_Code::done) {
           records.push_back({objects[i], std::move(answers[i])});
         }
       },
@@ -184,6 +216,33 @@ std::vector<Record> Session::work_off(const std::vector<std::string>& objects, s
       });
   clear_progress();
   return records;
+}
+
+void Session::print_request(const std::string& object, const std::string& request) {
+  if (!is_table()) return print({{object, request_record(request)}});
+  if (!output_.empty()) output_ += '\n';
+  print_text(shown_request(request));
+}
+
+Exit_Code Session::print_list(Array& list, const std::string& name) {
+  std::vector<Record> records;
+  for (json_spirit::Value& element : list) {
+    if (element.type() != json_spirit::obj_type) {
+      say(command_ + ": the list holds what is no record");
+      return Exit_Code::failed;
+    }
+    Object& object = element.get_obj();
+    const auto found = object.find(name);
+    std::string text = std::to_string(records.size());
+    if (found != object.end() && found->second.type() == json_spirit::str_type) {
+      text = found->second.get_str();
+    } else if (found != object.end() && found->second.type() == json_spirit::int_type) {
+      text = json_spirit::write(found->second);
+    }
+    records.push_back({std::move(text), std::move(object)});
+  }
+  print(records);
+  return Exit_Code::done;
 }
 
 void Session::print(const std::vector<Record>& records) {

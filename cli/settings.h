@@ -14,6 +14,7 @@ enum class Setting_Id {
   access_key_file,
   cacert,
   s3_secret_file,
+  host_root,
   timeout,
   retry,
   jobs,
@@ -31,7 +32,7 @@ struct Setting {
   bool path;  ///< in a file, relative to the file's folder
 };
 
-constexpr std::size_t setting_count = 8;
+constexpr std::size_t setting_count = 9;
 /// All settings, in the order of Setting_Id.
 const std::array<Setting, setting_count>& all_settings() noexcept;
 

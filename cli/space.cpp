@@ -6,17 +6,13 @@ namespace zqpool::cli {
 namespace {
 
 Exit_Code show(Session& session) {
-  const Target& target = session.target();
-  Object record;
-  const Outcome outcome = session.call(Effect::reads, nullptr, [&] {
-    const auto& [ssl, host, port] = target.endpoint;
-    return get_storaged_space_info(host, port, ssl, target.access_key, record);
+  return session.show({session.target().endpoint.text()}, [&](const Target& target,
+                                                              const std::string&, Object& record) {
+    return session.call({Effect::reads}, [&] {
+      const auto& [ssl, host, port] = target.endpoint;
+      return get_storaged_space_info(host, port, ssl, target.access_key, record);
+    });
   });
-  session.explain(outcome);
-  if (outcome.code == Exit_Code::done) {
-    session.print({{target.endpoint.text(), std::move(record)}});
-  }
-  return outcome.code;
 }
 
 }  // namespace

@@ -2,14 +2,16 @@
 
 _zqpool() {
   local -A verbs=(
-    [pool]="show resolve url"
+    [pool]="show resolve url scsi"
     [device]="show located info offer bind"
     [metadata]="add remove"
+    [lun]="create create-from list show number serial export unexport allow rollback delete"
+    [snapshot]="create list show share unshare allow previous size delete tree"
     [space]="show"
     [uri]="parse adjust"
     [module]="parse is-cd"
     [config]="show"
-    [lab]="scenario fault faults clear"
+    [lab]="scenario fault faults clear write visible"
   )
   local -A options=(
     [pool resolve]="--device --host-uuid --restore --backupd --replica --show-secrets"
@@ -20,19 +22,33 @@ _zqpool() {
     [device bind]="--host-uuid --sysname"
     [metadata add]="--type --size --grouping"
     [metadata remove]="--grouping --yes"
+    [lun create]="--size --block-size --retention --export --nobody --newest --initiator"
+    [lun create-from]="--export"
+    [lun export]="--type --target --initiator"
+    [lun unexport]="--force"
+    [lun allow]="--type --initiator"
+    [lun rollback]="--force --yes"
+    [lun delete]="--force --yes"
+    [snapshot create]="--recyclable"
+    [snapshot show]="--lun-num"
+    [snapshot share]="--type --target --initiator"
+    [snapshot unshare]="--lun-num"
+    [snapshot allow]="--lun-num --initiator"
+    [snapshot delete]="--delete-empty-lun --yes"
     [uri parse]="--lanfree"
     [uri adjust]="--host --port --ssl"
     [module is-cd]="--catalog"
     [lab scenario]="--merge"
     [lab fault]="--path --method --query --times --skip --every --probability --seed --status --body
       --delay --delay-after-commit --bytes --interval --whole-answer --member --type"
+    [lab write]="--initiator --target --lun-num --offset --length --discard"
   )
   # Options that take a value, so that the value is not mistaken for a noun or verb.
-  local common="--help --version --insecure --trace --verbose --quiet"
+  local common="--help --version --dry-run --insecure --trace --verbose --quiet"
   local flags="$common --merge --delay-after-commit --whole-answer --restore --replica --show-secrets
-    --yes --lanfree"
-  local common_with_value="--endpoint --access-key-file --cacert --s3-secret-file --timeout --retry
-    --jobs --output"
+    --yes --lanfree --export --nobody --newest --force --recyclable --delete-empty-lun --discard"
+  local common_with_value="--endpoint --access-key-file --cacert --s3-secret-file --host-root --timeout
+    --retry --jobs --output"
 
   local word=${COMP_WORDS[COMP_CWORD]} before="" noun="" verb="" arguments=0 i
   for ((i = 1; i < COMP_CWORD; i++)); do
@@ -65,6 +81,15 @@ _zqpool() {
       mapfile -t COMPREPLY < <(compgen -W "GET POST PUT DELETE" -- "$word")
       return
       ;;
+    --host-root)
+      compopt -o filenames 2>/dev/null
+      mapfile -t COMPREPLY < <(compgen -d -- "$word")
+      return
+      ;;
+    --retention)
+      mapfile -t COMPREPLY < <(compgen -W "normal newest" -- "$word")
+      return
+      ;;
     --ssl)
       mapfile -t COMPREPLY < <(compgen -W "true false" -- "$word")
       return
@@ -72,6 +97,7 @@ _zqpool() {
     --type)
       local types="string number boolean null array object"
       [[ $noun != metadata ]] || types="file dir"
+      [[ $noun != lun && $noun != snapshot ]] || types="iSCSI FC"
       mapfile -t COMPREPLY < <(compgen -W "$types" -- "$word")
       return
       ;;

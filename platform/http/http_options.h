@@ -2,7 +2,9 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/export.h"
 
@@ -34,6 +36,10 @@ struct ZQ_EXPORT HTTP_Options {
   bool verify = true;
   /// User-Agent header.
   std::string user_agent = "zqpool";
+  /// Asked about each request before anything is sent for it: its head and body as they would go
+  /// out, secrets included. False holds it back: the call fails with HTTP_Error::refused_request
+  /// and is not repeated. On the thread of the call; empty: nobody is asked.
+  std::function<bool(std::string_view request)> may_send;
 
   /// Takes effect for exchanges that start afterwards. Files named here are loaded at the first
   /// TLS exchange, once; a file that cannot be loaded fails that exchange and each later one.

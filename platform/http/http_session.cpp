@@ -123,6 +123,7 @@ bool JSON_HTTP_Session::get(HTTP_Request& request, HTTP_Response& response,
   } else if (make_wire_request(session.endpoint, request, HTTP_Headers(), nullptr, keep,
                                session.settings->options.user_agent, report.request_id, wire,
                                failure) &&
+             check_may_send(session.settings->options, wire, failure) &&
              converse(*session.stream, wire, deadline, session.settings->options.largest_answer,
                       got, &response.headers(), report, failure)) {
     session.usable = keep && got.keep_connection;

@@ -152,7 +152,8 @@ class Call {
     }
     return make_wire_request(client_.endpoint, request, client_.default_headers,
                              body != nullptr ? &text : nullptr, client_.keep_connections,
-                             settings_->options.user_agent, report_.request_id, wire_, failure_);
+                             settings_->options.user_agent, report_.request_id, wire_, failure_) &&
+           check_may_send(settings_->options, wire_, failure_);
   }
 
   bool attempt(HTTP_Headers* headers) {

@@ -102,17 +102,27 @@ TEST(Exchange_Outcome, the_cause_names_phase_words_and_doubt) {
 }
 
 TEST(Answer_Outcome, absence_is_told_from_a_bad_answer) {
-  const auto code = [](const char* said, const char* absent) {
-    return judge_answer(said, absent).code;
+  const auto code = [](const std::vector<std::string>& said, const char* absent) {
+    return judge_answer(said, absent, Effect::reads).code;
   };
-  EXPECT_EQ(code("Failed to get pool 'x' info.", "Failed to get pool '"), Exit_Code::not_found);
-  EXPECT_EQ(code("Failed to get pool info: value is string", "Failed to get pool '"),
+  EXPECT_EQ(code({"Failed to get pool 'x' info."}, "Failed to get pool '"), Exit_Code::not_found);
+  EXPECT_EQ(code({"Failed to get pool info: value is string"}, "Failed to get pool '"),
             Exit_Code::failed);
-  EXPECT_EQ(code("", ""), Exit_Code::not_found);
-  EXPECT_EQ(code("Failed to check device info.", ""), Exit_Code::failed);
-  EXPECT_EQ(code("", "Failed to get pool '"), Exit_Code::failed);
-  EXPECT_EQ(code("", nullptr), Exit_Code::failed);
-  EXPECT_EQ(code("anything", nullptr), Exit_Code::failed);
+  EXPECT_EQ(
+      code({"Invalid value [] of lun 'x'.", "Failed to get lun(x) info."}, "Invalid value []"),
+      Exit_Code::not_found);
+  EXPECT_EQ(code({}, ""), Exit_Code::not_found);
+  EXPECT_EQ(code({"Failed to check device info."}, ""), Exit_Code::failed);
+  EXPECT_EQ(code({}, "Failed to get pool '"), Exit_Code::failed);
+  EXPECT_EQ(code({}, nullptr), Exit_Code::failed);
+  EXPECT_EQ(code({"anything"}, nullptr), Exit_Code::failed);
+}
+
+TEST(Answer_Outcome, a_bad_answer_to_a_change_does_not_undo_it) {
+  EXPECT_EQ(judge_answer({"inner", "outer"}, nullptr, Effect::reads).cause,
+            "the answer is not what the operation needs (outer)");
+  EXPECT_EQ(judge_answer({}, nullptr, Effect::changes).cause,
+            "the answer is not what the operation needs; yet the service made the change");
 }
 
 TEST(Exit_Codes, the_worst_is_what_needs_a_person) {

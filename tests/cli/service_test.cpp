@@ -3,10 +3,9 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <memory>
 #include <sstream>
 
-#include "tests/cli/program.h"
+#include "tests/cli/service_fixture.h"
 #include "tests/support/temp_directory.h"
 
 namespace zqpool::test {
@@ -17,59 +16,6 @@ using testing::StartsWith;
 
 const char* const daily = "6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a01";
 const char* const device_of_daily = "1e7d9b52-6a40-4c1f-8f0a-3b9c2d5e6f11";
-
-/// zqpoold with the example's scenario, over HTTP and HTTPS.
-class Service : public testing::Test {
- protected:
-  Service() {
-    key_file_ = directory_.write("key", "a-key-nobody-may-see\n");
-    const Run_Result made =
-        run_program({ZQPOOLD_PROGRAM, "--make-certificate", directory_.path("tls")});
-    EXPECT_EQ(made.exit_code, 0) << made.err;
-    start({"--scenario", ZQPOOL_SOURCE_DIR "/examples/scenario.json", "--s3-secret-file",
-           directory_.write("s3-secret", "shared\n")});
-  }
-
-  void start(const std::vector<std::string>& more = {}) {
-    std::vector<std::string> arguments = {ZQPOOLD_PROGRAM,
-                                          "--listen",
-                                          "127.0.0.1:0",
-                                          "--tls-listen",
-                                          "127.0.0.1:0",
-                                          "--certificate",
-                                          directory_.path("tls/certificate.pem"),
-                                          "--private-key",
-                                          directory_.path("tls/key.pem"),
-                                          "--state",
-                                          directory_.path("state"),
-                                          "--access-key-file",
-                                          key_file_,
-                                          "--access-log",
-                                          directory_.path("access.log"),
-                                          "--lab"};
-    arguments.insert(arguments.end(), more.begin(), more.end());
-    service_ = std::make_unique<Program>(arguments);
-    if (!service_->wait_for_output("\n")) FAIL() << service_->wait().err;
-    std::istringstream line(service_->output());
-    std::string word;
-    line >> word >> word >> http_ >> https_;
-  }
-
-  /// Over HTTPS unless `arguments` name an endpoint.
-  Run_Result run(const std::vector<std::string>& arguments, const std::string& input = "") {
-    Run_Options options;
-    options.input = input;
-    options.environment = {"ZQPOOL_ENDPOINT=" + https_, "ZQPOOL_ACCESS_KEY_FILE=" + key_file_,
-                           "ZQPOOL_CACERT=" + directory_.path("tls/certificate.pem")};
-    return zqpool(arguments, options);
-  }
-
-  Temp_Directory directory_;
-  std::string key_file_;
-  std::string http_;
-  std::string https_;
-  std::unique_ptr<Program> service_;
-};
 
 TEST_F(Service, gives_the_same_record_over_http_and_https) {
   const Run_Result plain = run({"pool", "show", daily, "-o", "json", "--endpoint", http_});
@@ -128,6 +74,80 @@ TEST_F(Service, many_objects_come_in_order) {
     if (line.find("\tname\t") != std::string::npos) names += line + "\n";
   }
   EXPECT_EQ(names, wanted);
+}
+
+TEST_F(Service, resolves_every_kind_of_pool) {
+  const std::string here = "8c1d5a3e-2b7f-4e60-9d14-3a5b6c7d8e9f";
+  const auto resolved = [&](std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), {"pool", "resolve", "-o", "tsv", "--host-uuid", here});
+    const Run_Result result = run(arguments);
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    return result.out;
+  };
+  EXPECT_THAT(resolved({daily}), HasSubstr("\turl\tfile:///mnt/backup/a\n"));
+  const std::string dedup = resolved({"b3a0a7c4-8f5e-4d2a-8a64-2f5d1c9e7b02", "--show-secrets"});
+  EXPECT_THAT(dedup, HasSubstr("\tnode_addrs.1\tdedups://dedup1.lab.example:8443\n"));
+  EXPECT_THAT(dedup, HasSubstr("\tnode_addrs.2\tdedups://dedup2.lab.example:8443\n"));
+  EXPECT_THAT(dedup, HasSubstr("\tkey\tbGFiIGtleSwgbmV2ZXIgdXNlZCBmb3IgcmVhbCBkYXQ=\n"));
+  EXPECT_THAT(resolved({"e15a2f8d-39c4-4b5d-8f0e-1a2b3c4d5e04"}),
+              HasSubstr("\ttenant_access_key\t(hidden)\n"));
+  const std::string s3 = resolved({"d94c1e6b-27a8-4f3b-b1de-7c0e5a8f4c03", "--show-secrets"});
+  EXPECT_THAT(s3, HasSubstr("\text_attrs.access_key\tLAB-ARCHIVE\n"));
+  EXPECT_THAT(s3, HasSubstr("\text_attrs.secret_key\tsealed when it is loaded\n"));
+  EXPECT_THAT(resolved({"f26b309e-4ad5-4c6e-90f1-2b3c4d5e6f05"}),
+              HasSubstr("\text_attrs.backupd_host\t127.0.0.1\n"));
+  EXPECT_THAT(resolved({"037c41af-5be6-4d7f-a102-3c4d5e6f7006"}),
+              HasSubstr("\text_attrs.bucket\tvault-7\n"));
+  EXPECT_THAT(resolved({"148d52b0-6cf7-4e80-b213-4d5e6f708107"}),
+              HasSubstr("\turl\tlanfree://san.lab.example/148d52b0/1/zq\n"));
+  EXPECT_THAT(resolved({"259e63c1-7d08-4f91-8324-5e6f70819208"}),
+              HasSubstr("\turl\thttps://store1.lab.example:8443/zq/data/c429a60d\n"));
+  const Run_Result replica =
+      run({"pool", "resolve", "--replica", "5c2e9a40-1f6d-4c3b-a7e8-90b1c2d3e4f5", "-o", "tsv"});
+  EXPECT_THAT(replica.out, HasSubstr("\tname\tvm-dedup\n")) << replica.err;
+  EXPECT_EQ(run({"pool", "url", daily, "--host-uuid", here, "-o", "tsv"}).out,
+            std::string(daily) + "\turl\tfile:///mnt/backup/a\n");
+}
+
+TEST_F(Service, what_it_does_not_resolve_has_an_exit_code) {
+  const std::string nobody = "00000000-0000-4000-8000-000000000000";
+  EXPECT_EQ(run({"pool", "resolve", nobody}).exit_code, 3);
+  const Run_Result replica = run({"pool", "resolve", "--replica", nobody});
+  EXPECT_EQ(replica.exit_code, 3) << replica.err;
+  EXPECT_THAT(replica.err, HasSubstr("there is no replica"));
+  EXPECT_EQ(run({"pool", "resolve", daily, "--device", nobody}).exit_code, 3);
+  EXPECT_EQ(run({"lab", "fault", "status", "--status", "500", "--times", "1", "--body",
+                 R"({"error":{"code":1,"message":"busy"}})", "--path", "/zq/r/storages/pool"})
+                .exit_code,
+            0);
+  const Run_Result again = run({"pool", "resolve", daily, "--retry", "30s", "--host-uuid",
+                                "8c1d5a3e-2b7f-4e60-9d14-3a5b6c7d8e9f"});
+  EXPECT_EQ(again.exit_code, 0) << again.err;
+  EXPECT_THAT(again.err, HasSubstr("HTTP status 500: busy; asking again\n"));
+}
+
+TEST_F(Service, keeps_what_was_written_to_the_catalog) {
+  EXPECT_EQ(run({"device", "located", daily, "/new/a"}).exit_code, 3);
+  const Run_Result added =
+      run({"metadata", "add", daily, device_of_daily, "-", "--size", "10GiB"}, "/new/a\n/new/b\n");
+  EXPECT_EQ(added.exit_code, 0) << added.err;
+  EXPECT_THAT(run({"device", "located", daily, "/new/b", "-o", "tsv"}).out,
+              HasSubstr(std::string("\tdevices.0.uuid\t") + device_of_daily + "\n"));
+  EXPECT_EQ(run({"metadata", "remove", daily, "/new/a", "--yes"}).exit_code, 0);
+  EXPECT_EQ(run({"device", "located", daily, "/new/a"}).exit_code, 3);
+  EXPECT_THAT(run({"device", "offer", daily, "-o", "tsv"}).out, HasSubstr("\tpool_uuid\t"));
+  const std::string volume = "b31895fc-04ea-46b9-83a4-d536c7f8631b";
+  const Run_Result bound =
+      run({"device", "bind", volume, "--host-uuid", "host-9", "--sysname", "db9"});
+  EXPECT_EQ(bound.exit_code, 0) << bound.err;
+  EXPECT_THAT(run({"device", "show", "--uuid", volume, "-o", "tsv"}).out, HasSubstr("\tdb9\n"));
+}
+
+TEST_F(Service, tells_its_space) {
+  const Run_Result result = run({"space", "-o", "tsv"});
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  EXPECT_THAT(result.out, HasSubstr("\tsize\t"));
+  EXPECT_THAT(result.out, HasSubstr("\tavailable\t"));
 }
 
 TEST_F(Service, a_scripted_fault_happens_and_is_survived) {

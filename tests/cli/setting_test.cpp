@@ -83,6 +83,7 @@ TEST_F(Setting, config_show_tells_every_setting_and_its_source) {
             "access_key_file  -        -\n"
             "cacert           -        -\n"
             "s3_secret_file   -        -\n"
+            "host_root        -        -\n"
             "timeout          default  1m\n"
             "retry            default  0\n"
             "jobs             --jobs   2\n"

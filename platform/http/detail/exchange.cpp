@@ -290,6 +290,11 @@ void report_path(const HTTP_Request& request, HTTP_Exchange_Report& report) {
   if (path.substr(0, 1) == "/") append_encoded(report.path, path.substr(0, path.find('?')));
 }
 
+bool check_may_send(const HTTP_Options& options, const Wire_Request& wire, Failure& failure) {
+  return !options.may_send || options.may_send(wire.text) ||
+         failure.set(HTTP_Error::refused_request, "the request was held back");
+}
+
 bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
                        const HTTP_Headers& defaults, const std::string* body, bool keep_connection,
                        const std::string& user_agent, const std::string& request_id,

@@ -66,6 +66,9 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
                        const std::string& user_agent, const std::string& request_id,
                        Wire_Request& wire, Failure& failure);
 
+/// Whether the process lets a request go out (HTTP_Options::may_send).
+bool check_may_send(const HTTP_Options& options, const Wire_Request& wire, Failure& failure);
+
 /// This thread's report, begun anew for a call to `endpoint`.
 HTTP_Exchange_Report& begin_report(const Endpoint& endpoint, int method);
 

@@ -56,6 +56,26 @@ TEST_F(HTTP_Request_Test, get_to_the_byte) {
                 "\r\n");
 }
 
+TEST_F(HTTP_Request_Test, the_process_may_hold_a_request_back_and_see_it_whole) {
+  std::vector<std::string> asked;
+  bool may = false;
+  set_options([&](HTTP_Options& options) {
+    options.may_send = [&](std::string_view request) {
+      asked.emplace_back(request);
+      return may;
+    };
+  });
+  Call_Options options;
+  options.path = "/zq/r/pool";
+  options.access_key = "secret-key";
+  expect_refused(call(server_.endpoint(), options));
+  ASSERT_EQ(asked.size(), 1U);
+  EXPECT_NE(asked[0].find("X-Access-Key: secret-key\r\n"), std::string::npos);
+  may = true;
+  const std::string raw = sent(options).raw;
+  EXPECT_EQ(raw, asked.back());
+}
+
 TEST_F(HTTP_Request_Test, post_to_the_byte) {
   const json_spirit::Value body = json(R"({"b":[1,2],"a":"\u00e4"})");
   Call_Options options;
