@@ -22,6 +22,7 @@
 #include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "service/text.h"
 
@@ -503,7 +504,8 @@ class Http_Connection final : public Connection,
     return time + std::chrono::seconds(bytes / Limits::slowest_rate);
   }
 
-  void write(std::array<net::const_buffer, 2> buffers,
+  // No std::array: Asio would hand its rest on with an empty buffer first, which ends a TLS write.
+  void write(const std::vector<net::const_buffer>& buffers,
              void (Http_Connection::*member)(error_code, std::size_t)) {
     transport().expires_after(with_bytes(limits().answer, net::buffer_size(buffers)));
     net::async_write(stream_, buffers, then(member));
