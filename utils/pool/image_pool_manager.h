@@ -109,13 +109,13 @@ class ZQ_EXPORT Image_Pool_Manager {
   /// a first snapshot both its own sizes. A predecessor that cannot be found out counts as none.
   bool cal_snapshot_size(const std::string& snapshot_id, std::uint64_t& size) const;
 
- private:
-  /// Its filesystems, asked about in the name of a place in the source.
-  zqpool::detail::Filesystem_Protocol filesystems(const zqpool::detail::Place& place) const;
-
   std::string host_;
   unsigned short port_ = 0;
   bool ssl_ = false;
   std::string access_key_;
   std::string pool_uuid_;
+
+ private:
+  /// Its filesystems, asked about in the name of a place in the source.
+  zqpool::detail::Filesystem_Protocol filesystems(const zqpool::detail::Place& place) const;
 };

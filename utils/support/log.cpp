@@ -84,7 +84,7 @@ void render(Bounded_Text& text, const Place& place, const char* format,
         text.append_number(place.line);
         break;
       case '?':
-        text.append(ACE_Stack_Trace(2).c_str());
+        text.append(ACE_Stack_Trace(0).c_str());
         break;
       case 'd':
         text.append_number((args++)->number);

@@ -16,12 +16,13 @@ constexpr std::size_t usual_query = 128;
 Service_Call::Service_Call(const Service_Endpoint& endpoint, int method, const char* path)
     : own_client_(std::in_place, endpoint.host, endpoint.port, endpoint.ssl, true),
       client_(*own_client_),
+      method_(method),
       request_(method, path, false) {
   request_.headers().put(HTTP_HEAD_X_ACCESS_KEY, endpoint.access_key, true);
 }
 
 Service_Call::Service_Call(JSON_RESTful_Client& client, int method, const char* path)
-    : client_(client), request_(method, path, false) {}
+    : client_(client), method_(method), request_(method, path, false) {}
 
 Service_Call& Service_Call::query(const char* text) {
   request_.query_string(text);
@@ -56,7 +57,7 @@ Service_Call& Service_Call::status(int* status) {
 
 bool Service_Call::send(json_spirit::Value* answer) {
   const json_spirit::Value* const body = body_ ? &*body_ : nullptr;
-  switch (request_.method()) {
+  switch (method_) {
     case HTTP_METHOD_GET: {
       if (status_ == nullptr) return client_.get(request_, answer);
       HTTP_Response response;
@@ -72,8 +73,7 @@ bool Service_Call::send(json_spirit::Value* answer) {
     case HTTP_METHOD_PUT:
       return client_.put(request_, body, answer);
     default:
-      return ZQ_EMERGENCY("Unexpected error in %N:%l, no call for method %d:\n%?\n",
-                          request_.method());
+      return ZQ_EMERGENCY("Unexpected error in %N:%l, no call for method %d:\n%?\n", method_);
   }
 }
 

@@ -61,6 +61,7 @@ class Service_Call {
 
   std::optional<JSON_RESTful_Client> own_client_;
   JSON_RESTful_Client& client_;
+  const int method_;
   HTTP_Request request_;
   std::string query_;
   HTTP_Query_String_Builder build_query_{std::back_inserter(query_)};

@@ -563,8 +563,11 @@ class Manager_Name {
 TYPED_TEST_SUITE(Filesystem_Test, Both, Manager_Name);
 
 TYPED_TEST(Filesystem_Test, what_reads_no_answer_succeeds_exactly_when_the_exchange_does) {
-  for (const Call& call : {create<TypeParam>("f1", "s1", nullptr), rollback<TypeParam>(),
-                           umount<TypeParam>("f1"), delete_snapshot<TypeParam>(true)}) {
+  for (const Call& call :
+       {create<TypeParam>("f1", "s1", nullptr), rollback<TypeParam>(), umount<TypeParam>("f1"),
+        delete_snapshot<TypeParam>(true), Call([](const Endpoint& to) {
+          return Outcome{make_manager<TypeParam>(to).delete_filesystem("f1", nullptr), {}};
+        })}) {
     judge_any_answer(call, R"({"name":"f1"})", [](const Value* body) {
       return Judgement{body != nullptr, {}, {}};
     });
@@ -740,6 +743,11 @@ TEST(Image_Pool_Manager_Test, is_made_from_a_url_that_does_not_parse) {
   EXPECT_EQ(lines[0].priority, "LM_ERROR");
   EXPECT_EQ(lines[0].text, "Failed to parse url: no url\n");
   EXPECT_EQ(lines[0].file, source_of<Image>);
+  EXPECT_EQ(pool.host_, "");
+  EXPECT_EQ(pool.port_, 0);
+  EXPECT_FALSE(pool.ssl_);
+  EXPECT_EQ(pool.access_key_, "k");
+  EXPECT_EQ(pool.pool_uuid_, "p1");
   Array mounts;
   EXPECT_FALSE(pool.list_mounted_filesystem(mounts, nullptr));
   EXPECT_THAT(log.texts("LM_ERROR"),

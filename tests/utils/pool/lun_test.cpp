@@ -187,6 +187,19 @@ std::vector<Wire_Row> create_rows() {
           .gets(ok(R"([{"type":"iSCSI"}])"))
           .logs(no_initiator)
           .gives(false, no_lun_written),
+      Row("host_without_initiators_sends_nothing_where_the_type_is_known",
+          on_pool(
+              [](SCSI_Target_Manager& pool) {
+                pool.scsi_type_ = "iSCSI";
+                std::string lun_id = "old";
+                int number = -7;
+                const bool made = pool.create_lun(10, lun_id, number, 0, true, true,
+                                                  SCSI_Target_Manager::TYPE_NORMAL);
+                return Outcome{made, {{"lun_id", lun_id}, {"lun", number}}};
+              },
+              Initiators::none))
+          .logs(no_initiator)
+          .gives(false, no_lun_written),
       Row("type_that_cannot_be_had_sends_nothing", create_lun(reachable))
           .sends("GET", type_target)
           .gets(ok("[{}]"))

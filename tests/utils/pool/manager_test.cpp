@@ -19,7 +19,8 @@ using json_spirit::Value;
 class Host {
  public:
   explicit Host(Initiators initiators) {
-    const bool both = initiators == Initiators::both;
+    // What is given spares the look for others, which would be found here.
+    const bool both = initiators == Initiators::both || initiators == Initiators::given;
     if (both || initiators == Initiators::iscsi) {
       std::filesystem::create_directories(root_.path("etc/iscsi"));
       root_.write("etc/iscsi/initiatorname.iscsi", "InitiatorName=iqn.found\n");

@@ -44,12 +44,12 @@ Call get_scsi_pool_target_size() {
   });
 }
 
-/// get_acls() on the body {"acls":"old","b":1} of a pool whose known type is `known`.
+/// get_acls() on the body {"acls":["old"],"b":1} of a pool whose known type is `known`.
 Call get_acls(Initiators initiators, const char* type, const std::string& known = "") {
   return on_pool(
       [=](SCSI_Target_Manager& pool) {
         pool.scsi_type_ = known;
-        Object params{{"b", 1}, {"acls", "old"}};
+        Object params{{"b", 1}, {"acls", old_array()}};
         const bool ok = pool.get_acls(params, type);
         return Outcome{ok, {{"params", params}, {"type", pool.scsi_type_}}};
       },
@@ -194,7 +194,7 @@ std::vector<Wire_Row> acls_rows() {
   const auto params = [](const std::string& acls, const std::string& type = "") {
     return R"({"params":{"acls":)" + acls + R"(,"b":1},"type":")" + type + R"("})";
   };
-  const std::string untouched = params("\"old\"");
+  const std::string untouched = params(R"(["old"])");
   const auto asking = [](const std::string& name, Initiators initiators, Answer answer) {
     return Row(name, get_acls(initiators, nullptr))
         .sends("GET", type_target)
@@ -379,7 +379,7 @@ TEST(Scsi_Pool_Any_Answer, get_acls) {
     std::string type;
     if (pool != nullptr) json_spirit::object_get(*pool, "type", type);
     std::vector<std::string> messages = pool_messages(body);
-    Object params{{"b", 1}, {"acls", "old"}};
+    Object params{{"b", 1}, {"acls", old_array()}};
     if (type.empty()) {
       messages.emplace_back("Failed to get scsi type for pool p1.\n");
     } else {
