@@ -64,36 +64,34 @@ Object lun_record(Store& store, const Volume& lun) {
 // ---- /zq/r/scsipool/lun
 
 Answer create_lun(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const bool to_export = fields.flag("export");
+  SCSI_Change change(store, request);
+  const bool to_export = change.fields.flag("export");
   Volume wanted;
-  wanted.pool = pool.volumes.uuid;
+  wanted.pool = change.pool.volumes.uuid;
   wanted.name = random_uuid();
   wanted.created = utc_now();
   LUN_Traits traits;
   Access_List access;
   std::optional<Snapshot> origin;
-  if (fields.has("snapshot_id")) {
-    origin = need_snapshot(store, wanted.pool, lun_kind, lower_case(fields.text("snapshot_id")));
+  if (change.fields.has("snapshot_id")) {
+    origin =
+        need_snapshot(store, wanted.pool, lun_kind, lower_case(change.fields.text("snapshot_id")));
     const Volume parent = volume_by_number(store, origin->volume);
     wanted.size = parent.size;
     traits.block_size = traits_of(store, parent).block_size;
   } else {
-    traits = read_traits(fields);
-    wanted.size = read_size(fields, "lun_size", traits);
-    access = read_access(fields);
+    traits = read_traits(change.fields);
+    wanted.size = read_size(change.fields, "lun_size", traits);
+    access = read_access(change.fields);
   }
-  fields.finish();
+  change.fields.finish();
 
   // Room is taken when it is written to, but a LUN that would not fit is not made.
   if (!origin) make_room(store, wanted.pool, *wanted.size);
   const Volume lun = make_lun(store, wanted, traits, origin);
   Object out{{"lun_id", lun.name}};
   if (to_export) {
-    const Target target{pool.target, pool.transport};
+    const Target target{change.pool.target, change.pool.transport};
     out.emplace("lun_num", export_lun(store, lun, target, access).lun_num);
   }
   return json_answer(std::move(out), 201);
@@ -116,13 +114,10 @@ Answer get_luns(Store& store, const Request& request) {
 }
 
 Answer roll_back_lun(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const Volume lun = need_lun(store, pool.volumes.uuid, fields.text("lun_id"));
-  const bool force = fields.flag("force");
-  fields.finish();
+  SCSI_Change change(store, request);
+  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+  const bool force = change.fields.flag("force");
+  change.fields.finish();
   // A guest would see its disk change under its feet.
   if (!force && export_of(store, lun)) throw Refusal(409, described(lun) + " is exported");
   const Snapshot newest = roll_back_volume(store, lun);
@@ -158,27 +153,21 @@ Answer delete_lun(Store& store, const Request& request) {
 // ---- /zq/r/scsipool/lun/export
 
 Answer create_export(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const Volume lun = need_lun(store, pool.volumes.uuid, fields.text("lun_id"));
-  const Target target = read_target(fields, pool);
-  const Access_List access = read_needed_access(fields);
-  fields.finish();
+  SCSI_Change change(store, request);
+  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+  const Target target = read_target(change.fields, change.pool);
+  const Access_List access = read_needed_access(change.fields);
+  change.fields.finish();
   const Export made = export_lun(store, lun, target, access);
   return json_answer(Object{{"lun_num", made.lun_num}});
 }
 
 Answer add_access(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const Volume lun = need_lun(store, pool.volumes.uuid, fields.text("lun_id"));
-  fields.one_of("action", {"add"});
-  const Access_List access = read_needed_access(fields);
-  fields.finish();
+  SCSI_Change change(store, request);
+  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+  change.fields.one_of("action", {"add"});
+  const Access_List access = read_needed_access(change.fields);
+  change.fields.finish();
   const std::optional<Export> there = export_of(store, lun);
   if (!there) throw Refusal(409, described(lun) + " is not exported");
   allow(store, *there, access);

@@ -110,6 +110,11 @@ SCSI_Pool need_scsi_pool(Store& store, const std::string& uuid, Access access) {
   return out;
 }
 
+SCSI_Change::SCSI_Change(Store& store, const Request& request)
+    : body((no_query(request), body_object(request))),
+      fields(body, ""),
+      pool(need_scsi_pool(store, fields.text("pool_id"), Access::change)) {}
+
 void add_scsi_pools(Families& families) {
   families.router.add(Method::get, "/zq/r/pool", Access::read, get_pools);
   add_lun_paths(families.router);

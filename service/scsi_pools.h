@@ -4,6 +4,8 @@
 #include <string>
 
 #include "service/families.h"
+#include "service/fields.h"
+#include "service/message.h"
 #include "service/store.h"
 #include "service/volumes.h"
 
@@ -19,6 +21,17 @@ struct SCSI_Pool {
 
 /// Throws Refusal as need_volume_pool().
 SCSI_Pool need_scsi_pool(Store& store, const std::string& uuid, Access access);
+
+/// What a body asks to change, and the pool that it names. Throws Refusal.
+struct SCSI_Change {
+  SCSI_Change(Store& store, const Request& request);
+  SCSI_Change(const SCSI_Change&) = delete;
+  SCSI_Change& operator=(const SCSI_Change&) = delete;
+
+  const Object body;
+  Fields fields;  ///< of the body; the pool's is taken
+  const SCSI_Pool pool;
+};
 
 /// The paths /zq/r/pool, /zq/r/scsipool/lun and /zq/r/scsipool/snapshot with what is below them,
 /// the scenario sections "scsi_pools" and "luns", and the check of exports.

@@ -46,16 +46,13 @@ void add_records(Store& store, const Volume& lun, const Snapshot& snapshot,
 // ---- /zq/r/scsipool/snapshot
 
 Answer create_snapshot_of_lun(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const Volume lun = need_lun(store, pool.volumes.uuid, fields.text("lun_id"));
+  SCSI_Change change(store, request);
+  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
   Snapshot wanted;
   wanted.id = random_uuid();
-  wanted.recyclable = fields.flag("recycle");
+  wanted.recyclable = change.fields.flag("recycle");
   wanted.created = utc_now();
-  fields.finish();
+  change.fields.finish();
   return json_answer(Object{{"snapshot_id", create_snapshot(store, lun, wanted).id}}, 201);
 }
 
@@ -108,15 +105,13 @@ Answer delete_snapshot_of_lun(Store& store, const Request& request) {
 // ---- /zq/r/scsipool/snapshot/export
 
 Answer create_share(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const Snapshot snapshot = need_lun_snapshot(store, pool, fields.text("snapshot_id"));
-  const Target target = read_target(fields, pool);
-  const Access_List access = read_needed_access(fields);
-  fields.finish();
-  const Export share = share_snapshot(store, pool.volumes.uuid, snapshot, target, access);
+  SCSI_Change change(store, request);
+  const Snapshot snapshot =
+      need_lun_snapshot(store, change.pool, change.fields.text("snapshot_id"));
+  const Target target = read_target(change.fields, change.pool);
+  const Access_List access = read_needed_access(change.fields);
+  change.fields.finish();
+  const Export share = share_snapshot(store, change.pool.volumes.uuid, snapshot, target, access);
   return json_answer(Object{{"lun_num", share.lun_num}});
 }
 
@@ -128,15 +123,13 @@ std::optional<Export> find_share(Store& store, const Snapshot& snapshot, std::in
 }
 
 Answer add_access(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-  const Snapshot snapshot = need_lun_snapshot(store, pool, fields.text("snapshot_id"));
-  const std::int64_t lun_num = fields.count("lun_num");
-  fields.one_of("action", {"add"});
-  const Access_List access = read_needed_access(fields);
-  fields.finish();
+  SCSI_Change change(store, request);
+  const Snapshot snapshot =
+      need_lun_snapshot(store, change.pool, change.fields.text("snapshot_id"));
+  const std::int64_t lun_num = change.fields.count("lun_num");
+  change.fields.one_of("action", {"add"});
+  const Access_List access = read_needed_access(change.fields);
+  change.fields.finish();
   const std::optional<Export> share = find_share(store, snapshot, lun_num);
   if (!share) {
     throw Refusal(409, "snapshot '" + snapshot.id + "' is not shared under number " +
