@@ -349,17 +349,25 @@ class Http_Connection final : public Connection,
       deliver(std::move(*plan_.refusal));
       return;
     }
-    net::post(context_.workers, [self = this->shared_from_this()] {
-      auto answer = std::make_shared<Answer>(self->run_safely());
+    work(
+        [](Http_Connection& self) { return self.context_.service.run(self.plan_, self.request_); });
+  }
+
+  /// Has a worker do what takes time, and goes on with its answer.
+  template <typename Action>
+  void work(Action action) {
+    net::post(context_.workers, [self = this->shared_from_this(), action] {
+      auto answer = std::make_shared<Answer>(self->safely(action));
       net::post(self->stream_.get_executor(),
                 [self, answer] { self->after_commit(std::move(*answer)); });
     });
   }
 
-  Answer run_safely() {
+  template <typename Action>
+  Answer safely(Action action) {
     try {
-      Answer answer = context_.service.run(plan_, request_);
-      if (plan_.fault && plan_.fault->kind == Fault_Kind::wrong_type) {
+      Answer answer = action(*this);
+      if (!answer.later && plan_.fault && plan_.fault->kind == Fault_Kind::wrong_type) {
         type_changed_ = change_type(*plan_.fault, answer);
       }
       return answer;
@@ -369,6 +377,15 @@ class Http_Connection final : public Connection,
   }
 
   void after_commit(Answer answer) {
+    if (answer.later) {
+      const auto later = answer.later;
+      wait(later->after.count(), [later](Http_Connection& self) {
+        self.work([later](Http_Connection& again) {
+          return again.context_.service.follow_up(*later, again.request_);
+        });
+      });
+      return;
+    }
     if (plan_.fault && plan_.fault->delay_ms > 0 && plan_.fault->delay_after_commit) {
       auto kept = std::make_shared<Answer>(std::move(answer));
       wait(plan_.fault->delay_ms,
@@ -383,7 +400,7 @@ class Http_Connection final : public Connection,
     timer_.expires_after(std::chrono::milliseconds(milliseconds));
     timer_.async_wait([self = this->shared_from_this(), action](const error_code& error) {
       if (error) {
-        self->finish("stopped while it waited by script");
+        self->finish("stopped while it waited");
         return;
       }
       action(*self);

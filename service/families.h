@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <vector>
 
 #include "service/check.h"
@@ -11,7 +12,8 @@ namespace zqpool::service {
 /// What the service offers: the paths, the scenario sections and the checks of every resource
 /// family.
 struct Families {
-  Families();
+  /// `nfs_delay`: how long the NFS server takes to take a record over.
+  explicit Families(std::chrono::milliseconds nfs_delay = std::chrono::milliseconds(50));
 
   Router router;
   Scenario scenario;

@@ -1,6 +1,7 @@
 #include "service/fields.h"
 
 #include <charconv>
+#include <limits>
 #include <string_view>
 
 #include "service/text.h"
@@ -251,16 +252,25 @@ std::string Query_Fields::needed_text(const std::string& name) {
   return *value;
 }
 
-std::optional<std::int64_t> Query_Fields::count(const std::string& name) {
+std::optional<std::int64_t> Query_Fields::number(const std::string& name, std::int64_t least,
+                                                 const char* wanted) {
   const std::optional<std::string> value = text(name);
   if (!value) return std::nullopt;
   std::int64_t number = 0;
   const char* const end = value->data() + value->size();
   const auto [stop, error] = std::from_chars(value->data(), end, number);
-  if (error != std::errc() || stop != end || number < 0) {
-    throw Refusal(400, "query field '" + name + "' must be a number, 0 or more");
+  if (error != std::errc() || stop != end || number < least) {
+    throw Refusal(400, "query field '" + name + "' must be " + wanted);
   }
   return number;
+}
+
+std::optional<std::int64_t> Query_Fields::count(const std::string& name) {
+  return number(name, 0, "a number, 0 or more");
+}
+
+std::optional<std::int64_t> Query_Fields::integer(const std::string& name) {
+  return number(name, std::numeric_limits<std::int64_t>::min(), "a number");
 }
 
 std::int64_t Query_Fields::needed_count(const std::string& name) {

@@ -74,14 +74,18 @@ class Query_Fields {
   explicit Query_Fields(const Request& request);
 
   std::optional<std::string> text(const std::string& name);
-  std::string needed_text(const std::string& name);  ///< 400 when absent
-  std::optional<std::int64_t> count(const std::string& name);
+  std::string needed_text(const std::string& name);              ///< 400 when absent
+  std::optional<std::int64_t> count(const std::string& name);    ///< 0 or more
+  std::optional<std::int64_t> integer(const std::string& name);  ///< of either sign
   std::int64_t needed_count(const std::string& name);
   bool flag_or(const std::string& name, bool otherwise);  ///< "true" or "false"
   /// Refuses fields that nobody asked for.
   void finish() const;
 
  private:
+  std::optional<std::int64_t> number(const std::string& name, std::int64_t least,
+                                     const char* wanted);
+
   std::map<std::string, std::string> fields_;
   std::set<std::string> asked_;
 };

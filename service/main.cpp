@@ -84,7 +84,7 @@ void serve(const Options& options) {
   if (!options.s3_secret_file.empty()) {
     set_s3_key_secret(read_secret_file(options.s3_secret_file, "S3 secret"));
   }
-  Families families;
+  Families families(options.nfs_delay);
   State state(options.state_file, [&](Store& store) {
     if (options.scenario_file.empty()) return;
     load_scenario(store, families.scenario, options.scenario_file);

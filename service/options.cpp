@@ -44,6 +44,7 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
   double idle = 0.001 * static_cast<double>(limits.idle.count());
   double request = 0.001 * static_cast<double>(limits.request.count());
   double answer = 0.001 * static_cast<double>(limits.answer.count());
+  double nfs_delay = 0.001 * static_cast<double>(options.nfs_delay.count());
   double stop = 0.001 * static_cast<double>(limits.stop.count());
   options.server.threads = std::max(4U, std::thread::hardware_concurrency());
 
@@ -79,6 +80,10 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
                  "Holds the ready line while the service serves")
       ->type_name("FILE");
   app.add_flag("--lab", options.lab, "Serve /zq/lab/ too: scenarios and scripted faults");
+  app.add_option("--nfs-delay", nfs_delay, "How long an NFS record is pending")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0.0, 3600.0))
+      ->capture_default_str();
   app.add_option("--make-certificate", options.make_certificate,
                  "Write certificate.pem and key.pem for localhost there, then end")
       ->type_name("DIRECTORY");
@@ -152,6 +157,7 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
   limits.request = milliseconds(request);
   limits.answer = milliseconds(answer);
   limits.stop = milliseconds(stop);
+  options.nfs_delay = milliseconds(nfs_delay);
   return options;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,7 @@ struct Options {
   std::string access_log = "-";
   std::string ready_file;
   bool lab = false;
+  std::chrono::milliseconds nfs_delay{50};
 };
 
 /// Reads the command line. Absent when all is said and done (help, version, a usage error): the

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <string>
@@ -13,6 +14,13 @@ namespace zqpool::service {
 /// Carries out one request on the state. Runs inside a transaction that is committed when the
 /// answer is below 400 and rolled back otherwise, also when a Refusal or anything else is thrown.
 using Handler = std::function<Answer(Store&, const Request&)>;
+
+/// After a time the handler gives the answer, in a transaction of its own.
+struct Followup {
+  std::chrono::milliseconds after{0};
+  Access access = Access::read;
+  Handler handler;
+};
 
 /// Which handler answers which method and path. Filled at start, read-only afterwards.
 class Router {

@@ -150,6 +150,36 @@ CREATE INDEX scsi_access_initiator ON scsi_access (initiator);
 CREATE VIEW volume_use (volume, snapshot, how) AS
   SELECT volume, snapshot, iif(volume IS NULL, 'shared', 'exported') FROM scsi_export;
 )sql",
+    // 4: filesystems and NFS exports
+    R"sql(
+CREATE TABLE filesystem (
+  volume INTEGER PRIMARY KEY REFERENCES volume (number) ON DELETE CASCADE,
+  mount_point TEXT UNIQUE, -- null: none yet
+  mounted INTEGER NOT NULL CHECK (mounted = 0 OR (mounted = 1 AND mount_point IS NOT NULL))
+);
+
+DROP VIEW volume_use;
+CREATE VIEW volume_use (volume, snapshot, how) AS
+  SELECT volume, snapshot, iif(volume IS NULL, 'shared', 'exported') FROM scsi_export
+  UNION ALL SELECT volume, NULL, 'mounted' FROM filesystem WHERE mounted = 1;
+
+CREATE TABLE nfs_export (
+  uuid TEXT NOT NULL COLLATE NOCASE PRIMARY KEY,
+  pseudo TEXT NOT NULL,
+  fsal TEXT NOT NULL,
+  squash TEXT NOT NULL,
+  protocols TEXT NOT NULL,
+  access_type TEXT NOT NULL,
+  clients TEXT NOT NULL, -- a JSON array
+  path TEXT,
+  pool TEXT COLLATE NOCASE REFERENCES catalog_pool (uuid) ON DELETE CASCADE,
+  sub_dir TEXT NOT NULL,
+  withdrawn INTEGER NOT NULL CHECK (withdrawn IN (0, 1)), -- kept, so that it can be withdrawn again
+  final_at INTEGER NOT NULL, -- milliseconds since 1970
+  CHECK ((path IS NULL) <> (pool IS NULL))
+) WITHOUT ROWID;
+CREATE UNIQUE INDEX nfs_export_pseudo ON nfs_export (pseudo) WHERE withdrawn = 0;
+)sql",
 };
 const std::size_t schema_version = std::size(schema_steps);
 

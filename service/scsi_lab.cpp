@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "service/fields.h"
+#include "service/filesystems.h"
 #include "service/scsi_exports.h"
 #include "service/scsi_luns.h"
 #include "service/scsi_pools.h"
@@ -24,39 +25,49 @@ Volume need_writable(Store& store, const std::string& initiator, const std::stri
                          " on target '" + target + '\'');
 }
 
-Answer write_as_guest(Store& store, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Fields fields(body, "");
-  const Volume lun = [&] {
-    if (!fields.has("initiator")) {
-      const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
-      return need_lun(store, pool.volumes.uuid, fields.text("lun_id"));
-    }
+/// What is written to: a LUN as an initiator sees it, any LUN, or a filesystem that is mounted.
+Volume read_written(Store& store, Fields& fields) {
+  if (fields.has("initiator")) {
     const std::string initiator = fields.text("initiator");
     const std::string target = fields.text("target");
     Volume out = need_writable(store, initiator, target, fields.count("lun_num"));
     need_scsi_pool(store, out.pool, Access::change);
     return out;
-  }();
+  }
+  if (fields.has("name")) {
+    const Volume_Pool pool = need_volume_pool(store, fields.text("pool_id"), Access::change);
+    Filesystem out = need_filesystem(store, pool.uuid, fields.text("name"));
+    if (!out.mounted) throw Refusal(409, described(out.volume) + " is not mounted");
+    return std::move(out.volume);
+  }
+  const SCSI_Pool pool = need_scsi_pool(store, fields.text("pool_id"), Access::change);
+  return need_lun(store, pool.volumes.uuid, fields.text("lun_id"));
+}
+
+Answer write_as_guest(Store& store, const Request& request) {
+  no_query(request);
+  const Object body = body_object(request);
+  Fields fields(body, "");
+  const Volume volume = read_written(store, fields);
   const std::int64_t offset = fields.count("offset");
   const std::int64_t length = fields.count("length");
   const bool discard = fields.flag_or("discard", false);
   fields.finish();
 
-  need_blocks(store, lun, offset, length);
+  const bool is_lun = volume.kind == Volume_Kind::lun;
+  if (is_lun) need_blocks(store, volume, offset, length);
   Array reclaimed;
   if (discard) {
-    discard_volume(store, lun, offset, length);
+    discard_volume(store, volume, offset, length);
   } else {
-    for (std::string& id : write_volume(store, lun, offset, length, Reclaim::yes)) {
+    for (std::string& id : write_volume(store, volume, offset, length, Reclaim::yes)) {
       reclaimed.emplace_back(std::move(id));
     }
   }
   return json_answer(
-      Object{{"lun_id", lun.name},
-             {"rfer_size", Block_Map(store, lun.number).sizes().head.referenced},
-             {"used_size", need_volume_pool(store, lun.pool, Access::read).used_size},
+      Object{{is_lun ? "lun_id" : "name", volume.name},
+             {"rfer_size", Block_Map(store, volume.number).sizes().head.referenced},
+             {"used_size", need_volume_pool(store, volume.pool, Access::read).used_size},
              {"reclaimed", std::move(reclaimed)}});
 }
 

@@ -76,8 +76,19 @@ Answer Service::run(const Plan& plan, const Request& request) {
   if (plan.fault && plan.fault->kind == Fault_Kind::status) {
     return {plan.fault->status, plan.fault->body, {}};
   }
+  return run_operation(plan.route->access, plan.route->handler, request);
+}
+
+Answer Service::follow_up(const Followup& followup, const Request& request) {
+  return run_operation(followup.access, followup.handler, request);
+}
+
+Answer Service::run_operation(Access access, const Handler& handler, const Request& request) {
   try {
-    return run_operation(*plan.route, request);
+    Transaction transaction = state_.begin(access);
+    Answer answer = handler(transaction.store(), request);
+    if (answer.status < 400) transaction.commit();
+    return answer;
   } catch (const Refusal& refusal) {
     return error_answer(refusal.status(), refusal.what());
   } catch (const SQLite::Exception& error) {
@@ -89,13 +100,6 @@ Answer Service::run(const Plan& plan, const Request& request) {
                  request.path.c_str(), error.what());
     return error_answer(500, "the operation failed unexpectedly");
   }
-}
-
-Answer Service::run_operation(const Router::Route& route, const Request& request) {
-  Transaction transaction = state_.begin(route.access);
-  Answer answer = route.handler(transaction.store(), request);
-  if (answer.status < 400) transaction.commit();
-  return answer;
 }
 
 }  // namespace zqpool::service

@@ -39,13 +39,17 @@ class Service {
   /// Carries out what was planned; blocks on the state. Never throws except std::bad_alloc.
   Answer run(const Plan& plan, const Request& request);
 
+  /// Gives the answer that run() put off, when its time has come. Never throws except
+  /// std::bad_alloc.
+  Answer follow_up(const Followup& followup, const Request& request);
+
   Statistics& statistics() { return statistics_; }
   Fault_Script& faults() { return faults_; }
   const Scenario& scenario() const { return families_.scenario; }
   const std::vector<Check>& checks() const { return families_.checks; }
 
  private:
-  Answer run_operation(const Router::Route& route, const Request& request);
+  Answer run_operation(Access access, const Handler& handler, const Request& request);
 
   State& state_;
   std::optional<Access_Key> access_key_;

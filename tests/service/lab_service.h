@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 
 #include "service/service.h"
@@ -23,8 +24,10 @@ inline json_spirit::Value json(const std::string& text) {
 class Lab_Service {
  public:
   /// `file`: where the state is, "" for a directory that goes away with this object.
-  explicit Lab_Service(const std::string& scenario = "{}", const std::string& file = "")
-      : state_(file.empty() ? directory_.path("state") : file) {
+  explicit Lab_Service(const std::string& scenario = "{}", const std::string& file = "",
+                       std::chrono::milliseconds nfs_delay = {})
+      : state_(file.empty() ? directory_.path("state") : file),
+        service_(state_, service::Families(nfs_delay), std::nullopt, true) {
     load(scenario, true);
   }
 
@@ -49,6 +52,11 @@ class Lab_Service {
     if (question != std::string::npos) request.query = target.substr(question + 1);
     request.body = body;
     service::Answer answer = service_.run(service_.plan(request), request);
+    waited_ = {};
+    while (const auto later = answer.later) {
+      waited_ += later->after;
+      answer = service_.follow_up(*later, request);
+    }
     EXPECT_EQ(Protocol_Document::instance().contradiction(
                   {method, target, body, answer.status, answer.body}),
               "");
@@ -70,13 +78,17 @@ class Lab_Service {
            json(answer.body).get_obj().at("error").get_obj().at("message").get_str();
   }
 
+  /// For how long the service put off its last answer. Nobody waits for that here.
+  std::chrono::milliseconds waited() const { return waited_; }
+
   service::State& state() { return state_; }
   service::Service& service() { return service_; }
 
  private:
   Temp_Directory directory_;
   service::State state_;
-  service::Service service_{state_, service::Families(), std::nullopt, true};
+  service::Service service_;
+  std::chrono::milliseconds waited_{0};
 };
 
 }  // namespace zqpool::test

@@ -17,6 +17,7 @@
 #include "tests/service/resolution_lab.h"
 #include "tests/support/guards.h"
 #include "tests/support/log_capture.h"
+#include "tests/support/secrets.h"
 #include "tests/support/service_process.h"
 #include "utils/pool/pool_metadata_manager.h"
 #include "utils/pool/storage_pool_helpers.h"
@@ -26,11 +27,9 @@ namespace zqpool::test {
 namespace {
 
 using json_spirit::Value;
-using testing::Each;
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
-using testing::Not;
 
 const std::string pool_path = "/zq/r/storages/pool";
 const std::string metadata_path = "/zq/r/storage/catalog/device/metadata";
@@ -49,19 +48,13 @@ class Library : public testing::TestWithParam<bool> {
     Host_ID::instance()->set(host_a);
     Host_Manager::instance()->access_key(service_.access_key());
     WebSocket_Options::configure("backup.lab", 8443, true);
+    for (const std::string& secret : {lab_data_key, lab_iv, lab_tenant_key, lab_secret_key})
+      Secrets::add(secret);
   }
   ~Library() override {
     Host_ID::instance()->set("");
     Host_Manager::instance()->access_key("");
     WebSocket_Options::clear();
-    const std::string said = log_.all();
-    // What nobody who reads a log may learn.
-    for (const std::string& secret :
-         {lab_data_key, lab_iv, lab_tenant_key, lab_secret_key, service_.access_key()}) {
-      EXPECT_THAT(said, Not(HasSubstr(secret)));
-      EXPECT_THAT(service_.messages(), Not(HasSubstr(secret)));
-      EXPECT_THAT(service_.access_log(), Each(Not(HasSubstr(secret))));
-    }
   }
 
   Endpoint endpoint() const { return service_.endpoint(GetParam()); }

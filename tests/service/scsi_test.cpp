@@ -688,7 +688,7 @@ TEST_F(SCSI_Pools, the_check_looks_at_everything_and_finds_what_is_wrong) {
   const std::string snapshot = make_snapshot(lun);
   share(snapshot);
   EXPECT_EQ(lab_.good("GET", "/zq/lab/check"),
-            json(R"({"checked":{"exports":2,"volumes":2},"problems":[]})"));
+            json(R"({"checked":{"exports":2,"filesystems":0,"volumes":2},"problems":[]})"));
   const auto damaged = [this](const char* damage) {
     service::Transaction transaction = lab_.state().begin(service::Access::change);
     transaction.store().database().exec("PRAGMA ignore_check_constraints=ON");
