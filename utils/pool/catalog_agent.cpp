@@ -1,6 +1,7 @@
 #include "utils/pool/catalog_agent.h"
 
 #include <boost/algorithm/string/case_conv.hpp>
+#include <utility>
 
 #include "utils/support/regex_match.h"
 #include "utils/support/string_sprintf.h"
@@ -17,9 +18,13 @@ const boost::regex& AGENT_MODULE_RE() {
 bool Catalog_Agent::parse(const std::string& agent) {
   boost::smatch match;
   if (!zqpool::detail::matches(agent, match, AGENT_MODULE_RE())) return false;
-  featrue = boost::to_lower_copy(match[1].str());
-  type = boost::to_lower_copy(match[2].str());
-  system = boost::to_lower_copy(match[3].str());
+  // Out of the text first, since a member may be the string that holds it.
+  std::string parts[] = {match[1], match[2], match[3]};
+  for (std::string& part : parts)
+    boost::to_lower(part);
+  featrue = std::move(parts[0]);
+  type = std::move(parts[1]);
+  system = std::move(parts[2]);
   return true;
 }
 

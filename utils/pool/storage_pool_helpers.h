@@ -11,7 +11,8 @@
 
 // From a pool's identifier to its Pool_Info. The functions here may run on any number of threads at
 // once. Those that ask a service block until it has answered or the transport's limits are reached;
-// they return false, and log why, when the pool could not be resolved.
+// they return false when the pool could not be resolved, after a line that says why; that of a
+// failed request is the client's own. What parse_pool_info() throws leaves them, too.
 
 /// Fills `info` from the management service's description of a pool: the pool-wide members, then
 /// the one storage that this host is to use and what its URL's scheme asks for.
@@ -45,8 +46,8 @@ ZQ_EXPORT bool get_pool_info(JSON_RESTful_Client& client, const char* pool_uuid,
                              const char* server_uuid, const char* account_uuid);
 
 /// As above, asking `host`:`port` with a client made for this call. `timeout` is the limit in
-/// seconds of that client's own repetitions (0: its default). With `is_on_backupd` this host's
-/// access key is sent.
+/// seconds of that client's own repetitions (0: its default; negative: it repeats nothing). With
+/// `is_on_backupd` this host's access key is sent.
 ZQ_EXPORT bool get_pool_info(const char* host, u_short port, bool ssl, const char* pool_uuid,
                              const char* device_uuid, Pool_Info& info, bool to_restore, int timeout,
                              const char* host_uuid, bool is_agent, bool is_on_backupd,

@@ -1,11 +1,13 @@
 #include "utils/pool/utils.h"
 
 #include <sstream>
+#include <utility>
 
 #include "platform/http/http_session.h"
 #include "platform/json/json_dump.h"
 #include "platform/net/uri.h"
 #include "utils/pool/catalog_agent.h"
+#include "utils/pool/detail/parse_url.h"
 #include "utils/support/http_query_string.h"
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
@@ -23,14 +25,14 @@ const boost::regex& LANFREE_POOL_URI_RE() {
   return expression;
 }
 
-void take_group(const boost::ssub_match& group, std::string* out) {
-  if (out != nullptr) out->assign(group.first, group.second);
+void take(std::string part, std::string* out) {
+  if (out != nullptr) *out = std::move(part);
 }
 
 /// The path behind the device, without its "/". No path at all leaves `out` alone, on purpose:
 /// callers hand in their default.
-void take_prefix_path(const boost::ssub_match& group, std::string* out) {
-  if (out != nullptr && group.length() != 0) out->assign(group.first + 1, group.second);
+void take_prefix_path(const std::string& path, std::string* out) {
+  if (out != nullptr && !path.empty()) out->assign(path, 1);
 }
 
 }  // namespace
@@ -41,9 +43,13 @@ bool parse_http_uri(const std::string& uri, std::string* device_uri, std::string
   if (!zqpool::detail::matches(uri, match, HTTP_POOL_URI_RE())) {
     return ZQ_ERROR("Failed to match regex for '%s'\n", uri.c_str());
   }
-  take_group(match[1], device_uri);
-  take_group(match[3], device_uuid);
-  take_prefix_path(match[4], prefix_path);
+  // Out of the path first, since an output may be the string that holds it.
+  std::string device = match[1];
+  std::string uuid = match[3];
+  const std::string path = match[4];
+  take(std::move(device), device_uri);
+  take(std::move(uuid), device_uuid);
+  take_prefix_path(path, prefix_path);
   return true;
 }
 
@@ -53,17 +59,21 @@ bool parse_lanfree_uri(const std::string& uri, std::string* device_uri, std::str
   if (!zqpool::detail::matches(uri, match, LANFREE_POOL_URI_RE())) {
     return ZQ_ERROR("Failed to match regex for '%s'\n", uri.c_str());
   }
-  take_group(match[1], device_uri);
-  take_group(match[2], pool_uuid);
-  take_group(match[4], lun_id);
-  take_prefix_path(match[5], prefix_path);
+  std::string device = match[1];
+  std::string pool = match[2];
+  std::string lun = match[4];
+  const std::string path = match[5];
+  take(std::move(device), device_uri);
+  take(std::move(pool), pool_uuid);
+  take(std::move(lun), lun_id);
+  take_prefix_path(path, prefix_path);
   return true;
 }
 
 bool adjust_device_url_by_backupd_device(const Object& backupd_dev, Object& dev) {
   const std::string* url = json_spirit::object_get_str(dev, "url");
   URI uri;
-  if (url == nullptr || !URI_Parser().parse(url->c_str(), uri)) return false;
+  if (url == nullptr || !zqpool::detail::parse_url_silently(*url, uri)) return false;
   if (const std::string* host = json_spirit::object_get_str(backupd_dev, "host")) {
     uri.host(*host, false);
   }

@@ -392,6 +392,13 @@ TEST_F(Pool_Description, hbr_takes_its_bucket_too) {
   EXPECT_EQ(info.ext_attrs.count("backupd_ssl"), 0U);
 }
 
+TEST_F(Pool_Description, hbr_on_a_tls_socket) {
+  WebSocket_Options::configure("backup.example", 443, true);
+  EXPECT_TRUE(
+      parse(R"({"uuid":"d1","url":"hbrs://x","pool_uuid":"p","extended_attrs":{"bucket":"b1"}})"));
+  EXPECT_THAT(info.ext_attrs, testing::Contains(Pair("backupd_ssl", "")));
+}
+
 TEST_F(Pool_Description, hbr_fails_step_by_step) {
   EXPECT_FALSE(parse(R"({"url":"hbr://x","pool_uuid":"p","extended_attrs":{"bucket":"b"}})"));
   EXPECT_THAT(messages, ElementsAre("Failed to get device id from storage info.\n"));

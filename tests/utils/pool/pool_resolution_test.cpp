@@ -20,6 +20,12 @@ const std::string pool_path = "/zq/r/storages/pool";
 const std::string description =
     R"({"name":"n","storages":[{"url":"dedup://s","pool_uuid":"real"}]})";
 const std::string resolved = R"({"name":"n","url":"dedup://s","uuid":"real"})";
+// Of which only "d2" for "h2" has a path: file storages attach to hosts one by one.
+const std::string two_storages =
+    R"({"name":"n","storages":[
+      {"uuid":"d1","url":"file:///a","pool_uuid":"one","extended_attrs":{"attached_hosts":{"d2":"/x"}}},
+      {"uuid":"d2","url":"file:///b","pool_uuid":"real","extended_attrs":{"attached_hosts":{"h2":"/y"}}}]})";
+const std::string chosen_storage = R"({"name":"n","url":"file:///y","uuid":"real"})";
 const std::string untouched = R"({"name":"","url":"","uuid":"before"})";
 
 /// This host's identity and key for the length of a test.
@@ -94,12 +100,13 @@ Call upstream(const Question& ask, const char* access_key = "key") {
   };
 }
 
-Call url_by_pool_uuid(const char* pool_uuid, bool to_restore) {
+Call url_by_pool_uuid(const char* pool_uuid, bool to_restore, const char* device_uuid = nullptr,
+                      const char* host_uuid = nullptr) {
   return [=](const Endpoint& to) {
     const Host host;
     Upstream_JSON_RESTful_Client::configure(to.host.c_str(), to.port, to.ssl, "key");
     std::string url = "before";
-    const bool result = get_url_by_pool_uuid(pool_uuid, nullptr, url, to_restore, nullptr);
+    const bool result = get_url_by_pool_uuid(pool_uuid, device_uuid, url, to_restore, host_uuid);
     return Outcome{result, {{"url", url}}};
   };
 }
@@ -137,6 +144,9 @@ std::vector<Wire_Row> from_client_rows() {
   const std::string target = pool_path + "?uuid=p1";
   Question unlimited;
   unlimited.timeout = -1;
+  Question chosen;
+  chosen.device_uuid = "d2";
+  chosen.host_uuid = "h2";
   Question full;
   full.pool_uuid = "p/1";
   full.to_restore = true;
@@ -251,6 +261,20 @@ std::vector<Wire_Row> from_client_rows() {
           .gets(service_error("1"))
           .logs(failed)
           .gives(false, untouched),
+      // What the failed attempt left in the answer counts, since the last brought none.
+      Row("last_attempt_without_a_body", on_client(unlimited))
+          .sends("GET", target, "", "")
+          .again(1)
+          .gets(service_error("7"))
+          .gets(http_answer(204, ""))
+          .logs(failed)
+          .logs(notice(1))
+          .pauses(1)
+          .gives(true, R"({"name":"","url":"","uuid":"p1"})"),
+      Row("device_and_host_are_told_apart", on_client(chosen))
+          .sends("GET", target, "", "")
+          .gets(ok(two_storages))
+          .gives(true, chosen_storage),
   };
 }
 
@@ -258,6 +282,9 @@ std::vector<Wire_Row> from_host_rows() {
   const std::string target = pool_path + "?uuid=p1";
   Question unlimited;
   unlimited.timeout = -1;
+  Question chosen;
+  chosen.device_uuid = "d2";
+  chosen.host_uuid = "h2";
   return {
       Row("without_a_key", to_host({}, false))
           .sends("GET", target, "", "")
@@ -267,11 +294,22 @@ std::vector<Wire_Row> from_host_rows() {
           .sends("GET", target, "", "host key")
           .gets(ok(description))
           .gives(true, resolved),
-      Row("is_repeated_by_the_client_alone", to_host(unlimited, false))
+      Row("is_not_repeated_where_the_service_was_reached", to_host(unlimited, false))
           .sends("GET", target, "", "")
           .gets(service_error("1"))
           .logs(client_error("GET", pool_path))
           .gives(false, untouched),
+      Row("timeout_0_leaves_the_client_its_own_repetitions", to_host({}, false))
+          .sends("GET", target, "", "")
+          .again(1)
+          .gets(http_answer(503, ""))
+          .gets(ok(description))
+          .pauses(1)
+          .gives(true, resolved),
+      Row("device_and_host_are_told_apart", to_host(chosen, false))
+          .sends("GET", target, "", "")
+          .gets(ok(two_storages))
+          .gives(true, chosen_storage),
   };
 }
 
@@ -283,6 +321,9 @@ std::vector<Wire_Row> from_upstream_rows() {
   full.server_uuid = "s";
   full.account_uuid = "a";
   full.timeout = -1;
+  Question chosen;
+  chosen.device_uuid = "d2";
+  chosen.host_uuid = "h2";
   const auto row = [](const std::string& name, const Call& call) {
     return Row(name, call).keeps_connection();
   };
@@ -305,6 +346,10 @@ std::vector<Wire_Row> from_upstream_rows() {
           .logs(notice(1))
           .pauses(1)
           .gives(true, resolved),
+      row("device_and_host_are_told_apart", upstream(chosen))
+          .sends("GET", target)
+          .gets(last(ok(two_storages)))
+          .gives(true, chosen_storage),
       row("timeout_0_ends_at_the_first_failure", upstream({}))
           .sends("GET", target)
           .gets(last(service_error("1")))
@@ -324,6 +369,11 @@ std::vector<Wire_Row> url_rows() {
       row("asks_as_this_host", false)
           .gets(last(ok(description)))
           .gives(true, R"({"url":"dedup://s"})"),
+      Row("device_and_host_are_told_apart", url_by_pool_uuid("p1", false, "d2", "h2"))
+          .keeps_connection()
+          .sends("GET", pool_path + "?uuid=p1&agent_uuid=own-host")
+          .gets(last(ok(two_storages)))
+          .gives(true, R"({"url":"file:///y"})"),
       row("for_a_restore", true).gets(last(ok("{}"))).gives(true, R"({"url":""})"),
       row("once_only", false)
           .gets(last(service_error("1")))
@@ -374,6 +424,12 @@ std::vector<Wire_Row> replica_rows() {
       asks("result_is_parsed", replica("r1", false, 0), params)
           .gets(ok(R"({"id":"x","jsonrpc":"2.0","result":)" + description + "}"))
           .gives(true, resolved),
+      asks("uuid_is_sent_as_it_is", replica("a \"b\"", false, 0), R"({"uuid":"a \"b\""})")
+          .gets(ok(R"({"result":{"name":"n"}})"))
+          .gives(true, R"({"name":"n","url":"","uuid":"before"})"),
+      asks("empty_uuid_is_sent", replica("", false, 0), R"({"uuid":""})")
+          .gets(ok(R"({"result":{"name":"n"}})"))
+          .gives(true, R"({"name":"n","url":"","uuid":"before"})"),
       asks("result_without_storages", replica("r1", true, 5), params, "host key")
           .gets(ok(R"({"result":{"name":"n"}})"))
           .gives(true, R"({"name":"n","url":"","uuid":"before"})"),
@@ -413,6 +469,34 @@ INSTANTIATE_TEST_SUITE_P(get_replicate_pool_info, Wire_Table, over_both(replica_
                          Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(get_storaged_space_info, Wire_Table, over_both(space_rows()),
                          Wire_Table::name);
+
+// --- Limits of time ---------------------------------------------------------------------------
+
+TEST(Resolution, timeout_0_leaves_the_client_its_own_repetitions) {
+  const Log_Capture log;
+  const Sleep_Recorder sleeps;
+  const Refused_Port nobody;
+  const Endpoint to{"127.0.0.1", nobody.port(), false};
+  replica("r1", false, 0)(to);
+  EXPECT_EQ(sleeps.pauses().size(), 2U);
+  to_host({}, false)(to);
+  EXPECT_EQ(sleeps.pauses().size(), 4U);
+}
+
+TEST(Resolution, a_limit_of_time_ends_it_without_a_further_word) {
+  Log_Capture log;
+  const Sleep_Recorder sleeps;
+  Scripted_Server server;
+  server.otherwise(service_error("7"));
+  Question limited;
+  limited.timeout = 1;
+  EXPECT_FALSE(on_client(limited)({server.host(), server.port(), false}).result);
+  EXPECT_EQ(server.request_count(), 2U);
+  const std::vector<Log_Line> lines = log.take();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(lines[1].priority, notice(1).priority);
+  EXPECT_TRUE(line_matches(notice(1).text, lines[1].text, 0)) << lines[1].text;
+}
 
 // --- Upstream ---------------------------------------------------------------------------------
 

@@ -99,6 +99,21 @@ TEST(Parse_Lanfree_Uri, another_path_is_logged_and_writes_nothing) {
   }
 }
 
+TEST(Device_Paths, an_output_may_be_the_path_itself) {
+  const Log_Capture log;
+  std::string text = "/zq/data/5f3a/dir/file";
+  std::string id;
+  std::string prefix;
+  EXPECT_TRUE(parse_http_uri(text, &text, &id, &prefix));
+  EXPECT_THAT((std::vector<std::string>{text, id, prefix}),
+              ElementsAre("zq/data/5f3a", "5f3a", "dir/file"));
+  text = "/p1/l7/zq/a/b";
+  std::string lun;
+  EXPECT_TRUE(parse_lanfree_uri(text, &id, &text, &lun, &prefix));
+  EXPECT_THAT((std::vector<std::string>{id, text, lun, prefix}),
+              ElementsAre("p1/l7/zq", "p1", "l7", "a/b"));
+}
+
 // --- A device's URL, pointed at a backup server -------------------------------------------------
 
 TEST(Adjust_Device_Url, replaces_what_the_backup_server_says_and_nothing_else) {
@@ -127,7 +142,8 @@ TEST(Adjust_Device_Url, replaces_what_the_backup_server_says_and_nothing_else) {
 }
 
 TEST(Adjust_Device_Url, a_device_without_a_url_that_parses_stays_as_it_is) {
-  for (const char* text : {"{}", R"({"url":5})", R"({"url":"no url"})", R"({"url":""})"}) {
+  for (const char* text : {"{}", R"({"url":5})", R"({"url":"no url"})", R"({"url":""})",
+                           R"({"url":"https://a:1/p\u0000q"})"}) {
     Log_Capture log;
     Object device = object(text);
     EXPECT_FALSE(adjust_device_url_by_backupd_device(object(R"({"host":"b"})"), device)) << text;
@@ -156,6 +172,13 @@ TEST(Catalog_Agent_Identity, is_three_parts_in_lower_case) {
     EXPECT_EQ(agent.type, row.type) << row.text;
     EXPECT_EQ(agent.system, row.system) << row.text;
   }
+}
+
+TEST(Catalog_Agent_Identity, a_member_may_be_the_text_itself) {
+  Catalog_Agent agent;
+  agent.featrue = "A-very-long-feature-name-of-the-agent.OS.Windows-x86";
+  EXPECT_TRUE(agent.parse(agent.featrue));
+  EXPECT_EQ(agent.generate(), "a-very-long-feature-name-of-the-agent.os.windows-x86");
 }
 
 TEST(Catalog_Agent_Identity, another_text_leaves_it_as_it_was) {
