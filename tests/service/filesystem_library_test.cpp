@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <functional>
-#include <map>
 #include <memory>
 #include <random>
 #include <string>
@@ -35,118 +34,100 @@ const string snapshot_path = "/zq/r/scsipool/fs/snapshot";
 const string nfs_path = "/zq/r/nfs";
 
 /// What both classes say of filesystems, under one name each.
-class Pool {
- public:
-  virtual ~Pool() = default;
-  virtual string uuid() const = 0;
-  virtual bool create(const string& name, const string* snapshot, const string* place) = 0;
-  virtual bool remove(const string& name, int* status) = 0;
-  virtual bool roll_back(const string& name) = 0;
-  virtual bool show(const string& name, Object& info, int* status) = 0;
-  virtual bool mount(const string& name, string& place) = 0;
-  virtual bool mounts(Array& list, const string* name) = 0;
-  virtual bool move(const string& name, const string& place, string& answered) = 0;
-  virtual bool unmount(const string& name) = 0;
-  virtual bool snap(const string& name, string& id, bool recyclable) = 0;
-  virtual bool drop(const string& id, bool delete_empty) = 0;
-  virtual bool show_snapshot(const string& id, Object& info) = 0;
-  virtual bool previous(const string& id, Object& info) = 0;
-  virtual bool added(const string& id, std::uint64_t& size) = 0;
+struct Pool {
+  string uuid;
+  std::function<bool(const string&, const string*, const string*)> create;
+  std::function<bool(const string&, int*)> remove;
+  std::function<bool(const string&)> roll_back;
+  std::function<bool(const string&, Object&, int*)> show;
+  std::function<bool(const string&, string&)> mount;
+  std::function<bool(Array&, const string*)> mounts;
+  std::function<bool(const string&, const string&, string&)> move;
+  std::function<bool(const string&)> unmount;
+  std::function<bool(const string&, string&, bool)> snap;
+  std::function<bool(const string&, bool)> drop;
+  std::function<bool(const string&, Object&)> show_snapshot;
+  std::function<bool(const string&, Object&)> previous;
+  std::function<bool(const string&, std::uint64_t&)> added;
 };
 
-class SCSI_Pool final : public Pool {
- public:
-  SCSI_Pool(const Endpoint& to, const string& key)
-      : manager_(to.host, to.port, to.ssl, key, fs_scsi_pool, nullptr) {}
-  string uuid() const override { return fs_scsi_pool; }
-  bool create(const string& name, const string* snapshot, const string* place) override {
-    return manager_.create_filesystem(name, snapshot, place);
-  }
-  bool remove(const string& name, int* status) override {
-    return manager_.delete_filesystem(name, status);
-  }
-  bool roll_back(const string& name) override { return manager_.rollback_filesystem(name); }
-  bool show(const string& name, Object& info, int* status) override {
-    return manager_.list_filesystem_info(name, info, false, status);
-  }
-  bool mount(const string& name, string& place) override {
-    return manager_.mount_filesystem(name, place);
-  }
-  bool mounts(Array& list, const string* name) override {
-    return manager_.list_mounted_filesystem(list, name);
-  }
-  bool move(const string& name, const string& place, string& answered) override {
-    return manager_.update_filesystem_mountpoint(name, place, answered);
-  }
-  bool unmount(const string& name) override { return manager_.umount_filesystem(name); }
-  bool snap(const string& name, string& id, bool recyclable) override {
-    return manager_.create_filesystem_snapshot(name, id, recyclable);
-  }
-  bool drop(const string& id, bool delete_empty) override {
-    return manager_.delete_filesystem_snapshot(id, delete_empty);
-  }
-  bool show_snapshot(const string& id, Object& info) override {
-    return manager_.get_filesystem_snapshot_info(id, info);
-  }
-  bool previous(const string& id, Object& info) override {
-    return manager_.get_previous_filesystem_snapshot(id, info);
-  }
-  bool added(const string& id, std::uint64_t& size) override {
+/// What has one name in both.
+template <typename Manager>
+Pool pool_of(const string& uuid, const std::shared_ptr<Manager>& manager) {
+  Pool out;
+  out.uuid = uuid;
+  out.create = [manager](const string& name, const string* snapshot, const string* place) {
+    return manager->create_filesystem(name, snapshot, place);
+  };
+  out.remove = [manager](const string& name, int* status) {
+    return manager->delete_filesystem(name, status);
+  };
+  out.roll_back = [manager](const string& name) { return manager->rollback_filesystem(name); };
+  out.mount = [manager](const string& name, string& place) {
+    return manager->mount_filesystem(name, place);
+  };
+  out.mounts = [manager](Array& list, const string* name) {
+    return manager->list_mounted_filesystem(list, name);
+  };
+  out.move = [manager](const string& name, const string& place, string& answered) {
+    return manager->update_filesystem_mountpoint(name, place, answered);
+  };
+  out.unmount = [manager](const string& name) { return manager->umount_filesystem(name); };
+  return out;
+}
+
+Pool scsi_pool(const Endpoint& to, const string& key) {
+  const auto manager =
+      std::make_shared<SCSI_Target_Manager>(to.host, to.port, to.ssl, key, fs_scsi_pool, nullptr);
+  Pool out = pool_of(fs_scsi_pool, manager);
+  out.show = [manager](const string& name, Object& info, int* status) {
+    return manager->list_filesystem_info(name, info, false, status);
+  };
+  out.snap = [manager](const string& name, string& id, bool recyclable) {
+    return manager->create_filesystem_snapshot(name, id, recyclable);
+  };
+  out.drop = [manager](const string& id, bool delete_empty) {
+    return manager->delete_filesystem_snapshot(id, delete_empty);
+  };
+  out.show_snapshot = [manager](const string& id, Object& info) {
+    return manager->get_filesystem_snapshot_info(id, info);
+  };
+  out.previous = [manager](const string& id, Object& info) {
+    return manager->get_previous_filesystem_snapshot(id, info);
+  };
+  out.added = [manager](const string& id, std::uint64_t& size) {
     ACE_UINT64 found = 0;
-    const bool result = manager_.cal_snapshot_size(id, found, false);
+    const bool result = manager->cal_snapshot_size(id, found, false);
     size = found;
     return result;
-  }
+  };
+  return out;
+}
 
- private:
-  SCSI_Target_Manager manager_;
-};
-
-class Image_Pool final : public Pool {
- public:
-  Image_Pool(const Endpoint& to, const string& key)
-      : manager_((to.ssl ? "https://" : "http://") + to.host + ':' + std::to_string(to.port), key,
-                 fs_image_pool) {}
-  string uuid() const override { return fs_image_pool; }
-  bool create(const string& name, const string* snapshot, const string* place) override {
-    return manager_.create_filesystem(name, snapshot, place);
-  }
-  bool remove(const string& name, int* status) override {
-    return manager_.delete_filesystem(name, status);
-  }
-  bool roll_back(const string& name) override { return manager_.rollback_filesystem(name); }
-  bool show(const string& name, Object& info, int* status) override {
-    return manager_.list_filesystem_info(name, info, status);
-  }
-  bool mount(const string& name, string& place) override {
-    return manager_.mount_filesystem(name, place);
-  }
-  bool mounts(Array& list, const string* name) override {
-    return manager_.list_mounted_filesystem(list, name);
-  }
-  bool move(const string& name, const string& place, string& answered) override {
-    return manager_.update_filesystem_mountpoint(name, place, answered);
-  }
-  bool unmount(const string& name) override { return manager_.umount_filesystem(name); }
-  bool snap(const string& name, string& id, bool recyclable) override {
-    return manager_.create_snapshot(name, id, recyclable);
-  }
-  bool drop(const string& id, bool delete_empty) override {
-    return manager_.delete_snapshot(id, delete_empty);
-  }
-  bool show_snapshot(const string& id, Object& info) override {
-    return manager_.get_snapshot_info(id, info);
-  }
-  bool previous(const string& id, Object& info) override {
-    return manager_.get_previous_snapshot(id, info);
-  }
-  bool added(const string& id, std::uint64_t& size) override {
-    return manager_.cal_snapshot_size(id, size);
-  }
-
- private:
-  Image_Pool_Manager manager_;
-};
+Pool image_pool(const Endpoint& to, const string& key) {
+  const string url = (to.ssl ? "https://" : "http://") + to.host + ':' + std::to_string(to.port);
+  const auto manager = std::make_shared<Image_Pool_Manager>(url, key, fs_image_pool);
+  Pool out = pool_of(fs_image_pool, manager);
+  out.show = [manager](const string& name, Object& info, int* status) {
+    return manager->list_filesystem_info(name, info, status);
+  };
+  out.snap = [manager](const string& name, string& id, bool recyclable) {
+    return manager->create_snapshot(name, id, recyclable);
+  };
+  out.drop = [manager](const string& id, bool delete_empty) {
+    return manager->delete_snapshot(id, delete_empty);
+  };
+  out.show_snapshot = [manager](const string& id, Object& info) {
+    return manager->get_snapshot_info(id, info);
+  };
+  out.previous = [manager](const string& id, Object& info) {
+    return manager->get_previous_snapshot(id, info);
+  };
+  out.added = [manager](const string& id, std::uint64_t& size) {
+    return manager->cal_snapshot_size(id, size);
+  };
+  return out;
+}
 
 struct Way {
   bool image;
@@ -165,33 +146,30 @@ class Filesystem_Library : public testing::TestWithParam<Way> {
   /// Finds the service where it is now.
   void connect() {
     const Endpoint to = service_.endpoint(GetParam().ssl);
-    if (GetParam().image) {
-      pool_ = std::make_unique<Image_Pool>(to, service_.access_key());
-    } else {
-      pool_ = std::make_unique<SCSI_Pool>(to, service_.access_key());
-    }
+    const string& key = service_.access_key();
+    pool_ = GetParam().image ? image_pool(to, key) : scsi_pool(to, key);
   }
   void write(const string& name, std::uint64_t offset, std::uint64_t length) {
-    const Http_Answer answer = ask(
-        service_, "POST", "/zq/lab/write",
-        json_spirit::write(Object{
-            {"pool_id", pool_->uuid()}, {"name", name}, {"offset", offset}, {"length", length}}));
+    const Http_Answer answer =
+        ask(service_, "POST", "/zq/lab/write",
+            json_spirit::write(Object{
+                {"pool_id", pool_.uuid}, {"name", name}, {"offset", offset}, {"length", length}}));
     EXPECT_EQ(answer.status, 200U) << answer.body;
   }
   /// Where the filesystem is mounted, "" when it is not.
   string place_of(const string& name) {
     Array list;
-    EXPECT_TRUE(pool_->mounts(list, &name));
+    EXPECT_TRUE(pool_.mounts(list, &name));
     return list.empty() ? "" : list.at(0).get_obj().at("mountpoint").get_str();
   }
   string snap(const string& name) {
     string id;
-    EXPECT_TRUE(pool_->snap(name, id, false));
+    EXPECT_TRUE(pool_.snap(name, id, false));
     return id;
   }
   std::uint64_t added(const string& id) {
     std::uint64_t size = 0;
-    EXPECT_TRUE(pool_->added(id, size));
+    EXPECT_TRUE(pool_.added(id, size));
     return size;
   }
   void script(const string& method, const string& path, const string& rest) {
@@ -205,7 +183,7 @@ class Filesystem_Library : public testing::TestWithParam<Way> {
   const Sleep_Recorder sleeps_;
   Log_Capture log_;
   Service_Process service_{{filesystem_lab(), {}}};
-  std::unique_ptr<Pool> pool_;
+  Pool pool_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, Filesystem_Library,
@@ -218,8 +196,8 @@ INSTANTIATE_TEST_SUITE_P(Of, Filesystem_Library,
 
 TEST_P(Filesystem_Library, a_backups_cycle) {
   string place;
-  ASSERT_TRUE(pool_->create("daily", nullptr, nullptr));
-  ASSERT_TRUE(pool_->mount("daily", place));
+  ASSERT_TRUE(pool_.create("daily", nullptr, nullptr));
+  ASSERT_TRUE(pool_.mount("daily", place));
   EXPECT_EQ(place, place_of("daily"));
   write("daily", 0, 1000);
   const string monday = snap("daily");
@@ -229,71 +207,71 @@ TEST_P(Filesystem_Library, a_backups_cycle) {
   EXPECT_EQ(added(tuesday), 1500U) << "grown by 1000, and 500 of the one before were written over";
 
   Object before;
-  EXPECT_FALSE(pool_->previous(tuesday, before));
+  EXPECT_FALSE(pool_.previous(tuesday, before));
   EXPECT_EQ(before.at("snapshot_id"), Value(monday));
   Object none;
-  EXPECT_TRUE(pool_->previous(monday, none));
+  EXPECT_TRUE(pool_.previous(monday, none));
   EXPECT_TRUE(none.empty());
 
   write("daily", 0, 2000);
-  EXPECT_FALSE(pool_->roll_back("daily")) << "it is mounted";
-  EXPECT_TRUE(pool_->unmount("daily"));
-  EXPECT_TRUE(pool_->roll_back("daily"));
+  EXPECT_FALSE(pool_.roll_back("daily")) << "it is mounted";
+  EXPECT_TRUE(pool_.unmount("daily"));
+  EXPECT_TRUE(pool_.roll_back("daily"));
   Object info;
-  EXPECT_TRUE(pool_->show("daily", info, nullptr));
+  EXPECT_TRUE(pool_.show("daily", info, nullptr));
   EXPECT_EQ(info.at("rfer_size"), Value(2000));
   EXPECT_EQ(info.at("excl_size"), Value(0));
 
   const string restored_at = "/restore/daily";
-  EXPECT_TRUE(pool_->create("restored", &monday, &restored_at));
+  EXPECT_TRUE(pool_.create("restored", &monday, &restored_at));
   EXPECT_EQ(place_of("restored"), restored_at);
-  EXPECT_FALSE(pool_->drop(monday, false)) << "the clone depends on it";
+  EXPECT_FALSE(pool_.drop(monday, false)) << "the clone depends on it";
   int status = 0;
-  EXPECT_FALSE(pool_->remove("restored", &status));
+  EXPECT_FALSE(pool_.remove("restored", &status));
   EXPECT_EQ(status, 409) << "it is mounted";
-  EXPECT_TRUE(pool_->unmount("restored"));
-  EXPECT_TRUE(pool_->remove("restored", &status));
+  EXPECT_TRUE(pool_.unmount("restored"));
+  EXPECT_TRUE(pool_.remove("restored", &status));
   EXPECT_EQ(status, 200);
-  EXPECT_TRUE(pool_->drop(monday, false));
-  EXPECT_TRUE(pool_->drop(tuesday, true)) << "and the filesystem with its last snapshot";
-  EXPECT_FALSE(pool_->show("daily", info, &status));
+  EXPECT_TRUE(pool_.drop(monday, false));
+  EXPECT_TRUE(pool_.drop(tuesday, true)) << "and the filesystem with its last snapshot";
+  EXPECT_FALSE(pool_.show("daily", info, &status));
   EXPECT_EQ(status, 404);
 }
 
 TEST_P(Filesystem_Library, empty_texts_make_a_plain_filesystem) {
   const string empty;
-  EXPECT_TRUE(pool_->create("daily", &empty, &empty));
+  EXPECT_TRUE(pool_.create("daily", &empty, &empty));
   EXPECT_EQ(place_of("daily"), "");
 }
 
 TEST_P(Filesystem_Library, a_moved_mount_is_read_back) {
   const string place = "/srv/daily";
-  ASSERT_TRUE(pool_->create("daily", nullptr, &place));
+  ASSERT_TRUE(pool_.create("daily", nullptr, &place));
   string answered = "before";
   // The text in the answer is read as an object.
-  EXPECT_THROW(pool_->move("daily", "/srv/moved", answered), std::runtime_error);
+  EXPECT_THROW(pool_.move("daily", "/srv/moved", answered), std::runtime_error);
   EXPECT_EQ(answered, "before");
   EXPECT_EQ(place_of("daily"), "/srv/moved");
-  EXPECT_FALSE(pool_->move("daily", "relative", answered));
+  EXPECT_FALSE(pool_.move("daily", "relative", answered));
   EXPECT_EQ(place_of("daily"), "/srv/moved");
 }
 
 TEST_P(Filesystem_Library, what_is_not_there_is_told_by_its_status) {
   Object info;
   int status = 0;
-  EXPECT_FALSE(pool_->show("none", info, &status));
+  EXPECT_FALSE(pool_.show("none", info, &status));
   EXPECT_EQ(status, 404);
   EXPECT_EQ(log_.lines().size(), GetParam().image ? 1U : 0U) << "only the one can be silenced";
   log_.take();
-  EXPECT_FALSE(pool_->remove("none", &status));
+  EXPECT_FALSE(pool_.remove("none", &status));
   EXPECT_EQ(status, 404);
   string text;
-  EXPECT_FALSE(pool_->snap("none", text, false));
-  EXPECT_FALSE(pool_->mount("none", text));
-  EXPECT_FALSE(pool_->unmount("none"));
-  EXPECT_FALSE(pool_->show_snapshot("none", info));
+  EXPECT_FALSE(pool_.snap("none", text, false));
+  EXPECT_FALSE(pool_.mount("none", text));
+  EXPECT_FALSE(pool_.unmount("none"));
+  EXPECT_FALSE(pool_.show_snapshot("none", info));
   Array list;
-  EXPECT_TRUE(pool_->mounts(list, nullptr));
+  EXPECT_TRUE(pool_.mounts(list, nullptr));
   EXPECT_TRUE(list.empty());
 }
 
@@ -316,24 +294,24 @@ TEST_P(Filesystem_Library, what_was_committed_before_a_kill_is_there_after_a_res
     connect();
     EXPECT_TRUE(done()) << "it was lost: " << target;
   };
-  const string in_pool = "?pool_id=" + pool_->uuid();
+  const string in_pool = "?pool_id=" + pool_.uuid;
   const auto has_one = [](const Array& list) { return list.size() == 1; };
 
   script("POST", fs_path, late);
-  killed_during([&] { return pool_->create("daily", nullptr, nullptr); },
+  killed_during([&] { return pool_.create("daily", nullptr, nullptr); },
                 fs_path + in_pool + "&name=daily", has_one);
-  EXPECT_TRUE(pool_->create("daily", nullptr, nullptr)) << "a second request does what it did";
+  EXPECT_TRUE(pool_.create("daily", nullptr, nullptr)) << "a second request does what it did";
   script("POST", mount_path, late);
   string place;
-  killed_during([&] { return pool_->mount("daily", place); }, mount_path + in_pool, has_one);
+  killed_during([&] { return pool_.mount("daily", place); }, mount_path + in_pool, has_one);
   write("daily", 0, 100);
   script("POST", snapshot_path, late);
   string id;
-  killed_during([&] { return pool_->snap("daily", id, false); }, snapshot_path + in_pool, has_one);
+  killed_during([&] { return pool_.snap("daily", id, false); }, snapshot_path + in_pool, has_one);
   script("DELETE", mount_path, late);
-  killed_during([&] { return pool_->unmount("daily"); }, mount_path + in_pool,
+  killed_during([&] { return pool_.unmount("daily"); }, mount_path + in_pool,
                 [](const Array& list) { return list.empty(); });
-  EXPECT_TRUE(pool_->unmount("daily"));
+  EXPECT_TRUE(pool_.unmount("daily"));
 }
 
 /// Bytes of a filesystem, each with the number of the write that it is from.
@@ -353,9 +331,9 @@ TEST_P(Filesystem_Library, sizes_of_random_chains_are_those_of_a_plain_model) {
   for (unsigned seed = 1; seed <= chains; ++seed) {
     std::mt19937 random(seed);
     const string name = "chain-" + std::to_string(seed);
-    ASSERT_TRUE(pool_->create(name, nullptr, nullptr));
+    ASSERT_TRUE(pool_.create(name, nullptr, nullptr));
     string place;
-    ASSERT_TRUE(pool_->mount(name, place));
+    ASSERT_TRUE(pool_.mount(name, place));
     int writes = 0;
     Image now(cells, 0);
     std::vector<std::pair<string, Image>> snapshots;
@@ -372,7 +350,7 @@ TEST_P(Filesystem_Library, sizes_of_random_chains_are_those_of_a_plain_model) {
         snapshots.emplace_back(snap(name), now);
       } else {
         const std::size_t which = random() % snapshots.size();
-        EXPECT_TRUE(pool_->drop(snapshots[which].first, false));
+        EXPECT_TRUE(pool_.drop(snapshots[which].first, false));
         snapshots.erase(snapshots.begin() + static_cast<std::ptrdiff_t>(which));
       }
     }
@@ -391,7 +369,7 @@ TEST_P(Filesystem_Library, sizes_of_random_chains_are_those_of_a_plain_model) {
     for (std::size_t i = 0; i < snapshots.size(); ++i) {
       const string& id = snapshots[i].first;
       Object before;
-      EXPECT_EQ(pool_->previous(id, before), i == 0) << name;
+      EXPECT_EQ(pool_.previous(id, before), i == 0) << name;
       if (i > 0) {
         EXPECT_EQ(before.at("snapshot_id"), Value(snapshots[i - 1].first)) << name;
       }

@@ -38,6 +38,18 @@ class Lab_Service {
     transaction.commit();
   }
   void load(const std::string& scenario, bool replace) { load(json(scenario).get_obj(), replace); }
+  /// Status and text with which the scenario is refused when it is merged; nothing of it is kept.
+  std::string scenario_refusal(const std::string& scenario) {
+    const json_spirit::Value before = dump();
+    std::string message = "it was loaded";
+    try {
+      load(scenario, false);
+    } catch (const service::Refusal& refusal) {
+      message = std::to_string(refusal.status()) + ' ' + refusal.what();
+    }
+    EXPECT_EQ(json_spirit::Value(dump()), before);
+    return message;
+  }
   Object dump() {
     service::Transaction transaction = state_.begin(service::Access::read);
     return service_.scenario().dump(transaction.store());
