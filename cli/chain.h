@@ -18,6 +18,11 @@ using Size_Of =
 Exit_Code show_chain(Session& session, const std::string& root, const Array& snapshots,
                      const Size_Of& size_of);
 
+/// How the library's messages begin when it does not find the snapshot that is asked about.
+constexpr const char* no_current_snapshot =
+    "Failed to get previous snapshot: failed to get current snapshot info";
+constexpr const char* no_snapshot_to_measure = "Failed to calculate snapshot size: failed to get ";
+
 /// What comes of an operation that looks for the snapshot before another: judged by `previous`,
 /// because the operation's own result does not tell.
 Outcome judge_previous(Outcome outcome, const Object& previous, const Said& said);

@@ -77,7 +77,12 @@ Command_Line::Command_Line() : app_("Storage pools from the command line.", "zqp
 }
 
 CLI::App& Command_Line::noun(const std::string& name, const std::string& what) {
-  CLI::App* const noun = app_.add_subcommand(name, what);
+  return noun_below(app_, name, what);
+}
+
+CLI::App& Command_Line::noun_below(CLI::App& above, const std::string& name,
+                                   const std::string& what) {
+  CLI::App* const noun = above.add_subcommand(name, what);
   noun->require_subcommand(1);
   noun->group("Nouns");
   noun->footer("");

@@ -25,6 +25,8 @@ class Command_Line {
   Command_Line();
 
   CLI::App& noun(const std::string& name, const std::string& what);
+  /// A noun of which `above` has verbs, too.
+  CLI::App& noun_below(CLI::App& above, const std::string& name, const std::string& what);
   /// `examples` are the lines of the help that begin with "zqpool".
   CLI::App& verb(CLI::App& noun, const std::string& name, const std::string& what,
                  const std::vector<std::string>& examples, Action action);
@@ -67,10 +69,13 @@ void add_yes(CLI::App& verb, bool& yes);
 // One function a noun.
 void add_config(Command_Line& commands);
 void add_device(Command_Line& commands);
+void add_fs(Command_Line& commands);
+void add_image(Command_Line& commands);
 void add_lab(Command_Line& commands);
 void add_lun(Command_Line& commands);
 void add_metadata(Command_Line& commands);
 void add_module(Command_Line& commands);
+void add_nfs(Command_Line& commands);
 void add_pool(Command_Line& commands);
 void add_snapshot(Command_Line& commands);
 void add_space(Command_Line& commands);

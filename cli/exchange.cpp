@@ -31,4 +31,17 @@ Outcome exchange(Session& session, Effect effect, HTTP_Method method, const char
   });
 }
 
+Outcome list_objects(Session& session, const char* path, const Query& query, Array& list) {
+  json_spirit::Value answer;
+  Outcome outcome = exchange(session, Effect::reads, HTTP_METHOD_GET, path, query, nullptr, answer);
+  if (!outcome.done()) return outcome;
+  if (answer.type() != json_spirit::array_type) {
+    outcome.code = Exit_Code::failed;
+    outcome.cause = "the answer is not what the operation needs";
+    return outcome;
+  }
+  list = std::move(answer.get_array());
+  return outcome;
+}
+
 }  // namespace zqpool::cli

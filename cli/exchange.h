@@ -17,4 +17,7 @@ using Query = std::vector<std::pair<const char*, std::string>>;
 Outcome exchange(Session& session, Effect effect, HTTP_Method method, const char* path,
                  const Query& query, const json_spirit::Value* body, json_spirit::Value& answer);
 
+/// Reads the list at a path.
+Outcome list_objects(Session& session, const char* path, const Query& query, Array& list);
+
 }  // namespace zqpool::cli

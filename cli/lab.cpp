@@ -157,6 +157,7 @@ void add_clear_verb(Command_Line& commands, CLI::App& lab) {
 struct Write_Arguments {
   std::string pool;
   std::string lun;
+  std::string name;
   std::string initiator;
   std::string target;
   std::optional<std::int64_t> lun_num;
@@ -166,21 +167,22 @@ struct Write_Arguments {
 };
 
 Exit_Code write(Session& session, const Write_Arguments& arguments) {
-  const bool as_guest = !arguments.initiator.empty();
-  if (as_guest == !arguments.lun.empty()) {
+  const int ways = !arguments.lun.empty() + !arguments.name.empty() + !arguments.initiator.empty();
+  if (ways != 1 || arguments.pool.empty() == arguments.initiator.empty()) {
     throw Usage_Error(
-        "which LUN? Give POOL_UUID and LUN_ID, or --initiator with --target and "
-        "--lun-num");
+        "what is written to? Give POOL_UUID with LUN_ID or --name, or --initiator with --target "
+        "and --lun-num");
   }
   Object body = {{"offset", parse_size(arguments.offset)},
                  {"length", parse_size(arguments.length)}};
-  if (as_guest) {
+  if (!arguments.initiator.empty()) {
     body["initiator"] = arguments.initiator;
     body["target"] = arguments.target;
     body["lun_num"] = *arguments.lun_num;
   } else {
     body["pool_id"] = arguments.pool;
-    body["lun_id"] = arguments.lun;
+    body[arguments.lun.empty() ? "name" : "lun_id"] =
+        arguments.lun.empty() ? arguments.name : arguments.lun;
   }
   if (arguments.discard) body["discard"] = true;
   const Value value = std::move(body);
@@ -189,14 +191,16 @@ Exit_Code write(Session& session, const Write_Arguments& arguments) {
 
 void add_write_verb(Command_Line& commands, CLI::App& lab) {
   auto [verb, arguments] = commands.verb<Write_Arguments>(
-      lab, "write", "Writes to a LUN as its guest would",
+      lab, "write", "Writes to a LUN or a mounted filesystem as its user would",
       {"zqpool lab write POOL_UUID LUN_ID --offset 1GiB --length 64MiB",
+       "zqpool lab write POOL_UUID --name daily --length 64MiB",
        "zqpool lab write POOL_UUID LUN_ID --length 4KiB --discard",
        "zqpool lab write --initiator iqn.2026-11.lab:host1 --target TARGET --lun-num 0 --length "
        "4KiB"},
       &write);
   verb.add_option("POOL_UUID", arguments.pool, "The pool")->type_name("");
   verb.add_option("LUN_ID", arguments.lun, "The LUN")->type_name("");
+  verb.add_option("--name", arguments.name, "The filesystem")->type_name("NAME");
   CLI::Option* const target = verb.add_option("--target", arguments.target, "On this target");
   target->type_name("NAME");
   CLI::Option* const number =

@@ -10,6 +10,9 @@ int main(int argc, char** argv) {
   add_metadata(commands);
   add_lun(commands);
   add_snapshot(commands);
+  add_fs(commands);
+  add_image(commands);
+  add_nfs(commands);
   add_space(commands);
   add_uri(commands);
   add_module(commands);

@@ -18,6 +18,7 @@ struct Outcome {
   Exit_Code code = Exit_Code::done;
   std::string cause;
   std::optional<std::string> held_back = {};  ///< the request that a dry run did not send
+  bool answered = false;  ///< the service was content, even if its answer is of no use
 
   /// Whether there is something to go on with.
   bool done() const noexcept { return code == Exit_Code::done && !held_back; }

@@ -100,7 +100,7 @@ const Target& Session::target() {
   if (flags_.dry_run) target.retry_seconds = 0;
 
   HTTP_Options options = HTTP_Options::get();
-  options.exchange_timeout = parsed(settings_[Setting_Id::timeout], parse_timeout);
+  options.exchange_timeout = timeout();
   options.user_agent = "zqpool/" ZQPOOL_VERSION;
   set_trust(settings_[Setting_Id::cacert], options);
   if (flags_.insecure) {
@@ -114,6 +114,10 @@ const Target& Session::target() {
   const Setting_Value& key_file = settings_[Setting_Id::access_key_file];
   target.access_key = obtain_access_key(key_file.text, target.endpoint.text());
   return target_.emplace(std::move(target));
+}
+
+std::chrono::milliseconds Session::timeout() const {
+  return parsed(settings_[Setting_Id::timeout], parse_timeout);
 }
 
 Outcome Session::call(const Way& way, const std::function<bool()>& operation) {
@@ -149,6 +153,7 @@ Outcome Session::call(const Way& way, const std::function<bool()>& operation) {
                   ? judge_answer(said.errors, way.absent, has_asked ? effect : Effect::reads)
                   : judge_exchange(report, effect);
   }
+  outcome.answered = has_asked && report.ok();
   if (way.said != nullptr) *way.said = std::move(said);
   return outcome;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -77,6 +78,9 @@ class Session {
 
   /// For a command with one call: explains its failure, or prints the request that was held back.
   Exit_Code report(const Outcome& outcome);
+
+  /// The limit for one exchange.
+  std::chrono::milliseconds timeout() const;
 
   void print(const std::vector<Record>& records);
   /// Prints the objects of a list that the service gave, each under its member `name`.

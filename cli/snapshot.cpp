@@ -28,15 +28,7 @@ struct Arguments {
 /// looks snapshots up one by one.
 Outcome list_snapshots(Session& session, const SCSI_Pool& pool, const char* by,
                        const std::string& id, Array& snapshots) {
-  json_spirit::Value answer;
-  const Outcome outcome = exchange(session, Effect::reads, HTTP_METHOD_GET, snapshot_path,
-                                   {{"pool_id", pool.uuid}, {by, id}}, nullptr, answer);
-  if (!outcome.done()) return outcome;
-  if (answer.type() != json_spirit::array_type) {
-    return {Exit_Code::failed, "the answer is not what the operation needs"};
-  }
-  snapshots = std::move(answer.get_array());
-  return {};
+  return list_objects(session, snapshot_path, {{"pool_id", pool.uuid}, {by, id}}, snapshots);
 }
 
 Exit_Code create(Session& session, const Arguments& arguments) {
@@ -96,7 +88,8 @@ Exit_Code show(Session& session, const Arguments& arguments) {
             session, target, {Effect::reads, nullptr, &said}, [&](SCSI_Target_Manager& pool) {
               return pool.get_snapshot_info(id, record, arguments.lun_num);
             });
-        const bool silent = outcome.code != Exit_Code::done && said.errors.empty();
+        const bool silent =
+            outcome.code != Exit_Code::done && outcome.answered && said.errors.empty();
         return silent ? why_not_described(session, arguments.pool, id, arguments.lun_num,
                                           ": say which one with --lun-num")
                       : outcome;
@@ -108,11 +101,9 @@ Exit_Code previous(Session& session, const Arguments& arguments) {
       session, arguments, [&](const Target& target, const std::string& id, Object& record) {
         Said said;
         const Outcome outcome = arguments.pool.call(
-            session, target,
-            {Effect::reads, "Failed to get previous snapshot: failed to get current snapshot info",
-             &said},
+            session, target, {Effect::reads, no_current_snapshot, &said},
             [&](SCSI_Target_Manager& pool) { return pool.get_previous_snapshot(id, record); });
-        if (outcome.code == Exit_Code::not_found && said.errors.size() == 1) {
+        if (outcome.code == Exit_Code::not_found && outcome.answered) {
           return why_not_described(session, arguments.pool, id, -1, only_one);
         }
         return judge_previous(outcome, record, said);
@@ -124,12 +115,10 @@ Outcome size_of(Session& session, const Target& target, const SCSI_Pool& pool,
   Said said;
   ACE_UINT64 bytes = 0;
   Outcome outcome = pool.call(
-      session, target,
-      {Effect::reads, "Failed to calculate snapshot size: failed to get snapshot info", &said,
-       Way::an_error_spoils_it},
+      session, target, {Effect::reads, no_snapshot_to_measure, &said, Way::an_error_spoils_it},
       [&](SCSI_Target_Manager& manager) { return manager.cal_snapshot_size(id, bytes, true); });
   size = bytes;
-  if (outcome.code == Exit_Code::not_found && said.errors.size() == 1) {
+  if (outcome.code == Exit_Code::not_found && outcome.answered) {
     return why_not_described(session, pool, id, -1, only_one);
   }
   return judge_size(std::move(outcome), said, id);

@@ -1,18 +1,27 @@
 # Completion of zqpool for bash.
 
 _zqpool() {
+  local nouns="pool device metadata lun snapshot fs image nfs space uri module config lab"
+  local of_filesystems="create clone show list-mounted mount move umount rollback delete snapshot"
+  local of_their_snapshots="create list show previous size delete tree"
   local -A verbs=(
     [pool]="show resolve url scsi"
     [device]="show located info offer bind"
     [metadata]="add remove"
     [lun]="create create-from list show number serial export unexport allow rollback delete"
     [snapshot]="create list show share unshare allow previous size delete tree"
+    [fs]=$of_filesystems
+    [image]=$of_filesystems
+    [fs snapshot]=$of_their_snapshots
+    [image snapshot]=$of_their_snapshots
+    [nfs]="export update unexport"
     [space]="show"
     [uri]="parse adjust"
     [module]="parse is-cd"
     [config]="show"
     [lab]="scenario fault faults clear write visible"
   )
+  local record="--path --pool --sub-dir --pseudo --fsal --squash --nfsv3 --readonly --client"
   local -A options=(
     [pool resolve]="--device --host-uuid --restore --backupd --replica --show-secrets"
     [pool url]="--device --host-uuid --restore --backupd"
@@ -35,18 +44,28 @@ _zqpool() {
     [snapshot unshare]="--lun-num"
     [snapshot allow]="--lun-num --initiator"
     [snapshot delete]="--delete-empty-lun --yes"
+    [FS create]="--mount-point"
+    [FS clone]="--mount-point"
+    [FS rollback]="--yes"
+    [FS delete]="--yes"
+    [FS snapshot create]="--recyclable"
+    [FS snapshot delete]="--delete-empty-fs --yes"
+    [nfs export]="$record --wait"
+    [nfs update]=$record
+    [nfs unexport]="--wait"
     [uri parse]="--lanfree"
     [uri adjust]="--host --port --ssl"
     [module is-cd]="--catalog"
     [lab scenario]="--merge"
     [lab fault]="--path --method --query --times --skip --every --probability --seed --status --body
       --delay --delay-after-commit --bytes --interval --whole-answer --member --type"
-    [lab write]="--initiator --target --lun-num --offset --length --discard"
+    [lab write]="--name --initiator --target --lun-num --offset --length --discard"
   )
   # Options that take a value, so that the value is not mistaken for a noun or verb.
   local common="--help --version --dry-run --insecure --trace --verbose --quiet"
   local flags="$common --merge --delay-after-commit --whole-answer --restore --replica --show-secrets
-    --yes --lanfree --export --nobody --newest --force --recyclable --delete-empty-lun --discard"
+    --yes --lanfree --export --nobody --newest --force --recyclable --delete-empty-lun
+    --delete-empty-fs --discard --nfsv3 --readonly"
   local common_with_value="--endpoint --access-key-file --cacert --s3-secret-file --host-root --timeout
     --retry --jobs --output"
 
@@ -59,6 +78,8 @@ _zqpool() {
       :
     elif [[ -z $noun ]]; then
       noun=$before
+    elif [[ -z $verb && -n ${verbs[$noun $before]:-} ]]; then
+      noun+=" $before"
     elif [[ -z $verb ]]; then
       verb=$before
     else
@@ -90,6 +111,10 @@ _zqpool() {
       mapfile -t COMPREPLY < <(compgen -W "normal newest" -- "$word")
       return
       ;;
+    --squash)
+      mapfile -t COMPREPLY < <(compgen -W "root_squash no_root_squash all_squash" -- "$word")
+      return
+      ;;
     --ssl)
       mapfile -t COMPREPLY < <(compgen -W "true false" -- "$word")
       return
@@ -108,10 +133,12 @@ _zqpool() {
   esac
 
   if [[ $word == -* ]]; then
+    local call="$noun $verb"
+    [[ $call != fs\ * && $call != image\ * ]] || call="FS ${call#* }"
     mapfile -t COMPREPLY < <(
-      compgen -W "$common $common_with_value ${options[$noun $verb]:-}" -- "$word")
+      compgen -W "$common $common_with_value ${options[$call]:-}" -- "$word")
   elif [[ -z $noun ]]; then
-    mapfile -t COMPREPLY < <(compgen -W "${!verbs[*]}" -- "$word")
+    mapfile -t COMPREPLY < <(compgen -W "$nouns" -- "$word")
   elif [[ -z $verb ]]; then
     mapfile -t COMPREPLY < <(compgen -W "${verbs[$noun]:-}" -- "$word")
   elif [[ "$noun $verb" == "lab scenario" ]]; then

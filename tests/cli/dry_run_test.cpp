@@ -47,6 +47,12 @@ TEST_F(Dry_Run, shows_the_very_request_that_would_go_out_and_sends_none) {
       {"device", "show", "--url", "u"},
       {"lun", "show", "p", "l"},
       {"snapshot", "tree", "p", "l"},
+      {"fs", "create", "p", "f", "--mount-point", "/m"},
+      {"fs", "move", "p", "f", "/m"},
+      {"image", "mount", "p", "f"},
+      {"image", "snapshot", "delete", "p", "s", "--yes"},
+      {"nfs", "update", "u", "--path", "/srv"},
+      {"nfs", "unexport", "u", "--wait", "1s"},
       {"lab", "clear"},
       {"lab", "write", "p", "l", "--length", "4KiB"},
       {"space"}};
@@ -79,6 +85,14 @@ TEST_F(Dry_Run, reads_on_the_way_to_a_change_are_made) {
                                 "\n"));
   server_.otherwise(json_answer(404, R"({"error":{"code":-1,"message":"no pool"}})"));
   EXPECT_EQ(run({"lun", "export", "p", "l", "--dry-run"}).exit_code, 3);
+}
+
+TEST_F(Dry_Run, a_new_export_is_shown_with_a_uuid_that_will_not_be_used) {
+  const Run_Result result = run({"nfs", "export", "--path", "/srv", "--dry-run"});
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  EXPECT_THAT(result.out, StartsWith("POST /zq/r/nfs HTTP/1.1\n"));
+  EXPECT_THAT(result.out, HasSubstr(R"("path":"/srv")"));
+  EXPECT_EQ(server_.connection_count(), 0U);
 }
 
 TEST_F(Dry_Run, many_objects_are_many_requests) {

@@ -19,11 +19,7 @@ class SCSI_Service : public Service {
     arguments.insert(arguments.end(), {"-o", "tsv"});
     const Run_Result result = run(arguments);
     EXPECT_EQ(result.exit_code, 0) << testing::PrintToString(arguments) << result.err;
-    const std::string field = "\t" + key + "\t";
-    const std::size_t begin = result.out.find(field);
-    if (begin == std::string::npos) return "";
-    const std::size_t start = begin + field.size();
-    return result.out.substr(start, result.out.find('\n', start) - start);
+    return value_of(result, key);
   }
 
   void done(const std::vector<std::string>& arguments) {

@@ -12,6 +12,16 @@
 
 namespace zqpool::test {
 
+/// The value of a member of a record that was printed as tsv, "" when it has none of that name.
+inline std::string value_of(const Run_Result& result, const std::string& key) {
+  EXPECT_EQ(result.exit_code, 0) << result.err;
+  const std::string field = "\t" + key + "\t";
+  const std::size_t begin = result.out.find(field);
+  if (begin == std::string::npos) return "";
+  const std::size_t start = begin + field.size();
+  return result.out.substr(start, result.out.find('\n', start) - start);
+}
+
 /// zqpoold with the example's scenario, over HTTP and HTTPS.
 class Service : public testing::Test {
  protected:
