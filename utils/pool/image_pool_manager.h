@@ -6,11 +6,6 @@
 #include "platform/export.h"
 #include "platform/json/json_spirit.h"
 
-namespace zqpool::detail {
-struct Place;
-class Filesystem_Protocol;
-}  // namespace zqpool::detail
-
 /// An image pool of the storage service: its filesystems, named within the pool, and their
 /// snapshots.
 ///
@@ -22,8 +17,8 @@ class Filesystem_Protocol;
 /// A request that changes something is sent once. When it returns false although it went out, the
 /// change may have been made (HTTP_Exchange_Report::outcome_unknown()).
 ///
-/// An object never changes, so any number of threads may use one at once. Nothing is kept open
-/// between calls.
+/// No operation changes the object, so any number of threads may use one at once. Nothing is kept
+/// open between calls.
 ///
 /// Names and identifiers go into the service's queries as they stand, so one must not hold "&", "="
 /// or "+". Sizes are in the service's unit (bytes, as the reference service has it).
@@ -109,13 +104,11 @@ class ZQ_EXPORT Image_Pool_Manager {
   /// a first snapshot both its own sizes. A predecessor that cannot be found out counts as none.
   bool cal_snapshot_size(const std::string& snapshot_id, std::uint64_t& size) const;
 
+  // --- What it is made of -----------------------------------------------------------------------
+
   std::string host_;
   unsigned short port_ = 0;
   bool ssl_ = false;
   std::string access_key_;
   std::string pool_uuid_;
-
- private:
-  /// Its filesystems, asked about in the name of a place in the source.
-  zqpool::detail::Filesystem_Protocol filesystems(const zqpool::detail::Place& place) const;
 };

@@ -574,24 +574,26 @@ TYPED_TEST(Filesystem_Test, what_reads_no_answer_succeeds_exactly_when_the_excha
   }
 }
 
+/// What list_filesystem_info() is to make of an answer; a failed exchange is the client's to log.
+Judgement judge_info(const Value* body) {
+  const Array* const list = as_array(body);
+  const Object* const fs = only_object(body);
+  Judgement made;
+  made.result = fs != nullptr;
+  made.outputs["info"] = fs != nullptr ? *fs : old_object();
+  if (fs == nullptr && list != nullptr && list->size() == 1) {
+    made.messages = {"Invalid response {any} of filesystem 'f1'.\n"};
+  }
+  return made;
+}
+
 TYPED_TEST(Filesystem_Test, any_answer_to_list_filesystem_info) {
   const Call call = [](const Endpoint& to) {
     Object info = old_object();
     const bool result = list_info(make_manager<TypeParam>(to), "f1", info, nullptr);
     return Outcome{result, {{"info", info}}};
   };
-  judge_any_answer(call, R"([{"name":"f1","size":5,"tags":["a",{"b":null}]}])",
-                   [](const Value* body) {
-                     const Array* const list = as_array(body);
-                     const Object* const fs = only_object(body);
-                     Judgement made;
-                     made.result = fs != nullptr;
-                     made.outputs["info"] = fs != nullptr ? *fs : old_object();
-                     if (fs == nullptr && list != nullptr && list->size() == 1) {
-                       made.messages = {"Invalid response {any} of filesystem 'f1'.\n"};
-                     }
-                     return made;
-                   });
+  judge_any_answer(call, R"([{"name":"f1","size":5,"tags":["a",{"b":null}]}])", judge_info);
 }
 
 TYPED_TEST(Filesystem_Test, any_answer_to_mount_filesystem) {
@@ -699,20 +701,7 @@ TEST(Filesystem_Any_Answer, quiet_list_filesystem_info_leaves_the_client_silent)
     const bool result = list_info(make_manager<Scsi>(to), "f1", info, nullptr, false);
     return Outcome{result, {{"info", info}}};
   };
-  judge_any_answer(
-      call, "[{}]",
-      [](const Value* body) {
-        const Array* const list = as_array(body);
-        const Object* const fs = only_object(body);
-        Judgement made;
-        made.result = fs != nullptr;
-        made.outputs["info"] = fs != nullptr ? *fs : old_object();
-        if (fs == nullptr && list != nullptr && list->size() == 1) {
-          made.messages = {"Invalid response {any} of filesystem 'f1'.\n"};
-        }
-        return made;
-      },
-      false);
+  judge_any_answer(call, "[{}]", judge_info, false);
 }
 
 TEST(Image_Pool_Manager_Test, asks_where_its_url_says) {
