@@ -53,8 +53,13 @@ run() {
   printf '   $ zqpool'
   printf ' %s' "${@//$lab\//}"
   printf '\n'
-  "$bin/zqpool" "$@" 2>&1 | sed "s|$lab/||; s|^|     |"
+  "$bin/zqpool" "$@" 2>&1 | tee "$lab/said" | sed "s|$lab/||; s|^|     |"
   return "${PIPESTATUS[0]}"
+}
+
+# said KEY: what the last call, which had --output tsv, said under this key.
+said() {
+  awk -F'\t' -v key="$1" '$2 == key { print $3; exit }' "$lab/said"
 }
 
 # refused CODE ARGUMENT...: the same for a call that must end with this exit code.
@@ -92,7 +97,10 @@ start() {
 
 daily=6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a01
 vms=b3a0a7c4-8f5e-4d2a-8a64-2f5d1c9e7b02
-device=1e7d9b52-6a40-4c1f-8f0a-3b9c2d5e6f11
+archive=d94c1e6b-27a8-4f3b-b1de-7c0e5a8f4c03
+luns=36af74d2-8e19-4a02-9435-6f7081920a09
+images=36af74d2-8e19-4aa2-9435-6f708192a309
+replica=5c2e9a40-1f6d-4c3b-a7e8-90b1c2d3e4f5
 
 step "A random access key, a certificate of our own, and the service with a small lab in it"
 head -c 24 /dev/urandom | base64 >"$lab/key"
@@ -101,45 +109,102 @@ head -c 24 /dev/urandom | base64 >"$lab/s3-secret"
 "$bin/zqpoold" --make-certificate "$lab/stranger"
 start --scenario "$here/scenario.json"
 export ZQPOOL_ACCESS_KEY_FILE=$lab/key ZQPOOL_CACERT=$lab/tls/certificate.pem ZQPOOL_TIMEOUT=10s
+export ZQPOOL_S3_SECRET_FILE=$lab/s3-secret
+# This machine plays a host of the lab, whatever it is.
+mkdir -p "$lab/host/etc/iscsi"
+echo 8c1d5a3e2b7f4e609d143a5b6c7d8e9f >"$lab/host/etc/machine-id"
+echo InitiatorName=iqn.1993-08.org.debian:01:5f3a9c57b1d2 >"$lab/host/etc/iscsi/initiatorname.iscsi"
+export ZQPOOL_HOST_ROOT=$lab/host
 
-step "A pool's record, over HTTP"
+step "What the catalog knows: a pool over HTTP, a device over HTTPS with the phases of the exchange"
 run pool show "$daily" --endpoint "$http"
-
-step "A device by its URL, over HTTPS, with the phases of the exchange"
 run device show --url file:///srv/backup/a --trace
-
-step "The same device by its UUID, as the library's own record"
-run device show --uuid "$device" --output json
-
-step "Several pools at once, for a script"
-printf '%s\n' "$daily" "$vms" | run pool show - --output tsv --jobs 2 | grep -E 'zqpool|name|used'
-
-step "On which devices does a path lie? The nearest recorded folder above it knows"
 run device located "$vms" /vm/web-1.img --output tsv | grep -E 'zqpool|url|state|type'
 
-step "What device is behind a URL that no catalog entry names?"
-run device info file:///srv/backup/b/jobs/mail --pool "$daily"
+step "Pool resolution: how this host reaches a pool's data"
+run pool resolve "$daily" --output tsv | grep -E 'zqpool|name|url|address'
+run pool resolve "$archive" --output tsv | grep -E 'zqpool|url|key|region|vendor'
+run pool resolve --replica "$replica" --output tsv | grep -E 'zqpool|name|url|node'
 
-step "What is not there is told by an exit code of its own"
+step "A LUN's backup cycle: the newest LUN, exported to this host and written by a guest"
+run pool scsi "$luns" --output tsv | grep -vE "description"
+run lun create "$luns" --size 10GiB --newest --output tsv
+lun=$(said lun_id)
+run lab write "$luns" "$lun" --length 256MiB
+run snapshot create "$luns" "$lun" --output tsv
+first=$(said snapshot_id)
+run lab write "$luns" "$lun" --offset 1GiB --length 128MiB
+run snapshot create "$luns" "$lun" --output tsv
+second=$(said snapshot_id)
+
+step "The backup reads the snapshot under a number of its own; how much is the increment?"
+run snapshot share "$luns" "$second" --output tsv
+number_of_share=$(said lun_num)
+run snapshot previous "$luns" "$second" --output tsv | grep -E 'zqpool|snapshot_id|seq|size'
+run snapshot size "$luns" "$second"
+run snapshot tree "$luns" "$lun"
+run snapshot unshare "$luns" "$second" --lun-num "$number_of_share"
+
+step "Back to the newest snapshot, which an exported LUN refuses"
+run lab write "$luns" "$lun" --offset 4GiB --length 64MiB
+refused 4 lun rollback "$luns" "$lun" --yes
+run lun unexport "$luns" "$lun"
+run lun rollback "$luns" "$lun" --yes
+run lun show "$luns" "$lun" --output tsv | grep -E 'zqpool|rfer_size|snapshot_count'
+
+step "A filesystem of the same pool: mounted, written, moved, its snapshot cloned"
+run fs create "$luns" home
+run fs mount "$luns" home
+run lab write "$luns" --name home --length 64MiB
+run fs snapshot create "$luns" home --output tsv
+snapshot=$(said snapshot_id)
+run fs move "$luns" home /mnt/home
+run fs clone "$luns" "$snapshot" home-test
+refused 4 fs snapshot delete "$luns" "$snapshot" --yes
+run fs delete "$luns" home-test --yes
+refused 4 fs delete "$luns" home --yes
+run fs umount "$luns" home
+run fs rollback "$luns" home --yes
+
+step "An image pool speaks the same of its filesystems"
+run image create "$images" mail
+run image mount "$images" mail
+run lab write "$images" --name mail --length 32MiB
+run image snapshot create "$images" mail
+run lab write "$images" --name mail --offset 1GiB --length 16MiB
+run image snapshot create "$images" mail --output tsv
+run image snapshot size "$images" "$(said snapshot_id)"
+run image snapshot tree "$images" mail
+
+step "An NFS export: published, waited for, withdrawn"
+run nfs export --path /srv/share --readonly --client 192.0.2.0/24 --wait 5s --output tsv
+run nfs unexport "$(said uuid)"
+
+step "The space of the storage server, which is this machine"
+run space show --output tsv | grep -E 'zqpool|size|free'
+
+step "What would go out, without sending it"
+run lun create "$luns" --size 1TiB --export --dry-run
+
+step "What is not there has an exit code of its own; somebody else's certificate is refused"
 refused 3 device show --uuid 00000000-0000-0000-0000-000000000000
-
-step "A certificate of somebody else is refused, and the access key stays here"
 refused 7 pool show "$daily" --cacert "$lab/stranger/certificate.pem"
 
 step "A service that fails for a moment: the read is repeated, the trace says so"
-run lab fault status --status 503 --times 1 --path /zq/r/storage/catalog/pool
-run pool show "$vms" --output json --trace
+run lab fault status --status 503 --times 1 --path /zq/r/storages/pool
+run pool url "$daily" --trace
 run lab faults --output tsv | grep -E 'zqpool|fired'
 run lab clear
 
-step "A new pool, kill -9 right after the answer, a new start: what was answered is there"
-cat >"$lab/more.json" <<'END'
-{"pools": [{"uuid": "e05d2f7c-38b9-4a4c-8ef1-8d1f6b905d04", "name": "weekly", "type": "file"}]}
-END
-run lab scenario --merge "$lab/more.json"
+step "An answer lost on the way: the change was made, and zqpool says that it cannot know"
+run lab fault reset_after_commit --times 1 --path /zq/r/scsipool/snapshot --method POST
+refused 8 snapshot create "$luns" "$lun"
+
+step "kill -9 and a new start: what was done is there"
 kill_service
 start
-run pool show e05d2f7c-38b9-4a4c-8ef1-8d1f6b905d04 "$daily" --output tsv | grep -E 'zqpool|name|state'
+run snapshot tree "$luns" "$lun"
+[[ $(grep -c -e "$first" -e "$second" "$lab/said") == 2 ]]
 
 step "A clean stop"
 kill -TERM "$service"
@@ -153,8 +218,8 @@ echo "     $(tail -n 1 "$lab/access.log")"
 cat <<'END'
 
 Where to go next
-   examples/ten_lines.cpp   the same from C++, in ten lines
-   README.md                what the library is for, and its limits
+   examples/ten_lines.cpp   the library from C++, in ten lines
+   README.md                what it is for, and its limits
    docs/README.md           all documents; docs/protocol/ is what goes over the wire
    man -l docs/man/zqpool.1 the command line, its settings and exit codes
    zqpoold --help           a lab of your own: --scenario, --lab, then zqpool lab --help
