@@ -7,7 +7,8 @@ namespace zqpool::service {
 class Service;
 
 /// The paths under /zq/lab/, which are for tests and demonstrations and no part of the protocol:
-/// scenarios, scripted faults, and how the process is. `service` must outlive the router.
+/// scenarios, scripted faults, what guests do and see, a check of the state, and how the process
+/// is. `service` must outlive the router.
 void add_lab(Router& router, Service& service);
 
 }  // namespace zqpool::service

@@ -300,7 +300,7 @@ std::int64_t check_exports(Store& store, Array& problems) {
                                    ? serial_number(volume)
                                    : serial_number(snapshot_by_number(store, *each.snapshot), each);
     if (!serials.insert(lower_case(serial)).second) {
-      problems.emplace_back(place + ": serial number " + serial + " is another one's, too");
+      problems.emplace_back(place + ": its serial number is another one's, too");
     }
     for (const Access_Entry& entry : access_of(store, each)) {
       allowed[lower_case(entry.initiator)].insert(each.number);

@@ -33,7 +33,6 @@ namespace zqpool::test {
 namespace {
 
 using json_spirit::Value;
-using testing::HasSubstr;
 using testing::IsEmpty;
 
 constexpr int hosts = 16;
@@ -210,8 +209,9 @@ class Host {
 
   /// A list of the pool, asked for until it comes.
   Array listed(const std::string& path, const std::string& query) {
+    const std::string target = path + "?pool_id=" + iscsi_pool + query;
     while (true) {
-      const auto answer = service_.lab("GET", path + "?pool_id=" + iscsi_pool + query);
+      const auto answer = service_.lab("GET", target);
       Value list;
       if (answer && answer->status == 200 && json_spirit::read(answer->body, list) &&
           list.type() == json_spirit::array_type) {
@@ -700,15 +700,13 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
       host->forget_unknown_creations();
     }
     // What nobody knows was made by a request whose answer did not come.
+    const std::string by_id = "/zq/r/scsipool/lun?pool_id=" + iscsi_pool + "&force=true&lun_id=";
     int orphans = 0;
     for (const Value& each : luns) {
       const std::string& id = each.get_obj().at("lun_id").get_str();
       if (known.count(id) != 0) continue;
       ++orphans;
-      EXPECT_EQ(ask(service_, "DELETE",
-                    "/zq/r/scsipool/lun?pool_id=" + iscsi_pool + "&force=true&lun_id=" + id)
-                    .status,
-                200U);
+      EXPECT_EQ(ask(service_, "DELETE", by_id + id).status, 200U);
     }
     EXPECT_LE(orphans, unknown) << "a LUN that was refused is there";
     for (const auto& host : hosts_)

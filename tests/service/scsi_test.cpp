@@ -27,16 +27,16 @@ const std::string other_target = R"("type":"iscsi","target":"iqn.2026-11.org.zqp
 /// An access list: each name is an initiator of a host of its own.
 std::string acls(std::initializer_list<const char*> names) {
   std::string out;
-  for (const std::string name : names) {
-    out += (out.empty() ? "" : ",") + (R"({"initiator":")" + name) + R"(","host_uuid":"host-)" +
-           name + "\"}";
+  for (const char* const name : names) {
+    out.append(out.empty() ? "" : ",").append(R"({"initiator":")").append(name);
+    out.append(R"(","host_uuid":"host-)").append(name).append("\"}");
   }
   return "\"acls\":[" + out + ']';
 }
 
 class SCSI_Pools : public testing::Test {
  protected:
-  ~SCSI_Pools() override { EXPECT_EQ(problems(), "[]"); }
+  void TearDown() override { EXPECT_EQ(problems(), "[]"); }
 
   std::string problems() {
     const Value found = lab_.good("GET", "/zq/lab/check");
@@ -154,9 +154,9 @@ TEST_F(SCSI_Pools, pools_are_listed_and_found_by_uuid_of_any_case) {
 TEST_F(SCSI_Pools, what_is_no_scsi_pool_is_404_on_every_path) {
   const std::string file_pool = "00000000-0000-4000-8000-00000000a001";
   lab_.load(R"({"pools":[{"uuid":")" + file_pool + R"(","name":"f","type":"file"}]})", false);
+  const std::string of_type = pool_path + "?type=scsi&pool_id=";
   for (const std::string& pool : {unknown, file_pool, std::string("x")}) {
-    EXPECT_EQ(refusal("GET", pool_path + "?type=scsi&pool_id=" + pool),
-              "404 there is no SCSI pool '" + pool + "'");
+    EXPECT_EQ(refusal("GET", of_type + pool), "404 there is no SCSI pool '" + pool + "'");
     for (const std::string& path : {lun_path, snapshot_path}) {
       EXPECT_THAT(refusal("GET", at(path, "", pool)), StartsWith("404 "));
     }
@@ -304,9 +304,9 @@ TEST_F(SCSI_Pools, a_lun_is_described) {
 
 TEST_F(SCSI_Pools, luns_are_listed_in_the_order_in_which_they_were_made) {
   EXPECT_EQ(lab_.good("GET", at(lun_path, "")), json("[]"));
-  std::vector<std::string> ids;
-  for (int i = 0; i < 5; ++i)
-    ids.push_back(make_lun());
+  std::vector<std::string> ids(5);
+  for (std::string& id : ids)
+    id = make_lun();
   const Value list = lab_.good("GET", at(lun_path, ""));
   std::vector<std::string> listed;
   for (const Value& each : list.get_array())
@@ -403,9 +403,9 @@ TEST_F(SCSI_Pools, a_lun_goes_back_to_its_newest_snapshot) {
   write(lun, 512, 1024);
   const std::string newest = make_snapshot(lun);
   write(lun, 0, 4096);
+  const Value done = json(R"({"lun_id":")" + lun + R"(","snapshot_id":")" + newest + "\"}");
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(lab_.good("PUT", lun_path, roll_back("false")),
-              json(R"({"lun_id":")" + lun + R"(","snapshot_id":")" + newest + "\"}"));
+    EXPECT_EQ(lab_.good("PUT", lun_path, roll_back("false")), done);
     EXPECT_EQ(this->lun(lun).at("rfer_size").get_int(), 1536);
     EXPECT_EQ(this->lun(lun).at("excl_size").get_int(), 0);
   }

@@ -26,7 +26,7 @@ class SCSI_Wire : public testing::TestWithParam<bool> {
  protected:
   Http_Answer ask(const std::string& method, const std::string& target,
                   const std::string& body = "") {
-    const Http_Answer answer = test::ask(service_, method, target, body, "", GetParam());
+    Http_Answer answer = test::ask(service_, method, target, body, "", GetParam());
     EXPECT_EQ(Protocol_Document::instance().contradiction(
                   {method, target, body, answer.status, answer.body}),
               "");
@@ -120,9 +120,9 @@ TEST_P(SCSI_Wire, a_list_of_any_length_comes_whole) {
   for (const std::size_t count : {30U, 50U, 400U}) {
     std::string entries;
     for (std::size_t i = 0; i < count; ++i) {
-      const std::string digits = std::to_string(1000 + i);
-      entries += (i == 0 ? "" : ",") + (R"({"lun_id":"00000000-0000-4000-8000-00000000)" + digits) +
-                 R"(","pool_uuid":")" + iscsi_pool + R"(","lun_size":512})";
+      entries.append(i == 0 ? "" : ",").append(R"({"lun_id":"00000000-0000-4000-8000-00000000)");
+      entries.append(std::to_string(1000 + i)).append(R"(","pool_uuid":")").append(iscsi_pool);
+      entries += R"(","lun_size":512})";
     }
     ask("POST", "/zq/lab/scenario?mode=merge", R"({"luns":[)" + entries + "]}");
     EXPECT_EQ(luns(), count);
