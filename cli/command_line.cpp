@@ -185,6 +185,23 @@ std::string Command_Line::chosen_name() const {
   return name;
 }
 
+void add_argument(CLI::App& verb, const char* name, std::string& value, const char* what) {
+  verb.add_option(name, value, what)->type_name("")->required();
+}
+
+void add_objects(CLI::App& verb, const char* name, std::vector<std::string>& objects,
+                 const std::string& what) {
+  verb.add_option(name, objects, what + "; - reads them from standard input, one a line")
+      ->type_name("")
+      ->required();
+}
+
+void add_text(CLI::App& verb, const char* name, Given_Text& value, const char* type,
+              const char* what) {
+  const auto take = [&value](const std::string& text) { value = {text, true}; };
+  verb.add_option_function<std::string>(name, take, what)->type_name(type);
+}
+
 void add_yes(CLI::App& verb, bool& yes) {
   verb.add_flag("--yes", yes, "Do not ask first");
 }

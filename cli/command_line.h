@@ -63,6 +63,23 @@ class Command_Line {
   Flags flags_;
 };
 
+/// A required argument.
+void add_argument(CLI::App& verb, const char* name, std::string& value, const char* what);
+
+/// Required arguments, "-" among them for the lines of standard input.
+void add_objects(CLI::App& verb, const char* name, std::vector<std::string>& objects,
+                 const std::string& what);
+
+/// The value of an option that means something even when it is empty.
+struct Given_Text {
+  std::string text;
+  bool given = false;
+
+  const char* c_str_or_null() const { return given ? text.c_str() : nullptr; }
+};
+void add_text(CLI::App& verb, const char* name, Given_Text& value, const char* type,
+              const char* what);
+
 /// The option with which a verb that destroys does not ask first.
 void add_yes(CLI::App& verb, bool& yes);
 

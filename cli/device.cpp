@@ -1,5 +1,3 @@
-#include <memory>
-
 #include "cli/batch.h"
 #include "cli/command_line.h"
 #include "platform/host/host_id.h"
@@ -60,19 +58,19 @@ Exit_Code show(Session& session, const Show_Arguments& arguments) {
 struct Located_Arguments {
   std::string pool;
   std::string path;
-  std::string grouping;
+  Given_Text grouping;
 };
 
 Outcome locate(Session& session, const Target& target, const Located_Arguments& arguments,
-               bool grouped, Object& record) {
+               Object& record) {
   std::string type;
   Array devices;
   // The library tells "nothing is known of this path" only by leaving both outputs as they were.
   Outcome outcome = session.call({Effect::reads}, [&] {
     const auto& [ssl, host, port] = target.endpoint;
-    return Pool_Metadata_Manager::get_located_devices(
-        host, port, ssl, target.access_key, arguments.pool, arguments.path, type, devices,
-        grouped ? arguments.grouping.c_str() : nullptr);
+    return Pool_Metadata_Manager::get_located_devices(host, port, ssl, target.access_key,
+                                                      arguments.pool, arguments.path, type, devices,
+                                                      arguments.grouping.c_str_or_null());
   });
   if (!outcome.done()) return outcome;
   if (type.empty() && devices.empty()) {
@@ -82,97 +80,81 @@ Outcome locate(Session& session, const Target& target, const Located_Arguments& 
   return outcome;
 }
 
-Exit_Code located(Session& session, const Located_Arguments& arguments, bool grouped) {
+Exit_Code located(Session& session, const Located_Arguments& arguments) {
   return session.show({arguments.path},
                       [&](const Target& target, const std::string&, Object& record) {
-                        return locate(session, target, arguments, grouped, record);
+                        return locate(session, target, arguments, record);
                       });
 }
 
 struct Info_Arguments {
   std::string url;
-  std::string pool;
+  Given_Text pool;
 };
 
-Exit_Code info(Session& session, const Info_Arguments& arguments, bool with_pool) {
-  return session.show(
-      {arguments.url}, [&](const Target& target, const std::string& url, Object& record) {
-        return ask_about_url(session, target, with_pool ? &arguments.pool : nullptr, url, record);
-      });
+Exit_Code info(Session& session, const Info_Arguments& arguments) {
+  const std::string* const pool = arguments.pool.given ? &arguments.pool.text : nullptr;
+  return session.show({arguments.url},
+                      [&](const Target& target, const std::string& url, Object& record) {
+                        return ask_about_url(session, target, pool, url, record);
+                      });
 }
 
 void add_show(Command_Line& commands, CLI::App& device) {
-  const auto arguments = std::make_shared<Show_Arguments>();
-  CLI::App& verb =
-      commands.verb(device, "show", "Shows the catalog's record of devices",
-                    {"zqpool device show --url file:///vault/d1",
-                     "zqpool device show --uuid UUID UUID --output tsv",
-                     "zqpool device show --url - --output json < urls.txt"},
-                    [arguments](Session& session) { return show(session, *arguments); });
+  auto [verb, arguments] =
+      commands.verb<Show_Arguments>(device, "show", "Shows the catalog's record of devices",
+                                    {"zqpool device show --url file:///vault/d1",
+                                     "zqpool device show --uuid UUID UUID --output tsv",
+                                     "zqpool device show --url - --output json < urls.txt"},
+                                    &show);
   CLI::Option* const url =
-      verb.add_option("--url", arguments->urls,
+      verb.add_option("--url", arguments.urls,
                       "Devices by their URL; - reads them from standard input, one a line");
   url->type_name("URL");
-  verb.add_option("--uuid", arguments->uuids, "Devices by their UUID; - as above")
+  verb.add_option("--uuid", arguments.uuids, "Devices by their UUID; - as above")
       ->type_name("UUID")
       ->excludes(url);
 }
 
 void add_located(Command_Line& commands, CLI::App& device) {
-  const auto arguments = std::make_shared<Located_Arguments>();
-  const auto grouping = std::make_shared<CLI::Option*>(nullptr);
-  CLI::App& verb =
-      commands.verb(device, "located", "Shows on which devices a path of a pool lies",
-                    {"zqpool device located POOL_UUID /vault/2026/11/a.img",
-                     "zqpool device located POOL_UUID /vault/2026 --grouping host --output json"},
-                    [arguments, grouping](Session& session) {
-                      return located(session, *arguments, (*grouping)->count() > 0);
-                    });
-  verb.add_option("POOL_UUID", arguments->pool, "The pool")->type_name("")->required();
-  verb.add_option("PATH", arguments->path, "The path within the pool")->type_name("")->required();
-  *grouping =
-      verb.add_option("--grouping", arguments->grouping, "How the service is to group the devices")
-          ->type_name("G");
+  auto [verb, arguments] = commands.verb<Located_Arguments>(
+      device, "located", "Shows on which devices a path of a pool lies",
+      {"zqpool device located POOL_UUID /vault/2026/11/a.img",
+       "zqpool device located POOL_UUID /vault/2026 --grouping host --output json"},
+      &located);
+  add_argument(verb, "POOL_UUID", arguments.pool, "The pool");
+  add_argument(verb, "PATH", arguments.path, "The path within the pool");
+  add_text(verb, "--grouping", arguments.grouping, "G", "How the service is to group the devices");
 }
 
 void add_info(Command_Line& commands, CLI::App& device) {
-  const auto arguments = std::make_shared<Info_Arguments>();
-  const auto pool = std::make_shared<CLI::Option*>(nullptr);
-  CLI::App& verb = commands.verb(
+  auto [verb, arguments] = commands.verb<Info_Arguments>(
       device, "info", "Asks the service about the device behind a URL, catalogued or not",
       {"zqpool device info file:///vault/d1",
        "zqpool device info file:///vault/d1 --pool POOL_UUID"},
-      [arguments, pool](Session& session) {
-        return info(session, *arguments, (*pool)->count() > 0);
-      });
-  verb.add_option("URL", arguments->url, "The device")->type_name("")->required();
-  *pool = verb.add_option("--pool", arguments->pool, "The pool that the device is meant for")
-              ->type_name("POOL_UUID");
+      &info);
+  add_argument(verb, "URL", arguments.url, "The device");
+  add_text(verb, "--pool", arguments.pool, "POOL_UUID", "The pool that the device is meant for");
+}
+
+Exit_Code offer(Session& session, const std::vector<std::string>& pools) {
+  return session.show(expand_objects(pools), [&](const Target& target, const std::string& pool,
+                                                 Object& record) {
+    const Outcome outcome = session.call({Effect::reads}, [&] {
+      const auto& [ssl, host, port] = target.endpoint;
+      return Pool_Metadata_Manager::offer_device(host, port, ssl, target.access_key, pool, record);
+    });
+    if (!outcome.done() || !record.empty()) return outcome;
+    // The library takes an offer of nothing for a good one.
+    return Outcome{Exit_Code::not_found, "not found: the catalog has no device to offer"};
+  });
 }
 
 void add_offer(Command_Line& commands, CLI::App& device) {
-  const auto pools = std::make_shared<std::vector<std::string>>();
-  commands
-      .verb(
-          device, "offer", "Asks which device of a pool is to take new data",
-          {"zqpool device offer POOL_UUID", "zqpool device offer -o json - < pools.txt"},
-          [pools](Session& session) {
-            return session.show(expand_objects(*pools), [&session](const Target& target,
-                                                                   const std::string& pool,
-                                                                   Object& record) {
-              const Outcome outcome = session.call({Effect::reads}, [&] {
-                const auto& [ssl, host, port] = target.endpoint;
-                return Pool_Metadata_Manager::offer_device(host, port, ssl, target.access_key, pool,
-                                                           record);
-              });
-              if (outcome.code != Exit_Code::done || !record.empty()) return outcome;
-              // The library takes an offer of nothing for a good one.
-              return Outcome{Exit_Code::not_found, "not found: the catalog has no device to offer"};
-            });
-          })
-      .add_option("POOL_UUID", *pools, "The pools; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
+  auto [verb, pools] = commands.verb<std::vector<std::string>>(
+      device, "offer", "Asks which device of a pool is to take new data",
+      {"zqpool device offer POOL_UUID", "zqpool device offer -o json - < pools.txt"}, &offer);
+  add_objects(verb, "POOL_UUID", pools, "The pools");
 }
 
 struct Bind_Arguments {
@@ -181,9 +163,10 @@ struct Bind_Arguments {
   std::string sysname;
 };
 
-Exit_Code bind(Session& session, Bind_Arguments arguments) {
-  if (arguments.host_uuid.empty()) arguments.host_uuid = Host_ID::instance()->c_str();
-  if (arguments.host_uuid.empty()) {
+Exit_Code bind(Session& session, const Bind_Arguments& arguments) {
+  const std::string host_uuid =
+      arguments.host_uuid.empty() ? Host_ID::instance()->c_str() : arguments.host_uuid;
+  if (host_uuid.empty()) {
     throw Usage_Error("this host has no identity of its own: give --host-uuid");
   }
   return session.change(
@@ -191,24 +174,20 @@ Exit_Code bind(Session& session, Bind_Arguments arguments) {
         return session.call({Effect::changes}, [&] {
           const auto& [ssl, host, port] = target.endpoint;
           return Pool_Metadata_Manager::bind_host_for_lanfree_device(
-              host, port, ssl, target.access_key, device, arguments.host_uuid, arguments.sysname);
+              host, port, ssl, target.access_key, device, host_uuid, arguments.sysname);
         });
       });
 }
 
 void add_bind(Command_Line& commands, CLI::App& device) {
-  const auto arguments = std::make_shared<Bind_Arguments>();
-  CLI::App& verb =
-      commands.verb(device, "bind", "Binds LAN-free devices to a host",
-                    {"zqpool device bind DEVICE_UUID --host-uuid HOST_UUID --sysname db1",
-                     "zqpool device bind --sysname db1 - < devices.txt"},
-                    [arguments](Session& session) { return bind(session, *arguments); });
-  verb.add_option("DEVICE_UUID", arguments->devices,
-                  "The devices; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
-  verb.add_option("--host-uuid", arguments->host_uuid, "The host (this one)")->type_name("UUID");
-  verb.add_option("--sysname", arguments->sysname, "Name of the host's system")
+  auto [verb, arguments] = commands.verb<Bind_Arguments>(
+      device, "bind", "Binds LAN-free devices to a host",
+      {"zqpool device bind DEVICE_UUID --host-uuid HOST_UUID --sysname db1",
+       "zqpool device bind --sysname db1 - < devices.txt"},
+      &bind);
+  add_objects(verb, "DEVICE_UUID", arguments.devices, "The devices");
+  verb.add_option("--host-uuid", arguments.host_uuid, "The host (this one)")->type_name("UUID");
+  verb.add_option("--sysname", arguments.sysname, "Name of the host's system")
       ->type_name("NAME")
       ->required();
 }

@@ -3,6 +3,7 @@
 #include <utility>
 #include <vector>
 
+#include "cli/secrets.h"
 #include "cli/text.h"
 
 namespace zqpool::cli {
@@ -40,6 +41,12 @@ Parts take_apart(const std::string& request) {
     parts.headers.emplace_back(name, std::move(value));
   }
   parts.body = request.substr(begin);
+  // A scenario holds keys.
+  json_spirit::Value body;
+  if (json_spirit::read(parts.body, body) && body.type() == json_spirit::obj_type) {
+    hide_keys(body.get_obj());
+    parts.body = json_spirit::write(body);
+  }
   return parts;
 }
 

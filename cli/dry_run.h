@@ -30,7 +30,7 @@ class Dry_Run {
   std::optional<std::string> request_;
 };
 
-/// A request as it would go out, for a person; the access key is hidden.
+/// A request as it would go out, for a person; keys are hidden.
 std::string shown_request(const std::string& request);
 
 /// The same as a record: "method", "target", "headers", "body" (its JSON, null for none).

@@ -338,7 +338,7 @@ class Verbs {
     auto [verb, arguments] = commands_.verb<Arguments>(
         noun_, name, what, {"zqpool " + call_ + ' ' + name + ' ' + example}, action);
     arguments.open = open_;
-    verb.add_option("POOL_UUID", arguments.pool, "The pool")->type_name("")->required();
+    add_argument(verb, "POOL_UUID", arguments.pool, "The pool");
     return {verb, arguments};
   }
 
@@ -349,22 +349,19 @@ class Verbs {
   const Open_Filesystems open_;
 };
 
-Verb with_names(Verb verb, const char* name, const char* help) {
-  verb.first.add_option(name, verb.second.names, help)->type_name("")->required();
+Verb with_filesystems(Verb verb) {
+  add_objects(verb.first, "NAME", verb.second.names, "The filesystems");
   return verb;
 }
 
-Verb with_filesystems(Verb verb) {
-  return with_names(verb, "NAME", "The filesystems; - reads them from standard input, one a line");
-}
-
 Verb with_snapshots(Verb verb) {
-  return with_names(verb, "SNAPSHOT_ID",
-                    "The snapshots; - reads them from standard input, one a line");
+  add_objects(verb.first, "SNAPSHOT_ID", verb.second.names, "The snapshots");
+  return verb;
 }
 
-CLI::Option& name_of(Verb verb, const char* help) {
-  return *verb.first.add_option("NAME", verb.second.name, help)->type_name("");
+Verb with_name(Verb verb, const char* what) {
+  add_argument(verb.first, "NAME", verb.second.name, what);
+  return verb;
 }
 
 Verb with_mount_point(Verb verb) {
@@ -383,23 +380,19 @@ void add_own_verbs(Verbs verbs) {
   const Verb clone_verb =
       with_mount_point(verbs.add("clone", "Creates a filesystem with the content of a snapshot",
                                  "POOL_UUID SNAPSHOT_ID copy", &clone));
-  clone_verb.first.add_option("SNAPSHOT_ID", clone_verb.second.snapshot_id, "The snapshot")
-      ->type_name("")
-      ->required();
-  name_of(clone_verb, "The new filesystem").required();
+  add_argument(clone_verb.first, "SNAPSHOT_ID", clone_verb.second.snapshot_id, "The snapshot");
+  with_name(clone_verb, "The new filesystem");
   with_filesystems(
       verbs.add("show", "Shows the descriptions of filesystems", "POOL_UUID daily", &show));
-  name_of(
-      verbs.add("list-mounted", "Shows where filesystems are mounted", "POOL_UUID", &list_mounted),
-      "Only this one");
+  const Verb mounted_verb =
+      verbs.add("list-mounted", "Shows where filesystems are mounted", "POOL_UUID", &list_mounted);
+  mounted_verb.first.add_option("NAME", mounted_verb.second.name, "Only this one")->type_name("");
   with_filesystems(verbs.add("mount", "Mounts filesystems", "POOL_UUID daily", &mount));
   const Verb move_verb =
       verbs.add("move", "Moves a filesystem's mount point, and looks where it is then",
                 "POOL_UUID daily /srv/elsewhere", &move);
-  name_of(move_verb, "The filesystem").required();
-  move_verb.first.add_option("MOUNT_POINT", move_verb.second.mount_point, "Its new mount point")
-      ->type_name("")
-      ->required();
+  with_name(move_verb, "The filesystem");
+  add_argument(move_verb.first, "MOUNT_POINT", move_verb.second.mount_point, "Its new mount point");
   with_filesystems(verbs.add("umount", "Unmounts filesystems", "POOL_UUID daily", &unmount));
   with_yes(with_filesystems(verbs.add("rollback", "Takes filesystems back to their newest snapshot",
                                       "POOL_UUID daily", &roll_back)));
@@ -412,10 +405,9 @@ void add_snapshot_verbs(Verbs verbs) {
       verbs.add("create", "Takes snapshots of filesystems", "POOL_UUID daily", &take_snapshot));
   create_verb.first.add_flag("--recyclable", create_verb.second.recyclable,
                              "The service may reclaim them when it needs the room");
-  name_of(verbs.add("list", "Shows the descriptions of all snapshots of a filesystem",
-                    "POOL_UUID daily", &list_snapshots_of),
-          "The filesystem")
-      .required();
+  with_name(verbs.add("list", "Shows the descriptions of all snapshots of a filesystem",
+                      "POOL_UUID daily", &list_snapshots_of),
+            "The filesystem");
   with_snapshots(verbs.add("show", "Shows the descriptions of snapshots", "POOL_UUID SNAPSHOT_ID",
                            &show_snapshot));
   with_snapshots(verbs.add("previous", "Shows the snapshot right before another",
@@ -427,10 +419,9 @@ void add_snapshot_verbs(Verbs verbs) {
   delete_verb.first.add_flag("--delete-empty-fs", delete_verb.second.delete_empty,
                              "The filesystem, too, if nothing is left of it");
   with_yes(delete_verb);
-  name_of(verbs.add("tree", "Draws the chain of a filesystem's snapshots with what each adds",
-                    "POOL_UUID daily", &show_tree),
-          "The filesystem")
-      .required();
+  with_name(verbs.add("tree", "Draws the chain of a filesystem's snapshots with what each adds",
+                      "POOL_UUID daily", &show_tree),
+            "The filesystem");
 }
 
 }  // namespace

@@ -1,4 +1,3 @@
-#include <memory>
 #include <optional>
 
 #include "cli/command_line.h"
@@ -80,13 +79,13 @@ Exit_Code add_fault(Session& session, const Fault_Arguments& arguments) {
 }
 
 void add_fault_verb(Command_Line& commands, CLI::App& lab) {
-  const auto arguments = std::make_shared<Fault_Arguments>();
-  CLI::App& verb = commands.verb(
+  auto [verb_added, arguments] = commands.verb<Fault_Arguments>(
       lab, "fault", "Makes the service misbehave on the requests of a path",
       {"zqpool lab fault status --status 503 --times 2 --path /zq/r/storage/catalog/pool",
        "zqpool lab fault delay --delay 2s --path '/zq/r/*' --every 10",
        "zqpool lab fault reset_after_commit --method PUT --path '/zq/r/*'"},
-      [arguments](Session& session) { return add_fault(session, *arguments); });
+      &add_fault);
+  CLI::App& verb = verb_added;
   const auto text = [&verb](const char* name, std::string& value, const char* type,
                             const char* help) {
     return verb.add_option(name, value, help)->type_name(type);
@@ -95,48 +94,51 @@ void add_fault_verb(Command_Line& commands, CLI::App& lab) {
                               const char* help) {
     verb.add_option(name, value, help)->type_name("N");
   };
-  text("KIND", arguments->kind, "",
+  text("KIND", arguments.kind, "",
        "status, delay, reset_before_commit, reset_after_commit, cut, drip, garbage, huge or "
        "wrong_type")
       ->required();
-  text("--path", arguments->path, "PATH", "Which path, or its beginning and *")->required();
-  text("--method", arguments->method, "METHOD", "Only requests of this method");
-  text("--query", arguments->query, "TEXT", "Only requests with this in their query");
-  number("--times", arguments->times, "How often at most");
-  number("--skip", arguments->skip, "Spare so many requests first");
-  number("--every", arguments->every, "Only each Nth request");
-  verb.add_option("--probability", arguments->probability, "By chance, from 0 to 1")
-      ->type_name("P");
-  number("--seed", arguments->seed, "Which chance, which garbage");
-  number("--status", arguments->status, "Status of the answer (status)");
-  text("--body", arguments->body, "TEXT", "Body of the answer (status)");
-  text("--delay", arguments->delay, "DURATION", "Wait so long, with any kind");
-  verb.add_flag("--delay-after-commit", arguments->delay_after_commit,
+  text("--path", arguments.path, "PATH", "Which path, or its beginning and *")->required();
+  text("--method", arguments.method, "METHOD", "Only requests of this method");
+  text("--query", arguments.query, "TEXT", "Only requests with this in their query");
+  number("--times", arguments.times, "How often at most");
+  number("--skip", arguments.skip, "Spare so many requests first");
+  number("--every", arguments.every, "Only each Nth request");
+  verb.add_option("--probability", arguments.probability, "By chance, from 0 to 1")->type_name("P");
+  number("--seed", arguments.seed, "Which chance, which garbage");
+  number("--status", arguments.status, "Status of the answer (status)");
+  text("--body", arguments.body, "TEXT", "Body of the answer (status)");
+  text("--delay", arguments.delay, "DURATION", "Wait so long, with any kind");
+  verb.add_flag("--delay-after-commit", arguments.delay_after_commit,
                 "Wait after the operation, not before");
-  text("--bytes", arguments->bytes, "SIZE", "How much (cut, drip, garbage, huge)");
-  verb.add_flag("--whole-answer", arguments->whole_answer,
+  text("--bytes", arguments.bytes, "SIZE", "How much (cut, drip, garbage, huge)");
+  verb.add_flag("--whole-answer", arguments.whole_answer,
                 "Not only the body of the answer (garbage)");
-  text("--interval", arguments->interval, "DURATION", "Time between pieces (drip)");
-  text("--member", arguments->member, "NAME", "Member of the answer (wrong_type)");
-  text("--type", arguments->type, "TYPE", "JSON type that it gets (wrong_type)");
+  text("--interval", arguments.interval, "DURATION", "Time between pieces (drip)");
+  text("--member", arguments.member, "NAME", "Member of the answer (wrong_type)");
+  text("--type", arguments.type, "TYPE", "JSON type that it gets (wrong_type)");
+}
+
+struct Scenario_Arguments {
+  std::string file;
+  bool merge = false;
+};
+
+Exit_Code load_scenario(Session& session, const Scenario_Arguments& arguments) {
+  const Value document = read_document(arguments.file);
+  return ask(session, Effect::changes, HTTP_METHOD_POST, scenario_path,
+             {{"mode", arguments.merge ? "merge" : "replace"}}, &document);
 }
 
 void add_scenario_verb(Command_Line& commands, CLI::App& lab) {
-  const auto file = std::make_shared<std::string>();
-  const auto merge = std::make_shared<bool>(false);
-  CLI::App& verb = commands.verb(
+  auto [verb, arguments] = commands.verb<Scenario_Arguments>(
       lab, "scenario",
       "Puts what a scenario file describes into the service, in place of what it holds",
       {"zqpool lab scenario scenario.json", "zqpool lab scenario --merge - < more.json"},
-      [file, merge](Session& session) {
-        const Value document = read_document(*file);
-        return ask(session, Effect::changes, HTTP_METHOD_POST, scenario_path,
-                   {{"mode", *merge ? "merge" : "replace"}}, &document);
-      });
-  verb.add_option("FILE", *file, "The scenario, JSON; - reads standard input")
-      ->type_name("")
-      ->required();
-  verb.add_flag("--merge", *merge, "Keep what the service holds and the file does not name");
+      &load_scenario);
+  add_argument(verb, "FILE", arguments.file, "The scenario, JSON; - reads standard input");
+  verb.add_flag("--merge", arguments.merge,
+                "Keep what the service holds and the file does not name");
 }
 
 void add_list_verb(Command_Line& commands, CLI::App& lab) {
@@ -215,18 +217,16 @@ void add_write_verb(Command_Line& commands, CLI::App& lab) {
   verb.add_flag("--discard", arguments.discard, "Discard instead");
 }
 
+Exit_Code show_visible(Session& session, const std::string& initiator) {
+  return ask(session, Effect::reads, HTTP_METHOD_GET, "/zq/lab/visible", {{"initiator", initiator}},
+             nullptr, "luns", "lun_id");
+}
+
 void add_visible_verb(Command_Line& commands, CLI::App& lab) {
-  const auto initiator = std::make_shared<std::string>();
-  commands
-      .verb(lab, "visible", "Lists the LUNs and snapshots that an initiator sees",
-            {"zqpool lab visible iqn.2026-11.lab:host1"},
-            [initiator](Session& session) {
-              return ask(session, Effect::reads, HTTP_METHOD_GET, "/zq/lab/visible",
-                         {{"initiator", *initiator}}, nullptr, "luns", "lun_id");
-            })
-      .add_option("INITIATOR", *initiator, "Its name")
-      ->type_name("")
-      ->required();
+  auto [verb, initiator] = commands.verb<std::string>(
+      lab, "visible", "Lists the LUNs and snapshots that an initiator sees",
+      {"zqpool lab visible iqn.2026-11.lab:host1"}, &show_visible);
+  add_argument(verb, "INITIATOR", initiator, "Its name");
 }
 
 }  // namespace

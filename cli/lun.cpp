@@ -248,10 +248,7 @@ void add_create_from(Command_Line& commands, CLI::App& lun) {
                                 "zqpool lun create-from POOL_UUID --export SNAPSHOT_ID"},
                                &create_from);
   arguments.pool.add_to(verb);
-  verb.add_option("SNAPSHOT_ID", arguments.luns,
-                  "The snapshots; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
+  add_objects(verb, "SNAPSHOT_ID", arguments.luns, "The snapshots");
   verb.add_flag("--export", arguments.to_export, "Export them at once, to nobody yet");
 }
 
@@ -263,10 +260,7 @@ Verb add_verb(Command_Line& commands, CLI::App& lun, const std::string& name,
               Exit_Code (*action)(Session&, const Arguments&)) {
   auto [verb, arguments] = commands.verb<Arguments>(lun, name, what, examples, action);
   arguments.pool.add_to(verb);
-  verb.add_option("LUN_ID", arguments.luns,
-                  "The LUNs; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
+  add_objects(verb, "LUN_ID", arguments.luns, "The LUNs");
   return {verb, arguments};
 }
 

@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <array>
 #include <limits>
-#include <memory>
 
 #include "cli/batch.h"
 #include "cli/command_line.h"
@@ -18,12 +17,9 @@ struct Arguments {
   std::string device;
   std::vector<std::string> paths;
   std::string type;
-  std::string grouping;
+  Given_Text grouping;
   std::string size;
-  bool grouped = false;
   bool yes = false;
-
-  const char* grouping_or_null() const { return grouped ? grouping.c_str() : nullptr; }
 };
 
 /// The type is the name under which the path goes out, beside these.
@@ -52,7 +48,7 @@ Exit_Code add(Session& session, const Arguments& arguments) {
           const auto& [ssl, host, port] = target.endpoint;
           return Pool_Metadata_Manager::add_metadata(
               host, port, ssl, target.access_key, arguments.pool, arguments.device, arguments.type,
-              path, arguments.grouping_or_null(), size);
+              path, arguments.grouping.c_str_or_null(), size);
         });
       });
 }
@@ -64,29 +60,16 @@ Exit_Code remove(Session& session, const Arguments& arguments) {
   return session.change(paths, [&](const Target& target, const std::string& path) {
     return session.call({Effect::changes}, [&] {
       const auto& [ssl, host, port] = target.endpoint;
-      return Pool_Metadata_Manager::remove_metadata(
-          host, port, ssl, target.access_key, arguments.pool, path, arguments.grouping_or_null());
+      return Pool_Metadata_Manager::remove_metadata(host, port, ssl, target.access_key,
+                                                    arguments.pool, path,
+                                                    arguments.grouping.c_str_or_null());
     });
   });
 }
 
-void add_pool_option(CLI::App& verb, Arguments& arguments) {
-  verb.add_option("POOL_UUID", arguments.pool, "The pool")->type_name("")->required();
-}
-
 void add_path_options(CLI::App& verb, Arguments& arguments, const char* grouping_help) {
-  verb.add_option("PATH", arguments.paths,
-                  "Paths within the pool; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
-  verb.add_option_function<std::string>(
-          "--grouping",
-          [&arguments](const std::string& text) {
-            arguments.grouping = text;
-            arguments.grouped = true;
-          },
-          grouping_help)
-      ->type_name("G");
+  add_objects(verb, "PATH", arguments.paths, "Paths within the pool");
+  add_text(verb, "--grouping", arguments.grouping, "G", grouping_help);
 }
 
 }  // namespace
@@ -94,27 +77,25 @@ void add_path_options(CLI::App& verb, Arguments& arguments, const char* grouping
 void add_metadata(Command_Line& commands) {
   CLI::App& metadata = commands.noun("metadata", "What the catalog records of the paths of a pool");
 
-  const auto added = std::make_shared<Arguments>();
-  CLI::App& add_verb =
-      commands.verb(metadata, "add", "Records that paths of a pool lie on a device",
-                    {"zqpool metadata add POOL_UUID DEVICE_UUID /jobs/a.img --size 10GiB",
-                     "zqpool metadata add POOL_UUID DEVICE_UUID --type dir - < directories.txt"},
-                    [added](Session& session) { return add(session, *added); });
-  add_pool_option(add_verb, *added);
-  add_verb.add_option("DEVICE_UUID", added->device, "The device")->type_name("")->required();
-  add_path_options(add_verb, *added, "Under which grouping it is recorded");
-  add_verb.add_option("--type", added->type, "What the paths are (file)")->type_name("TYPE");
-  add_verb.add_option("--size", added->size, "How large each is, if known")->type_name("SIZE");
+  auto [add_verb, added] = commands.verb<Arguments>(
+      metadata, "add", "Records that paths of a pool lie on a device",
+      {"zqpool metadata add POOL_UUID DEVICE_UUID /jobs/a.img --size 10GiB",
+       "zqpool metadata add POOL_UUID DEVICE_UUID --type dir - < directories.txt"},
+      &add);
+  add_argument(add_verb, "POOL_UUID", added.pool, "The pool");
+  add_argument(add_verb, "DEVICE_UUID", added.device, "The device");
+  add_path_options(add_verb, added, "Under which grouping it is recorded");
+  add_verb.add_option("--type", added.type, "What the paths are (file)")->type_name("TYPE");
+  add_verb.add_option("--size", added.size, "How large each is, if known")->type_name("SIZE");
 
-  const auto removed = std::make_shared<Arguments>();
-  CLI::App& remove_verb =
-      commands.verb(metadata, "remove", "Removes what is recorded of paths of a pool",
-                    {"zqpool metadata remove POOL_UUID /jobs/a.img",
-                     "zqpool metadata remove --yes POOL_UUID - < paths.txt"},
-                    [removed](Session& session) { return remove(session, *removed); });
-  add_pool_option(remove_verb, *removed);
-  add_path_options(remove_verb, *removed, "Only what is recorded under this grouping");
-  add_yes(remove_verb, removed->yes);
+  auto [remove_verb, removed] =
+      commands.verb<Arguments>(metadata, "remove", "Removes what is recorded of paths of a pool",
+                               {"zqpool metadata remove POOL_UUID /jobs/a.img",
+                                "zqpool metadata remove --yes POOL_UUID - < paths.txt"},
+                               &remove);
+  add_argument(remove_verb, "POOL_UUID", removed.pool, "The pool");
+  add_path_options(remove_verb, removed, "Only what is recorded under this grouping");
+  add_yes(remove_verb, removed.yes);
 }
 
 }  // namespace zqpool::cli

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <memory>
 #include <utility>
 
 #include "cli/batch.h"
@@ -22,6 +21,10 @@ Outcome parse(const std::string& text, Object& record) {
             {"type", agent.type},
             {"system", agent.system}};
   return {};
+}
+
+Exit_Code parse_each(Session& session, const std::vector<std::string>& identities) {
+  return session.derive(expand_objects(identities), &parse);
 }
 
 struct Is_CD_Arguments {
@@ -66,28 +69,21 @@ Exit_Code is_cd(Session& session, const Is_CD_Arguments& arguments) {
 void add_module(Command_Line& commands) {
   CLI::App& module = commands.noun("module", "Identities of agent modules; asks no service");
 
-  const auto identities = std::make_shared<std::vector<std::string>>();
-  commands
-      .verb(module, "parse", "Takes module identities apart",
-            {"zqpool module parse File.CDP.Linux", "zqpool module parse -o tsv - < agents.txt"},
-            [identities](Session& session) {
-              return session.derive(expand_objects(*identities), &parse);
-            })
-      .add_option("IDENTITY", *identities,
-                  "FEATURE.TYPE.SYSTEM; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
+  auto [parse_verb, identities] = commands.verb<std::vector<std::string>>(
+      module, "parse", "Takes module identities apart",
+      {"zqpool module parse File.CDP.Linux", "zqpool module parse -o tsv - < agents.txt"},
+      &parse_each);
+  add_objects(parse_verb, "IDENTITY", identities, "FEATURE.TYPE.SYSTEM");
 
-  const auto arguments = std::make_shared<Is_CD_Arguments>();
-  CLI::App& verb = commands.verb(
+  auto [verb, arguments] = commands.verb<Is_CD_Arguments>(
       module, "is-cd", "Tells whether a storage catalog belongs to one of the cd modules",
       {"zqpool module is-cd file.cdp.linux", "zqpool module is-cd --catalog record.json",
        "zqpool module is-cd --catalog record.json db.os.windows-x86"},
-      [arguments](Session& session) { return is_cd(session, *arguments); });
-  verb.add_option("IDENTITY", arguments->identities,
+      &is_cd);
+  verb.add_option("IDENTITY", arguments.identities,
                   "Judge this identity, not the record's; - reads them from standard input")
       ->type_name("");
-  verb.add_option("--catalog", arguments->catalog,
+  verb.add_option("--catalog", arguments.catalog,
                   "The storage catalog's record, JSON; - reads standard input")
       ->type_name("FILE");
 }

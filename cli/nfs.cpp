@@ -1,4 +1,3 @@
-#include <memory>
 #include <utility>
 
 #include "cli/batch.h"
@@ -13,6 +12,7 @@ namespace zqpool::cli {
 namespace {
 
 struct Arguments {
+  std::string uuid;
   std::vector<std::string> uuids;
   std::string path;
   std::string pool;
@@ -93,7 +93,7 @@ Exit_Code publish(Session& session, const Arguments& arguments) {
 
 Exit_Code update(Session& session, const Arguments& arguments) {
   const NFS_Operator::Record record = record_of(arguments);
-  return session.change(arguments.uuids, [&](const Target& target, const std::string& uuid) {
+  return session.change({arguments.uuid}, [&](const Target& target, const std::string& uuid) {
     return session.call({Effect::changes},
                         [&] { return open(target).update_record(record, uuid); });
   });
@@ -148,19 +148,12 @@ void add_nfs(Command_Line& commands) {
   auto [update_verb, updated] = commands.verb<Arguments>(
       nfs, "update", "Puts another export in the place of one",
       {"zqpool nfs update UUID --path /srv/backup --squash no_root_squash"}, &update);
-  update_verb.add_option("UUID", updated.uuids, "The record")
-      ->type_name("")
-      ->required()
-      ->expected(1);
+  add_argument(update_verb, "UUID", updated.uuid, "The record");
   add_record(update_verb, updated);
 
   auto [unexport_verb, withdrawn] = commands.verb<Arguments>(
       nfs, "unexport", "Withdraws exports", {"zqpool nfs unexport UUID --wait 10s"}, &withdraw);
-  unexport_verb
-      .add_option("UUID", withdrawn.uuids,
-                  "The records; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
+  add_objects(unexport_verb, "UUID", withdrawn.uuids, "The records");
   add_wait(unexport_verb, withdrawn, "Wait so long for them to be gone");
 }
 

@@ -1,11 +1,11 @@
 #include <functional>
-#include <memory>
 #include <utility>
 
 #include "cli/access_key.h"
 #include "cli/batch.h"
 #include "cli/command_line.h"
 #include "cli/scsi_pool.h"
+#include "cli/secrets.h"
 #include "platform/crypto/s3_key.h"
 #include "platform/host/host_id.h"
 #include "platform/host/host_manager.h"
@@ -25,6 +25,8 @@ struct Resolution {
   std::string host_uuid;
   std::string backupd;
   bool restore = false;
+  bool replica = false;
+  bool show_secrets = false;
 
   const char* device_or_null() const { return device.empty() ? nullptr : device.c_str(); }
 };
@@ -90,28 +92,13 @@ Outcome resolve(Session& session, const Resolution& wanted,
   return outcome;
 }
 
-/// Takes the keys out of what a pool was resolved to.
-void hide_keys(Object& object) {
-  static const std::string end = "key";
-  for (auto& [name, value] : object) {
-    if (value.type() == json_spirit::obj_type) {
-      hide_keys(value.get_obj());
-    } else if (name.size() >= end.size() &&
-               name.compare(name.size() - end.size(), end.size(), end) == 0 &&
-               value.type() == json_spirit::str_type && !value.get_str().empty()) {
-      value = "(hidden)";
-    }
-  }
-}
-
-Exit_Code resolve_pools(Session& session, const Resolution& wanted, bool replica,
-                        bool show_secrets) {
+Exit_Code resolve_pools(Session& session, const Resolution& wanted) {
   const std::vector<std::string> pools = expand_objects(wanted.pools);
   introduce_host(session, wanted);
   return session.show(pools, [&](const Target& target, const std::string& uuid, Object& record) {
     Pool_Info info;
     Outcome outcome = resolve(session, wanted, [&] {
-      if (!replica) {
+      if (!wanted.replica) {
         return get_pool_info(uuid.c_str(), wanted.device_or_null(), info, wanted.restore,
                              target.retry_seconds, this_host(), true, nullptr, nullptr);
       }
@@ -121,7 +108,7 @@ Exit_Code resolve_pools(Session& session, const Resolution& wanted, bool replica
     });
     if (!outcome.done()) return outcome;
     info >> record;
-    if (!show_secrets) hide_keys(record);
+    if (!wanted.show_secrets) hide_keys(record);
     return outcome;
   });
 }
@@ -182,10 +169,6 @@ Exit_Code show_scsi(Session& session, const std::vector<std::string>& pools) {
                       });
 }
 
-void add_pool_option(CLI::App& verb, std::vector<std::string>& pools, const char* help) {
-  verb.add_option("UUID", pools, help)->type_name("")->required();
-}
-
 /// The options by which a storage is chosen.
 void add_choice(CLI::App& verb, Resolution& wanted) {
   verb.add_option("--device", wanted.device, "This storage, not the one meant for the host")
@@ -198,64 +181,57 @@ void add_choice(CLI::App& verb, Resolution& wanted) {
       ->type_name("https://HOST:PORT");
 }
 
+Exit_Code show(Session& session, const std::vector<std::string>& uuids) {
+  return session.show(
+      expand_objects(uuids), [&](const Target& target, const std::string& uuid, Object& record) {
+        return session.call({Effect::reads, "Failed to get pool '"}, [&] {
+          const auto& [ssl, host, port] = target.endpoint;
+          return Pool_Metadata_Manager::get_pool_info(host, port, ssl, target.access_key, uuid,
+                                                      record, target.retry_seconds);
+        });
+      });
+}
+
 void add_show(Command_Line& commands, CLI::App& pool) {
-  const auto uuids = std::make_shared<std::vector<std::string>>();
-  CLI::App& verb = commands.verb(
+  auto [verb, uuids] = commands.verb<std::vector<std::string>>(
       pool, "show", "Shows the catalog's record of pools",
       {"zqpool pool show 5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11",
        "zqpool pool show --output json --jobs 16 - < uuids.txt"},
-      [uuids](Session& session) {
-        return session.show(
-            expand_objects(*uuids),
-            [&session](const Target& target, const std::string& uuid, Object& record) {
-              return session.call({Effect::reads, "Failed to get pool '"}, [&] {
-                const auto& [ssl, host, port] = target.endpoint;
-                return Pool_Metadata_Manager::get_pool_info(host, port, ssl, target.access_key,
-                                                            uuid, record, target.retry_seconds);
-              });
-            });
-      });
-  add_pool_option(verb, *uuids, "Pools to show; - reads them from standard input, one a line");
+      &show);
+  add_objects(verb, "UUID", uuids, "Pools to show");
 }
 
 void add_resolve(Command_Line& commands, CLI::App& pool) {
-  const auto wanted = std::make_shared<Resolution>();
-  const auto replica = std::make_shared<bool>(false);
-  const auto show_secrets = std::make_shared<bool>(false);
-  CLI::App& verb = commands.verb(
+  auto [verb, wanted] = commands.verb<Resolution>(
       pool, "resolve", "Finds out where the data of pools is reached, and what that takes",
       {"zqpool pool resolve 5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11",
        "zqpool pool resolve --host-uuid HOST_UUID --show-secrets POOL_UUID -o json",
        "zqpool pool resolve --replica REPLICA_UUID"},
-      [wanted, replica, show_secrets](Session& session) {
-        return resolve_pools(session, *wanted, *replica, *show_secrets);
-      });
-  add_pool_option(verb, wanted->pools,
-                  "Pools to resolve; - reads them from standard input, one a line");
-  add_choice(verb, *wanted);
+      &resolve_pools);
+  add_objects(verb, "UUID", wanted.pools, "Pools to resolve");
+  add_choice(verb, wanted);
   CLI::Option* const of_replicas =
-      verb.add_flag("--replica", *replica, "The UUIDs are those of replicas");
+      verb.add_flag("--replica", wanted.replica, "The UUIDs are those of replicas");
   for (const char* const name : {"--device", "--host-uuid", "--restore"})
     of_replicas->excludes(verb.get_option(name));
-  verb.add_flag("--show-secrets", *show_secrets, "Show keys as they are");
+  verb.add_flag("--show-secrets", wanted.show_secrets, "Show keys as they are");
 }
 
 void add_url(Command_Line& commands, CLI::App& pool) {
-  const auto wanted = std::make_shared<Resolution>();
-  CLI::App& verb =
-      commands.verb(pool, "url", "Shows the URL by which the data of pools is reached",
-                    {"zqpool pool url 5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11",
-                     "zqpool pool url --host-uuid HOST_UUID -o tsv - < uuids.txt"},
-                    [wanted](Session& session) { return show_urls(session, *wanted); });
-  add_pool_option(verb, wanted->pools, "The pools; - reads them from standard input, one a line");
-  add_choice(verb, *wanted);
+  auto [verb, wanted] =
+      commands.verb<Resolution>(pool, "url", "Shows the URL by which the data of pools is reached",
+                                {"zqpool pool url 5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11",
+                                 "zqpool pool url --host-uuid HOST_UUID -o tsv - < uuids.txt"},
+                                &show_urls);
+  add_objects(verb, "UUID", wanted.pools, "The pools");
+  add_choice(verb, wanted);
 }
 
 void add_scsi(Command_Line& commands, CLI::App& pool) {
   auto [verb, pools] = commands.verb<std::vector<std::string>>(
       pool, "scsi", "Shows SCSI pools: transport, portal, target, size, description",
       {"zqpool pool scsi POOL_UUID", "zqpool pool scsi -o json - < uuids.txt"}, &show_scsi);
-  add_pool_option(verb, pools, "The pools; - reads them from standard input, one a line");
+  add_objects(verb, "UUID", pools, "The pools");
 }
 
 }  // namespace

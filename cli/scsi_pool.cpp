@@ -1,11 +1,12 @@
 #include "cli/scsi_pool.h"
 
 #include "cli/batch.h"
+#include "cli/command_line.h"
 
 namespace zqpool::cli {
 
 void SCSI_Pool::add_to(CLI::App& verb) {
-  verb.add_option("POOL_UUID", uuid, "The pool")->type_name("")->required();
+  add_argument(verb, "POOL_UUID", uuid, "The pool");
 }
 
 void SCSI_Pool::add_access_to(CLI::App& verb) {

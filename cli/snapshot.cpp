@@ -206,18 +206,13 @@ Verb add_verb(Command_Line& commands, CLI::App& noun, const std::string& name,
 }
 
 Verb with_lun(Verb verb) {
-  verb.first.add_option("LUN_ID", verb.second.lun_id, "The LUN")->type_name("")->required();
-  return verb;
-}
-
-Verb with_names(Verb verb, const char* name, const char* help) {
-  verb.first.add_option(name, verb.second.names, help)->type_name("")->required();
+  add_argument(verb.first, "LUN_ID", verb.second.lun_id, "The LUN");
   return verb;
 }
 
 Verb with_snapshots(Verb verb) {
-  return with_names(verb, "SNAPSHOT_ID",
-                    "The snapshots; - reads them from standard input, one a line");
+  add_objects(verb.first, "SNAPSHOT_ID", verb.second.names, "The snapshots");
+  return verb;
 }
 
 CLI::Option& lun_num_of(Verb verb, const char* help) {
@@ -245,11 +240,11 @@ void add_reads(Command_Line& commands, CLI::App& noun) {
 
 void add_changes(Command_Line& commands, CLI::App& noun) {
   const Verb create_verb =
-      with_names(add_verb(commands, noun, "create", "Takes snapshots of LUNs",
-                          {"zqpool snapshot create POOL_UUID LUN_ID",
-                           "zqpool snapshot create POOL_UUID --recyclable -o tsv - < luns.txt"},
-                          &create),
-                 "LUN_ID", "The LUNs; - reads them from standard input, one a line");
+      add_verb(commands, noun, "create", "Takes snapshots of LUNs",
+               {"zqpool snapshot create POOL_UUID LUN_ID",
+                "zqpool snapshot create POOL_UUID --recyclable -o tsv - < luns.txt"},
+               &create);
+  add_objects(create_verb.first, "LUN_ID", create_verb.second.names, "The LUNs");
   create_verb.first.add_flag("--recyclable", create_verb.second.recyclable,
                              "The service may reclaim them when it needs the room");
 

@@ -1,7 +1,6 @@
 #include "platform/net/uri.h"
 
 #include <limits>
-#include <memory>
 #include <optional>
 #include <utility>
 
@@ -68,6 +67,18 @@ Outcome parse(const std::string& text, bool lanfree, Object& record) {
   return {Exit_Code::failed, "it is no path of a device"};
 }
 
+struct Parse_Arguments {
+  std::vector<std::string> uris;
+  bool lanfree = false;
+};
+
+Exit_Code parse_each(Session& session, const Parse_Arguments& arguments) {
+  return session.derive(expand_objects(arguments.uris),
+                        [&](const std::string& text, Object& record) {
+                          return parse(text, arguments.lanfree, record);
+                        });
+}
+
 struct Adjust_Arguments {
   std::vector<std::string> urls;
   std::string host;
@@ -94,42 +105,26 @@ Exit_Code adjust(Session& session, const Adjust_Arguments& arguments) {
 void add_uri(Command_Line& commands) {
   CLI::App& uri = commands.noun("uri", "URLs and paths of devices; asks no service");
 
-  const auto parsed = std::make_shared<std::vector<std::string>>();
-  const auto lanfree = std::make_shared<bool>(false);
-  CLI::App& parse_verb = commands.verb(
+  auto [parse_verb, parsed] = commands.verb<Parse_Arguments>(
       uri, "parse", "Takes URLs and paths of devices apart",
       {"zqpool uri parse /zq/data/5f3a/dir/file", "zqpool uri parse lanfree://store1/p1/l7/zq/a",
        "zqpool uri parse -o json - < urls.txt"},
-      [parsed, lanfree](Session& session) {
-        return session.derive(expand_objects(*parsed),
-                              [lanfree](const std::string& text, Object& record) {
-                                return parse(text, *lanfree, record);
-                              });
-      });
-  parse_verb
-      .add_option("URI", *parsed,
-                  "URLs, or paths from / on; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
-  parse_verb.add_flag("--lanfree", *lanfree,
+      &parse_each);
+  add_objects(parse_verb, "URI", parsed.uris, "URLs, or paths from / on");
+  parse_verb.add_flag("--lanfree", parsed.lanfree,
                       "Paths of LAN-free devices, also where they could be others");
 
-  const auto arguments = std::make_shared<Adjust_Arguments>();
-  CLI::App& adjust_verb = commands.verb(
+  auto [adjust_verb, adjusted] = commands.verb<Adjust_Arguments>(
       uri, "adjust", "Points URLs of devices at another server",
-      {"zqpool uri adjust ws://old:9080/zq/data/5f3a --host backup1 --port 9443 --ssl "
-       "true",
+      {"zqpool uri adjust ws://old:9080/zq/data/5f3a --host backup1 --port 9443 --ssl true",
        "zqpool uri adjust --host backup1 -o tsv - < urls.txt"},
-      [arguments](Session& session) { return adjust(session, *arguments); });
-  adjust_verb
-      .add_option("URL", arguments->urls, "The URLs; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
-  adjust_verb.add_option("--host", arguments->host, "Its host name or address")->type_name("HOST");
-  adjust_verb.add_option("--port", arguments->port, "Its port")
+      &adjust);
+  add_objects(adjust_verb, "URL", adjusted.urls, "The URLs");
+  adjust_verb.add_option("--host", adjusted.host, "Its host name or address")->type_name("HOST");
+  adjust_verb.add_option("--port", adjusted.port, "Its port")
       ->type_name("PORT")
       ->check(CLI::Range(1, int{std::numeric_limits<unsigned short>::max()}));
-  adjust_verb.add_option("--ssl", arguments->ssl, "Whether by TLS, which the scheme says")
+  adjust_verb.add_option("--ssl", adjusted.ssl, "Whether by TLS, which the scheme says")
       ->type_name("true|false");
 }
 

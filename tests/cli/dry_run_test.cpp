@@ -87,6 +87,16 @@ TEST_F(Dry_Run, reads_on_the_way_to_a_change_are_made) {
   EXPECT_EQ(run({"lun", "export", "p", "l", "--dry-run"}).exit_code, 3);
 }
 
+TEST_F(Dry_Run, shows_no_key_of_a_scenario) {
+  const std::string file = directory_.write(
+      "scenario.json", R"({"devices":[{"name":"d","secret_key":"the-secret-itself"}]})");
+  for (const char* const format : {"table", "json"}) {
+    const Run_Result result = run({"lab", "scenario", file, "--dry-run", "-o", format});
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    EXPECT_THAT(result.out, HasSubstr("{\"name\":\"d\",\"secret_key\":\"(hidden)\"}"));
+  }
+}
+
 TEST_F(Dry_Run, a_new_export_is_shown_with_a_uuid_that_will_not_be_used) {
   const Run_Result result = run({"nfs", "export", "--path", "/srv", "--dry-run"});
   EXPECT_EQ(result.exit_code, 0) << result.err;
