@@ -94,7 +94,7 @@ std::string read_clients(Fields& fields) {
 
 /// A word that may be empty: then it is the service's choice.
 std::string read_word(Fields& fields, const std::string& key, const std::string& otherwise) {
-  const std::string word = fields.needed_text(key);
+  std::string word = fields.needed_text(key);
   if (word.empty()) return otherwise;
   const bool good = word.size() <= 32 && std::all_of(word.begin(), word.end(), [](char c) {
                       return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||

@@ -135,13 +135,15 @@ struct Way {
 };
 
 class Filesystem_Library : public testing::TestWithParam<Way> {
- protected:
-  Filesystem_Library() { connect(); }
+ public:
   ~Filesystem_Library() override {
     if (service_.pid() == 0) return;
     const Value checked = ask(service_, "GET", "/zq/lab/check").json();
     EXPECT_EQ(checked.get_obj().at("problems"), Value(Array()));
   }
+
+ protected:
+  Filesystem_Library() { connect(); }
 
   /// Finds the service where it is now.
   void connect() {

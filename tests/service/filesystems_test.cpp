@@ -21,11 +21,12 @@ const std::string unknown = "00000000-0000-4000-8000-00000000ffff";
 
 /// In a SCSI pool and in an image pool, which make no difference.
 class Filesystems : public testing::TestWithParam<std::string> {
- protected:
+ public:
   ~Filesystems() override {
     EXPECT_EQ(lab_.good("GET", "/zq/lab/check").get_obj().at("problems"), json("[]"));
   }
 
+ protected:
   static std::string pool() { return GetParam(); }
   static std::string body(const std::string& rest, const std::string& in = pool()) {
     return R"({"pool_id":")" + in + "\"," + rest + '}';

@@ -43,6 +43,13 @@ Value json(const std::string& text) {
 
 /// A host as the library sees it, and the service with a pool of each kind.
 class Library : public testing::TestWithParam<bool> {
+ public:
+  ~Library() override {
+    Host_ID::instance()->set("");
+    Host_Manager::instance()->access_key("");
+    WebSocket_Options::clear();
+  }
+
  protected:
   Library() {
     Host_ID::instance()->set(host_a);
@@ -50,11 +57,6 @@ class Library : public testing::TestWithParam<bool> {
     WebSocket_Options::configure("backup.lab", 8443, true);
     for (const std::string& secret : {lab_data_key, lab_iv, lab_tenant_key, lab_secret_key})
       Secrets::add(secret);
-  }
-  ~Library() override {
-    Host_ID::instance()->set("");
-    Host_Manager::instance()->access_key("");
-    WebSocket_Options::clear();
   }
 
   Endpoint endpoint() const { return service_.endpoint(GetParam()); }

@@ -244,9 +244,9 @@ const Object* Protocol_Document::find_operation(const std::string& method,
   return operation && capitals ? &operation->get_obj() : nullptr;
 }
 
-std::string Protocol_Document::mismatch(const Value& reference, const Value& value,
+std::string Protocol_Document::mismatch(const Value& given, const Value& value,
                                         const std::string& place) const {
-  const Object& schema = resolve(reference).get_obj();
+  const Object& schema = resolve(given).get_obj();
   check_keywords(schema);
   if (value.is_null() && flag(schema, "nullable")) return "";
   if (const std::string* type = json_spirit::object_get_str(schema, "type");
@@ -312,16 +312,17 @@ std::string Protocol_Document::object_mismatch(const Object& schema, const Objec
       if (object.count(key.get_str()) == 0) return place + " lacks " + key.get_str();
     }
   }
+  const std::string within = place + '.';
   const Value* properties = member(schema, "properties");
   const Value* others = member(schema, "additionalProperties");
   for (const auto& [key, value] : object) {
     const Value* property = properties ? member(properties->get_obj(), key) : nullptr;
     if (!property && others && others->type() == json_spirit::bool_type && !others->get_bool()) {
-      return place + " has an unknown member " + key;
+      return std::string(place).append(" has an unknown member ").append(key);
     }
     if (!property && others && others->type() == json_spirit::obj_type) property = others;
     if (!property) continue;
-    if (std::string wrong = mismatch(*property, value, place + '.' + key); !wrong.empty()) {
+    if (std::string wrong = mismatch(*property, value, within + key); !wrong.empty()) {
       return wrong;
     }
   }
@@ -347,8 +348,9 @@ std::string Protocol_Document::examples_within(const Value& part, const std::str
     const std::string wrong = mismatch(schema ? *schema : part, *example, place + ".example");
     if (!wrong.empty()) out += wrong + '\n';
   }
+  const std::string within = place + '.';
   for (const auto& [key, value] : object) {
-    if (key != "example") out += examples_within(value, place + '.' + key);
+    if (key != "example") out += examples_within(value, within + key);
   }
   return out;
 }

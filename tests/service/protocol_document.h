@@ -48,7 +48,7 @@ class Protocol_Document {
   std::string answer_contradiction(const Object* operation, const Exchange& exchange) const;
   std::string examples_within(const json_spirit::Value& part, const std::string& place) const;
   const json_spirit::Value& resolve(const json_spirit::Value& value) const;
-  std::string mismatch(const json_spirit::Value& schema, const json_spirit::Value& value,
+  std::string mismatch(const json_spirit::Value& given, const json_spirit::Value& value,
                        const std::string& place) const;
   std::string object_mismatch(const Object& schema, const Object& object,
                               const std::string& place) const;
