@@ -119,7 +119,7 @@ Exit_Code ask_each(Session& session, const Arguments& arguments, const char* lac
   return session.show(expand_names(arguments.luns), [&](const Target& target,
                                                         const std::string& lun_id, Object& record) {
     Said said;
-    const Outcome outcome =
+    Outcome outcome =
         arguments.pool.call(session, target, {Effect::reads, "Invalid value [] of lun '", &said},
                             [&](SCSI_Target_Manager& pool) { return ask(pool, lun_id, record); });
     const bool described =

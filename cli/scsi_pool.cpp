@@ -33,7 +33,7 @@ Outcome SCSI_Pool::call(Session& session, const Target& service, const Way& way,
   Said said;
   Way heard = way;
   if (heard.said == nullptr) heard.said = &said;
-  const Outcome outcome = session.call(heard, [&] { return operation(pool); });
+  Outcome outcome = session.call(heard, [&] { return operation(pool); });
   if (heard.said->has_error("Failed to get initiator name.")) {
     return {Exit_Code::failed,
             "this host has no SCSI initiator to let in, nothing was sent; name one with "

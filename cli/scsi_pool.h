@@ -30,7 +30,7 @@ struct SCSI_Pool {
 
   /// Calls one operation on the pool; the rest as for Session::call().
   using Operation = std::function<bool(SCSI_Target_Manager&)>;
-  Outcome call(Session& session, const Target& target, const Way& way,
+  Outcome call(Session& session, const Target& service, const Way& way,
                const Operation& operation) const;
 };
 

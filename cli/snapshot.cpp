@@ -66,7 +66,7 @@ Exit_Code ask_each(Session& session, const Arguments& arguments, const Ask& ask)
 Outcome why_not_described(Session& session, const SCSI_Pool& pool, const std::string& snapshot_id,
                           int lun_num, const char* what_to_do) {
   Array descriptions;
-  const Outcome outcome = list_snapshots(session, pool, "snapshot_id", snapshot_id, descriptions);
+  Outcome outcome = list_snapshots(session, pool, "snapshot_id", snapshot_id, descriptions);
   if (outcome.code != Exit_Code::done) return outcome;
   if (descriptions.empty()) return {Exit_Code::not_found, "not found: there is no such snapshot"};
   if (lun_num >= 0) {
