@@ -192,6 +192,7 @@ void take_turns(std::deque<Entry>& entries, Seconds limit) {
   const Instruction_Counter instructions;
   std::minstd_rand generator(1);
   std::vector<Entry*> order;
+  order.reserve(entries.size());
   for (Entry& entry : entries)
     order.push_back(&entry);
   const auto end = Clock::now() + std::chrono::duration_cast<Clock::duration>(limit);
@@ -208,6 +209,7 @@ double load(const Entry& entry, int thread_count) {
   const std::shared_future<Clock::time_point> started = start.get_future().share();
   std::deque<std::promise<void>> ready(static_cast<std::size_t>(thread_count));
   std::vector<std::future<int>> counts;
+  counts.reserve(ready.size());
   for (auto& is_ready : ready) {
     counts.push_back(std::async(std::launch::async, [&entry, started, &is_ready] {
       Call call;

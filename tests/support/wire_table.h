@@ -106,8 +106,8 @@ class Wire_Table : public testing::TestWithParam<std::tuple<Wire_Row, bool>> {
   }
 };
 
-inline auto over_both(std::vector<Wire_Row> rows) {
-  return testing::Combine(testing::ValuesIn(std::move(rows)), testing::Bool());
+inline auto over_both(const std::vector<Wire_Row>& rows) {
+  return testing::Combine(testing::ValuesIn(rows), testing::Bool());
 }
 
 }  // namespace zqpool::test

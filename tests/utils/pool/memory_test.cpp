@@ -30,7 +30,7 @@ struct Read {
 };
 
 class Memory : public testing::Test {
- protected:
+ public:
   Memory() { ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR); }
   ~Memory() override { ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR); }
 

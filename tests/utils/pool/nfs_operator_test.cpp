@@ -228,7 +228,7 @@ TEST(Nfs_Any_Answer, records_are_taken_exactly_when_the_exchange_succeeds) {
 }
 
 class Nfs_Operator_Test : public testing::Test {
- protected:
+ public:
   bool withdraw(NFS_Operator& exports) { return exports.unexport_record("u1", 0); }
 
   const Sleep_Recorder sleeps;

@@ -457,7 +457,7 @@ TEST(Scsi_Target_Manager_Test, is_made_from_a_url_that_does_not_parse) {
     const std::vector<Log_Line> lines = log.take();
     ASSERT_EQ(lines.size(), 1U);
     EXPECT_EQ(lines[0].priority, "LM_ERROR");
-    EXPECT_EQ(lines[0].text, "Failed to parse url: " + std::string(url.c_str()) + "\n");
+    EXPECT_EQ(lines[0].text, "Failed to parse url: " + url.substr(0, url.find('\0')) + "\n");
     EXPECT_EQ(lines[0].file, "utils/pool/scsi_target_manager.cpp");
     EXPECT_EQ(pool.host_, "");
     EXPECT_EQ(pool.port_, 0);
@@ -482,8 +482,7 @@ TEST(Scsi_Target_Manager_Test, init_takes_the_hosts_identity_anew) {
 
 std::string portal_of(const std::string& host) {
   const Log_Capture log;
-  const std::string text =
-      SCSI_Target_Manager(host, 8443, true, "", "", nullptr).get_scsi_pool_portal();
+  std::string text = SCSI_Target_Manager(host, 8443, true, "", "", nullptr).get_scsi_pool_portal();
   EXPECT_EQ(log.all(), "");
   return text;
 }
