@@ -52,12 +52,15 @@ void take_table(Fields& fields, const char* key, Object& out,
   out.emplace(key, std::move(copy));
 }
 
-void take_base64(Fields& fields, const char* key, Object& out) {
-  const std::optional<std::string> text = fields.optional_text(key);
-  if (!text) return;
+std::optional<std::string> read_base64(Fields& fields, const char* key) {
+  std::optional<std::string> text = fields.optional_text(key);
   Base64_Decoder decoder;
-  if (!decoder.set(text->data(), text->size())) fields.refuse(key, "is no Base64");
-  out.emplace(key, *text);
+  if (text && !decoder.set(text->data(), text->size())) fields.refuse(key, "is no Base64");
+  return text;
+}
+
+void take_base64(Fields& fields, const char* key, Object& out) {
+  if (const std::optional<std::string> text = read_base64(fields, key)) out.emplace(key, *text);
 }
 
 void refuse_any(Fields& fields, std::initializer_list<const char*> keys, const char* why) {
@@ -78,9 +81,9 @@ bool is_object_store(const std::string& url) {
 /// The secret key as it may be kept and sent: sealed, from the clear text or sealed by who wrote
 /// it.
 void take_secret_key(Fields& fields, const std::string& url, Object& out) {
-  std::optional<std::string> sealed = fields.optional_text("sealed_secret_key");
+  std::optional<std::string> sealed = read_base64(fields, "sealed_secret_key");
   if (fields.has("secret_key")) {
-    if (sealed) fields.refuse("sealed_secret_key", "goes not with secret_key");
+    if (sealed) fields.refuse("sealed_secret_key", "does not go with secret_key");
     sealed = fields.text("secret_key");
     if (!encrypt_s3_key(url.c_str(), *sealed)) {
       fields.refuse("secret_key", "cannot be sealed without --s3-secret-file");
@@ -382,7 +385,7 @@ Object read_storage_attributes(Fields& fields, const std::string& url) {
                "is for devices with the URL of an object store");
   }
   if (out.count("network_urls") != 0 && out.count("sealed_secret_key") != 0) {
-    fields.refuse("network_urls", "goes not with a secret key, which is sealed for one URL");
+    fields.refuse("network_urls", "does not go with a secret key, which is sealed for one URL");
   }
   return out;
 }

@@ -346,15 +346,18 @@ INSTANTIATE_TEST_SUITE_P(
                   "422 devices[0].access_key: goes with a secret_key, and the other way round"},
         Bad_Entry{"secret_key_twice",
                   device_with("s3://n/b", R"("secret_key":"hush","sealed_secret_key":"hush")"),
-                  "422 devices[0].sealed_secret_key: goes not with secret_key"},
+                  "422 devices[0].sealed_secret_key: does not go with secret_key"},
         Bad_Entry{"key_sealed_by_somebody_else",
                   device_with("s3://n/b", R"("access_key":"a","sealed_secret_key":"aHVzaA==")"),
                   "422 devices[0].sealed_secret_key: was not sealed for this URL under this "
                   "secret"},
+        Bad_Entry{"sealed_key_that_is_no_base64",
+                  device_with("s3://n/b", R"("access_key":"a","sealed_secret_key":"hush!")"),
+                  "422 devices[0].sealed_secret_key: is no Base64"},
         Bad_Entry{"sealed_for_two_urls",
                   device_with("s3://n/b", R"("access_key":"a","secret_key":"hush",
                               "network_urls":{"1":"s3://m/b"})"),
-                  "422 devices[0].network_urls: goes not with a secret key, which is sealed for "
+                  "422 devices[0].network_urls: does not go with a secret key, which is sealed for "
                   "one URL"},
         Bad_Entry{"network_without_a_number",
                   device_with("ws://n", R"("network_urls":{"one":"ws://m"})"),
