@@ -21,9 +21,13 @@ class Command : public testing::Test {
  protected:
   Command() : key_file_(directory_.write("key", key_ + "\n")) {}
 
-  /// zqpool with the endpoint and the key of the test.
+  /// zqpool with the endpoint and the key of the test. What the test changes before, the service's
+  /// threads see, and what they do is over when this returns.
   Run_Result run(const std::vector<std::string>& arguments, const Run_Options& options = {}) {
-    return zqpool(with_service(arguments), options);
+    server_.settle();
+    Run_Result result = zqpool(with_service(arguments), options);
+    server_.settle();
+    return result;
   }
 
   std::vector<std::string> with_service(std::vector<std::string> arguments) const {
