@@ -59,6 +59,13 @@ struct Question {
   const char* account_uuid = nullptr;
 };
 
+const Question chosen = [] {
+  Question ask;
+  ask.device_uuid = "d2";
+  ask.host_uuid = "h2";
+  return ask;
+}();
+
 using Call = std::function<Outcome(const Endpoint&)>;
 
 Call on_client(const Question& ask) {
@@ -144,9 +151,6 @@ std::vector<Wire_Row> from_client_rows() {
   const std::string target = pool_path + "?uuid=p1";
   Question unlimited;
   unlimited.timeout = -1;
-  Question chosen;
-  chosen.device_uuid = "d2";
-  chosen.host_uuid = "h2";
   Question full;
   full.pool_uuid = "p/1";
   full.to_restore = true;
@@ -282,9 +286,6 @@ std::vector<Wire_Row> from_host_rows() {
   const std::string target = pool_path + "?uuid=p1";
   Question unlimited;
   unlimited.timeout = -1;
-  Question chosen;
-  chosen.device_uuid = "d2";
-  chosen.host_uuid = "h2";
   return {
       Row("without_a_key", to_host({}, false))
           .sends("GET", target, "", "")
@@ -321,9 +322,6 @@ std::vector<Wire_Row> from_upstream_rows() {
   full.server_uuid = "s";
   full.account_uuid = "a";
   full.timeout = -1;
-  Question chosen;
-  chosen.device_uuid = "d2";
-  chosen.host_uuid = "h2";
   const auto row = [](const std::string& name, const Call& call) {
     return Row(name, call).keeps_connection();
   };
