@@ -179,6 +179,20 @@ TEST(Log, call_stack_is_written) {
   EXPECT_EQ(text.back(), '\n');
 }
 
+// What the compiler refuses, asked at run time.
+TEST(Log, only_arguments_that_fit_the_directives_are_taken) {
+  using zqpool::detail::Log_Arguments;
+  for (const char* const fits : {"%d %s\n", "%N:%l %d%% of %s %?", "%d%s", "%.*s"}) {
+    EXPECT_TRUE((Log_Arguments<int, const char*>::fit(fits))) << fits;
+  }
+  for (const char* const unfit : {"", "%d", "%s %d", "%d %s %s", "%u %s", "%Q %s", "%d %d", "%d %p",
+                                  "%d %.3s", "%s %.*s", "%d %.*s", "%d %s %"}) {
+    EXPECT_FALSE((Log_Arguments<int, const char*>::fit(unfit))) << unfit;
+  }
+  EXPECT_TRUE((Log_Arguments<unsigned, std::uint64_t>::fit("%u %Q")));
+  EXPECT_FALSE((Log_Arguments<double>::fit("%d")));
+}
+
 TEST(Log, errno_is_preserved_and_recorded) {
   Log_Capture log;
   errno = EXDEV;
