@@ -130,8 +130,8 @@ bool take_s3_keys(const Object& attributes, Pool_Info& info) {
         info.uuid.c_str());
   }
   string& kept = info.ext_attrs["secret_key"] = *secret_key;
-  return decrypt_s3_key(info.url.c_str(), kept) ||
-         ZQ_ERROR("Failed to decrypt s3 keys of pool info\n");
+  if (decrypt_s3_key(info.url.c_str(), kept)) return true;
+  return ZQ_ERROR("Failed to decrypt s3 keys of pool info\n");
 }
 
 bool complete_s3(const Object& storage, const Object* attributes, Pool_Info& info) {

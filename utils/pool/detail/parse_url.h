@@ -15,8 +15,8 @@ inline bool parse_url_silently(const std::string& url, URI& uri) {
 
 /// The same; false after a message in the name of `place`.
 inline bool parse_url(const Place& place, const std::string& url, URI& uri) {
-  return parse_url_silently(url, uri) ||
-         ZQ_LOG_AT(place, LM_ERROR, "Failed to parse url: %s\n", url.c_str());
+  if (parse_url_silently(url, uri)) return true;
+  return ZQ_LOG_AT(place, LM_ERROR, "Failed to parse url: %s\n", url.c_str());
 }
 
 }  // namespace zqpool::detail
