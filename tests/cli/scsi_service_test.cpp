@@ -1,5 +1,7 @@
 #include <gmock/gmock.h>
 
+#include <filesystem>
+
 #include "tests/cli/service_fixture.h"
 
 namespace zqpool::test {
@@ -28,11 +30,20 @@ class SCSI_Service : public Service {
   }
 
   std::vector<std::string> as_host(std::vector<std::string> arguments) const {
-    arguments.insert(arguments.end(), {"--initiator", host_});
+    return on_this_host(std::move(arguments), host_);
+  }
+  /// On a host whose identity is in files, since the machine of the test may have none.
+  std::vector<std::string> on_this_host(std::vector<std::string> arguments,
+                                        const std::string& initiator) const {
+    arguments.insert(arguments.end(), {"--initiator", initiator, "--host-root", root_.path()});
     return arguments;
   }
 
   const std::string host_ = "iqn.2026-11.lab:host1";
+  const Temp_Directory root_;
+  const bool has_identity_ =
+      std::filesystem::create_directory(root_.path("etc")) &&
+      !root_.write("etc/machine-id", "8c1d5a3e2b7f4e609d143a5b6c7d8e9f\n").empty();
 };
 
 TEST_F(SCSI_Service, a_backups_cycle_from_the_first_write_to_the_end) {
@@ -60,7 +71,7 @@ TEST_F(SCSI_Service, a_backups_cycle_from_the_first_write_to_the_end) {
 
   const std::string share = value("lun_num", as_host({"snapshot", "share", pool, first}));
   EXPECT_EQ(value("lun_num", {"snapshot", "show", pool, first}), share);
-  done({"snapshot", "allow", pool, first, "--lun-num", share, "--initiator", "iqn.x:b"});
+  done(on_this_host({"snapshot", "allow", pool, first, "--lun-num", share}, "iqn.x:b"));
   EXPECT_THAT(run({"lab", "visible", "iqn.x:b", "-o", "tsv"}).out, HasSubstr("\tsnapshot_id\t"));
   done({"snapshot", "unshare", pool, first, "--lun-num", share});
   EXPECT_EQ(run({"lab", "visible", "iqn.x:b"}).out, "");
