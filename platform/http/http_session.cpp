@@ -131,7 +131,7 @@ bool JSON_HTTP_Session::get(HTTP_Request& request, HTTP_Response& response,
     response.status(got.status);
     report.status = got.status;
     std::string why;
-    if (!got.body.empty() && !json_spirit::read(got.body, answer, why)) {
+    if (!got.body.empty() && !json_spirit::read(std::move(got.body), answer, why)) {
       failure.set(HTTP_Error::bad_json, "the answer's body is not JSON: " + why);
     }
   }

@@ -236,7 +236,7 @@ class Call {
     json_spirit::Value unwanted;
     json_spirit::Value& value = wanted ? *answer : unwanted;
     std::string why;
-    if (json_spirit::read(got_.body, value, why)) {
+    if (json_spirit::read(std::move(got_.body), value, why)) {
       if (!success) report_.service_message = error_message(value);
     } else if (success) {
       failure_.set(HTTP_Error::bad_json, "the answer's body is not JSON: " + why);

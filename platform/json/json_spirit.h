@@ -55,7 +55,7 @@ class ZQ_EXPORT Value {
   Value(Value&& other) noexcept;
   Value& operator=(const Value& other);
   Value& operator=(Value&& other) noexcept;
-  /// Never overflows the stack and never allocates, however deep the value is.
+  /// Never overflows the stack and works without free memory, however deep the value is.
   ~Value();
 
   void swap(Value& other) noexcept;
@@ -110,17 +110,23 @@ inline void swap(Value& a, Value& b) noexcept {
 /// call of a process ends it when memory fails while simdjson chooses its code for the processor).
 /// Of members with the same key the last one wins. `text` is read in place when its capacity
 /// exceeds its size by at least read_padding bytes, otherwise through a copy. Safe on any number of
-/// threads; each keeps working memory of some 14 times its largest document below 1 MiB.
+/// threads; each keeps working memory of some 14 times its largest document below 1 MiB. A long
+/// list of objects which begin with the same key, as services write them, is read in pieces of 32
+/// KiB, and counts as no more than that.
 ZQ_EXPORT bool read(const std::string& text, Value& value);
 
 /// As above; on failure `error` receives why (never a piece of the text).
 ZQ_EXPORT bool read(const std::string& text, Value& value, std::string& error);
 
+/// As above, for a text that nobody needs afterwards: it is left empty, in any case, and its memory
+/// is given back while the tree grows.
+ZQ_EXPORT bool read(std::string&& text, Value& value, std::string& error);
+
 /// Spare capacity with which a text is read without being copied.
 constexpr std::size_t read_padding = 64;
 
 /// Largest document that read() takes, in bytes; 256 MiB until set. Set once at start. A tree takes
-/// up to 32 times the memory of its text, and reading it 14 times more.
+/// up to 32 times the memory of its text, and reading one that is not read in pieces 14 times more.
 ZQ_EXPORT std::size_t max_document_size() noexcept;
 ZQ_EXPORT void set_max_document_size(std::size_t bytes) noexcept;
 

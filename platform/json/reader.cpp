@@ -4,6 +4,8 @@
 #include <atomic>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <utility>
 
 #include "platform/json/json_spirit.h"
 
@@ -17,6 +19,11 @@ namespace dom = simdjson::dom;
 // the document, too much for a thread to keep.
 constexpr std::size_t kept_document_size = 1U << 20;
 constexpr std::size_t smallest_capacity = 1U << 12;
+
+// Longer lists are read in pieces of about this size.
+constexpr std::size_t piece_size = 1U << 15;
+
+constexpr std::string_view blanks = " \t\r\n";
 
 std::atomic<std::size_t> document_size_limit{std::size_t{256} << 20};
 
@@ -99,9 +106,9 @@ void add(dom::element element, int depth, Emplace emplace) {
   }
 }
 
-// Null when the text was read, else why not.
-const char* read_text(const std::string& text, Value& value) {
-  if (text.size() > max_document_size()) return "the document is too large";
+// Parses the text and hands its root to `take`. Null when both went well, else why not.
+template <typename Take>
+const char* parse(const std::string& text, Take take) {
   const std::size_t capacity = std::max(text.size(), smallest_capacity);
   const bool keep = text.size() < kept_document_size && !kept_parser_gone;
   std::unique_ptr<dom::parser> temporary;
@@ -116,18 +123,108 @@ const char* read_text(const std::string& text, Value& value) {
     throw std::bad_alloc();
   }
   if (document.error() != simdjson::SUCCESS) return simdjson::error_message(document.error());
-
-  Value tree;
   try {
-    add(document.value_unsafe(), 0, [&tree](auto content) -> Value& {
-      tree = Value(std::move(content));
-      return tree;
-    });
+    take(document.value_unsafe());
   } catch (const Too_Deep&) {
     return simdjson::error_message(simdjson::DEPTH_ERROR);
   }
-  value.swap(tree);
   return nullptr;
+}
+
+// What of a text is still to be read. One that is its own takes less room the more was read.
+class Rest {
+ public:
+  explicit Rest(std::string_view text) noexcept : text_(text) {}
+  explicit Rest(std::string&& text) noexcept : own_(std::move(text)), text_(own_) {}
+  Rest(const Rest&) = delete;
+  Rest& operator=(const Rest&) = delete;
+
+  std::string_view text() const noexcept { return text_; }
+  void drop(std::size_t size) {
+    text_.remove_prefix(size);
+    if (text_.size() > own_.size() / 4) return;  // each byte is moved once in three times
+    std::string(text_).swap(own_);
+    text_ = own_;
+  }
+
+ private:
+  std::string own_;
+  std::string_view text_;
+};
+
+// The brace and the key with which the first object of a list begins; most lists' other objects
+// begin with the same ones. Empty for what is no list of objects.
+std::string first_key(std::string_view list) {
+  if (list.empty() || list.front() != '[') return {};
+  const std::size_t brace = list.find_first_not_of(blanks, 1);
+  if (brace == list.npos || list[brace] != '{') return {};
+  const std::size_t quote = list.find_first_not_of(blanks, brace + 1);
+  if (quote == list.npos || list[quote] != '"') return {};
+  const std::size_t end = list.find('"', quote + 1);
+  return std::string(list.substr(brace, end == list.npos ? 0 : end + 1 - brace));
+}
+
+// The first comma behind a piece's size that seems to stand between two objects of the list.
+std::size_t find_cut(std::string_view list, std::string_view key) {
+  for (std::size_t at = list.find(key, piece_size); at != list.npos; at = list.find(key, at + 1)) {
+    const std::size_t comma = list.find_last_not_of(blanks, at - 1);
+    if (comma != 0 && list[comma] == ',') return comma;
+  }
+  return list.npos;
+}
+
+// Reads a long list of objects piece by piece, so that what the parser needs beside the tree does
+// not grow with the list. A cut is a guess that proves itself: where what precedes it, closed with
+// a bracket, is a list, it lies in no string and no inner list, and the whole is valid when the
+// rest is, opened with a bracket. Where it is none, all the rest is read at once. (10,000 LUNs took
+// 1.6 times the memory of their tree before, 1.0 times so.)
+const char* read_list(Rest& rest, std::string_view key, Array& list) {
+  const std::size_t whole = rest.text().size();
+  std::string piece;
+  const auto take = [&](dom::element root) {
+    const dom::array elements = root.get_array().value_unsafe();
+    if (list.empty()) {
+      // As many as there will be if all are like these; but a list that begins with its smallest
+      // objects gets no more memory than its text has.
+      list.reserve(std::min(elements.size() * (whole / piece.size() + 1), whole / sizeof(Value)));
+    }
+    fill(list, elements, 1);
+  };
+  while (rest.text().size() > piece_size) {
+    const std::size_t cut = find_cut(rest.text(), key);
+    if (cut == std::string_view::npos) break;
+    piece.reserve(cut + 1 + read_padding);
+    piece.assign(1, '[').append(rest.text().substr(1, cut - 1)).append(1, ']');
+    if (parse(piece, take) != nullptr) break;
+    rest.drop(cut);
+  }
+  piece.reserve(rest.text().size() + read_padding);
+  piece.assign(1, '[').append(rest.text().substr(1));
+  rest.drop(rest.text().size());
+  return parse(piece, take);
+}
+
+// Null when the text was read, else why not. `own` is null, or the text itself to be given up.
+const char* read_text(const std::string& text, std::string* own, Value& value) {
+  if (text.size() > max_document_size()) return "the document is too large";
+  Value tree;
+  const char* failure = nullptr;
+  const std::string key = text.size() > piece_size ? first_key(text) : std::string();
+  if (!key.empty()) {
+    Rest rest = own != nullptr ? Rest(std::move(*own)) : Rest(text);
+    tree = Array();
+    failure = read_list(rest, key, tree.get_array());
+  } else {
+    failure = parse(text, [own, &tree](dom::element root) {
+      if (own != nullptr) std::string().swap(*own);
+      add(root, 0, [&tree](auto content) -> Value& {
+        tree = Value(std::move(content));
+        return tree;
+      });
+    });
+  }
+  if (failure == nullptr) value.swap(tree);
+  return failure;
 }
 
 }  // namespace
@@ -141,11 +238,19 @@ void set_max_document_size(std::size_t bytes) noexcept {
 }
 
 bool read(const std::string& text, Value& value) {
-  return read_text(text, value) == nullptr;
+  return read_text(text, nullptr, value) == nullptr;
 }
 
 bool read(const std::string& text, Value& value, std::string& error) {
-  const char* const failure = read_text(text, value);
+  const char* const failure = read_text(text, nullptr, value);
+  if (failure != nullptr) error = failure;
+  return failure == nullptr;
+}
+
+bool read(std::string&& text, Value& value, std::string& error) {
+  std::string own = std::move(text);
+  text.clear();
+  const char* const failure = read_text(own, &own, value);
   if (failure != nullptr) error = failure;
   return failure == nullptr;
 }
