@@ -1,5 +1,7 @@
 #include "utils/pool/detail/snapshot_chain.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <exception>
 
 #include "utils/pool/detail/answer.h"
@@ -19,6 +21,22 @@ Sizes read_sizes(const Object& snapshot) {
   extract("excl_size", sizes.excl, true);
   extract("rfer_size", sizes.rfer, true);
   return sizes;
+}
+
+/// Called before `list[i]` is looked at. A walk over a list larger than the cache waits for memory
+/// at every object, so the processor is asked for one that comes soon. Its members mostly lie
+/// around the first of them; where they do not, a few loads were for nothing.
+void prefetch_ahead(const Array& list, std::size_t i) {
+  constexpr std::size_t ahead = 2;
+  constexpr int line = 64;
+  constexpr int lines = 8;
+  if (list.size() - i <= ahead || !is_object(list[i + ahead])) return;
+  const Object& object = list[i + ahead].get_obj();
+  if (object.empty()) return;
+  const auto first = reinterpret_cast<std::uintptr_t>(&*object.begin());
+  for (auto at = first - lines * line; at <= first + lines * line; at += line) {
+    __builtin_prefetch(reinterpret_cast<const void*>(at));
+  }
 }
 
 }  // namespace
@@ -50,7 +68,10 @@ bool get_previous_snapshot(const Place& place, const Snapshot_Chain& chain,
   Object* best = nullptr;
   int best_seq = -1;
   bool good = true;
-  for (json_spirit::Value& element : answer.get_array()) {
+  Array& list = answer.get_array();
+  for (std::size_t i = 0; i < list.size(); ++i) {
+    prefetch_ahead(list, i);
+    json_spirit::Value& element = list[i];
     int seq = 0;
     if (!is_object(element)) {
       good = ZQ_LOG_AT(place, LM_EMERGENCY, "Unexpected error in %N:%l, i is not object!\n");
