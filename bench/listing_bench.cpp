@@ -196,10 +196,15 @@ constexpr std::array<Measured, 3> measured = {
 double time_of(const Entry& entry, Work work) {
   Seconds time{0};
   for (int i = 0; i < entry.batch; ++i) {
-    Array handed_out;  // whose destruction is the caller's own
-    const auto start = Clock::now();
-    if (!work(entry, handed_out)) throw std::runtime_error(entry.name + ": failed");
-    time += Clock::now() - start;
+    {
+      Array handed_out;  // whose destruction is the caller's own
+      const auto start = Clock::now();
+      if (!work(entry, handed_out)) throw std::runtime_error(entry.name + ": failed");
+      time += Clock::now() - start;
+    }
+    // So is what malloc puts off of it until somebody asks for a large block.
+    void* volatile large = std::malloc(2048);
+    std::free(large);
   }
   return time.count() / entry.batch;
 }
@@ -265,19 +270,29 @@ double in_a_child(const std::function<double()>& work) {
   return figure;
 }
 
+/// settled_memory() of a process that has been through the operation and this look at itself: what
+/// is needed only once, most of it pages of code, does not count.
+double memory_after(const Entry& small) {
+  Array handed_out;
+  if (!small.operation(handed_out)) throw std::runtime_error(small.name + ": failed");
+  Array().swap(handed_out);
+  settled_memory();
+  return settled_memory();
+}
+
 /// The most memory that the work had in use at a time.
-double peak_of(const Entry& entry, Work work) {
-  return in_a_child([&entry, work] {
-    const double before = settled_memory();
+double peak_of(const Entry& entry, const Entry& small, Work work) {
+  return in_a_child([&entry, &small, work] {
+    const double before = memory_after(small);
     Array handed_out;
     return work(entry, handed_out) ? status_of("VmHWM") - before : -1.0;
   });
 }
 
 /// What the parsed answers take when all that it took to make them is given back.
-double tree_memory_of(const Entry& entry) {
-  return in_a_child([&entry] {
-    const double before = settled_memory();
+double tree_memory_of(const Entry& entry, const Entry& small) {
+  return in_a_child([&entry, &small] {
+    const double before = memory_after(small);
     std::vector<json_spirit::Value> trees(entry.bodies.size());
     for (std::size_t i = 0; i < trees.size(); ++i) {
       if (!json_spirit::read(entry.bodies[i], trees[i])) return -1.0;
@@ -286,10 +301,10 @@ double tree_memory_of(const Entry& entry) {
   });
 }
 
-void measure_memory(Entry& entry) {
-  entry.operation_memory = peak_of(entry, measured[0].work);
-  entry.parse_memory = peak_of(entry, measured[1].work);
-  entry.tree_memory = tree_memory_of(entry);
+void measure_memory(Entry& entry, const Entry& small) {
+  entry.operation_memory = peak_of(entry, small, measured[0].work);
+  entry.parse_memory = peak_of(entry, small, measured[1].work);
+  entry.tree_memory = tree_memory_of(entry, small);
 }
 
 // --- What comes out ---------------------------------------------------------------------------
@@ -377,7 +392,7 @@ bool run(const Options& options) {
   // Before the turns, which leave this process with memory that its children need not take then.
   for (auto& entries : all) {
     for (Entry& entry : entries)
-      measure_memory(entry);
+      measure_memory(entry, entries.front());
   }
   // What was freed is kept, or each turn would measure how fast the kernel clears pages, and that
   // depends on how much was freed before.
