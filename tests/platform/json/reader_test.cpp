@@ -548,8 +548,9 @@ TEST(Json_Reader_Long_List, where_to_cut_is_not_always_what_it_seems) {
 }
 
 TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
-  const std::string good = R"({"a":"text","b":[1,{"a":null}]})";
-  const std::string list = long_list([&good](int) { return good; });
+  const std::string list =
+      long_list([](int) { return std::string(R"({"a":"text","b":[1,{"a":null}]})"); });
+  const std::string then_list = "," + list;
   const std::string faults[] = {"",
                                 "{",
                                 "}",
@@ -571,8 +572,9 @@ TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
                                 std::string(1, '\0'),
                                 "{\"a\":" + repeat("[", 255) + repeat("]", 255) + "}"};
   for (const std::string& fault : faults) {
-    for (const std::string& elements :
-         {fault + "," + list, list + "," + fault + "," + list, list + "," + fault}) {
+    std::string at_the_end = list;
+    at_the_end.append(",").append(fault);
+    for (const std::string& elements : {fault + then_list, at_the_end + then_list, at_the_end}) {
       expect_refused("[" + elements + "]", fault);
       expect_same_as_read_at_once(elements, fault);
     }
@@ -593,7 +595,7 @@ TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
   // One level less than the last of the faults.
   const std::string deepest = "{\"a\":" + repeat("[", 254) + repeat("]", 254) + "}";
   Value value;
-  EXPECT_TRUE(reads("[" + list + "," + deepest + "," + list + "]", value));
+  EXPECT_TRUE(reads("[" + list + "," + deepest + then_list + "]", value));
 }
 
 TEST(Json_Reader_Long_List, cut_off_anywhere_it_is_refused) {

@@ -28,8 +28,8 @@ Sizes read_sizes(const Object& snapshot) {
 /// around the first of them; where they do not, a few loads were for nothing.
 void prefetch_ahead(const Array& list, std::size_t i) {
   constexpr std::size_t ahead = 2;
-  constexpr int line = 64;
-  constexpr int lines = 8;
+  constexpr std::uintptr_t line = 64;
+  constexpr std::uintptr_t lines = 8;
   if (list.size() - i <= ahead || !is_object(list[i + ahead])) return;
   const Object& object = list[i + ahead].get_obj();
   if (object.empty()) return;
