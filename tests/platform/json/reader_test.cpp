@@ -589,6 +589,9 @@ TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
     std::string elements = tiny;
     elements[8 * i + 7] = ';';
     expect_refused("[" + elements + "]", std::to_string(i));
+    elements = tiny;
+    elements.replace(8 * i, 7, 7, ' ');
+    expect_refused("[" + elements + "]", "no object " + std::to_string(i));
   }
   // Behind a cut: a blank longer than a piece, and no bracket at the end.
   expect_refused("[" + list + "," + repeat(" ", long_list_size) + R"({"a":1})", "not closed");
