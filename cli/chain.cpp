@@ -75,6 +75,7 @@ Exit_Code show_chain(Session& session, const std::string& root, const Array& sna
     return code;
   }
   std::vector<Record> records;
+  records.reserve(links.size());
   for (const Link& link : links) {
     records.push_back(
         {link.id,

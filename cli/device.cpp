@@ -140,7 +140,7 @@ void add_info(Command_Line& commands, CLI::App& device) {
 Exit_Code offer(Session& session, const std::vector<std::string>& pools) {
   return session.show(expand_objects(pools), [&](const Target& target, const std::string& pool,
                                                  Object& record) {
-    const Outcome outcome = session.call({Effect::reads}, [&] {
+    Outcome outcome = session.call({Effect::reads}, [&] {
       const auto& [ssl, host, port] = target.endpoint;
       return Pool_Metadata_Manager::offer_device(host, port, ssl, target.access_key, pool, record);
     });

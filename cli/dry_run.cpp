@@ -26,7 +26,7 @@ Parts take_apart(const std::string& request) {
   std::size_t begin = 0;
   const auto next = [&](const std::string& stop) {
     const std::size_t end = request.find(stop, begin);
-    const std::string text = request.substr(begin, end - begin);
+    std::string text = request.substr(begin, end - begin);
     begin = end == std::string::npos ? request.size() : end + stop.size();
     return text;
   };
@@ -73,7 +73,7 @@ std::string shown_request(const std::string& request) {
   const Parts parts = take_apart(request);
   std::string text = printable(parts.method + ' ' + parts.target + ' ' + parts.version) + '\n';
   for (const auto& [name, value] : parts.headers)
-    text += printable(name + ": " + value) + '\n';
+    text.append(printable(name)).append(": ").append(printable(value)).append("\n");
   if (!parts.body.empty()) text += '\n' + printable(parts.body) + '\n';
   return text;
 }

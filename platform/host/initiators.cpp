@@ -31,7 +31,7 @@ bool comes_before(const std::string& a, const std::string& b) {
 }
 
 /// The names of what is in a folder; none when it cannot be read.
-std::vector<std::string> entries_of(const std::string& folder) {
+std::vector<std::string> entries_of(const std::filesystem::path& folder) {
   std::vector<std::string> names;
   std::error_code error;
   for (std::filesystem::directory_iterator entry(folder, error), end; !error && entry != end;
@@ -65,11 +65,11 @@ bool get_iscsi_initiator_name(std::vector<std::string>& names) {
 
 bool FC_Info::init() {
   port_wwns_.clear();
-  const std::string folder = zqpool::detail::host_path("/sys/class/fc_host");
+  const std::filesystem::path folder = zqpool::detail::host_path("/sys/class/fc_host");
   std::vector<std::string> hosts = entries_of(folder);
   std::sort(hosts.begin(), hosts.end(), comes_before);
   for (const std::string& host : hosts) {
-    std::ifstream file(folder + '/' + host + "/port_name");
+    std::ifstream file(folder / host / "port_name");
     std::string wwn;
     std::getline(file, wwn);
     wwn = trimmed(wwn);

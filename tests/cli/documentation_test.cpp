@@ -62,10 +62,11 @@ std::string help_of(const std::string& name) {
 /// The verbs of a noun and of the nouns within it.
 void add_verbs(const std::string& noun, std::vector<Verb>& verbs) {
   const std::string help = help_of(noun);
+  const std::string within = noun.empty() ? "" : noun + ' ';
   for (const std::string& verb : listed_under(help, "Verbs"))
-    verbs.push_back({noun, verb, help_of(noun + ' ' + verb)});
+    verbs.push_back({noun, verb, help_of(within + verb)});
   for (const std::string& inner : listed_under(help, "Nouns"))
-    add_verbs((noun.empty() ? "" : noun + ' ') + inner, verbs);
+    add_verbs(within + inner, verbs);
 }
 
 const std::vector<Verb>& all_verbs() {

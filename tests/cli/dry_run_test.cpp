@@ -59,7 +59,7 @@ TEST_F(Dry_Run, shows_the_very_request_that_would_go_out_and_sends_none) {
   for (const std::vector<std::string>& arguments : table) {
     const std::size_t before = server_.request_count();
     std::vector<std::string> dry = arguments;
-    dry.push_back("--dry-run");
+    dry.emplace_back("--dry-run");
     const Run_Result shown = run(dry);
     EXPECT_EQ(shown.exit_code, 0) << testing::PrintToString(arguments) << shown.err;
     EXPECT_EQ(shown.err, "");

@@ -9,7 +9,6 @@ namespace {
 
 using testing::EndsWith;
 using testing::HasSubstr;
-using testing::Not;
 
 /// Each test for "fs" and for "image", which speak the same.
 class Filesystem : public Command, public testing::WithParamInterface<const char*> {

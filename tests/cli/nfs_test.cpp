@@ -6,7 +6,6 @@ namespace zqpool::test {
 namespace {
 
 using testing::EndsWith;
-using testing::HasSubstr;
 using testing::MatchesRegex;
 
 class NFS : public Command {

@@ -81,7 +81,7 @@ TEST_F(Resolve, keys_are_hidden_unless_asked_for) {
                                 sealed(url, "the-secret-itself") + R"("}})",
                             R"("key":"ZGF0YS1rZXk=","tenant_access_key":"of-the-tenant",)"));
   std::vector<std::string> more = secret_;
-  more.push_back("--trace");
+  more.emplace_back("--trace");
   for (const char* const format : {"table", "json", "tsv"}) {
     more.insert(more.end(), {"--output", format});
     const Run_Result hidden = run([&] {
@@ -98,7 +98,7 @@ TEST_F(Resolve, keys_are_hidden_unless_asked_for) {
     }
     more.resize(more.size() - 2);
   }
-  more.push_back("--show-secrets");
+  more.emplace_back("--show-secrets");
   const Run_Result shown = resolve(more);
   EXPECT_THAT(shown.out, HasSubstr(R"("key":"ZGF0YS1rZXk=")"));
   EXPECT_THAT(shown.out, HasSubstr(R"("tenant_access_key":"of-the-tenant")"));
@@ -249,7 +249,7 @@ TEST_F(Resolve, many_pools_keep_their_order) {
   for (int i = 1; i <= 20; ++i) {
     const std::string pool = "p-" + std::to_string(i);
     options.input += pool + "\n";
-    if (i != 7) wanted += pool + "\turl\tws://" + pool + "\n";
+    if (i != 7) wanted.append(pool).append("\turl\tws://").append(pool).append("\n");
   }
   const Run_Result result = run({"pool", "url", "-", "-o", "tsv", "--jobs", "8"}, options);
   EXPECT_EQ(result.exit_code, 3);

@@ -17,6 +17,9 @@ using testing::HasSubstr;
 const std::string path = "/zq/r/storage/catalog/pool";
 
 class Fault : public testing::TestWithParam<bool> {
+ public:
+  ~Fault() override { test::ask(*service_, "DELETE", "/zq/lab/faults"); }
+
  protected:
   static void SetUpTestSuite() { service_ = new Service_Process({small_lab(), {}}); }
   static void TearDownTestSuite() {
@@ -24,7 +27,6 @@ class Fault : public testing::TestWithParam<bool> {
     delete service_;
     service_ = nullptr;
   }
-  ~Fault() override { test::ask(*service_, "DELETE", "/zq/lab/faults"); }
 
   static bool ssl() { return GetParam(); }
   static Http_Answer ask(const std::string& method, const std::string& target,

@@ -48,7 +48,7 @@ class Protocol : public testing::TestWithParam<bool> {
   static const std::string& key() { return service_->access_key(); }
   static Http_Answer ask(const std::string& method, const std::string& target,
                          const std::string& body = "", const std::string& more = "") {
-    const Http_Answer answer = test::ask(*service_, method, target, body, more, ssl());
+    Http_Answer answer = test::ask(*service_, method, target, body, more, ssl());
     EXPECT_EQ(Protocol_Document::instance().contradiction(
                   {method, target, body, answer.status, answer.body}),
               "");

@@ -19,8 +19,8 @@ namespace beast = boost::beast;
 namespace http = boost::beast::http;
 
 constexpr std::uint32_t largest_head = 64 * 1024;
-constexpr std::size_t first_read = 4 * 1024;
-constexpr std::size_t later_read = 64 * 1024;
+constexpr std::size_t first_read = std::size_t{4} << 10;
+constexpr std::size_t later_read = std::size_t{64} << 10;
 constexpr int most_interim_answers = 64;
 
 /// A string body with spare capacity, so that the JSON reader takes it in place, and with limited

@@ -102,6 +102,7 @@ void Interposed_Network::after_connect(std::function<void()> hook) {
 using zqpool::test::real;
 using zqpool::test::state;
 
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): glibc's are reserved names
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
                                                                   const char* service,
                                                                   const addrinfo* hints,
@@ -165,3 +166,4 @@ extern "C" __attribute__((visibility("default"))) int connect(int fd, const sock
   errno = error;
   return result;
 }
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

@@ -173,6 +173,7 @@ TEST_P(HTTP_Keep_Alive_Test, many_threads_share_one_client) {
   Kept_Client client(server_.endpoint());
   std::atomic<int> good{0};
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int t = 0; t < 8; ++t) {
     threads.emplace_back([&client, &good, t] {
       for (int i = 0; i < 20; ++i) {

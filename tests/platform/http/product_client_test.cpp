@@ -10,13 +10,14 @@ namespace zqpool::test {
 namespace {
 
 class HTTP_Product_Client_Test : public HTTP_Test {
- protected:
+ public:
   HTTP_Product_Client_Test() {
     Host_Manager::instance()->access_key("host-key");
     server_.otherwise(json_answer(200, "{}"));
   }
   ~HTTP_Product_Client_Test() override { Host_Manager::instance()->access_key(""); }
 
+ protected:
   Scripted_Server server_;
 };
 
@@ -76,6 +77,7 @@ TEST_F(HTTP_Product_Client_Test, the_upstream_client_serves_many_threads) {
   Upstream_JSON_RESTful_Client::configure("127.0.0.1", secure.port(), true, "upstream-key");
   std::atomic<int> good{0};
   std::vector<std::thread> threads;
+  threads.reserve(16);
   for (int t = 0; t < 16; ++t) {
     threads.emplace_back([&good] {
       for (int i = 0; i < 10; ++i)

@@ -89,6 +89,7 @@ TEST_P(HTTP_Robustness_Test, sixty_four_threads_at_once) {
   std::mutex mutex;
   std::vector<std::string> wrong;
   std::vector<std::thread> threads;
+  threads.reserve(many);
   for (int t = 0; t < many; ++t) {
     threads.emplace_back([&, t] {
       for (int i = 0; i < calls; ++i) {
