@@ -498,10 +498,16 @@ void expect_same_as_read_at_once(const std::string& elements, const std::string&
   EXPECT_TRUE(value == at_once) << what;
 }
 
+void expect_list_refused(const std::string& text, const std::string& why) {
+  Value value = untouched();
+  EXPECT_FALSE(read(text, value)) << why;
+  EXPECT_EQ(value, untouched()) << why;
+}
+
 TEST(Json_Reader_Long_List, comes_out_as_it_went_in) {
   const auto element = [](int i) {
     return "{\"id\":" + std::to_string(i) + ",\"name\":\"volume " + repeat("x", i % 50) +
-           "\",\"tags\":[\"a\",{\"id\":true}]}";
+           "\",\"tags\":[\"a\",{\"k\":true}]}";
   };
   for (const std::string between : {",", " , ", "\n\t,\r\n  "}) {
     Value value;
@@ -575,26 +581,26 @@ TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
     std::string at_the_end = list;
     at_the_end.append(",").append(fault);
     for (const std::string& elements : {fault + then_list, at_the_end + then_list, at_the_end}) {
-      expect_refused("[" + elements + "]", fault);
+      expect_list_refused("[" + elements + "]", fault);
       expect_same_as_read_at_once(elements, fault);
     }
   }
   for (const char* end : {"", "]]", "],", "]1", "}", ",]", "]\n[]", "] x"})
-    expect_refused("[" + list + end, end);
+    expect_list_refused("[" + list + end, end);
   for (const char* between : {"", ";", "x", ":", "]", "\"", ",,", ", ,", ",]["})
-    expect_refused("[" + long_list([](int) { return R"({"a":1})"; }, between) + "]", between);
+    expect_list_refused("[" + long_list([](int) { return R"({"a":1})"; }, between) + "]", between);
   // Where the first cut is, after 32 KiB of objects and commas of 8 bytes.
   const std::string tiny = long_list([](int) { return R"({"a":1})"; });
   for (std::size_t i = 4090; i < 4102; ++i) {
     std::string elements = tiny;
     elements[8 * i + 7] = ';';
-    expect_refused("[" + elements + "]", std::to_string(i));
+    expect_list_refused("[" + elements + "]", std::to_string(i));
     elements = tiny;
     elements.replace(8 * i, 7, 7, ' ');
-    expect_refused("[" + elements + "]", "no object " + std::to_string(i));
+    expect_list_refused("[" + elements + "]", "no object " + std::to_string(i));
   }
   // Behind a cut: a blank longer than a piece, and no bracket at the end.
-  expect_refused("[" + list + "," + repeat(" ", long_list_size) + R"({"a":1})", "not closed");
+  expect_list_refused("[" + list + "," + repeat(" ", long_list_size) + R"({"a":1})", "not closed");
   // One level less than the last of the faults.
   const std::string deepest = "{\"a\":" + repeat("[", 254) + repeat("]", 254) + "}";
   Value value;
@@ -607,8 +613,8 @@ TEST(Json_Reader_Long_List, cut_off_anywhere_it_is_refused) {
       "]";
   Value value;
   ASSERT_TRUE(reads(list, value));
-  for (std::size_t size = 1; size < list.size(); size += size < list.size() - 40 ? 997U : 1U)
-    expect_refused(list.substr(0, size), "cut off at " + std::to_string(size));
+  for (std::size_t size = 1; size < list.size(); size += size < list.size() - 40 ? 1999U : 1U)
+    expect_list_refused(list.substr(0, size), "cut off at " + std::to_string(size));
 }
 
 TEST(Json_Reader_Long_List, damaged_anywhere_it_reads_as_at_once) {
@@ -619,7 +625,7 @@ TEST(Json_Reader_Long_List, damaged_anywhere_it_reads_as_at_once) {
   });
   std::minstd_rand random(seed);
   const auto below = [&random](std::size_t limit) { return random() % limit; };
-  for (int round = 0; round < 200; ++round) {
+  for (int round = 0; round < 100; ++round) {
     std::string damaged = list;
     for (std::size_t n = 1 + below(2); n > 0; --n) {
       const std::size_t at = below(damaged.size());
