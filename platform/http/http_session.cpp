@@ -83,7 +83,6 @@ HTTP_Session_Ptr HTTP_Session_Factory::create(const char* host, unsigned short p
   return HTTP_Session_Ptr(new HTTP_Session(std::move(impl)));
 }
 
-// NOLINTBEGIN(performance-unnecessary-value-param): callers have these signatures
 JSON_HTTP_Session::JSON_HTTP_Session(HTTP_Session_Ptr session, int longest_idle,
                                      int longest_exchange)
     : session_(session), longest_idle_(longest_idle), longest_exchange_(longest_exchange) {}
@@ -91,7 +90,6 @@ JSON_HTTP_Session::JSON_HTTP_Session(HTTP_Session_Ptr session, int longest_idle,
 void JSON_HTTP_Session::reset(HTTP_Session_Ptr session) {
   session_ = session;
 }
-// NOLINTEND(performance-unnecessary-value-param)
 
 JSON_HTTP_Session::operator bool() const {
   const HTTP_Session* const session = session_.get();

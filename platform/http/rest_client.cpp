@@ -384,5 +384,5 @@ void Upstream_JSON_RESTful_Client::configure(const char* host, unsigned short po
   auto* const next = new Upstream{client.get(), upstream.load()};
   while (!upstream.compare_exchange_weak(next->replaced, next)) {
   }
-  static_cast<void>(client.release());
+  static_cast<void>(client.release());  // kept for good: callers may still hold it
 }

@@ -26,7 +26,7 @@ constexpr std::size_t merging_interval = 64;
 // glibc merges freed small blocks only when a large one is asked for or freed, but then all of
 // them: after a long array that is a second walk through memory which has left the cache, and takes
 // longer than the destruction. Here it is done while they are at hand (10,000 objects were
-// destroyed in 0.4 of the time).
+// destroyed in 0.4 of the time). An Array that is no Value destroys itself, without this.
 void merge_freed_blocks() noexcept {
   constexpr std::size_t large = 2048;
   void* volatile block = std::malloc(large);  // volatile, or the compiler leaves both calls out
@@ -171,7 +171,8 @@ void Value::clear() noexcept {
   if (auto* const array = std::get_if<Array>(&data_)) {
     for (std::size_t i = 0; i < array->size(); ++i) {
       detail::prefetch_ahead(*array, i);
-      if ((*array)[i].is_container()) (*array)[i].clear();
+      if (!(*array)[i].is_container()) continue;
+      (*array)[i].clear();
       if (i % merging_interval == merging_interval - 1) merge_freed_blocks();
     }
   }

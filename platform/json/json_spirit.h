@@ -118,8 +118,8 @@ ZQ_EXPORT bool read(const std::string& text, Value& value);
 /// As above; on failure `error` receives why (never a piece of the text).
 ZQ_EXPORT bool read(const std::string& text, Value& value, std::string& error);
 
-/// As above, for a text that nobody needs afterwards: it is left empty, in any case, and its memory
-/// is given back while the tree grows.
+/// As above, for a text that nobody needs afterwards: its memory is given back while the tree
+/// grows.
 ZQ_EXPORT bool read(std::string&& text, Value& value, std::string& error);
 
 /// Spare capacity with which a text is read without being copied.

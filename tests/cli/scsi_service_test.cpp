@@ -12,10 +12,16 @@ using testing::HasSubstr;
 using testing::Not;
 
 const char* const pool = "36af74d2-8e19-4a02-9435-6f7081920a09";
+const char* const host = "iqn.2026-11.lab:host1";
 
 /// Commands on a SCSI pool of zqpoold, for a host that is an initiator by name.
 class SCSI_Service : public Service {
  protected:
+  SCSI_Service() {
+    std::filesystem::create_directories(directory_.path("root/etc"));
+    directory_.write("root/etc/machine-id", "8c1d5a3e2b7f4e609d143a5b6c7d8e9f\n");
+  }
+
   /// A command that is to succeed, and the value of this member of its record.
   std::string value(const std::string& key, std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"-o", "tsv"});
@@ -29,21 +35,13 @@ class SCSI_Service : public Service {
     EXPECT_EQ(result.exit_code, 0) << testing::PrintToString(arguments) << result.err;
   }
 
-  std::vector<std::string> as_host(std::vector<std::string> arguments) const {
-    return on_this_host(std::move(arguments), host_);
-  }
   /// On a host whose identity is in files, since the machine of the test may have none.
-  std::vector<std::string> on_this_host(std::vector<std::string> arguments,
-                                        const std::string& initiator) const {
-    arguments.insert(arguments.end(), {"--initiator", initiator, "--host-root", root_.path()});
+  std::vector<std::string> as_host(std::vector<std::string> arguments,
+                                   const std::string& initiator = host) const {
+    arguments.insert(arguments.end(),
+                     {"--initiator", initiator, "--host-root", directory_.path("root")});
     return arguments;
   }
-
-  const std::string host_ = "iqn.2026-11.lab:host1";
-  const Temp_Directory root_;
-  const bool has_identity_ =
-      std::filesystem::create_directory(root_.path("etc")) &&
-      !root_.write("etc/machine-id", "8c1d5a3e2b7f4e609d143a5b6c7d8e9f\n").empty();
 };
 
 TEST_F(SCSI_Service, a_backups_cycle_from_the_first_write_to_the_end) {
@@ -52,11 +50,11 @@ TEST_F(SCSI_Service, a_backups_cycle_from_the_first_write_to_the_end) {
   const std::string number = value("lun_num", {"lun", "number", pool, lun});
   EXPECT_EQ(value("retention_type", {"lun", "show", pool, lun}), "newest");
   EXPECT_FALSE(value("serial_number", {"lun", "serial", pool, lun}).empty());
-  EXPECT_THAT(run({"lab", "visible", host_, "-o", "tsv"}).out,
+  EXPECT_THAT(run({"lab", "visible", host, "-o", "tsv"}).out,
               HasSubstr(lun + "\tlun_num\t" + number + "\n"));
 
   const std::string target = value("target", {"pool", "scsi", pool});
-  done({"lab", "write", "--initiator", host_, "--target", target, "--lun-num", number, "--length",
+  done({"lab", "write", "--initiator", host, "--target", target, "--lun-num", number, "--length",
         "64MiB"});
   const std::string first = value("snapshot_id", {"snapshot", "create", pool, lun});
   done({"lab", "write", pool, lun, "--offset", "512MiB", "--length", "32MiB"});
@@ -71,7 +69,7 @@ TEST_F(SCSI_Service, a_backups_cycle_from_the_first_write_to_the_end) {
 
   const std::string share = value("lun_num", as_host({"snapshot", "share", pool, first}));
   EXPECT_EQ(value("lun_num", {"snapshot", "show", pool, first}), share);
-  done(on_this_host({"snapshot", "allow", pool, first, "--lun-num", share}, "iqn.x:b"));
+  done(as_host({"snapshot", "allow", pool, first, "--lun-num", share}, "iqn.x:b"));
   EXPECT_THAT(run({"lab", "visible", "iqn.x:b", "-o", "tsv"}).out, HasSubstr("\tsnapshot_id\t"));
   done({"snapshot", "unshare", pool, first, "--lun-num", share});
   EXPECT_EQ(run({"lab", "visible", "iqn.x:b"}).out, "");

@@ -102,11 +102,11 @@ void Interposed_Network::after_connect(std::function<void()> hook) {
 using zqpool::test::real;
 using zqpool::test::state;
 
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name): glibc's are reserved names
+// The parameters are called what glibc's headers call them.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
                                                                   const char* service,
-                                                                  const addrinfo* hints,
-                                                                  addrinfo** result) {
+                                                                  const addrinfo* req,
+                                                                  addrinfo** pai) {
   static auto* const look_up = real<decltype(getaddrinfo)>("getaddrinfo");
   zqpool::test::Known_Name known;
   {
@@ -115,7 +115,7 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
         name != nullptr && state().active ? state().names.find(name) : state().names.end();
     if (found == state().names.end()) {
       lock.unlock();
-      return look_up(name, service, hints, result);
+      return look_up(name, service, req, pai);
     }
     const std::string wanted = name;
     ++state().look_ups[wanted];
@@ -126,8 +126,8 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
     state().changed.notify_all();
   }
   if (known.code != 0) return known.code;
-  *result = nullptr;
-  addrinfo** end = result;
+  *pai = nullptr;
+  addrinfo** end = pai;
   for (const std::string& address : known.addresses) {
     addrinfo numeric{};
     numeric.ai_family = AF_UNSPEC;
@@ -137,17 +137,17 @@ extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* na
     while (*end != nullptr)
       end = &(*end)->ai_next;
   }
-  return *result != nullptr ? 0 : EAI_NONAME;
+  return *pai != nullptr ? 0 : EAI_NONAME;
 }
 
-extern "C" __attribute__((visibility("default"))) int connect(int fd, const sockaddr* address,
-                                                              socklen_t size) {
+extern "C" __attribute__((visibility("default"))) int connect(int fd, const sockaddr* addr,
+                                                              socklen_t len) {
   static auto* const join = real<decltype(connect)>("connect");
   sockaddr_storage changed{};
-  if (address->sa_family != AF_INET && address->sa_family != AF_INET6) {
-    return join(fd, address, size);
+  if (addr->sa_family != AF_INET && addr->sa_family != AF_INET6) {
+    return join(fd, addr, len);
   }
-  std::memcpy(&changed, address, size);
+  std::memcpy(&changed, addr, len);
   // Both families have the port in the same place.
   auto& port = reinterpret_cast<sockaddr_in*>(&changed)->sin_port;
   {
@@ -155,7 +155,7 @@ extern "C" __attribute__((visibility("default"))) int connect(int fd, const sock
     const auto found = state().ports.find(ntohs(port));
     if (state().active && found != state().ports.end()) port = htons(found->second);
   }
-  const int result = join(fd, reinterpret_cast<const sockaddr*>(&changed), size);
+  const int result = join(fd, reinterpret_cast<const sockaddr*>(&changed), len);
   const int error = errno;
   std::function<void()> hook;
   {
@@ -166,4 +166,3 @@ extern "C" __attribute__((visibility("default"))) int connect(int fd, const sock
   errno = error;
   return result;
 }
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)

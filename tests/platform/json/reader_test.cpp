@@ -38,7 +38,6 @@ bool reads(std::string text, Value& value) {
   EXPECT_EQ(read(std::move(text), given_up, same_error), good);
   EXPECT_EQ(given_up, value);
   EXPECT_EQ(same_error, error);
-  EXPECT_TRUE(text.empty());  // NOLINT(bugprone-use-after-move): it is said to be empty
   return good;
 }
 
@@ -555,7 +554,7 @@ TEST(Json_Reader_Long_List, where_to_cut_is_not_always_what_it_seems) {
 
 TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
   const std::string list =
-      long_list([](int) { return std::string(R"({"a":"text","b":[1,{"a":null}]})"); });
+      long_list([](int) { return std::string(R"({"a":"text","b":[1,{"k":null}]})"); });
   const std::string then_list = "," + list;
   const std::string faults[] = {"",
                                 "{",
@@ -620,13 +619,18 @@ TEST(Json_Reader_Long_List, cut_off_anywhere_it_is_refused) {
 TEST(Json_Reader_Long_List, damaged_anywhere_it_reads_as_at_once) {
   constexpr unsigned seed = 20261122;
   constexpr char bytes[] = "{}[]\",:\\ \n01atn\xff";
-  const std::string list = long_list([](int i) {
-    return "{\"a\":" + std::to_string(i) + ",\"b\":[{\"a\":1},{\"a\":\"},{\"}],\"c\":true}";
-  });
+  // With inner lists that begin with the key of the list's own objects, or with another one.
+  const auto list = [](const std::string& inner) {
+    return long_list([&inner](int i) {
+      return "{\"a\":" + std::to_string(i) + ",\"b\":[{\"" + inner + "\":1},{\"" + inner +
+             "\":\"},{\"}],\"c\":true}";
+    });
+  };
+  const std::string lists[] = {list("a"), list("k")};
   std::minstd_rand random(seed);
   const auto below = [&random](std::size_t limit) { return random() % limit; };
-  for (int round = 0; round < 100; ++round) {
-    std::string damaged = list;
+  for (std::size_t round = 0; round < 100; ++round) {
+    std::string damaged = lists[round % 2];
     for (std::size_t n = 1 + below(2); n > 0; --n) {
       const std::size_t at = below(damaged.size());
       const char byte = bytes[below(sizeof bytes - 1)];

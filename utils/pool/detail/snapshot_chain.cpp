@@ -25,7 +25,8 @@ Sizes read_sizes(const Object& snapshot) {
 
 /// Called before `list[i]` is looked at. A walk over a list larger than the cache waits for memory
 /// at every object, so the processor is asked for one that comes soon. Its members mostly lie
-/// around the first of them; where they do not, a few loads were for nothing.
+/// around the first of them; where they do not, a few loads were for nothing. (The platform's walks
+/// have the like inside, out of reach from here: another platform need not offer it.)
 void prefetch_ahead(const Array& list, std::size_t i) {
   constexpr std::size_t ahead = 2;
   constexpr std::uintptr_t line = 64;
