@@ -1,5 +1,5 @@
-#include "cli/command_line.h"
-#include "cli/signals.h"
+#include "cli/command/command_line.h"
+#include "cli/support/process.h"
 
 int main(int argc, char** argv) {
   using namespace zqpool::cli;

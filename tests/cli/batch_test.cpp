@@ -1,4 +1,4 @@
-#include "cli/batch.h"
+#include "cli/command/batch.h"
 
 #include <gtest/gtest.h>
 

@@ -1,10 +1,10 @@
-#include "cli/duration.h"
+#include "cli/support/duration.h"
 
 #include <gtest/gtest.h>
 
 #include <utility>
 
-#include "cli/exit_code.h"
+#include "cli/support/exit_code.h"
 
 namespace zqpool::cli {
 namespace {

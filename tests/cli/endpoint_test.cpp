@@ -1,8 +1,8 @@
-#include "cli/endpoint.h"
+#include "cli/support/endpoint.h"
 
 #include <gtest/gtest.h>
 
-#include "cli/exit_code.h"
+#include "cli/support/exit_code.h"
 
 namespace zqpool::cli {
 namespace {

@@ -1,4 +1,4 @@
-#include "cli/messages.h"
+#include "cli/support/messages.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

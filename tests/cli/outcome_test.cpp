@@ -1,4 +1,4 @@
-#include "cli/outcome.h"
+#include "cli/calls/outcome.h"
 
 #include <gtest/gtest.h>
 

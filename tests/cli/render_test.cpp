@@ -1,11 +1,11 @@
-#include "cli/render.h"
+#include "cli/output/render.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 #include <sstream>
 
-#include "cli/exit_code.h"
+#include "cli/support/exit_code.h"
 
 namespace zqpool::cli {
 namespace {

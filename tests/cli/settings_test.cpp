@@ -1,10 +1,10 @@
-#include "cli/settings.h"
+#include "cli/command/settings.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
 
-#include "cli/exit_code.h"
+#include "cli/support/exit_code.h"
 #include "tests/support/temp_directory.h"
 
 namespace zqpool::cli {

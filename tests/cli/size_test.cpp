@@ -1,4 +1,4 @@
-#include "cli/size.h"
+#include "cli/support/size.h"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <limits>
 #include <utility>
 
-#include "cli/exit_code.h"
+#include "cli/support/exit_code.h"
 
 namespace zqpool::cli {
 namespace {

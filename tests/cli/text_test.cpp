@@ -1,8 +1,8 @@
-#include "cli/text.h"
+#include "cli/support/printable.h"
 
 #include <gtest/gtest.h>
 
-#include "cli/table.h"
+#include "cli/output/table.h"
 
 namespace zqpool::cli {
 namespace {
