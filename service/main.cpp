@@ -12,15 +12,15 @@
 #include <string>
 
 #include "platform/crypto/s3_key.h"
-#include "service/access_key.h"
-#include "service/access_log.h"
-#include "service/certificate.h"
-#include "service/families.h"
+#include "service/api/resources.h"
+#include "service/app/access_key.h"
+#include "service/app/dispatcher.h"
+#include "service/app/secret_file.h"
+#include "service/http/access_log.h"
+#include "service/http/certificate.h"
+#include "service/http/server.h"
 #include "service/options.h"
-#include "service/secret_file.h"
-#include "service/server.h"
-#include "service/service.h"
-#include "service/store.h"
+#include "service/store/store.h"
 
 namespace {
 

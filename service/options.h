@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "service/server.h"
+#include "service/http/server.h"
 
 namespace zqpool::service {
 

@@ -1,4 +1,4 @@
-#include "service/catalog.h"
+#include "service/catalog/catalog.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

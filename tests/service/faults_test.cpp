@@ -1,4 +1,4 @@
-#include "service/faults.h"
+#include "service/app/faults.h"
 
 #include <gtest/gtest.h>
 

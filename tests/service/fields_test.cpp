@@ -1,11 +1,11 @@
-#include "service/fields.h"
+#include "service/api/request_fields.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
 #include <string>
 
-#include "service/router.h"
+#include "service/api/router.h"
 
 namespace zqpool::service {
 namespace {

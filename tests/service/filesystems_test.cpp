@@ -1,4 +1,4 @@
-#include "service/filesystems.h"
+#include "service/filesystem/filesystems.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "service/service.h"
+#include "service/app/dispatcher.h"
 #include "tests/service/protocol_document.h"
 #include "tests/support/temp_directory.h"
 

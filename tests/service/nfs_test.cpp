@@ -1,4 +1,4 @@
-#include "service/nfs.h"
+#include "service/nfs/nfs.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

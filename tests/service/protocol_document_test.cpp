@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-#include "service/families.h"
+#include "service/api/resources.h"
 #include "tests/service/lab_service.h"
 
 namespace zqpool::test {

@@ -1,4 +1,4 @@
-#include "service/resolution.h"
+#include "service/catalog/resolution.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

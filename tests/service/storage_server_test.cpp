@@ -1,4 +1,4 @@
-#include "service/storage_server.h"
+#include "service/catalog/statfs.h"
 
 #include <gtest/gtest.h>
 #include <sched.h>

@@ -1,4 +1,4 @@
-#include "service/store.h"
+#include "service/store/store.h"
 
 #include <SQLiteCpp/Exception.h>
 #include <fcntl.h>
@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "service/schema.h"
+#include "service/store/schema.h"
 #include "tests/support/temp_directory.h"
 
 namespace zqpool::service {

@@ -1,12 +1,12 @@
-#include "service/text.h"
+#include "service/api/text.h"
 
 #include <gtest/gtest.h>
 
 #include <set>
 #include <string>
 
-#include "service/access_key.h"
-#include "service/access_log.h"
+#include "service/app/access_key.h"
+#include "service/http/access_log.h"
 #include "tests/support/temp_directory.h"
 
 namespace zqpool::service {

@@ -1,4 +1,4 @@
-#include "service/volumes.h"
+#include "service/volumes/volumes.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "service/message.h"
-#include "service/volume_check.h"
+#include "service/api/message.h"
+#include "service/volumes/check.h"
 #include "tests/service/lab_service.h"
 #include "tests/service/scsi_lab.h"
 
@@ -21,7 +21,7 @@ namespace {
 using test::iscsi_pool;
 using testing::HasSubstr;
 
-/// Functions of service/volumes.h, each in a transaction of its own.
+/// Functions of service/volumes/volumes.h, each in a transaction of its own.
 class Volumes : public testing::Test {
  protected:
   template <typename Function>

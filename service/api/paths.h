@@ -1,0 +1,30 @@
+#pragma once
+
+#include <string>
+
+#include "service/api/request_fields.h"
+
+namespace zqpool::service {
+
+// Paths inside a pool and URLs of devices, as the catalog keeps them: tidy, so that one place has
+// one text.
+
+/// Repeated slashes count as one, a slash at the end not at all.
+std::string tidy_path(const std::string& path);
+
+/// The path member of a body or scenario entry, tidy. Throws Refusal as Fields does.
+std::string read_path(Fields& fields, const std::string& key);
+
+/// The directory above, "" when there is none.
+std::string parent_of(const std::string& path);
+
+/// Without slashes at its end; "file:///", which has no host, keeps its one.
+std::string tidy_url(std::string url);
+
+/// The URL one segment above a tidy one, "" when there is none.
+std::string url_above(const std::string& url);
+
+/// The URL member of a scenario entry, tidy and without a password. Throws Refusal as Fields does.
+std::string read_url(Fields& fields, const std::string& key);
+
+}  // namespace zqpool::service

@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "service/api/message.h"
+#include "service/store/store.h"
+
+namespace zqpool::service {
+
+/// Carries out one request on the state. Runs inside a transaction that is committed when the
+/// answer is below 400 and rolled back otherwise, also when a Refusal or anything else is thrown.
+using Handler = std::function<Answer(Store&, const Request&)>;
+
+/// After a time the handler gives the answer, in a transaction of its own.
+struct Followup {
+  std::chrono::milliseconds after{0};
+  Access access = Access::read;
+  Handler handler;
+};
+
+/// Which handler answers which method and path. Filled at start, read-only afterwards.
+class Router {
+ public:
+  struct Route {
+    Access access;
+    Handler handler;
+  };
+
+  /// A path is matched as a whole, as it was sent. A GET route answers HEAD too.
+  void add(Method method, const std::string& path, Access access, Handler handler);
+
+  /// Null when the path has no such method, or there is no such path.
+  const Route* find(Method method, const std::string& path) const;
+  /// The methods of a path for an Allow header; "" for an unknown path.
+  std::string allowed(const std::string& path) const;
+  /// Names of the methods of each path.
+  std::map<std::string, std::vector<std::string>> methods() const;
+
+ private:
+  std::map<std::string, std::map<Method, Route>> paths_;
+};
+
+}  // namespace zqpool::service

@@ -1,0 +1,260 @@
+#include "service/catalog/catalog.h"
+
+#include <limits>
+#include <optional>
+#include <string>
+
+#include "service/api/paths.h"
+#include "service/api/request_fields.h"
+#include "service/catalog/metadata.h"
+#include "service/catalog/records.h"
+#include "service/catalog/scenario.h"
+
+namespace zqpool::service {
+
+namespace {
+
+constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+
+Answer rows_answer(Array rows) {
+  return json_answer(Object{{"rows", std::move(rows)}});
+}
+
+/// The part of a list that was asked for; all of it when nothing was said.
+class Page {
+ public:
+  explicit Page(Query_Fields& query)
+      : limit_(query.count("limit")), offset_(query.count("offset")) {}
+  std::int64_t limit() const { return limit_.value_or(-1); }
+  std::int64_t offset() const { return offset_.value_or(0); }
+
+  /// A part of a list also says how long the whole is.
+  template <typename Count>
+  Answer answer(Array rows, Count total) const {
+    if (!limit_ && !offset_) return rows_answer(std::move(rows));
+    return json_answer(Object{{"rows", std::move(rows)}, {"total", total()}});
+  }
+
+ private:
+  std::optional<std::int64_t> limit_;
+  std::optional<std::int64_t> offset_;
+};
+
+/// A sum that came from the data base in two halves, so that it cannot overflow there.
+std::int64_t joined(std::int64_t high, std::int64_t low) {
+  high += low >> 20;
+  return high > (most >> 20) ? most : (high << 20) | (low & 0xfffff);
+}
+
+// Texts of statements that share their columns. They live as long as the process, as the store's
+// cache of statements asks.
+
+// ---- pools
+
+const std::string pools_select = R"sql(
+  SELECT p.uuid, p.name, p.type, p.state, p.description, p.created, count(d.uuid),
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.size >> 20 END), 0),
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.size & 1048575 END), 0),
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.used >> 20 END), 0),
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.used & 1048575 END), 0)
+  FROM catalog_pool p LEFT JOIN catalog_device d ON d.pool_uuid = p.uuid)sql";
+const std::string pool_by_uuid = pools_select + " WHERE p.uuid = ? GROUP BY p.uuid";
+const std::string pools_all = pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?";
+
+Object pool_record(const Store::Query& row) {
+  // A slave holds a copy of its master's data: it adds no room.
+  const std::int64_t size = joined(row.integer(7), row.integer(8));
+  const std::int64_t used = joined(row.integer(9), row.integer(10));
+  Object out = pool_description(row);
+  out.emplace("device_count", row.integer(6));
+  out.emplace("size", size);
+  out.emplace("used", used);
+  out.emplace("free", size - used);
+  return out;
+}
+
+Answer get_pools(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::optional<std::string> uuid = query.text("uuid");
+  if (uuid) {
+    query.finish();
+    Array rows;
+    for (Store::Query row(store, pool_by_uuid.c_str(), *uuid); row.next();) {
+      rows.emplace_back(pool_record(row));
+    }
+    return rows_answer(std::move(rows));
+  }
+  const Page page(query);
+  query.finish();
+  Array rows;
+  for (Store::Query row(store, pools_all.c_str(), page.limit(), page.offset()); row.next();) {
+    rows.emplace_back(pool_record(row));
+  }
+  return page.answer(std::move(rows), [&store] {
+    Store::Query count(store, "SELECT count(*) FROM catalog_pool");
+    count.next();
+    return count.integer(0);
+  });
+}
+
+// ---- devices
+
+Array device_rows(Store::Query&& devices) {
+  Array rows;
+  while (devices.next())
+    rows.emplace_back(device_record(devices));
+  return rows;
+}
+
+Answer get_devices(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::optional<std::string> uuid = query.text("uuid");
+  std::optional<std::string> url = query.text("url");
+  if (uuid && url) throw Refusal(400, "give one of the query fields 'uuid' and 'url'");
+  if (uuid) {
+    query.finish();
+    return rows_answer(device_rows({store, "SELECT * FROM catalog_device WHERE uuid = ?", *uuid}));
+  }
+  if (url) {
+    query.finish();
+    return rows_answer(device_rows(
+        {store, "SELECT * FROM catalog_device WHERE url = ? ORDER BY uuid", tidy_url(*url)}));
+  }
+  const std::optional<std::string> pool = query.text("pool_uuid");
+  const Page page(query);
+  query.finish();
+  if (pool) {
+    return page.answer(
+        device_rows({store,
+                     "SELECT * FROM catalog_device WHERE pool_uuid = ? ORDER BY uuid "
+                     "LIMIT ? OFFSET ?",
+                     *pool, page.limit(), page.offset()}),
+        [&] {
+          Store::Query count(store, "SELECT count(*) FROM catalog_device WHERE pool_uuid = ?",
+                             *pool);
+          count.next();
+          return count.integer(0);
+        });
+  }
+  return page.answer(
+      device_rows({store, "SELECT * FROM catalog_device ORDER BY uuid LIMIT ? OFFSET ?",
+                   page.limit(), page.offset()}),
+      [&store] {
+        Store::Query count(store, "SELECT count(*) FROM catalog_device");
+        count.next();
+        return count.integer(0);
+      });
+}
+
+/// A device with its pool, whose name, type and state follow the device in the row.
+Object device_info(const Store::Query& row, std::string path) {
+  constexpr int pool = device_attributes + 1;
+  Object out = device_record(row);
+  out.emplace("pool_name", row.text(pool));
+  out.emplace("pool_type", row.text(pool + 1));
+  out.emplace("pool_state", row.text(pool + 2));
+  out.emplace("path", std::move(path));
+  return out;
+}
+
+/// The device on which a URL lies: the one whose own URL is the longest that the asked one begins
+/// with, segment by segment.
+Answer find_device_info(Store& store, const Request& request) {
+  no_query(request);
+  const Object body = body_object(request);
+  Fields fields(body, "");
+  const std::optional<std::string> pool = fields.optional_text("pool_uuid");
+  const std::string url = tidy_url(fields.text("url"));
+  fields.finish();
+
+  for (std::string above = url; !above.empty(); above = url_above(above)) {
+    Store::Query row(store,
+                     "SELECT d.*, p.name, p.type, p.state FROM catalog_device d "
+                     "JOIN catalog_pool p ON p.uuid = d.pool_uuid "
+                     "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
+                     above, pool);
+    if (!row.next()) continue;
+    const std::size_t rest = above.back() == '/' ? above.size() - 1 : above.size();
+    Object out = device_info(row, above == url ? "" : url.substr(rest));
+    if (row.next()) {
+      throw Refusal(409, "'" + above + "' is a device of several pools: give 'pool_uuid'");
+    }
+    return json_answer(std::move(out));
+  }
+  return json_answer(Object());
+}
+
+/// The device of a pool that new data is to go to: of those that take data from any host, the one
+/// with the most room.
+Answer offer_device(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::string pool = query.needed_text("pool_uuid");
+  query.finish();
+  need_pool(store, pool);
+  Store::Query row(store,
+                   "SELECT d.*, p.name, p.type, p.state FROM catalog_device d "
+                   "JOIN catalog_pool p ON p.uuid = d.pool_uuid "
+                   "WHERE d.pool_uuid = ? AND p.state IN ('online', 'degraded')"
+                   " AND d.role = 'master' AND d.state = 'online' AND d.used < d.size"
+                   " AND d.bound_host_id IS NULL "
+                   "ORDER BY d.size - d.used DESC, d.uuid LIMIT 1",
+                   pool);
+  return json_answer(row.next() ? device_info(row, "") : Object());
+}
+
+bool is_lanfree(const std::string& url) {
+  return url.rfind("lanfree://", 0) == 0 || url.rfind("lanfrees://", 0) == 0;
+}
+
+/// Two hosts that write to one LUN destroy what is on it: a device changes hands only by way of
+/// nobody's.
+Answer bind_host(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::string uuid = query.needed_text("uuid");
+  query.finish();
+  const Object body = body_object(request);
+  Fields fields(body, "");
+  const std::string host_id = fields.needed_text("host_id");
+  const std::string sysname = fields.needed_text("sysname");
+  fields.finish();
+  if (host_id.empty() != sysname.empty()) {
+    throw Refusal(422, "host_id and sysname: both, or neither to release the device");
+  }
+
+  const char* const by_uuid = "SELECT * FROM catalog_device WHERE uuid = ?";
+  {
+    Store::Query row(store, by_uuid, uuid);
+    if (!row.next()) throw Refusal(404, "there is no device '" + uuid + "'");
+    const Object device = device_description(row);
+    if (!is_lanfree(device.at("url").get_str())) {
+      throw Refusal(409, "device '" + uuid + "' is not LAN-free");
+    }
+    const Object* bound = json_spirit::object_get_object(device, "bound_host");
+    if (bound && !host_id.empty() && bound->at("host_id").get_str() != host_id) {
+      throw Refusal(
+          409, "device '" + uuid + "' is bound to host '" + bound->at("host_id").get_str() + "'");
+    }
+  }
+  store.execute(
+      "UPDATE catalog_device SET bound_host_id = nullif(?2, ''), bound_sysname = nullif(?3, '') "
+      "WHERE uuid = ?1",
+      uuid, host_id, sysname);
+  Store::Query row(store, by_uuid, uuid);
+  row.next();
+  return json_answer(device_record(row));
+}
+
+}  // namespace
+
+void add_catalog(Router& router, Scenario& scenario) {
+  const std::string root = "/zq/r/storage/catalog/";
+  router.add(Method::get, root + "pool", Access::read, get_pools);
+  router.add(Method::get, root + "device", Access::read, get_devices);
+  router.add(Method::put, root + "device", Access::change, bind_host);
+  router.add(Method::post, root + "device/info", Access::read, find_device_info);
+  router.add(Method::get, root + "device/info", Access::read, offer_device);
+  add_metadata_path(router);
+  add_catalog_sections(scenario);
+}
+
+}  // namespace zqpool::service

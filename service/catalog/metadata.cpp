@@ -1,0 +1,151 @@
+#include "service/catalog/metadata.h"
+
+#include <algorithm>
+#include <array>
+
+#include "service/api/paths.h"
+#include "service/api/request_fields.h"
+#include "service/catalog/records.h"
+
+namespace zqpool::service {
+
+namespace {
+
+constexpr std::size_t longest_type = 64;
+
+/// The devices on which a path lies: those recorded for it, else for the nearest directory above it
+/// that is recorded. With a grouping only what was recorded under it counts.
+Answer find_located_devices(Store& store, const Request& request) {
+  no_query(request);
+  const Object body = body_object(request);
+  Fields fields(body, "");
+  const std::string pool = fields.text("pool_uuid");
+  const std::string path = read_path(fields, "path");
+  const std::optional<std::string> grouping = fields.optional_text("grouping");
+  fields.finish();
+
+  for (std::string above = path; !above.empty(); above = parent_of(above)) {
+    Store::Query row(
+        store,
+        "SELECT d.*, m.type, m.grouping_name, m.size FROM catalog_metadata m "
+        "JOIN catalog_device d ON d.uuid = m.device_uuid "
+        "WHERE m.pool_uuid = ?1 AND m.path = ?2 AND (?3 IS NULL OR m.grouping_name = ?3)"
+        " AND (m.type = 'dir' OR ?4) ORDER BY d.role, d.uuid, m.grouping_name",
+        pool, above, grouping, above == path);
+    constexpr int more = device_attributes + 1;
+    std::string type;
+    Array devices;
+    while (row.next()) {
+      type = row.text(more);
+      Object device = device_record(row);
+      Object recorded{{"path", above}, {"type", type}};
+      if (!row.text(more + 1).empty()) recorded.emplace("grouping", row.text(more + 1));
+      if (!row.is_null(more + 2)) recorded.emplace("size", row.integer(more + 2));
+      device.emplace("metadata", std::move(recorded));
+      devices.emplace_back(std::move(device));
+    }
+    if (!devices.empty()) {
+      return json_answer(Object{{"type", type}, {"devices", std::move(devices)}});
+    }
+  }
+  return json_answer(Object());
+}
+
+/// The path's type is the name of the member that holds the path: the one that is no other member.
+std::string type_of(const Object& body) {
+  constexpr std::array<const char*, 4> others{"pool_uuid", "device_uuid", "grouping", "size"};
+  const std::string* type = nullptr;
+  for (const auto& [key, value] : body) {
+    if (std::find(others.begin(), others.end(), key) != others.end()) continue;
+    if (type) throw Refusal(400, "two paths are given: '" + *type + "' and '" + key + "'");
+    type = &key;
+  }
+  if (!type) throw Refusal(400, "the path is missing: its member is named like its type");
+  if (type->empty() || type->size() > longest_type || type->find('\0') != std::string::npos) {
+    throw Refusal(422, "a path's type has 1 to 64 bytes, none of them zero");
+  }
+  return *type;
+}
+
+Answer add_metadata(Store& store, const Request& request) {
+  no_query(request);
+  const Object body = body_object(request);
+  const std::string type = type_of(body);
+  Fields fields(body, "");
+  const Metadata entry{fields.text("pool_uuid"),       fields.text("device_uuid"),
+                       read_path(fields, type),        type,
+                       fields.text_or("grouping", ""), fields.optional_count("size")};
+  fields.finish();
+
+  need_pool(store, entry.pool_uuid);
+  switch (record(store, entry)) {
+    case Recorded::done:
+      break;
+    case Recorded::no_device:
+      throw Refusal(404, "the pool has no device '" + entry.device_uuid + "'");
+    case Recorded::other_type:
+      throw Refusal(409, "'" + entry.path + "' is recorded with another type");
+  }
+  Store::Query row(store,
+                   "SELECT pool_uuid, device_uuid, path, type, grouping_name, size "
+                   "FROM catalog_metadata "
+                   "WHERE pool_uuid = ? AND path = ? AND grouping_name = ? AND device_uuid = ?",
+                   entry.pool_uuid, entry.path, entry.grouping, entry.device_uuid);
+  row.next();
+  return json_answer(metadata_record(row));
+}
+
+Answer remove_metadata(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::string pool = query.needed_text("pool_uuid");
+  const std::string path = tidy_path(query.needed_text("path"));
+  const std::optional<std::string> grouping = query.text("grouping");
+  query.finish();
+  need_pool(store, pool);
+  const int removed = store.execute(
+      "DELETE FROM catalog_metadata "
+      "WHERE pool_uuid = ?1 AND path = ?2 AND (?3 IS NULL OR grouping_name = ?3)",
+      pool, path, grouping);
+  return json_answer(Object{{"removed", removed}});
+}
+
+}  // namespace
+
+Recorded record(Store& store, const Metadata& entry) {
+  if (!Store::Query(store, "SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid = ?",
+                    entry.device_uuid, entry.pool_uuid)
+           .next()) {
+    return Recorded::no_device;
+  }
+  if (Store::Query(store,
+                   "SELECT 1 FROM catalog_metadata WHERE pool_uuid = ? AND path = ? AND type <> ?",
+                   entry.pool_uuid, entry.path, entry.type)
+          .next()) {
+    return Recorded::other_type;
+  }
+  store.execute(
+      R"sql(INSERT INTO catalog_metadata (pool_uuid, path, grouping_name, device_uuid, type, size)
+            VALUES (?1, ?2, ?3, ?4, ?5, ?6)
+            ON CONFLICT (pool_uuid, path, grouping_name, device_uuid) DO UPDATE SET size = ?6)sql",
+      entry.pool_uuid, entry.path, entry.grouping, entry.device_uuid, entry.type, entry.size);
+  return Recorded::done;
+}
+
+Object metadata_record(const Store::Query& row) {
+  Object out{{"pool_uuid", row.text(0)},
+             {"device_uuid", row.text(1)},
+             {"path", row.text(2)},
+             {"type", row.text(3)}};
+  if (!row.text(4).empty()) out.emplace("grouping", row.text(4));
+  if (!row.is_null(5)) out.emplace("size", row.integer(5));
+  return out;
+}
+
+void add_metadata_path(Router& router) {
+  const std::string path = "/zq/r/storage/catalog/device/metadata";
+  router.add(Method::put, path, Access::read, find_located_devices);
+  router.add(Method::post, path, Access::change, add_metadata);
+  router.add(Method::del, path, Access::change, remove_metadata);
+}
+
+}  // namespace zqpool::service

@@ -1,0 +1,11 @@
+#pragma once
+
+#include "service/api/router.h"
+
+namespace zqpool::service {
+
+/// Adds the path /zq/r/file_uri/statfs: how much the storage server's data root holds and has left.
+/// The data root of this service is the file system of its state.
+void add_storage_server(Router& router);
+
+}  // namespace zqpool::service

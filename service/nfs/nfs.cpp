@@ -1,0 +1,369 @@
+#include "service/nfs/nfs.h"
+
+#include <algorithm>
+#include <ctime>
+#include <limits>
+#include <memory>
+
+#include "service/api/paths.h"
+#include "service/api/request_fields.h"
+#include "service/api/text.h"
+#include "service/catalog/records.h"
+
+namespace zqpool::service {
+
+namespace {
+
+using json_spirit::Value;
+
+constexpr std::size_t longest_client = 255;
+
+/// An export as it is asked for. The members that a request may leave empty have the service's
+/// choice in them.
+struct Export_Record {
+  std::string uuid;
+  std::string pseudo;
+  std::string fsal;
+  std::string squash;
+  std::string protocols;
+  std::string access_type;
+  std::string clients;              ///< a JSON array
+  std::optional<std::string> path;  ///< this, or
+  std::optional<std::string> pool;
+  std::string sub_dir;  ///< within the pool, "" for all of it
+
+  bool operator==(const Export_Record& other) const {
+    return uuid == other.uuid && pseudo == other.pseudo && fsal == other.fsal &&
+           squash == other.squash && protocols == other.protocols &&
+           access_type == other.access_type && clients == other.clients && path == other.path &&
+           pool == other.pool && sub_dir == other.sub_dir;
+  }
+};
+
+/// A record as it is kept. The NFS server takes some time over each change; how far it is shows
+/// only in the time.
+struct Kept_Record {
+  Export_Record record;
+  bool withdrawn = false;
+  std::int64_t final_at = 0;  ///< milliseconds since 1970
+
+  std::int64_t milliseconds_to_go() const;
+  bool is_gone() const { return withdrawn && milliseconds_to_go() == 0; }
+  const char* state() const {
+    if (milliseconds_to_go() > 0) return withdrawn ? "withdrawing" : "pending";
+    return withdrawn ? "withdrawn" : "exported";
+  }
+};
+
+std::int64_t now_ms() {
+  timespec now{};
+  clock_gettime(CLOCK_REALTIME, &now);
+  return std::int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
+}
+
+std::int64_t Kept_Record::milliseconds_to_go() const {
+  return std::max<std::int64_t>(0, final_at - now_ms());
+}
+
+// ---- reading
+
+std::string read_absolute(Fields& fields, const std::string& key) {
+  std::string path = read_path(fields, key);
+  if (path.front() != '/') fields.refuse(key, "must be an absolute path");
+  return path;
+}
+
+std::string read_clients(Fields& fields) {
+  const Array* clients = fields.optional_array("clients");
+  if (!clients) fields.refuse("clients", "is missing", 400);
+  if (clients->empty()) fields.refuse("clients", "must not be empty");
+  for (std::size_t i = 0; i < clients->size(); ++i) {
+    const std::string place = "clients[" + std::to_string(i) + ']';
+    const Value& value = (*clients)[i];
+    if (value.type() != json_spirit::str_type) fields.refuse(place, "must be a string", 400);
+    const std::string& client = value.get_str();
+    const auto here = clients->begin() + static_cast<std::ptrdiff_t>(i);
+    const bool good = !client.empty() && client.size() <= longest_client &&
+                      std::all_of(client.begin(), client.end(),
+                                  [](char c) { return c > ' ' && c < 0x7f && c != ','; });
+    if (!good) fields.refuse(place, "is no host, network or '*'");
+    if (std::find(clients->begin(), here, value) != here) fields.refuse(place, "is given twice");
+  }
+  return json_spirit::write(*clients);
+}
+
+/// A word that may be empty: then it is the service's choice.
+std::string read_word(Fields& fields, const std::string& key, const std::string& otherwise) {
+  std::string word = fields.needed_text(key);
+  if (word.empty()) return otherwise;
+  const bool good = word.size() <= 32 && std::all_of(word.begin(), word.end(), [](char c) {
+                      return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
+                             (c >= '0' && c <= '9') || c == '_';
+                    });
+  if (!good) fields.refuse(key, "\"" + word + "\" is no name");
+  return word;
+}
+
+/// Everything but "state". Throws Refusal with the place.
+Export_Record read_record(Store& store, Fields& fields) {
+  Export_Record out;
+  out.uuid = lower_case(fields.uuid("uuid"));
+  out.fsal = read_word(fields, "fsal", "VFS");
+  out.squash = lower_case(read_word(fields, "squash", "root_squash"));
+  if (out.squash != "root_squash" && out.squash != "no_root_squash" && out.squash != "all_squash") {
+    fields.refuse("squash", "is none of root_squash, no_root_squash, all_squash");
+  }
+  out.protocols = fields.one_of("protocols", {"3", "4"});
+  out.access_type = fields.one_of("access_type", {"RO", "RW"});
+  out.clients = read_clients(fields);
+  std::string pool_name;
+  if (fields.has("pool_uuid")) {
+    if (fields.has("path")) fields.refuse("path", "stands beside pool_uuid");
+    const std::string pool = fields.text("pool_uuid");
+    Store::Query row(store, "SELECT uuid, name, state FROM catalog_pool WHERE uuid = ?", pool);
+    if (!row.next()) fields.refuse("pool_uuid", "there is no pool '" + pool + "'", 404);
+    if (row.text(2) == "offline") fields.refuse("pool_uuid", "the pool is offline", 409);
+    out.pool = row.text(0);
+    pool_name = row.text(1);
+    if (fields.has("sub_dir")) out.sub_dir = read_path(fields, "sub_dir");
+  } else {
+    out.path = read_absolute(fields, "path");
+  }
+  // A whole pool may come without a place of its own in the tree.
+  if (out.pool && fields.needed_text("pseudo").empty()) {
+    out.pseudo = '/' + *out.pool;
+  } else {
+    out.pseudo = read_path(fields, "pseudo");
+    if (out.pseudo.front() != '/') out.pseudo.insert(0, 1, '/');
+  }
+  return out;
+}
+
+// ---- the state
+
+Kept_Record read_row(const Store::Query& row) {
+  Kept_Record out;
+  out.record = {row.text(0), row.text(1), row.text(2), row.text(3), row.text(4),
+                row.text(5), row.text(6), {},          {},          row.text(9)};
+  if (!row.is_null(7)) out.record.path = row.text(7);
+  if (!row.is_null(8)) out.record.pool = row.text(8);
+  out.withdrawn = row.integer(10) != 0;
+  out.final_at = row.integer(11);
+  return out;
+}
+
+const std::string records_select =
+    "SELECT uuid, pseudo, fsal, squash, protocols, access_type, clients, path, pool, sub_dir, "
+    "withdrawn, final_at FROM nfs_export ";
+const std::string record_by_uuid = records_select + "WHERE uuid = ?";
+const std::string records_all = records_select + "ORDER BY uuid";
+
+std::optional<Kept_Record> find_record(Store& store, const std::string& uuid) {
+  Store::Query row(store, record_by_uuid.c_str(), uuid);
+  if (!row.next()) return std::nullopt;
+  return read_row(row);
+}
+
+Kept_Record need_record(Store& store, const std::string& uuid) {
+  std::optional<Kept_Record> out = find_record(store, uuid);
+  if (!out) throw Refusal(404, "there is no NFS record '" + uuid + "'");
+  return *std::move(out);
+}
+
+/// Writes the record in the place of one with its UUID. 409 when another has its pseudo path.
+void keep(Store& store, const Export_Record& record, std::int64_t final_at) {
+  Store::Query other(store,
+                     "SELECT uuid FROM nfs_export WHERE pseudo = ? AND uuid <> ? AND withdrawn = 0",
+                     record.pseudo, record.uuid);
+  if (other.next()) {
+    throw Refusal(
+        409, "pseudo path '" + record.pseudo + "' is that of NFS record '" + other.text(0) + '\'');
+  }
+  store.execute(
+      "INSERT OR REPLACE INTO nfs_export (uuid, pseudo, fsal, squash, protocols, access_type, "
+      "clients, path, pool, sub_dir, withdrawn, final_at) "
+      "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, 0, ?)",
+      record.uuid, record.pseudo, record.fsal, record.squash, record.protocols, record.access_type,
+      record.clients, record.path, record.pool, record.sub_dir, final_at);
+}
+
+Object record_object(const Export_Record& record) {
+  Value clients;
+  json_spirit::read(record.clients, clients);
+  Object out{{"uuid", record.uuid},           {"pseudo", record.pseudo},
+             {"fsal", record.fsal},           {"squash", record.squash},
+             {"protocols", record.protocols}, {"access_type", record.access_type},
+             {"clients", std::move(clients)}};
+  if (record.path) out.emplace("path", *record.path);
+  if (record.pool) out.emplace("pool_uuid", *record.pool);
+  if (!record.sub_dir.empty()) out.emplace("sub_dir", record.sub_dir);
+  return out;
+}
+
+Object described(const Kept_Record& kept) {
+  Object out = record_object(kept.record);
+  out.emplace("state", kept.state());
+  return out;
+}
+
+// ---- /zq/r/nfs
+
+/// The answer about a record: at once, or when the NFS server has taken it over. `sync` is how long
+/// the request is ready to wait: seconds, a negative number for as long as it takes.
+Answer answer_in_time(const Kept_Record& kept, unsigned status, std::optional<std::int64_t> sync) {
+  const std::int64_t to_go = kept.milliseconds_to_go();
+  Answer out = json_answer(described(kept), status);
+  if (sync.value_or(0) == 0 || to_go == 0) return out;
+  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 1000;
+  const std::int64_t patience = *sync < 0 || *sync > most ? to_go : *sync * 1000;
+  const std::string uuid = kept.record.uuid;
+  out.later = std::make_shared<const Followup>(
+      Followup{std::chrono::milliseconds(std::min(to_go, patience)), Access::read,
+               [uuid, status](Store& store, const Request&) {
+                 const Kept_Record now = need_record(store, uuid);
+                 if (now.milliseconds_to_go() > 0) {
+                   throw Refusal(503, "NFS record '" + uuid + "' is still " + now.state());
+                 }
+                 return json_answer(described(now), status);
+               }});
+  return out;
+}
+
+Answer get_records(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const std::optional<std::string> uuid = query.text("uuid");
+  query.finish();
+  Array out;
+  if (uuid) {
+    const Kept_Record kept = need_record(store, *uuid);
+    if (kept.is_gone()) throw Refusal(404, "NFS record '" + *uuid + "' was withdrawn");
+    out.emplace_back(described(kept));
+  } else {
+    for (Store::Query row(store, records_all.c_str()); row.next();) {
+      const Kept_Record kept = read_row(row);
+      if (!kept.is_gone()) out.emplace_back(described(kept));
+    }
+  }
+  return json_answer(std::move(out));
+}
+
+/// The body and query of a request that makes or changes a record.
+struct Wanted {
+  Export_Record record;
+  std::optional<std::int64_t> sync;
+};
+
+Wanted read_wanted(Store& store, const Request& request) {
+  Query_Fields query(request);
+  Wanted out;
+  out.sync = query.integer("sync");
+  query.finish();
+  const Object body = body_object(request);
+  Fields fields(body, "");
+  out.record = read_record(store, fields);
+  fields.one_of("state", {"pending"});
+  fields.finish();
+  return out;
+}
+
+Answer make_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+  const Wanted wanted = read_wanted(store, request);
+  std::optional<Kept_Record> there = find_record(store, wanted.record.uuid);
+  if (!there || there->withdrawn) {
+    keep(store, wanted.record, now_ms() + delay.count());
+    there = need_record(store, wanted.record.uuid);
+  } else if (!(there->record == wanted.record)) {
+    throw Refusal(409, "there is an NFS record '" + wanted.record.uuid + "' already");
+  }
+  return answer_in_time(*there, 201, wanted.sync);
+}
+
+Answer change_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+  const Wanted wanted = read_wanted(store, request);
+  Kept_Record there = need_record(store, wanted.record.uuid);
+  if (there.withdrawn) {
+    throw Refusal(404, "NFS record '" + wanted.record.uuid + "' was withdrawn");
+  }
+  if (!(there.record == wanted.record)) {
+    keep(store, wanted.record, now_ms() + delay.count());
+    there = need_record(store, wanted.record.uuid);
+  }
+  return answer_in_time(there, 200, wanted.sync);
+}
+
+Answer withdraw_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+  Query_Fields query(request);
+  const std::string uuid = query.needed_text("uuid");
+  const std::optional<std::int64_t> sync = query.integer("sync");
+  query.finish();
+  Kept_Record there = need_record(store, uuid);
+  if (!there.withdrawn) {
+    store.execute("UPDATE nfs_export SET withdrawn = 1, final_at = ? WHERE uuid = ?",
+                  now_ms() + delay.count(), uuid);
+    there = need_record(store, uuid);
+  }
+  return answer_in_time(there, 200, sync);
+}
+
+// ---- the scenario section
+
+void clear_records(Store& store) {
+  store.execute("DELETE FROM nfs_export");
+}
+
+void load_record(Store& store, Fields& fields) {
+  keep(store, read_record(store, fields), 0);
+}
+
+Array dump_records(Store& store) {
+  Array out;
+  for (Store::Query row(store, records_all.c_str()); row.next();) {
+    const Kept_Record kept = read_row(row);
+    if (!kept.withdrawn) out.emplace_back(record_object(kept.record));
+  }
+  return out;
+}
+
+bool lies_at(const std::string& path, const std::string& directory) {
+  return path == directory || path.rfind(directory + '/', 0) == 0;
+}
+
+}  // namespace
+
+std::optional<std::string> nfs_export_of_mount(Store& store, const std::string& mount_point) {
+  for (Store::Query row(store,
+                        "SELECT uuid, path FROM nfs_export "
+                        "WHERE withdrawn = 0 AND path IS NOT NULL ORDER BY uuid");
+       row.next();) {
+    const std::string path = row.text(1);
+    if (!lies_at(path, mount_point)) continue;
+    // A filesystem that is mounted further down hides this one.
+    bool hidden = false;
+    for (Store::Query other(store, "SELECT mount_point FROM filesystem WHERE mounted = 1");
+         other.next();) {
+      const std::string below = other.text(0);
+      hidden =
+          hidden || (below != mount_point && lies_at(below, mount_point) && lies_at(path, below));
+    }
+    if (!hidden) return row.text(0);
+  }
+  return std::nullopt;
+}
+
+void add_nfs(Families& families, std::chrono::milliseconds delay) {
+  const auto with_delay =
+      [delay](Answer (*handler)(Store&, const Request&, std::chrono::milliseconds)) {
+        return [handler, delay](Store& store, const Request& request) {
+          return handler(store, request, delay);
+        };
+      };
+  const std::string path = "/zq/r/nfs";
+  families.router.add(Method::get, path, Access::read, get_records);
+  families.router.add(Method::post, path, Access::change, with_delay(make_record));
+  families.router.add(Method::put, path, Access::change, with_delay(change_record));
+  families.router.add(Method::del, path, Access::change, with_delay(withdraw_record));
+  families.scenario.add(
+      {"nfs_exports", clear_records, load_record, identity_by_uuid, dump_records});
+}
+
+}  // namespace zqpool::service

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "service/api/resources.h"
+#include "service/store/store.h"
+
+namespace zqpool::service {
+
+/// Adds the path /zq/r/nfs and the scenario section "nfs_exports". A record that is made, changed
+/// or withdrawn is "pending" for so long; then the NFS server has taken it over.
+void add_nfs(Families& families, std::chrono::milliseconds delay);
+
+/// The UUID of a record that exports a path on the filesystem mounted there, if there is one.
+std::optional<std::string> nfs_export_of_mount(Store& store, const std::string& mount_point);
+
+}  // namespace zqpool::service

@@ -1,0 +1,128 @@
+#include "service/scsi/pools.h"
+
+#include "service/api/request_fields.h"
+#include "service/scsi/exports.h"
+#include "service/scsi/luns.h"
+#include "service/scsi/snapshots.h"
+#include "service/volumes/check.h"
+
+namespace zqpool::service {
+
+namespace {
+
+// ---- GET /zq/r/pool
+
+std::int64_t count_of(Store::Query&& row) {
+  row.next();
+  return row.integer(0);
+}
+
+Object pool_record(Store& store, const SCSI_Pool& pool) {
+  const Volume_Pool& volumes = pool.volumes;
+  Object out{
+      {"pool_id", volumes.uuid},
+      {"name", volumes.name},
+      {"state", volumes.state},
+      {"type", pool.transport},
+      {"target", pool.target},
+      {"total_size", volumes.total_size},
+      {"used_size", volumes.used_size},
+      {"free_size", volumes.total_size - volumes.used_size},
+      {"lun_count", count_of({store, "SELECT count(*) FROM volume WHERE pool = ? AND kind = 'lun'",
+                              volumes.uuid})}};
+  if (pool.portal) out.emplace("portal", *pool.portal);
+  return out;
+}
+
+/// `type` is the catalog's: here only pools of type "scsi" are described.
+Answer get_pools(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const bool scsi = query.text("type").value_or("scsi") == "scsi";
+  const std::optional<std::string> uuid = query.text("pool_id");
+  query.finish();
+  Array out;
+  if (uuid) {
+    if (!scsi) throw Refusal(404, "there is no pool '" + *uuid + "' of this type");
+    out.emplace_back(pool_record(store, need_scsi_pool(store, *uuid, Access::read)));
+  } else if (scsi) {
+    for (Store::Query row(store, "SELECT uuid FROM scsi_pool ORDER BY uuid"); row.next();) {
+      out.emplace_back(pool_record(store, need_scsi_pool(store, row.text(0), Access::read)));
+    }
+  }
+  return json_answer(std::move(out));
+}
+
+// ---- the scenario section
+
+void load_pool(Store& store, Fields& fields) {
+  const std::string uuid = fields.uuid("uuid");
+  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ? AND type = 'scsi'", uuid)
+           .next()) {
+    fields.refuse("uuid", "there is no pool '" + uuid + "' of type scsi");
+  }
+  const std::string transport =
+      fields.has("transport") ? read_transport(fields, "transport") : "iSCSI";
+  const std::string target = read_target_name(fields, "target");
+  if (Store::Query(store,
+                   "SELECT 1 FROM scsi_pool WHERE target = ?1 AND uuid <> ?2 "
+                   "UNION ALL SELECT 1 FROM scsi_export WHERE target = ?1 "
+                   "AND (pool <> ?2 OR transport <> ?3)",
+                   target, uuid, transport)
+          .next()) {
+    fields.refuse("target", "is used already, by another pool or transport");
+  }
+  const std::int64_t size = fields.count("size");
+  if (size == 0) fields.refuse("size", "must not be 0");
+  set_volume_pool(store, uuid, size);
+  store.execute(
+      "INSERT INTO scsi_pool (uuid, transport, target, portal) VALUES (?1, ?2, ?3, ?4) "
+      "ON CONFLICT (uuid) DO UPDATE SET transport = ?2, target = ?3, portal = ?4",
+      uuid, transport, target, fields.optional_text("portal"));
+}
+
+Array dump_pools(Store& store) {
+  Array out;
+  for (Store::Query row(store,
+                        "SELECT s.uuid, s.transport, s.target, s.portal, p.total_size "
+                        "FROM scsi_pool s JOIN volume_pool p ON p.uuid = s.uuid ORDER BY s.uuid");
+       row.next();) {
+    Object entry{{"uuid", row.text(0)},
+                 {"transport", row.text(1)},
+                 {"target", row.text(2)},
+                 {"size", row.integer(4)}};
+    if (!row.is_null(3)) entry.emplace("portal", row.text(3));
+    out.emplace_back(std::move(entry));
+  }
+  return out;
+}
+
+void clear_pools(Store& store) {
+  store.execute("DELETE FROM volume_pool WHERE uuid IN (SELECT uuid FROM scsi_pool)");
+}
+
+}  // namespace
+
+SCSI_Pool need_scsi_pool(Store& store, const std::string& uuid, Access access) {
+  Store::Query row(store, "SELECT transport, target, portal FROM scsi_pool WHERE uuid = ?", uuid);
+  if (!row.next()) throw Refusal(404, "there is no SCSI pool '" + uuid + "'");
+  SCSI_Pool out{need_volume_pool(store, uuid, access), row.text(0), row.text(1), {}};
+  if (!row.is_null(2)) out.portal = row.text(2);
+  return out;
+}
+
+SCSI_Change::SCSI_Change(Store& store, const Request& request)
+    : body((no_query(request), body_object(request))),
+      fields(body, ""),
+      pool(need_scsi_pool(store, fields.text("pool_id"), Access::change)) {}
+
+void add_scsi_pools(Families& families) {
+  families.router.add(Method::get, "/zq/r/pool", Access::read, get_pools);
+  add_lun_paths(families.router);
+  add_snapshot_paths(families.router);
+  families.scenario.add({"scsi_pools", clear_pools, load_pool, identity_by_uuid, dump_pools});
+  families.scenario.add(lun_section());
+  families.checks.push_back(volume_check());
+  families.checks.push_back({"exports", check_exports});
+}
+
+}  // namespace zqpool::service

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "service/api/message.h"
+#include "service/api/request_fields.h"
+#include "service/api/resources.h"
+#include "service/store/store.h"
+#include "service/volumes/volumes.h"
+
+namespace zqpool::service {
+
+/// A pool whose volumes are LUNs.
+struct SCSI_Pool {
+  Volume_Pool volumes;
+  std::string transport;              ///< "iSCSI" or "FC"
+  std::string target;                 ///< for exports that name none
+  std::optional<std::string> portal;  ///< where the target is reached
+};
+
+/// Throws Refusal as need_volume_pool().
+SCSI_Pool need_scsi_pool(Store& store, const std::string& uuid, Access access);
+
+/// What a body asks to change, and the pool that it names. Throws Refusal.
+struct SCSI_Change {
+  SCSI_Change(Store& store, const Request& request);
+  SCSI_Change(const SCSI_Change&) = delete;
+  SCSI_Change& operator=(const SCSI_Change&) = delete;
+
+  const Object body;
+  Fields fields;  ///< of the body; the pool's is taken
+  const SCSI_Pool pool;
+};
+
+/// The paths /zq/r/pool, /zq/r/scsipool/lun and /zq/r/scsipool/snapshot with what is below them,
+/// the scenario sections "scsi_pools" and "luns", and the check of exports.
+void add_scsi_pools(Families& families);
+
+/// The paths /zq/lab/write, a guest's writing, and /zq/lab/visible, what an initiator is let see.
+void add_scsi_lab(Router& router);
+
+}  // namespace zqpool::service

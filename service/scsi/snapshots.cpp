@@ -1,0 +1,169 @@
+#include "service/scsi/snapshots.h"
+
+#include <optional>
+#include <string>
+
+#include "service/api/request_fields.h"
+#include "service/api/text.h"
+#include "service/scsi/exports.h"
+#include "service/scsi/luns.h"
+#include "service/scsi/pools.h"
+#include "service/volumes/volumes.h"
+
+namespace zqpool::service {
+
+namespace {
+
+constexpr Volume_Kind lun_kind = Volume_Kind::lun;
+
+Snapshot need_lun_snapshot(Store& store, const SCSI_Pool& pool, const std::string& id) {
+  return need_snapshot(store, pool.volumes.uuid, lun_kind, lower_case(id));
+}
+
+/// One description, or one for each number under which the snapshot is shared.
+void add_records(Store& store, const Volume& lun, const Snapshot& snapshot,
+                 const Chain_Sizes& sizes, Array& out) {
+  const Sizes& own = sizes.snapshots.at(snapshot.seq);
+  const Object record{{"snapshot_id", snapshot.id},
+                      {"pool_id", lun.pool},
+                      {"parent_id", lun.name},
+                      {"seq", snapshot.seq},
+                      {"recycle", snapshot.recyclable},
+                      {"created", snapshot.created},
+                      {"lun_size", lun.size.value_or(0)},
+                      {"rfer_size", own.referenced},
+                      {"excl_size", own.exclusive}};
+  const std::vector<Export> shares = shares_of(store, snapshot);
+  if (shares.empty()) out.emplace_back(record);
+  for (const Export& share : shares) {
+    Object shared = record;
+    describe_export(store, share, shared);
+    shared.emplace("vpd_serial_number", serial_number(snapshot, share));
+    out.emplace_back(std::move(shared));
+  }
+}
+
+// ---- /zq/r/scsipool/snapshot
+
+Answer create_snapshot_of_lun(Store& store, const Request& request) {
+  SCSI_Change change(store, request);
+  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+  Snapshot wanted;
+  wanted.id = random_uuid();
+  wanted.recyclable = change.fields.flag("recycle");
+  wanted.created = utc_now();
+  change.fields.finish();
+  return json_answer(Object{{"snapshot_id", create_snapshot(store, lun, wanted).id}}, 201);
+}
+
+Answer get_snapshots(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::read);
+  const std::optional<std::string> id = query.text("snapshot_id");
+  const std::optional<std::string> lun_id = query.text("lun_id");
+  query.finish();
+  if (id && lun_id) throw Refusal(400, "give one of the query fields 'snapshot_id' and 'lun_id'");
+
+  Array out;
+  const auto add_all_of = [&](const Volume& lun) {
+    const Chain_Sizes sizes = Block_Map(store, lun.number).sizes();
+    for (const Snapshot& snapshot : snapshots_of(store, lun)) {
+      add_records(store, lun, snapshot, sizes, out);
+    }
+  };
+  if (id) {
+    const Snapshot snapshot = need_lun_snapshot(store, pool, *id);
+    const Volume lun = volume_by_number(store, snapshot.volume);
+    add_records(store, lun, snapshot, Block_Map(store, lun.number).sizes(), out);
+  } else if (lun_id) {
+    add_all_of(need_lun(store, pool.volumes.uuid, *lun_id));
+  } else {
+    for (const Volume& lun : volumes_of(store, pool.volumes.uuid, lun_kind))
+      add_all_of(lun);
+  }
+  return json_answer(std::move(out));
+}
+
+/// The snapshot of a DELETE, absent when it was deleted before.
+std::optional<Snapshot> find_undeleted(Store& store, const SCSI_Pool& pool, const std::string& id) {
+  if (was_snapshot_deleted(store, pool.volumes.uuid, lun_kind, id)) return std::nullopt;
+  return need_lun_snapshot(store, pool, id);
+}
+
+Answer delete_snapshot_of_lun(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::change);
+  const std::string id = lower_case(query.needed_text("snapshot_id"));
+  const bool delete_empty = query.flag_or("delete_empty_lun", false);
+  query.finish();
+  if (const auto snapshot = find_undeleted(store, pool, id)) {
+    delete_snapshot(store, *snapshot, delete_empty);
+  }
+  return json_answer(Object{{"snapshot_id", id}});
+}
+
+// ---- /zq/r/scsipool/snapshot/export
+
+Answer create_share(Store& store, const Request& request) {
+  SCSI_Change change(store, request);
+  const Snapshot snapshot =
+      need_lun_snapshot(store, change.pool, change.fields.text("snapshot_id"));
+  const Target target = read_target(change.fields, change.pool);
+  const Access_List access = read_needed_access(change.fields);
+  change.fields.finish();
+  const Export share = share_snapshot(store, change.pool.volumes.uuid, snapshot, target, access);
+  return json_answer(Object{{"lun_num", share.lun_num}});
+}
+
+std::optional<Export> find_share(Store& store, const Snapshot& snapshot, std::int64_t lun_num) {
+  for (const Export& share : shares_of(store, snapshot)) {
+    if (share.lun_num == lun_num) return share;
+  }
+  return std::nullopt;
+}
+
+Answer add_access(Store& store, const Request& request) {
+  SCSI_Change change(store, request);
+  const Snapshot snapshot =
+      need_lun_snapshot(store, change.pool, change.fields.text("snapshot_id"));
+  const std::int64_t lun_num = change.fields.count("lun_num");
+  change.fields.one_of("action", {"add"});
+  const Access_List access = read_needed_access(change.fields);
+  change.fields.finish();
+  const std::optional<Export> share = find_share(store, snapshot, lun_num);
+  if (!share) {
+    throw Refusal(409, "snapshot '" + snapshot.id + "' is not shared under number " +
+                           std::to_string(lun_num));
+  }
+  allow(store, *share, access);
+  Object out;
+  describe_export(store, *share, out);
+  return json_answer(std::move(out));
+}
+
+Answer delete_share(Store& store, const Request& request) {
+  Query_Fields query(request);
+  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::change);
+  const std::string id = lower_case(query.needed_text("snapshot_id"));
+  const std::int64_t lun_num = query.needed_count("lun_num");
+  query.finish();
+  if (const auto snapshot = find_undeleted(store, pool, id)) {
+    const std::optional<Export> share = find_share(store, *snapshot, lun_num);
+    if (share) withdraw(store, *share);
+  }
+  return json_answer(Object{{"snapshot_id", id}});
+}
+
+}  // namespace
+
+void add_snapshot_paths(Router& router) {
+  const std::string snapshot = "/zq/r/scsipool/snapshot";
+  router.add(Method::post, snapshot, Access::change, create_snapshot_of_lun);
+  router.add(Method::get, snapshot, Access::read, get_snapshots);
+  router.add(Method::del, snapshot, Access::change, delete_snapshot_of_lun);
+  router.add(Method::post, snapshot + "/export", Access::change, create_share);
+  router.add(Method::put, snapshot + "/export", Access::change, add_access);
+  router.add(Method::del, snapshot + "/export", Access::change, delete_share);
+}
+
+}  // namespace zqpool::service

@@ -1,0 +1,98 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "service/store/store.h"
+
+namespace zqpool::service {
+
+/// What is held by a volume as it is now, or by one of its snapshots, in bytes.
+struct Sizes {
+  std::int64_t referenced = 0;  ///< what it reaches
+  std::int64_t exclusive = 0;   ///< of that, what nothing else reaches: no snapshot, no volume
+};
+
+struct Chain_Sizes {
+  Sizes head;                               ///< the volume as it is now
+  std::map<std::int64_t, Sizes> snapshots;  ///< by "seq"
+};
+
+/// What was written to one volume, and when.
+///
+/// The map is a set of extents: ranges that were written in one go. A volume's epochs are numbered
+/// like its snapshots, and snapshot n ends epoch n. An extent is born in the epoch in which it was
+/// written and dies in the one in which it is written over, so that snapshot n reaches those with
+/// born <= n < died. An extent that nothing reaches any more is gone at once.
+///
+/// A clone begins with copies of the extents that its origin reaches, born in epoch 0, before its
+/// first one. Copies name the same data, so that bytes which several volumes reach are known by the
+/// ranges of data that their extents share. Within one volume no two extents share data.
+///
+/// An object sees the volume's snapshots as they were when it was made.
+class Block_Map {
+ public:
+  Block_Map(Store& store, std::int64_t volume);
+
+  /// The functions that change the map return how many bytes became free: those that neither this
+  /// nor another volume reaches any more.
+
+  /// Ends what was written to the range.
+  std::int64_t clear(std::int64_t start, std::int64_t length);
+  /// Writes the range, which must be clear.
+  void add(std::int64_t start, std::int64_t length);
+  /// Forgets what only this snapshot reaches.
+  std::int64_t drop_snapshot(std::int64_t seq);
+  /// Undoes what was written since the newest snapshot, of which there must be one.
+  std::int64_t roll_back();
+  /// Forgets everything.
+  std::int64_t drop_all();
+  /// Begins this empty map with what a snapshot of another volume reaches.
+  void copy_from(std::int64_t volume, std::int64_t seq);
+
+  /// Whether the volume is as this snapshot, its newest, shows it.
+  bool is_unchanged_since(std::int64_t seq) const;
+  /// Exact, in one pass over the map.
+  Chain_Sizes sizes() const;
+
+  /// What happened to the map before each snapshot, and after the last one, as far as it shows.
+  struct Range {
+    std::int64_t start;
+    std::int64_t end;
+  };
+  struct Changes {
+    std::vector<Range> discarded;
+    std::vector<Range> written;
+  };
+  std::vector<Changes> changes() const;
+
+ private:
+  struct Extent {
+    std::int64_t number = 0;
+    std::int64_t start = 0;
+    std::int64_t length = 0;
+    std::int64_t born = 0;
+    std::optional<std::int64_t> died;
+    std::int64_t data = 0;
+    std::int64_t data_start = 0;
+  };
+
+  static Extent read(const Store::Query& row);
+  static std::vector<Extent> read_all(Store::Query&& rows);
+  void insert(const Extent& extent);
+  std::int64_t remove(const std::vector<Extent>& extents);
+  /// The place in the chain of the first snapshot that an epoch's extents can be reached from.
+  std::size_t position(std::int64_t epoch) const;
+  /// Bytes of the extent that no other volume reaches.
+  std::int64_t unshared(const Extent& extent) const;
+  std::vector<Extent> live_in(std::int64_t start, std::int64_t end) const;
+
+  Store& store_;
+  std::int64_t volume_;
+  std::int64_t epoch_ = 0;
+  std::vector<std::int64_t> snapshots_;  ///< their numbers, ascending
+};
+
+}  // namespace zqpool::service

@@ -1,0 +1,94 @@
+#include "service/volumes/history.h"
+
+#include "service/api/text.h"
+
+namespace zqpool::service {
+
+namespace {
+
+Snapshot read_step(Fields& fields) {
+  Snapshot out;
+  out.id = lower_case(fields.uuid("snapshot_id"));
+  out.seq = fields.count_or("seq", 0);
+  out.recyclable = fields.flag_or("recycle", false);
+  out.created = read_created(fields);
+  return out;
+}
+
+void load_step(Store& store, const Volume& volume, Fields& step,
+               const std::function<void(Fields&, const Snapshot&)>& load_more) {
+  const Object* what = nullptr;
+  const char* kind = nullptr;
+  for (const char* each : {"write", "discard", "snapshot"}) {
+    if (!step.has(each)) continue;
+    if (kind) step.refuse(each, "stands beside another step");
+    kind = each;
+    what = step.optional_object(each);
+  }
+  step.finish();
+  if (!what) step.refuse("write", "is missing, and so are discard and snapshot", 400);
+
+  Fields fields(*what, step.place(kind));
+  if (kind == std::string("snapshot")) {
+    load_more(fields, create_snapshot(store, volume, read_step(fields)));
+  } else {
+    const std::int64_t offset = fields.count("offset");
+    const std::int64_t length = fields.count("length");
+    if (kind == std::string("write")) {
+      write_volume(store, volume, offset, length, Reclaim::no);
+    } else {
+      discard_volume(store, volume, offset, length);
+    }
+  }
+  fields.finish();
+}
+
+void dump_ranges(const char* kind, const std::vector<Block_Map::Range>& ranges, Array& steps) {
+  for (const Block_Map::Range& range : ranges) {
+    steps.emplace_back(
+        Object{{kind, Object{{"offset", range.start}, {"length", range.end - range.start}}}});
+  }
+}
+
+}  // namespace
+
+void load_history(Store& store, const Volume& volume, Fields& entry,
+                  const std::function<void(Fields&, const Snapshot&)>& load_more) {
+  std::size_t number = 0;
+  for (Fields& step : entry.optional_objects("history")) {
+    try {
+      load_step(store, volume, step, load_more);
+    } catch (const Refusal& refusal) {
+      throw placed(refusal, entry.place("history") + '[' + std::to_string(number) + ']');
+    }
+    ++number;
+  }
+  if (const auto next = entry.optional_count("next_seq")) {
+    raise_next_seq(store, volume_by_number(store, volume.number), *next);
+  }
+}
+
+void dump_history(Store& store, const Volume& volume, Object& entry,
+                  const std::function<void(Object&, const Snapshot&)>& dump_more) {
+  const std::vector<Snapshot> snapshots = snapshots_of(store, volume);
+  const std::vector<Block_Map::Changes> changes = Block_Map(store, volume.number).changes();
+  Array steps;
+  std::int64_t next = 1;
+  for (std::size_t i = 0; i < changes.size(); ++i) {
+    dump_ranges("discard", changes[i].discarded, steps);
+    dump_ranges("write", changes[i].written, steps);
+    if (i == snapshots.size()) break;
+    const Snapshot& snapshot = snapshots[i];
+    Object step{{"snapshot_id", snapshot.id},
+                {"recycle", snapshot.recyclable},
+                {"created", snapshot.created}};
+    if (snapshot.seq != next) step.emplace("seq", snapshot.seq);
+    next = snapshot.seq + 1;
+    dump_more(step, snapshot);
+    steps.emplace_back(Object{{"snapshot", std::move(step)}});
+  }
+  if (!steps.empty()) entry.emplace("history", std::move(steps));
+  if (volume.next_seq != next) entry.emplace("next_seq", volume.next_seq);
+}
+
+}  // namespace zqpool::service

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+
+#include "platform/json/json_spirit.h"
+#include "service/api/request_fields.h"
+#include "service/store/store.h"
+#include "service/volumes/volumes.h"
+
+namespace zqpool::service {
+
+// The content and snapshots of a volume in a scenario: what was done to it, in order.
+//
+//   "history": [{"write": {"offset": 0, "length": 65536}},
+//               {"snapshot": {"snapshot_id": "...", "seq": 1, "recycle": true}},
+//               {"discard": {"offset": 0, "length": 4096}}],
+//   "next_seq": 5
+//
+// "seq" and "next_seq" are there only where they are not the next number.
+
+/// Does to a new volume what the entry's members "history" and "next_seq" say. `load_more` reads
+/// what a snapshot has beside that. Throws Refusal with the place.
+void load_history(Store& store, const Volume& volume, Fields& entry,
+                  const std::function<void(Fields&, const Snapshot&)>& load_more);
+
+/// Adds the members from which load_history() makes such a volume. What was written over before a
+/// snapshot reached it is not told.
+void dump_history(Store& store, const Volume& volume, Object& entry,
+                  const std::function<void(Object&, const Snapshot&)>& dump_more);
+
+}  // namespace zqpool::service

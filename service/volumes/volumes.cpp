@@ -1,0 +1,370 @@
+#include "service/volumes/volumes.h"
+
+#include <limits>
+
+#include "service/api/message.h"
+
+namespace zqpool::service {
+
+namespace {
+
+const char* kind_text(Volume_Kind kind) {
+  return kind == Volume_Kind::lun ? "lun" : "filesystem";
+}
+
+const char* kind_noun(Volume_Kind kind) {
+  return kind == Volume_Kind::lun ? "LUN" : "filesystem";
+}
+
+// Texts of statements that share their columns. They live as long as the process, as the store's
+// cache of statements asks.
+
+const std::string volumes_select =
+    "SELECT v.number, v.pool, v.kind, v.name, v.size, v.next_seq, v.origin, v.created "
+    "FROM volume v ";
+const std::string volume_by_name =
+    volumes_select + "WHERE v.pool = ? AND v.kind = ? AND v.name = ?";
+const std::string volume_of_number = volumes_select + "WHERE v.number = ?";
+const std::string volumes_of_pool =
+    volumes_select + "WHERE v.pool = ? AND v.kind = ? ORDER BY v.number";
+const std::string clones_of_volume =
+    volumes_select +
+    "JOIN volume_snapshot s ON s.number = v.origin WHERE s.volume = ? ORDER BY v.number LIMIT 1";
+const std::string clones_of_snapshot =
+    volumes_select + "WHERE v.origin = ? ORDER BY v.number LIMIT 1";
+
+const std::string snapshots_select =
+    "SELECT s.number, s.id, s.volume, s.seq, s.recyclable, s.created FROM volume_snapshot s ";
+const std::string snapshot_by_id =
+    snapshots_select +
+    "JOIN volume v ON v.number = s.volume WHERE s.id = ?3 AND v.pool = ?1 AND v.kind = ?2";
+const std::string snapshot_of_number = snapshots_select + "WHERE s.number = ?";
+const std::string snapshots_of_volume = snapshots_select + "WHERE s.volume = ? ORDER BY s.seq";
+const std::string oldest_reclaimable =
+    snapshots_select +
+    "JOIN volume v ON v.number = s.volume WHERE v.pool = ? AND s.recyclable = 1 "
+    "AND NOT EXISTS (SELECT 1 FROM volume c WHERE c.origin = s.number) "
+    "AND NOT EXISTS (SELECT 1 FROM volume_use u WHERE u.snapshot = s.number) "
+    "ORDER BY s.created, s.number LIMIT 1";
+
+Volume read_volume(const Store::Query& row) {
+  Volume out;
+  out.number = row.integer(0);
+  out.pool = row.text(1);
+  out.kind = row.text(2) == "lun" ? Volume_Kind::lun : Volume_Kind::filesystem;
+  out.name = row.text(3);
+  if (!row.is_null(4)) out.size = row.integer(4);
+  out.next_seq = row.integer(5);
+  if (!row.is_null(6)) out.origin = row.integer(6);
+  out.created = row.text(7);
+  return out;
+}
+
+Snapshot read_snapshot(const Store::Query& row) {
+  return {row.integer(0), row.text(1),         row.integer(2),
+          row.integer(3), row.integer(4) != 0, row.text(5)};
+}
+
+std::optional<Volume> first_volume(Store::Query&& row) {
+  if (!row.next()) return std::nullopt;
+  return read_volume(row);
+}
+
+std::optional<Snapshot> first_snapshot(Store::Query&& row) {
+  if (!row.next()) return std::nullopt;
+  return read_snapshot(row);
+}
+
+std::string first_text(Store::Query&& row) {
+  return row.next() ? row.text(0) : "";
+}
+
+void change_used(Store& store, const std::string& pool, std::int64_t by) {
+  store.execute("UPDATE volume_pool SET used_size = used_size + ? WHERE uuid = ?", by, pool);
+}
+
+/// Marks as deleted, so that deleting once more is no error.
+void remember(Store& store, const std::string& pool, const std::string& what,
+              const std::string& name) {
+  store.execute("INSERT OR IGNORE INTO volume_gone (pool, what, name) VALUES (?, ?, ?)", pool, what,
+                name);
+}
+
+void forget(Store& store, const std::string& pool, const std::string& what,
+            const std::string& name) {
+  store.execute("DELETE FROM volume_gone WHERE pool = ? AND what = ? AND name = ?", pool, what,
+                name);
+}
+
+bool is_remembered(Store& store, const std::string& pool, const std::string& what,
+                   const std::string& name) {
+  return Store::Query(store, "SELECT 1 FROM volume_gone WHERE pool = ? AND what = ? AND name = ?",
+                      pool, what, name)
+      .next();
+}
+
+std::string snapshot_what(Volume_Kind kind) {
+  return kind_text(kind) + std::string(" snapshot");
+}
+
+/// Takes the snapshot out of its volume's map and the state; all else is decided.
+void remove_snapshot(Store& store, const Snapshot& snapshot) {
+  const Volume volume = volume_by_number(store, snapshot.volume);
+  change_used(store, volume.pool, -Block_Map(store, volume.number).drop_snapshot(snapshot.seq));
+  store.execute("DELETE FROM volume_snapshot WHERE number = ?", snapshot.number);
+  remember(store, volume.pool, snapshot_what(volume.kind), snapshot.id);
+}
+
+/// Takes the volume and what hangs on it out of the state; all else is decided.
+void remove_volume(Store& store, const Volume& volume) {
+  for (const Snapshot& snapshot : snapshots_of(store, volume)) {
+    remember(store, volume.pool, snapshot_what(volume.kind), snapshot.id);
+  }
+  change_used(store, volume.pool, -Block_Map(store, volume.number).drop_all());
+  store.execute("DELETE FROM volume WHERE number = ?", volume.number);
+  remember(store, volume.pool, kind_text(volume.kind), volume.name);
+}
+
+}  // namespace
+
+// ---- pools
+
+Volume_Pool need_volume_pool(Store& store, const std::string& uuid, Access access) {
+  Store::Query row(store,
+                   "SELECT p.uuid, c.name, c.state, p.total_size, p.used_size FROM volume_pool p "
+                   "JOIN catalog_pool c ON c.uuid = p.uuid WHERE p.uuid = ?",
+                   uuid);
+  if (!row.next()) throw Refusal(404, "there is no pool '" + uuid + "' that keeps volumes");
+  Volume_Pool out{row.text(0), row.text(1), row.text(2), row.integer(3), row.integer(4)};
+  if (access == Access::change && (out.state == "readonly" || out.state == "offline")) {
+    throw Refusal(409, "pool '" + uuid + "' is " + out.state);
+  }
+  return out;
+}
+
+void set_volume_pool(Store& store, const std::string& uuid, std::int64_t total_size) {
+  Store::Query row(store, "SELECT used_size FROM volume_pool WHERE uuid = ?", uuid);
+  if (row.next() && row.integer(0) > total_size) {
+    throw Refusal(422,
+                  "pool '" + uuid + "' has " + std::to_string(row.integer(0)) + " bytes in use");
+  }
+  store.execute(
+      "INSERT INTO volume_pool (uuid, total_size) VALUES (?1, ?2) "
+      "ON CONFLICT (uuid) DO UPDATE SET total_size = ?2",
+      uuid, total_size);
+}
+
+std::vector<std::string> make_room(Store& store, const std::string& pool, std::int64_t bytes) {
+  std::vector<std::string> reclaimed;
+  while (true) {
+    std::int64_t room = 0;
+    {
+      Store::Query row(store, "SELECT total_size - used_size FROM volume_pool WHERE uuid = ?",
+                       pool);
+      if (row.next()) room = row.integer(0);
+    }
+    if (room >= bytes) return reclaimed;
+    const auto oldest = first_snapshot({store, oldest_reclaimable.c_str(), pool});
+    if (!oldest) {
+      throw Refusal(507, "pool '" + pool + "' has " + std::to_string(room) + " bytes free, " +
+                             std::to_string(bytes) + " are needed");
+    }
+    remove_snapshot(store, *oldest);
+    reclaimed.push_back(oldest->id);
+  }
+}
+
+// ---- volumes
+
+std::optional<Volume> find_volume(Store& store, const std::string& pool, Volume_Kind kind,
+                                  const std::string& name) {
+  return first_volume({store, volume_by_name.c_str(), pool, kind_text(kind), name});
+}
+
+Volume need_volume(Store& store, const std::string& pool, Volume_Kind kind,
+                   const std::string& name) {
+  std::optional<Volume> out = find_volume(store, pool, kind, name);
+  if (!out) throw Refusal(404, std::string("there is no ") + kind_noun(kind) + " '" + name + "'");
+  return *std::move(out);
+}
+
+Volume volume_by_number(Store& store, std::int64_t number) {
+  return first_volume({store, volume_of_number.c_str(), number}).value();
+}
+
+std::vector<Volume> volumes_of(Store& store, const std::string& pool, Volume_Kind kind) {
+  std::vector<Volume> out;
+  for (Store::Query row(store, volumes_of_pool.c_str(), pool, kind_text(kind)); row.next();) {
+    out.push_back(read_volume(row));
+  }
+  return out;
+}
+
+std::string described(const Volume& volume) {
+  return kind_noun(volume.kind) + std::string(" '") + volume.name + '\'';
+}
+
+Volume create_volume(Store& store, const Volume& wanted) {
+  if (find_volume(store, wanted.pool, wanted.kind, wanted.name)) {
+    throw Refusal(409, "there is a " + described(wanted) + " already");
+  }
+  store.execute(
+      "INSERT INTO volume (pool, kind, name, size, next_seq, origin, created) "
+      "VALUES (?, ?, ?, ?, ?, ?, ?)",
+      wanted.pool, kind_text(wanted.kind), wanted.name, wanted.size, wanted.next_seq, wanted.origin,
+      wanted.created);
+  forget(store, wanted.pool, kind_text(wanted.kind), wanted.name);
+  return need_volume(store, wanted.pool, wanted.kind, wanted.name);
+}
+
+Volume clone_volume(Store& store, const Snapshot& origin, const Volume& wanted) {
+  Volume clone = wanted;
+  clone.origin = origin.number;
+  clone = create_volume(store, clone);
+  Block_Map(store, clone.number).copy_from(origin.volume, origin.seq);
+  return clone;
+}
+
+void delete_volume(Store& store, const Volume& volume, bool force) {
+  if (const auto clone = first_volume({store, clones_of_volume.c_str(), volume.number})) {
+    throw Refusal(409, described(*clone) + " is a clone of a snapshot of " + described(volume));
+  }
+  if (!force) {
+    const std::string use = use_of(store, volume);
+    if (!use.empty()) throw Refusal(409, described(volume) + " is " + use);
+    // One that is in use is the better reason.
+    Store::Query row(store,
+                     "SELECT s.id, u.how FROM volume_snapshot s "
+                     "LEFT JOIN volume_use u ON u.snapshot = s.number "
+                     "WHERE s.volume = ? ORDER BY u.how IS NULL, s.seq LIMIT 1",
+                     volume.number);
+    if (row.next()) {
+      throw Refusal(409, described(volume) + " has snapshot '" + row.text(0) + '\'' +
+                             (row.is_null(1) ? "" : ", which is " + row.text(1)));
+    }
+  }
+  remove_volume(store, volume);
+}
+
+Snapshot roll_back_volume(Store& store, const Volume& volume) {
+  const std::vector<Snapshot> snapshots = snapshots_of(store, volume);
+  if (snapshots.empty()) {
+    throw Refusal(409, described(volume) + " has no snapshot to go back to");
+  }
+  change_used(store, volume.pool, -Block_Map(store, volume.number).roll_back());
+  return snapshots.back();
+}
+
+std::string use_of(Store& store, const Volume& volume) {
+  return first_text({store, "SELECT how FROM volume_use WHERE volume = ? LIMIT 1", volume.number});
+}
+
+std::vector<std::string> write_volume(Store& store, const Volume& volume, std::int64_t start,
+                                      std::int64_t length, Reclaim reclaim) {
+  need_range(volume, start, length);
+  Block_Map map(store, volume.number);
+  change_used(store, volume.pool, -map.clear(start, length));
+  std::vector<std::string> reclaimed = make_room(store, volume.pool, length);
+  if (reclaim == Reclaim::no && !reclaimed.empty()) {
+    throw Refusal(422, "pool '" + volume.pool + "' is full");
+  }
+  map.add(start, length);
+  change_used(store, volume.pool, length);
+  return reclaimed;
+}
+
+void discard_volume(Store& store, const Volume& volume, std::int64_t start, std::int64_t length) {
+  need_range(volume, start, length);
+  change_used(store, volume.pool, -Block_Map(store, volume.number).clear(start, length));
+}
+
+void need_range(const Volume& volume, std::int64_t start, std::int64_t length) {
+  const std::int64_t size = volume.size.value_or(std::numeric_limits<std::int64_t>::max());
+  if (length <= 0) throw Refusal(422, "length: must not be 0");
+  if (start < 0 || start > size || length > size - start) {
+    throw Refusal(422, "offset: the range ends behind " + described(volume));
+  }
+}
+
+// ---- snapshots
+
+std::optional<Snapshot> find_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
+                                      const std::string& id) {
+  return first_snapshot({store, snapshot_by_id.c_str(), pool, kind_text(kind), id});
+}
+
+Snapshot need_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
+                       const std::string& id) {
+  std::optional<Snapshot> out = find_snapshot(store, pool, kind, id);
+  if (!out) {
+    throw Refusal(404, "there is no snapshot '" + id + "' of a " + kind_noun(kind));
+  }
+  return *std::move(out);
+}
+
+Snapshot snapshot_by_number(Store& store, std::int64_t number) {
+  return first_snapshot({store, snapshot_of_number.c_str(), number}).value();
+}
+
+std::vector<Snapshot> snapshots_of(Store& store, const Volume& volume) {
+  std::vector<Snapshot> out;
+  for (Store::Query row(store, snapshots_of_volume.c_str(), volume.number); row.next();) {
+    out.push_back(read_snapshot(row));
+  }
+  return out;
+}
+
+Snapshot create_snapshot(Store& store, const Volume& volume, const Snapshot& wanted) {
+  // Clients read it as 32 bits.
+  constexpr std::int64_t last_seq = std::numeric_limits<std::int32_t>::max();
+  const std::int64_t next = volume_by_number(store, volume.number).next_seq;
+  const std::int64_t seq = wanted.seq == 0 ? next : wanted.seq;
+  if (seq < next || seq > last_seq) {
+    throw Refusal(409, described(volume) + " takes snapshots from number " + std::to_string(next) +
+                           " to " + std::to_string(last_seq));
+  }
+  if (Store::Query(store, "SELECT 1 FROM volume_snapshot WHERE id = ?", wanted.id).next()) {
+    throw Refusal(409, "there is a snapshot '" + wanted.id + "' already");
+  }
+  store.execute(
+      "INSERT INTO volume_snapshot (id, volume, seq, recyclable, created) VALUES (?, ?, ?, ?, ?)",
+      wanted.id, volume.number, seq, wanted.recyclable, wanted.created);
+  store.execute("UPDATE volume SET next_seq = ? WHERE number = ?", seq + 1, volume.number);
+  forget(store, volume.pool, snapshot_what(volume.kind), wanted.id);
+  return need_snapshot(store, volume.pool, volume.kind, wanted.id);
+}
+
+void raise_next_seq(Store& store, const Volume& volume, std::int64_t seq) {
+  if (seq < volume.next_seq) {
+    throw Refusal(422, "next_seq: must be " + std::to_string(volume.next_seq) + " or more");
+  }
+  store.execute("UPDATE volume SET next_seq = ? WHERE number = ?", seq, volume.number);
+}
+
+void delete_snapshot(Store& store, const Snapshot& snapshot, bool delete_empty) {
+  const std::string use =
+      first_text({store, "SELECT how FROM volume_use WHERE snapshot = ? LIMIT 1", snapshot.number});
+  if (!use.empty()) throw Refusal(409, "snapshot '" + snapshot.id + "' is " + use);
+  if (const auto clone = first_volume({store, clones_of_snapshot.c_str(), snapshot.number})) {
+    throw Refusal(409, described(*clone) + " is a clone of snapshot '" + snapshot.id + '\'');
+  }
+  const Volume volume = volume_by_number(store, snapshot.volume);
+  if (delete_empty && snapshots_of(store, volume).size() == 1 && use_of(store, volume).empty() &&
+      Block_Map(store, volume.number).is_unchanged_since(snapshot.seq)) {
+    remove_volume(store, volume);
+  } else {
+    remove_snapshot(store, snapshot);
+  }
+}
+
+bool was_volume_deleted(Store& store, const std::string& pool, Volume_Kind kind,
+                        const std::string& name) {
+  return is_remembered(store, pool, kind_text(kind), name);
+}
+
+bool was_snapshot_deleted(Store& store, const std::string& pool, Volume_Kind kind,
+                          const std::string& id) {
+  return is_remembered(store, pool, snapshot_what(kind), id);
+}
+
+}  // namespace zqpool::service
