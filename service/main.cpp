@@ -12,13 +12,14 @@
 #include <string>
 
 #include "platform/crypto/s3_key.h"
-#include "service/api/resources.h"
 #include "service/app/access_key.h"
 #include "service/app/dispatcher.h"
 #include "service/app/secret_file.h"
+#include "service/assemble.h"
 #include "service/http/access_log.h"
 #include "service/http/certificate.h"
 #include "service/http/server.h"
+#include "service/lab/lab.h"
 #include "service/options.h"
 #include "service/store/store.h"
 
@@ -84,15 +85,16 @@ void serve(const Options& options) {
   if (!options.s3_secret_file.empty()) {
     set_s3_key_secret(read_secret_file(options.s3_secret_file, "S3 secret"));
   }
-  Families families(options.nfs_delay);
+  Families families = assemble(options.nfs_delay);
   State state(options.state_file, [&](Store& store) {
     if (options.scenario_file.empty()) return;
     load_scenario(store, families.scenario, options.scenario_file);
   });
   say_or_load_scenario(state, families.scenario, options);
-  Service service(state, std::move(families), key, options.lab);
+  Dispatcher dispatcher(state, families.router, key);
+  if (options.lab) add_lab(families, dispatcher);
   Access_Log log(options.access_log);
-  Server server(service, log, options.server);
+  Server server(dispatcher, log, options.server);
 
   std::string line = "zqpoold ready";
   for (const std::string& url : server.urls())

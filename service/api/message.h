@@ -1,6 +1,5 @@
 #pragma once
 
-#include <memory>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -28,15 +27,11 @@ struct Request {
   std::string body;
 };
 
-struct Followup;
-
 /// One answer. A body is always JSON.
 struct Answer {
   unsigned status = 200;
   std::string body;                                          ///< "" for none
   std::vector<std::pair<std::string, std::string>> headers;  ///< beside those every answer has
-  /// Not null: this is not the answer yet, though what was changed is kept.
-  std::shared_ptr<const Followup> later = nullptr;
 };
 
 Answer json_answer(const json_spirit::Value& value, unsigned status = 200);

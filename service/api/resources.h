@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <vector>
 
 #include "service/api/consistency_check.h"
@@ -9,12 +8,8 @@
 
 namespace zqpool::service {
 
-/// What the service offers: the paths, the scenario sections and the checks of every resource
-/// family.
+/// What the service offers: the paths, scenario sections and checks of its resource families.
 struct Families {
-  /// `nfs_delay`: how long the NFS server takes to take a record over.
-  explicit Families(std::chrono::milliseconds nfs_delay = std::chrono::milliseconds(50));
-
   Router router;
   Scenario scenario;
   std::vector<Check> checks;

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "service/api/message.h"
@@ -11,12 +12,17 @@
 
 namespace zqpool::service {
 
-/// Carries out one request on the state. Runs inside a transaction that is committed when the
-/// answer is below 400 and rolled back otherwise, also when a Refusal or anything else is thrown.
-using Handler = std::function<Answer(Store&, const Request&)>;
+struct Deferred;
 
-/// After a time the handler gives the answer, in a transaction of its own.
-struct Followup {
+/// What a request leads to: the answer, or work that gives it later.
+using Outcome = std::variant<Answer, Deferred>;
+
+/// Carries out one request on the state, inside a transaction. It is rolled back when the answer's
+/// status is 400 or more, or when a Refusal or anything else is thrown; otherwise it is committed.
+using Handler = std::function<Outcome(Store&, const Request&)>;
+
+/// A handler to run after a time, in a transaction of its own.
+struct Deferred {
   std::chrono::milliseconds after{0};
   Access access = Access::read;
   Handler handler;

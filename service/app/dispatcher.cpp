@@ -5,8 +5,6 @@
 
 #include <cstdio>
 
-#include "service/lab/lab.h"
-
 namespace zqpool::service {
 
 namespace {
@@ -29,66 +27,64 @@ Answer state_failure(const SQLite::Exception& error) {
 
 }  // namespace
 
-Service::Service(State& state, Families families, const std::optional<Access_Key>& access_key,
-                 bool lab)
-    : state_(state), access_key_(access_key), families_(std::move(families)) {
-  if (lab) add_lab(families_.router, *this);
-}
+Dispatcher::Dispatcher(State& state, const Router& router,
+                       const std::optional<Access_Key>& access_key)
+    : state_(state), router_(router), access_key_(access_key) {}
 
-Service::Plan Service::plan(const Request& request) {
+Dispatcher::Plan Dispatcher::plan(const Request& request) {
   Plan plan;
   if (access_key_) {
     if (request.access_key.empty()) {
-      plan.refusal = error_answer(401, "one X-Access-Key header is needed");
-      plan.refusal->headers.emplace_back("WWW-Authenticate", "X-Access-Key realm=\"zqpool\"");
+      plan.answer = error_answer(401, "one X-Access-Key header is needed");
+      plan.answer->headers.emplace_back("WWW-Authenticate", "X-Access-Key realm=\"zqpool\"");
       return plan;
     }
     if (!access_key_->matches(request.access_key)) {
-      plan.refusal = error_answer(403, "the access key is wrong");
+      plan.answer = error_answer(403, "the access key is wrong");
       return plan;
     }
   }
-  const std::string allowed = request.path == "*" ? "GET, HEAD, POST, PUT, DELETE, OPTIONS"
-                                                  : families_.router.allowed(request.path);
+  const std::string allowed =
+      request.path == "*" ? "GET, HEAD, POST, PUT, DELETE, OPTIONS" : router_.allowed(request.path);
   if (allowed.empty()) {
-    plan.refusal = error_answer(404, "there is no '" + request.path.substr(0, 200) + "'");
+    plan.answer = error_answer(404, "there is no '" + request.path.substr(0, 200) + "'");
     return plan;
   }
   if (request.method == Method::options) {
-    plan.refusal = Answer{204, "", {{"Allow", allowed}}};
+    plan.answer = Answer{204, "", {{"Allow", allowed}}};
     return plan;
   }
-  plan.route = families_.router.find(request.method, request.path);
+  plan.route = router_.find(request.method, request.path);
   if (!plan.route) {
-    plan.refusal = error_answer(405, "the path takes " + allowed);
-    plan.refusal->headers.emplace_back("Allow", allowed);
+    plan.answer = error_answer(405, "the path takes " + allowed);
+    plan.answer->headers.emplace_back("Allow", allowed);
     return plan;
   }
-  // The way out of a script must stay open.
+  // Never fault /zq/lab/, or a script could not be cleared.
   if (request.path.rfind("/zq/lab/", 0) != 0) {
     plan.fault = faults_.choose(request.method, request.path, request.query);
   }
   return plan;
 }
 
-Answer Service::run(const Plan& plan, const Request& request) {
-  if (plan.refusal) return *plan.refusal;
+Outcome Dispatcher::run(const Plan& plan, const Request& request) {
   if (plan.fault && plan.fault->kind == Fault_Kind::status) {
-    return {plan.fault->status, plan.fault->body, {}};
+    return Answer{plan.fault->status, plan.fault->body, {}};
   }
-  return run_operation(plan.route->access, plan.route->handler, request);
+  return run_handler(plan.route->access, plan.route->handler, request);
 }
 
-Answer Service::follow_up(const Followup& followup, const Request& request) {
-  return run_operation(followup.access, followup.handler, request);
+Outcome Dispatcher::run(const Deferred& deferred, const Request& request) {
+  return run_handler(deferred.access, deferred.handler, request);
 }
 
-Answer Service::run_operation(Access access, const Handler& handler, const Request& request) {
+Outcome Dispatcher::run_handler(Access access, const Handler& handler, const Request& request) {
   try {
     Transaction transaction = state_.begin(access);
-    Answer answer = handler(transaction.store(), request);
-    if (answer.status < 400) transaction.commit();
-    return answer;
+    Outcome outcome = handler(transaction.store(), request);
+    const Answer* const answer = std::get_if<Answer>(&outcome);
+    if (!answer || answer->status < 400) transaction.commit();
+    return outcome;
   } catch (const Refusal& refusal) {
     return error_answer(refusal.status(), refusal.what());
   } catch (const SQLite::Exception& error) {

@@ -147,11 +147,11 @@ class Http_Connection final : public Connection,
         stream_(std::forward<Args>(args)...),
         timer_(stream_.get_executor()),
         buffer_(context.limits.header_bytes + huge_piece) {
-    ++context_.service.statistics().connections;
-    ++context_.service.statistics().total_connections;
+    ++context_.dispatcher.statistics().connections;
+    ++context_.dispatcher.statistics().total_connections;
   }
   ~Http_Connection() override {
-    --context_.service.statistics().connections;
+    --context_.dispatcher.statistics().connections;
     ended_();
   }
 
@@ -207,7 +207,7 @@ class Http_Connection final : public Connection,
     parser_->header_limit(static_cast<std::uint32_t>(limits().header_bytes));
     parser_->body_limit(limits().body_bytes);
     request_ = Request();
-    plan_ = Service::Plan();
+    plan_ = Dispatcher::Plan();
     record_ = Access_Record();
     record_.peer = peer_;
     keep_alive_ = false;
@@ -259,11 +259,11 @@ class Http_Connection final : public Connection,
     if (header.version() >= 11 && header.count(http::field::host) != 1) {
       answer_and_close(error_answer(400, "one Host header is needed"));
     } else {
-      plan_ = context_.service.plan(request_);
+      plan_ = context_.dispatcher.plan(request_);
       if (parser_->is_done()) {
         carry_out();
-      } else if (plan_.refusal) {
-        answer_and_close(*plan_.refusal);  // a body that nobody will look at is not read
+      } else if (plan_.answer) {
+        answer_and_close(*plan_.answer);  // a body that nobody will look at is not read
       } else if (beast::iequals(header[http::field::expect], "100-continue")) {
         net::async_write(stream_, net::buffer("HTTP/1.1 100 Continue\r\n\r\n", 25),
                          then(&Http_Connection::on_continue));
@@ -345,47 +345,50 @@ class Http_Connection final : public Connection,
       reset();
       return;
     }
-    if (plan_.refusal) {
-      deliver(std::move(*plan_.refusal));
+    if (plan_.answer) {
+      deliver(std::move(*plan_.answer));
       return;
     }
-    work(
-        [](Http_Connection& self) { return self.context_.service.run(self.plan_, self.request_); });
+    work([](Http_Connection& self) {
+      return self.context_.dispatcher.run(self.plan_, self.request_);
+    });
   }
 
   /// Has a worker do what takes time, and goes on with its answer.
   template <typename Action>
   void work(Action action) {
     net::post(context_.workers, [self = this->shared_from_this(), action] {
-      auto answer = std::make_shared<Answer>(self->safely(action));
+      auto outcome = std::make_shared<Outcome>(self->safely(action));
       net::post(self->stream_.get_executor(),
-                [self, answer] { self->after_commit(std::move(*answer)); });
+                [self, outcome] { self->after_commit(std::move(*outcome)); });
     });
   }
 
   template <typename Action>
-  Answer safely(Action action) {
+  Outcome safely(Action action) {
     try {
-      Answer answer = action(*this);
-      if (!answer.later && plan_.fault && plan_.fault->kind == Fault_Kind::wrong_type) {
-        type_changed_ = change_type(*plan_.fault, answer);
+      Outcome outcome = action(*this);
+      Answer* const answer = std::get_if<Answer>(&outcome);
+      if (answer && plan_.fault && plan_.fault->kind == Fault_Kind::wrong_type) {
+        type_changed_ = change_type(*plan_.fault, *answer);
       }
-      return answer;
+      return outcome;
     } catch (const std::bad_alloc&) {
-      return {503, R"({"error":{"code":503,"message":"the service is short of memory"}})", {}};
+      return Answer{
+          503, R"({"error":{"code":503,"message":"the service is short of memory"}})", {}};
     }
   }
 
-  void after_commit(Answer answer) {
-    if (answer.later) {
-      const auto later = answer.later;
-      wait(later->after.count(), [later](Http_Connection& self) {
-        self.work([later](Http_Connection& again) {
-          return again.context_.service.follow_up(*later, again.request_);
+  void after_commit(Outcome outcome) {
+    if (const auto* const deferred = std::get_if<Deferred>(&outcome)) {
+      wait(deferred->after.count(), [deferred = *deferred](Http_Connection& self) {
+        self.work([deferred](Http_Connection& again) {
+          return again.context_.dispatcher.run(deferred, again.request_);
         });
       });
       return;
     }
+    Answer answer = std::get<Answer>(std::move(outcome));
     if (plan_.fault && plan_.fault->delay_ms > 0 && plan_.fault->delay_after_commit) {
       auto kept = std::make_shared<Answer>(std::move(answer));
       wait(plan_.fault->delay_ms,
@@ -424,7 +427,7 @@ class Http_Connection final : public Connection,
   void deliver(Answer answer) {
     if (context_.stopping || context_.crowded) keep_alive_ = false;
     record_.status = answer.status;
-    ++context_.service.statistics().requests;
+    ++context_.dispatcher.statistics().requests;
     if (!plan_.fault) {
       send(answer, answer.body.size());
       return;
@@ -639,7 +642,7 @@ class Http_Connection final : public Connection,
   // Of the request at hand:
   std::optional<Parser> parser_;
   Request request_;
-  Service::Plan plan_;
+  Dispatcher::Plan plan_;
   Access_Record record_;
   Clock::time_point started_;
   bool keep_alive_ = false;

@@ -16,7 +16,7 @@ namespace zqpool::service {
 
 /// What all connections share. Outlives them.
 struct Connection_Context {
-  Service& service;
+  Dispatcher& dispatcher;
   Access_Log& log;
   const Limits& limits;
   boost::asio::thread_pool& workers;  ///< where operations run

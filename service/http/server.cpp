@@ -52,11 +52,11 @@ std::string url_of(const tcp::endpoint& endpoint, bool tls) {
 
 class Server::Implementation {
  public:
-  Implementation(Service& service, Access_Log& log, const Server_Settings& settings)
+  Implementation(Dispatcher& dispatcher, Access_Log& log, const Server_Settings& settings)
       : limits_(settings.limits),
         log_(log),
         workers_(settings.threads),
-        context_{service, log, limits_, workers_},
+        context_{dispatcher, log, limits_, workers_},
         signals_(strand_, SIGTERM, SIGINT),
         hang_up_(strand_, SIGHUP),
         stop_timer_(strand_) {
@@ -260,8 +260,8 @@ class Server::Implementation {
   net::steady_timer stop_timer_;
 };
 
-Server::Server(Service& service, Access_Log& log, const Server_Settings& settings)
-    : implementation_(std::make_unique<Implementation>(service, log, settings)) {}
+Server::Server(Dispatcher& dispatcher, Access_Log& log, const Server_Settings& settings)
+    : implementation_(std::make_unique<Implementation>(dispatcher, log, settings)) {}
 
 Server::~Server() = default;
 

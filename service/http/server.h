@@ -25,11 +25,11 @@ struct Server_Settings {
   Limits limits;
 };
 
-/// The sockets of a Service: HTTP/1.1, plain and under TLS 1.2 or newer.
+/// Serves HTTP/1.1, plain and over TLS 1.2 or newer.
 class Server {
  public:
   /// Binds and listens. Throws std::runtime_error with a text that says what failed.
-  Server(Service& service, Access_Log& log, const Server_Settings& settings);
+  Server(Dispatcher& dispatcher, Access_Log& log, const Server_Settings& settings);
   ~Server();
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;

@@ -1,3 +1,5 @@
+#include "service/lab/guest_io.h"
+
 #include <optional>
 #include <string>
 #include <vector>
@@ -102,7 +104,7 @@ Answer get_visible(Store& store, const Request& request) {
 
 }  // namespace
 
-void add_scsi_lab(Router& router) {
+void add_guest_io(Router& router) {
   router.add(Method::post, "/zq/lab/write", Access::change, write_as_guest);
   router.add(Method::get, "/zq/lab/visible", Access::read, get_visible);
 }

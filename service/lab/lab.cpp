@@ -3,8 +3,7 @@
 #include <ctime>
 
 #include "service/api/request_fields.h"
-#include "service/app/dispatcher.h"
-#include "service/scsi/pools.h"
+#include "service/lab/guest_io.h"
 #include "service/store/schema.h"
 
 namespace zqpool::service {
@@ -41,44 +40,48 @@ Answer check_state(const std::vector<Check>& checks, Store& store) {
 
 }  // namespace
 
-void add_lab(Router& router, Service& service) {
-  router.add(Method::post, "/zq/lab/scenario", Access::change,
-             [&service](Store& store, const Request& request) {
-               const bool replace = read_replace(request);
-               return json_answer(Object{
-                   {"loaded", service.scenario().load(store, body_object(request), replace)}});
-             });
+void add_lab(Families& families, Dispatcher& dispatcher) {
+  Router& router = families.router;
+  const Scenario& scenario = families.scenario;
+  const std::vector<Check>& checks = families.checks;
+  Fault_Script& faults = dispatcher.faults();
+  const Statistics& statistics = dispatcher.statistics();
+  router.add(
+      Method::post, "/zq/lab/scenario", Access::change,
+      [&scenario](Store& store, const Request& request) {
+        const bool replace = read_replace(request);
+        return json_answer(Object{{"loaded", scenario.load(store, body_object(request), replace)}});
+      });
   router.add(Method::get, "/zq/lab/scenario", Access::read,
-             [&service](Store& store, const Request& request) {
+             [&scenario](Store& store, const Request& request) {
                no_query(request);
-               return json_answer(service.scenario().dump(store));
+               return json_answer(scenario.dump(store));
              });
   router.add(Method::post, "/zq/lab/faults", Access::read,
-             [&service](Store&, const Request& request) {
+             [&faults](Store&, const Request& request) {
                no_query(request);
-               return json_answer(Object{{"ids", service.faults().add(body_object(request))}}, 201);
+               return json_answer(Object{{"ids", faults.add(body_object(request))}}, 201);
              });
   router.add(Method::get, "/zq/lab/faults", Access::read,
-             [&service](Store&, const Request& request) {
+             [&faults](Store&, const Request& request) {
                no_query(request);
-               return json_answer(Object{{"faults", service.faults().list()}});
+               return json_answer(Object{{"faults", faults.list()}});
              });
   router.add(Method::del, "/zq/lab/faults", Access::read,
-             [&service](Store&, const Request& request) {
+             [&faults](Store&, const Request& request) {
                no_query(request);
-               return json_answer(Object{{"removed", service.faults().clear()}});
+               return json_answer(Object{{"removed", faults.clear()}});
              });
   router.add(Method::get, "/zq/lab/check", Access::read,
-             [&service](Store& store, const Request& request) {
+             [&checks](Store& store, const Request& request) {
                no_query(request);
-               return check_state(service.checks(), store);
+               return check_state(checks, store);
              });
-  add_scsi_lab(router);
+  add_guest_io(router);
   const std::int64_t started = monotonic_seconds();
   router.add(Method::get, "/zq/lab/health", Access::read,
-             [&service, started](Store&, const Request& request) {
+             [&statistics, started](Store&, const Request& request) {
                no_query(request);
-               const Statistics& statistics = service.statistics();
                return json_answer(Object{{"status", "ok"},
                                          {"version", ZQPOOL_VERSION},
                                          {"schema", static_cast<std::int64_t>(schema_version)},

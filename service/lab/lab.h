@@ -1,14 +1,13 @@
 #pragma once
 
-#include "service/api/router.h"
+#include "service/api/resources.h"
+#include "service/app/dispatcher.h"
 
 namespace zqpool::service {
 
-class Service;
-
-/// The paths under /zq/lab/, which are for tests and demonstrations and no part of the protocol:
-/// scenarios, scripted faults, what guests do and see, a check of the state, and how the process
-/// is. `service` must outlive the router.
-void add_lab(Router& router, Service& service);
+/// Adds the paths under /zq/lab/, which are for tests and demonstrations and no part of the
+/// protocol: scenarios, scripted faults, guests' writes, a check of the state, and the health of
+/// the process. Both arguments must outlive the router's use.
+void add_lab(Families& families, Dispatcher& dispatcher);
 
 }  // namespace zqpool::service

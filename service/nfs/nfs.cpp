@@ -210,23 +210,20 @@ Object described(const Kept_Record& kept) {
 
 /// The answer about a record: at once, or when the NFS server has taken it over. `sync` is how long
 /// the request is ready to wait: seconds, a negative number for as long as it takes.
-Answer answer_in_time(const Kept_Record& kept, unsigned status, std::optional<std::int64_t> sync) {
+Outcome answer_in_time(const Kept_Record& kept, unsigned status, std::optional<std::int64_t> sync) {
   const std::int64_t to_go = kept.milliseconds_to_go();
-  Answer out = json_answer(described(kept), status);
-  if (sync.value_or(0) == 0 || to_go == 0) return out;
+  if (sync.value_or(0) == 0 || to_go == 0) return json_answer(described(kept), status);
   constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 1000;
   const std::int64_t patience = *sync < 0 || *sync > most ? to_go : *sync * 1000;
   const std::string uuid = kept.record.uuid;
-  out.later = std::make_shared<const Followup>(
-      Followup{std::chrono::milliseconds(std::min(to_go, patience)), Access::read,
-               [uuid, status](Store& store, const Request&) {
-                 const Kept_Record now = need_record(store, uuid);
-                 if (now.milliseconds_to_go() > 0) {
-                   throw Refusal(503, "NFS record '" + uuid + "' is still " + now.state());
-                 }
-                 return json_answer(described(now), status);
-               }});
-  return out;
+  return Deferred{std::chrono::milliseconds(std::min(to_go, patience)), Access::read,
+                  [uuid, status](Store& store, const Request&) {
+                    const Kept_Record now = need_record(store, uuid);
+                    if (now.milliseconds_to_go() > 0) {
+                      throw Refusal(503, "NFS record '" + uuid + "' is still " + now.state());
+                    }
+                    return json_answer(described(now), status);
+                  }};
 }
 
 Answer get_records(Store& store, const Request& request) {
@@ -266,7 +263,7 @@ Wanted read_wanted(Store& store, const Request& request) {
   return out;
 }
 
-Answer make_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+Outcome make_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
   const Wanted wanted = read_wanted(store, request);
   std::optional<Kept_Record> there = find_record(store, wanted.record.uuid);
   if (!there || there->withdrawn) {
@@ -278,7 +275,7 @@ Answer make_record(Store& store, const Request& request, std::chrono::millisecon
   return answer_in_time(*there, 201, wanted.sync);
 }
 
-Answer change_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+Outcome change_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
   const Wanted wanted = read_wanted(store, request);
   Kept_Record there = need_record(store, wanted.record.uuid);
   if (there.withdrawn) {
@@ -291,7 +288,7 @@ Answer change_record(Store& store, const Request& request, std::chrono::millisec
   return answer_in_time(there, 200, wanted.sync);
 }
 
-Answer withdraw_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+Outcome withdraw_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
   Query_Fields query(request);
   const std::string uuid = query.needed_text("uuid");
   const std::optional<std::int64_t> sync = query.integer("sync");
@@ -352,7 +349,7 @@ std::optional<std::string> nfs_export_of_mount(Store& store, const std::string& 
 
 void add_nfs(Families& families, std::chrono::milliseconds delay) {
   const auto with_delay =
-      [delay](Answer (*handler)(Store&, const Request&, std::chrono::milliseconds)) {
+      [delay](Outcome (*handler)(Store&, const Request&, std::chrono::milliseconds)) {
         return [handler, delay](Store& store, const Request& request) {
           return handler(store, request, delay);
         };

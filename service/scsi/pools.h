@@ -37,7 +37,4 @@ struct SCSI_Change {
 /// the scenario sections "scsi_pools" and "luns", and the check of exports.
 void add_scsi_pools(Families& families);
 
-/// The paths /zq/lab/write, a guest's writing, and /zq/lab/visible, what an initiator is let see.
-void add_scsi_lab(Router& router);
-
 }  // namespace zqpool::service

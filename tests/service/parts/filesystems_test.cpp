@@ -552,7 +552,7 @@ TEST(Filesystem_Pools, the_check_looks_at_each_and_finds_what_is_wrong) {
     service::Transaction transaction = lab.state().begin(service::Access::change);
     transaction.store().database().exec(damage);
     Array problems;
-    for (const service::Check& check : lab.service().checks())
+    for (const service::Check& check : lab.families().checks)
       check.run(transaction.store(), problems);
     return json_spirit::write(problems);
   };

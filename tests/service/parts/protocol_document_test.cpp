@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-#include "service/api/resources.h"
+#include "service/assemble.h"
 #include "tests/service/fixtures/lab_service.h"
 
 namespace zqpool::test {
@@ -174,7 +174,7 @@ std::string joined(std::vector<std::string> methods) {
 }
 
 TEST(Protocol_Description, has_every_path_of_the_service_and_no_other) {
-  const service::Families families;
+  const service::Families families = service::assemble();
   std::map<std::string, std::string> served;
   for (const auto& [path, methods] : families.router.methods())
     served[path] = joined(methods);

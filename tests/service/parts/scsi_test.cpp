@@ -694,7 +694,7 @@ TEST_F(SCSI_Pools, the_check_looks_at_everything_and_finds_what_is_wrong) {
     transaction.store().database().exec("PRAGMA ignore_check_constraints=ON");
     transaction.store().database().exec(damage);
     Array problems;
-    for (const service::Check& check : lab_.service().checks())
+    for (const service::Check& check : lab_.families().checks)
       check.run(transaction.store(), problems);
     transaction.store().database().exec("PRAGMA ignore_check_constraints=OFF");
     return json_spirit::write(problems);

@@ -1,0 +1,12 @@
+#pragma once
+
+#include <chrono>
+
+#include "service/api/resources.h"
+
+namespace zqpool::service {
+
+/// Puts the resource families together. `nfs_delay`: how long an NFS record stays pending.
+Families assemble(std::chrono::milliseconds nfs_delay = std::chrono::milliseconds(50));
+
+}  // namespace zqpool::service
