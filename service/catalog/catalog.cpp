@@ -46,31 +46,31 @@ std::int64_t joined(std::int64_t high, std::int64_t low) {
   return high > (most >> 20) ? most : (high << 20) | (low & 0xfffff);
 }
 
-// Texts of statements that share their columns. They live as long as the process, as the store's
-// cache of statements asks.
+// Statements that share their columns.
 
 // ---- pools
 
-const std::string pools_select = R"sql(
-  SELECT p.uuid, p.name, p.type, p.state, p.description, p.created, count(d.uuid),
-    coalesce(sum(CASE d.role WHEN 'master' THEN d.size >> 20 END), 0),
-    coalesce(sum(CASE d.role WHEN 'master' THEN d.size & 1048575 END), 0),
-    coalesce(sum(CASE d.role WHEN 'master' THEN d.used >> 20 END), 0),
-    coalesce(sum(CASE d.role WHEN 'master' THEN d.used & 1048575 END), 0)
+const std::string pools_select = "SELECT " + pool_columns + R"sql(, count(d.uuid) AS devices,
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.size >> 20 END), 0) AS size_high,
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.size & 1048575 END), 0) AS size_low,
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.used >> 20 END), 0) AS used_high,
+    coalesce(sum(CASE d.role WHEN 'master' THEN d.used & 1048575 END), 0) AS used_low
   FROM catalog_pool p LEFT JOIN catalog_device d ON d.pool_uuid = p.uuid)sql";
-const std::string pool_by_uuid = pools_select + " WHERE p.uuid = ? GROUP BY p.uuid";
-const std::string pools_all = pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?";
 
-Object pool_record(const Store::Query& row) {
-  // A slave holds a copy of its master's data: it adds no room.
-  const std::int64_t size = joined(row.integer(7), row.integer(8));
-  const std::int64_t used = joined(row.integer(9), row.integer(10));
-  Object out = pool_description(row);
-  out.emplace("device_count", row.integer(6));
-  out.emplace("size", size);
-  out.emplace("used", used);
-  out.emplace("free", size - used);
-  return out;
+Array pool_rows(Store::Query&& pools) {
+  Array rows;
+  while (pools.next()) {
+    // A slave holds a copy of its master's data: it adds no room.
+    const std::int64_t size = joined(pools.integer("size_high"), pools.integer("size_low"));
+    const std::int64_t used = joined(pools.integer("used_high"), pools.integer("used_low"));
+    Object pool = pool_description(pools);
+    pool.emplace("device_count", pools.integer("devices"));
+    pool.emplace("size", size);
+    pool.emplace("used", used);
+    pool.emplace("free", size - used);
+    rows.emplace_back(std::move(pool));
+  }
+  return rows;
 }
 
 Answer get_pools(Store& store, const Request& request) {
@@ -78,23 +78,15 @@ Answer get_pools(Store& store, const Request& request) {
   const std::optional<std::string> uuid = query.text("uuid");
   if (uuid) {
     query.finish();
-    Array rows;
-    for (Store::Query row(store, pool_by_uuid.c_str(), *uuid); row.next();) {
-      rows.emplace_back(pool_record(row));
-    }
-    return rows_answer(std::move(rows));
+    return rows_answer(
+        pool_rows({store, pools_select + " WHERE p.uuid = ? GROUP BY p.uuid", *uuid}));
   }
   const Page page(query);
   query.finish();
-  Array rows;
-  for (Store::Query row(store, pools_all.c_str(), page.limit(), page.offset()); row.next();) {
-    rows.emplace_back(pool_record(row));
-  }
-  return page.answer(std::move(rows), [&store] {
-    Store::Query count(store, "SELECT count(*) FROM catalog_pool");
-    count.next();
-    return count.integer(0);
-  });
+  return page.answer(
+      pool_rows({store, pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?",
+                 page.limit(), page.offset()}),
+      [&store] { return store.integer("SELECT count(*) FROM catalog_pool"); });
 }
 
 // ---- devices
@@ -113,12 +105,12 @@ Answer get_devices(Store& store, const Request& request) {
   if (uuid && url) throw Refusal(400, "give one of the query fields 'uuid' and 'url'");
   if (uuid) {
     query.finish();
-    return rows_answer(device_rows({store, "SELECT * FROM catalog_device WHERE uuid = ?", *uuid}));
+    return rows_answer(device_rows({store, devices_select + "WHERE d.uuid = ?", *uuid}));
   }
   if (url) {
     query.finish();
-    return rows_answer(device_rows(
-        {store, "SELECT * FROM catalog_device WHERE url = ? ORDER BY uuid", tidy_url(*url)}));
+    return rows_answer(
+        device_rows({store, devices_select + "WHERE d.url = ? ORDER BY d.uuid", tidy_url(*url)}));
   }
   const std::optional<std::string> pool = query.text("pool_uuid");
   const Page page(query);
@@ -126,33 +118,27 @@ Answer get_devices(Store& store, const Request& request) {
   if (pool) {
     return page.answer(
         device_rows({store,
-                     "SELECT * FROM catalog_device WHERE pool_uuid = ? ORDER BY uuid "
-                     "LIMIT ? OFFSET ?",
+                     devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid LIMIT ? OFFSET ?",
                      *pool, page.limit(), page.offset()}),
         [&] {
-          Store::Query count(store, "SELECT count(*) FROM catalog_device WHERE pool_uuid = ?",
-                             *pool);
-          count.next();
-          return count.integer(0);
+          return store.integer("SELECT count(*) FROM catalog_device WHERE pool_uuid = ?", *pool);
         });
   }
-  return page.answer(
-      device_rows({store, "SELECT * FROM catalog_device ORDER BY uuid LIMIT ? OFFSET ?",
-                   page.limit(), page.offset()}),
-      [&store] {
-        Store::Query count(store, "SELECT count(*) FROM catalog_device");
-        count.next();
-        return count.integer(0);
-      });
+  return page.answer(device_rows({store, devices_select + "ORDER BY d.uuid LIMIT ? OFFSET ?",
+                                  page.limit(), page.offset()}),
+                     [&store] { return store.integer("SELECT count(*) FROM catalog_device"); });
 }
 
-/// A device with its pool, whose name, type and state follow the device in the row.
+const std::string devices_with_pool =
+    "SELECT " + device_columns +
+    ", p.name AS pool_name, p.type AS pool_type, p.state AS pool_state "
+    "FROM catalog_device d JOIN catalog_pool p ON p.uuid = d.pool_uuid ";
+
+/// A row of devices_with_pool as it is answered.
 Object device_info(const Store::Query& row, std::string path) {
-  constexpr int pool = device_attributes + 1;
   Object out = device_record(row);
-  out.emplace("pool_name", row.text(pool));
-  out.emplace("pool_type", row.text(pool + 1));
-  out.emplace("pool_state", row.text(pool + 2));
+  for (const char* column : {"pool_name", "pool_type", "pool_state"})
+    out.emplace(column, row.text(column));
   out.emplace("path", std::move(path));
   return out;
 }
@@ -169,9 +155,7 @@ Answer find_device_info(Store& store, const Request& request) {
 
   for (std::string above = url; !above.empty(); above = url_above(above)) {
     Store::Query row(store,
-                     "SELECT d.*, p.name, p.type, p.state FROM catalog_device d "
-                     "JOIN catalog_pool p ON p.uuid = d.pool_uuid "
-                     "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
+                     devices_with_pool + "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
                      above, pool);
     if (!row.next()) continue;
     const std::size_t rest = above.back() == '/' ? above.size() - 1 : above.size();
@@ -192,12 +176,11 @@ Answer offer_device(Store& store, const Request& request) {
   query.finish();
   need_pool(store, pool);
   Store::Query row(store,
-                   "SELECT d.*, p.name, p.type, p.state FROM catalog_device d "
-                   "JOIN catalog_pool p ON p.uuid = d.pool_uuid "
-                   "WHERE d.pool_uuid = ? AND p.state IN ('online', 'degraded')"
-                   " AND d.role = 'master' AND d.state = 'online' AND d.used < d.size"
-                   " AND d.bound_host_id IS NULL "
-                   "ORDER BY d.size - d.used DESC, d.uuid LIMIT 1",
+                   devices_with_pool +
+                       "WHERE d.pool_uuid = ? AND p.state IN ('online', 'degraded')"
+                       " AND d.role = 'master' AND d.state = 'online' AND d.used < d.size"
+                       " AND d.bound_host_id IS NULL "
+                       "ORDER BY d.size - d.used DESC, d.uuid LIMIT 1",
                    pool);
   return json_answer(row.next() ? device_info(row, "") : Object());
 }
@@ -221,7 +204,7 @@ Answer bind_host(Store& store, const Request& request) {
     throw Refusal(422, "host_id and sysname: both, or neither to release the device");
   }
 
-  const char* const by_uuid = "SELECT * FROM catalog_device WHERE uuid = ?";
+  const std::string by_uuid = devices_select + "WHERE d.uuid = ?";
   {
     Store::Query row(store, by_uuid, uuid);
     if (!row.next()) throw Refusal(404, "there is no device '" + uuid + "'");

@@ -27,20 +27,23 @@ Answer find_located_devices(Store& store, const Request& request) {
   for (std::string above = path; !above.empty(); above = parent_of(above)) {
     Store::Query row(
         store,
-        "SELECT d.*, m.type, m.grouping_name, m.size FROM catalog_metadata m "
-        "JOIN catalog_device d ON d.uuid = m.device_uuid "
-        "WHERE m.pool_uuid = ?1 AND m.path = ?2 AND (?3 IS NULL OR m.grouping_name = ?3)"
-        " AND (m.type = 'dir' OR ?4) ORDER BY d.role, d.uuid, m.grouping_name",
+        "SELECT " + device_columns +
+            ", m.type AS path_type, m.grouping_name AS grouping_name, m.size AS recorded_size "
+            "FROM catalog_metadata m "
+            "JOIN catalog_device d ON d.uuid = m.device_uuid "
+            "WHERE m.pool_uuid = ?1 AND m.path = ?2 AND (?3 IS NULL OR m.grouping_name = ?3)"
+            " AND (m.type = 'dir' OR ?4) ORDER BY d.role, d.uuid, m.grouping_name",
         pool, above, grouping, above == path);
-    constexpr int more = device_attributes + 1;
     std::string type;
     Array devices;
     while (row.next()) {
-      type = row.text(more);
+      type = row.text("path_type");
       Object device = device_record(row);
       Object recorded{{"path", above}, {"type", type}};
-      if (!row.text(more + 1).empty()) recorded.emplace("grouping", row.text(more + 1));
-      if (!row.is_null(more + 2)) recorded.emplace("size", row.integer(more + 2));
+      if (const std::string name = row.text("grouping_name"); !name.empty()) {
+        recorded.emplace("grouping", name);
+      }
+      if (!row.is_null("recorded_size")) recorded.emplace("size", row.integer("recorded_size"));
       device.emplace("metadata", std::move(recorded));
       devices.emplace_back(std::move(device));
     }
@@ -112,15 +115,12 @@ Answer remove_metadata(Store& store, const Request& request) {
 }  // namespace
 
 Recorded record(Store& store, const Metadata& entry) {
-  if (!Store::Query(store, "SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid = ?",
-                    entry.device_uuid, entry.pool_uuid)
-           .next()) {
+  if (!store.has_row("SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid = ?",
+                     entry.device_uuid, entry.pool_uuid)) {
     return Recorded::no_device;
   }
-  if (Store::Query(store,
-                   "SELECT 1 FROM catalog_metadata WHERE pool_uuid = ? AND path = ? AND type <> ?",
-                   entry.pool_uuid, entry.path, entry.type)
-          .next()) {
+  if (store.has_row("SELECT 1 FROM catalog_metadata WHERE pool_uuid = ? AND path = ? AND type <> ?",
+                    entry.pool_uuid, entry.path, entry.type)) {
     return Recorded::other_type;
   }
   store.execute(

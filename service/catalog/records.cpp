@@ -1,45 +1,57 @@
 #include "service/catalog/records.h"
 
+#include <initializer_list>
 #include <stdexcept>
 
 #include "service/api/message.h"
 
 namespace zqpool::service {
 
-Object kept_object(const Store::Query& row, int column) {
+namespace {
+
+Object texts_of(const Store::Query& row, std::initializer_list<const char*> columns) {
+  Object out;
+  for (const char* column : columns)
+    out.emplace(column, row.text(column));
+  return out;
+}
+
+}  // namespace
+
+Object pool_description(const Store::Query& row) {
+  return texts_of(row, {"uuid", "name", "type", "state", "description", "created"});
+}
+
+Object device_description(const Store::Query& row) {
+  Object out = texts_of(
+      row, {"uuid", "pool_uuid", "name", "type", "role", "state", "url", "path_prefix", "created"});
+  out.emplace("size", row.integer("size"));
+  out.emplace("used", row.integer("used"));
+  if (!row.is_null("bound_host_id")) {
+    out.emplace("bound_host", Object{{"host_id", row.text("bound_host_id")},
+                                     {"sysname", row.text("bound_sysname")}});
+  }
+  return out;
+}
+
+Object attributes_of(const Store::Query& row) {
   json_spirit::Value value;
-  if (!json_spirit::read(row.text(column), value) || value.type() != json_spirit::obj_type) {
-    throw std::runtime_error("the state holds a text that is no JSON object");
+  if (!json_spirit::read(row.text("attributes"), value) || value.type() != json_spirit::obj_type) {
+    throw std::runtime_error("the state holds attributes that are no JSON object");
   }
   return std::move(value.get_obj());
 }
 
-Object pool_description(const Store::Query& row) {
-  return {{"uuid", row.text(0)},  {"name", row.text(1)},        {"type", row.text(2)},
-          {"state", row.text(3)}, {"description", row.text(4)}, {"created", row.text(5)}};
+Object device_record(const Store::Query& row) {
+  Object out = device_description(row);
+  out.emplace("free", row.integer("size") - row.integer("used"));
+  return out;
 }
 
 void need_pool(Store& store, const std::string& uuid) {
-  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ?", uuid).next()) {
+  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", uuid)) {
     throw Refusal(404, "there is no pool '" + uuid + "'");
   }
-}
-
-Object device_description(const Store::Query& row) {
-  Object out{{"uuid", row.text(0)},    {"pool_uuid", row.text(1)},   {"name", row.text(2)},
-             {"type", row.text(3)},    {"role", row.text(4)},        {"state", row.text(5)},
-             {"url", row.text(6)},     {"path_prefix", row.text(7)}, {"size", row.integer(8)},
-             {"used", row.integer(9)}, {"created", row.text(12)}};
-  if (!row.is_null(10)) {
-    out.emplace("bound_host", Object{{"host_id", row.text(10)}, {"sysname", row.text(11)}});
-  }
-  return out;
-}
-
-Object device_record(const Store::Query& row) {
-  Object out = device_description(row);
-  out.emplace("free", row.integer(8) - row.integer(9));
-  return out;
 }
 
 }  // namespace zqpool::service

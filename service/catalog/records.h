@@ -7,23 +7,30 @@
 
 namespace zqpool::service {
 
-// The records of the catalog, made from rows of the state.
+// Rows of the catalog as JSON objects.
 
-/// An object that the state keeps as one text.
-Object kept_object(const Store::Query& row, int column);
+/// The columns of catalog_pool p, and of catalog_device d, that the functions below read.
+inline const std::string pool_columns =
+    "p.uuid AS uuid, p.name AS name, p.type AS type, p.state AS state, "
+    "p.description AS description, p.created AS created, p.attributes AS attributes";
+inline const std::string device_columns =
+    "d.uuid AS uuid, d.pool_uuid AS pool_uuid, d.name AS name, d.type AS type, d.role AS role, "
+    "d.state AS state, d.url AS url, d.path_prefix AS path_prefix, d.size AS size, "
+    "d.used AS used, d.bound_host_id AS bound_host_id, d.bound_sysname AS bound_sysname, "
+    "d.created AS created, d.attributes AS attributes";
+inline const std::string devices_select = "SELECT " + device_columns + " FROM catalog_device d ";
 
-/// One row of catalog_pool, whose columns begin the row, as it is kept; without its attributes.
+/// A pool as a scenario describes it, without its attributes.
 Object pool_description(const Store::Query& row);
-constexpr int pool_attributes = 6;  ///< the last column of catalog_pool
-
-/// Throws Refusal (404) when there is no such pool.
-void need_pool(Store& store, const std::string& uuid);
-
-/// One row of catalog_device, whose columns begin the row, as it is kept; without its attributes.
+/// A device as a scenario describes it, without its attributes.
 Object device_description(const Store::Query& row);
-constexpr int device_attributes = 13;  ///< the last column of catalog_device
+/// The attributes of a pool or device.
+Object attributes_of(const Store::Query& row);
 
 /// A device as it is answered.
 Object device_record(const Store::Query& row);
+
+/// Throws Refusal (404) when there is no such pool.
+void need_pool(Store& store, const std::string& uuid);
 
 }  // namespace zqpool::service

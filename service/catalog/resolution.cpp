@@ -185,11 +185,10 @@ void let_copies_stand_in(std::vector<Object>& storages) {
 
 Array describe_storages(Store& store, const std::string& pool, const Question& ask) {
   std::vector<Object> storages;
-  for (Store::Query row(store, "SELECT * FROM catalog_device WHERE pool_uuid = ? ORDER BY uuid",
-                        pool);
+  for (Store::Query row(store, devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid", pool);
        row.next();) {
     std::optional<Object> storage =
-        describe_storage(device_description(row), kept_object(row, device_attributes), ask);
+        describe_storage(device_description(row), attributes_of(row), ask);
     if (storage) storages.push_back(std::move(*storage));
   }
   if (ask.to_restore) let_copies_stand_in(storages);
@@ -203,9 +202,9 @@ Array describe_storages(Store& store, const std::string& pool, const Question& a
 
 /// The description of a pool for who asks. Throws Refusal.
 Object describe_pool(Store& store, const std::string& uuid, const Question& ask) {
-  Store::Query row(store, "SELECT * FROM catalog_pool WHERE uuid = ?", uuid);
+  Store::Query row(store, "SELECT " + pool_columns + " FROM catalog_pool p WHERE p.uuid = ?", uuid);
   if (!row.next()) throw Refusal(404, "there is no pool '" + uuid + "'");
-  Object out = kept_object(row, pool_attributes);
+  Object out = attributes_of(row);
   const std::optional<Value> account = take(out, "account_uuid");
   if (account && ask.account && !same_identifier(*account, *ask.account)) {
     throw Refusal(403, "pool '" + uuid + "' belongs to another account");
@@ -273,7 +272,7 @@ void clear_replicas(Store& store) {
 void load_replica(Store& store, Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
   const std::string pool = fields.uuid("pool_uuid");
-  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ?", pool).next()) {
+  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", pool)) {
     fields.refuse("pool_uuid", "there is no pool '" + pool + "'");
   }
   store.execute(

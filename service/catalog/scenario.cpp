@@ -39,9 +39,10 @@ void load_pool(Store& store, Fields& fields) {
 
 Array dump_pools(Store& store) {
   Array out;
-  for (Store::Query row(store, "SELECT * FROM catalog_pool ORDER BY uuid"); row.next();) {
+  for (Store::Query row(store, "SELECT " + pool_columns + " FROM catalog_pool p ORDER BY p.uuid");
+       row.next();) {
     Object entry = pool_description(row);
-    entry.merge(kept_object(row, pool_attributes));
+    entry.merge(attributes_of(row));
     out.emplace_back(std::move(entry));
   }
   return out;
@@ -56,19 +57,15 @@ void clear_devices(Store& store) {
 void load_device(Store& store, Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
   const std::string pool = fields.uuid("pool_uuid");
-  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ?", pool).next()) {
+  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", pool)) {
     fields.refuse("pool_uuid", "there is no pool '" + pool + "'");
   }
-  if (Store::Query(store, "SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid <> ?", uuid,
-                   pool)
-          .next()) {
+  if (store.has_row("SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid <> ?", uuid, pool)) {
     fields.refuse("pool_uuid", "the device belongs to another pool");
   }
   const std::string url = read_url(fields, "url");
-  if (Store::Query(store,
-                   "SELECT 1 FROM catalog_device WHERE pool_uuid = ? AND url = ? AND uuid <> ?",
-                   pool, url, uuid)
-          .next()) {
+  if (store.has_row("SELECT 1 FROM catalog_device WHERE pool_uuid = ? AND url = ? AND uuid <> ?",
+                    pool, url, uuid)) {
     fields.refuse("url", "another device of the pool has it");
   }
   const std::int64_t size = fields.count("size");
@@ -99,9 +96,9 @@ void load_device(Store& store, Fields& fields) {
 
 Array dump_devices(Store& store) {
   Array out;
-  for (Store::Query row(store, "SELECT * FROM catalog_device ORDER BY uuid"); row.next();) {
+  for (Store::Query row(store, devices_select + "ORDER BY d.uuid"); row.next();) {
     Object entry = device_description(row);
-    entry.merge(kept_object(row, device_attributes));
+    entry.merge(attributes_of(row));
     out.emplace_back(std::move(entry));
   }
   return out;

@@ -18,8 +18,7 @@ void clear_image_pools(Store& store) {
 
 void load_image_pool(Store& store, Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
-  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ? AND type = 'image'", uuid)
-           .next()) {
+  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ? AND type = 'image'", uuid)) {
     fields.refuse("uuid", "there is no pool '" + uuid + "' of type image");
   }
   const std::int64_t size = fields.count("size");

@@ -159,7 +159,7 @@ const std::string record_by_uuid = records_select + "WHERE uuid = ?";
 const std::string records_all = records_select + "ORDER BY uuid";
 
 std::optional<Kept_Record> find_record(Store& store, const std::string& uuid) {
-  Store::Query row(store, record_by_uuid.c_str(), uuid);
+  Store::Query row(store, record_by_uuid, uuid);
   if (!row.next()) return std::nullopt;
   return read_row(row);
 }
@@ -236,7 +236,7 @@ Answer get_records(Store& store, const Request& request) {
     if (kept.is_gone()) throw Refusal(404, "NFS record '" + *uuid + "' was withdrawn");
     out.emplace_back(described(kept));
   } else {
-    for (Store::Query row(store, records_all.c_str()); row.next();) {
+    for (Store::Query row(store, records_all); row.next();) {
       const Kept_Record kept = read_row(row);
       if (!kept.is_gone()) out.emplace_back(described(kept));
     }
@@ -314,7 +314,7 @@ void load_record(Store& store, Fields& fields) {
 
 Array dump_records(Store& store) {
   Array out;
-  for (Store::Query row(store, records_all.c_str()); row.next();) {
+  for (Store::Query row(store, records_all); row.next();) {
     const Kept_Record kept = read_row(row);
     if (!kept.withdrawn) out.emplace_back(record_object(kept.record));
   }

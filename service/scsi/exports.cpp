@@ -15,8 +15,7 @@ namespace {
 constexpr std::size_t longest_name = 223;  // of iSCSI; a WWN is shorter
 constexpr std::int64_t last_lun_num = 16383;
 
-// Texts of statements that share their columns. They live as long as the process, as the store's
-// cache of statements asks.
+// Statements that share their columns.
 const std::string exports_select =
     "SELECT e.number, e.pool, e.target, e.transport, e.lun_num, e.volume, e.snapshot "
     "FROM scsi_export e ";
@@ -103,10 +102,8 @@ void need_free(Store& store, const Target& target, const std::optional<std::int6
   if (lun_num < 1 || lun_num > last_lun_num) {
     throw Refusal(422, "LUN numbers are from 1 to " + std::to_string(last_lun_num));
   }
-  if (Store::Query(store,
-                   "SELECT 1 FROM scsi_export WHERE (target = ? OR snapshot = ?) AND lun_num = ?",
-                   target.name, snapshot, lun_num)
-          .next()) {
+  if (store.has_row("SELECT 1 FROM scsi_export WHERE (target = ? OR snapshot = ?) AND lun_num = ?",
+                    target.name, snapshot, lun_num)) {
     throw Refusal(409, "LUN number " + std::to_string(lun_num) + " is taken");
   }
 }
@@ -126,9 +123,7 @@ Export make_export(Store& store, Export wanted, std::optional<std::int64_t> lun_
       "VALUES (?, ?, ?, ?, ?, ?)",
       wanted.pool, wanted.target.name, wanted.target.transport, wanted.lun_num, wanted.volume,
       wanted.snapshot);
-  Store::Query row(store, "SELECT last_insert_rowid()");
-  row.next();
-  wanted.number = row.integer(0);
+  wanted.number = store.integer("SELECT last_insert_rowid()");
   allow(store, wanted, access);
   return wanted;
 }
@@ -185,13 +180,13 @@ Access_List read_needed_access(Fields& fields) {
 // ---- exports
 
 std::optional<Export> export_of(Store& store, const Volume& lun) {
-  Store::Query row(store, export_of_volume.c_str(), lun.number);
+  Store::Query row(store, export_of_volume, lun.number);
   if (!row.next()) return std::nullopt;
   return read_export(row);
 }
 
 std::vector<Export> shares_of(Store& store, const Snapshot& snapshot) {
-  return read_exports({store, exports_of_snapshot.c_str(), snapshot.number});
+  return read_exports({store, exports_of_snapshot, snapshot.number});
 }
 
 Export export_lun(Store& store, const Volume& lun, const Target& target, const Access_List& access,
@@ -213,9 +208,8 @@ Export share_snapshot(Store& store, const std::string& pool, const Snapshot& sna
   for (const Export& there : shares_of(store, snapshot)) {
     if (lun_num || !is_same(there.target, target)) continue;
     for (const Access_Entry& entry : access) {
-      if (!Store::Query(store, "SELECT 1 FROM scsi_access WHERE export = ? AND initiator = ?",
-                        there.number, entry.initiator)
-               .next()) {
+      if (!store.has_row("SELECT 1 FROM scsi_access WHERE export = ? AND initiator = ?",
+                         there.number, entry.initiator)) {
         continue;
       }
       need_target(store, pool, target);
@@ -240,14 +234,12 @@ void withdraw(Store& store, const Export& what) {
 }
 
 std::int64_t hosts_of(Store& store, const Export& what) {
-  Store::Query row(store, "SELECT count(DISTINCT host_uuid) FROM scsi_access WHERE export = ?",
-                   what.number);
-  row.next();
-  return row.integer(0);
+  return store.integer("SELECT count(DISTINCT host_uuid) FROM scsi_access WHERE export = ?",
+                       what.number);
 }
 
 std::vector<Export> seen_by(Store& store, const std::string& initiator) {
-  return read_exports({store, exports_seen.c_str(), initiator});
+  return read_exports({store, exports_seen, initiator});
 }
 
 // ---- descriptions
@@ -281,7 +273,7 @@ std::int64_t check_exports(Store& store, Array& problems) {
   std::set<std::string> serials;
   std::map<std::string, Export> first_on_target;
   std::map<std::string, std::set<std::int64_t>> allowed;
-  const std::vector<Export> exports = read_exports({store, all_exports.c_str()});
+  const std::vector<Export> exports = read_exports({store, all_exports});
   for (const Export& each : exports) {
     const std::string target = lower_case(each.target.name);
     const std::string place = "LUN " + std::to_string(each.lun_num) + " on " + each.target.name;

@@ -33,8 +33,7 @@ std::int64_t read_size(Fields& fields, const std::string& key, const LUN_Traits&
 Volume make_lun(Store& store, Volume wanted, const LUN_Traits& traits,
                 const std::optional<Snapshot>& origin) {
   // Unique in all pools, because serial numbers are made of them.
-  if (Store::Query(store, "SELECT 1 FROM volume WHERE kind = 'lun' AND name = ?", wanted.name)
-          .next()) {
+  if (store.has_row("SELECT 1 FROM volume WHERE kind = 'lun' AND name = ?", wanted.name)) {
     throw Refusal(409, "there is a LUN '" + wanted.name + "' already");
   }
   wanted = origin ? clone_volume(store, *origin, wanted) : create_volume(store, wanted);

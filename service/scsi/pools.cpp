@@ -12,11 +12,6 @@ namespace {
 
 // ---- GET /zq/r/pool
 
-std::int64_t count_of(Store::Query&& row) {
-  row.next();
-  return row.integer(0);
-}
-
 Object pool_record(Store& store, const SCSI_Pool& pool) {
   const Volume_Pool& volumes = pool.volumes;
   Object out{
@@ -28,8 +23,8 @@ Object pool_record(Store& store, const SCSI_Pool& pool) {
       {"total_size", volumes.total_size},
       {"used_size", volumes.used_size},
       {"free_size", volumes.total_size - volumes.used_size},
-      {"lun_count", count_of({store, "SELECT count(*) FROM volume WHERE pool = ? AND kind = 'lun'",
-                              volumes.uuid})}};
+      {"lun_count",
+       store.integer("SELECT count(*) FROM volume WHERE pool = ? AND kind = 'lun'", volumes.uuid)}};
   if (pool.portal) out.emplace("portal", *pool.portal);
   return out;
 }
@@ -56,19 +51,16 @@ Answer get_pools(Store& store, const Request& request) {
 
 void load_pool(Store& store, Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
-  if (!Store::Query(store, "SELECT 1 FROM catalog_pool WHERE uuid = ? AND type = 'scsi'", uuid)
-           .next()) {
+  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ? AND type = 'scsi'", uuid)) {
     fields.refuse("uuid", "there is no pool '" + uuid + "' of type scsi");
   }
   const std::string transport =
       fields.has("transport") ? read_transport(fields, "transport") : "iSCSI";
   const std::string target = read_target_name(fields, "target");
-  if (Store::Query(store,
-                   "SELECT 1 FROM scsi_pool WHERE target = ?1 AND uuid <> ?2 "
-                   "UNION ALL SELECT 1 FROM scsi_export WHERE target = ?1 "
-                   "AND (pool <> ?2 OR transport <> ?3)",
-                   target, uuid, transport)
-          .next()) {
+  if (store.has_row("SELECT 1 FROM scsi_pool WHERE target = ?1 AND uuid <> ?2 "
+                    "UNION ALL SELECT 1 FROM scsi_export WHERE target = ?1 "
+                    "AND (pool <> ?2 OR transport <> ?3)",
+                    target, uuid, transport)) {
     fields.refuse("target", "is used already, by another pool or transport");
   }
   const std::int64_t size = fields.count("size");

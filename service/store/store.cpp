@@ -61,7 +61,7 @@ Store::Store(const std::string& file, int busy)
   database_.exec("PRAGMA trusted_schema=OFF");
 }
 
-std::unique_ptr<SQLite::Statement> Store::Query::take(Store& store, const char* sql) {
+std::unique_ptr<SQLite::Statement> Store::Query::take(Store& store, const std::string& sql) {
   if (const auto it = store.idle_.find(sql); it != store.idle_.end()) {
     std::unique_ptr<SQLite::Statement> out = std::move(it->second);
     store.idle_.erase(it);
@@ -74,7 +74,7 @@ Store::Query::~Query() {
   try {
     statement_->tryReset();
     statement_->clearBindings();
-    store_.idle_.emplace(sql_, std::move(statement_));
+    store_.idle_.emplace(statement_->getQuery(), std::move(statement_));
   } catch (const std::exception&) {
     // The statement is dropped instead of kept; the next use prepares it again.
   }

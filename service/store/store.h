@@ -27,25 +27,34 @@ class Store {
   /// Opens one more connection to an existing file.
   Store(const std::string& file, int busy_ms);
 
-  /// Runs a statement that gives no rows; returns how many rows it changed. `sql` must be a
-  /// literal: it is prepared once and kept. Arguments are bound in order: integers, texts,
-  /// optionals of either (absent: null).
+  /// Runs a statement that gives no rows; returns how many rows it changed. Arguments are bound in
+  /// order: integers, texts, optionals of either (absent: null).
   template <typename... Args>
-  int execute(const char* sql, const Args&... args);
+  int execute(const std::string& sql, const Args&... args);
+
+  /// Whether a SELECT gives any row.
+  template <typename... Args>
+  bool has_row(const std::string& sql, const Args&... args);
+
+  /// The first column of a SELECT's first row; 0 when there is no row.
+  template <typename... Args>
+  std::int64_t integer(const std::string& sql, const Args&... args);
 
   SQLite::Database& database() { return database_; }
 
  private:
   SQLite::Database database_;
-  std::multimap<const char*, std::unique_ptr<SQLite::Statement>> idle_;
+  /// Prepared statements that nobody uses, by their text.
+  std::multimap<std::string, std::unique_ptr<SQLite::Statement>> idle_;
 };
 
-/// The rows of one SELECT, in order. Nested and repeated use of the same text is fine.
+/// The rows of one SELECT, in order. Prepared statements are kept for reuse; the same text may be
+/// in use several times at once.
 class Store::Query {
  public:
   template <typename... Args>
-  Query(Store& store, const char* sql, const Args&... args)
-      : store_(store), sql_(sql), statement_(take(store, sql)) {
+  Query(Store& store, const std::string& sql, const Args&... args)
+      : store_(store), statement_(take(store, sql)) {
     int index = 0;
     (bind(++index, args), ...);
   }
@@ -55,13 +64,23 @@ class Store::Query {
 
   /// Steps to the next row; false after the last one.
   bool next() { return statement_->executeStep(); }
-  std::string text(int column) const { return statement_->getColumn(column).getString(); }
-  std::int64_t integer(int column) const { return statement_->getColumn(column).getInt64(); }
-  bool is_null(int column) const { return statement_->isColumnNull(column); }
+  /// A column is an index from 0 or a name, which the SELECT must give with AS.
+  template <typename Column>
+  std::string text(Column column) const {
+    return statement_->getColumn(column).getString();
+  }
+  template <typename Column>
+  std::int64_t integer(Column column) const {
+    return statement_->getColumn(column).getInt64();
+  }
+  template <typename Column>
+  bool is_null(Column column) const {
+    return statement_->isColumnNull(column);
+  }
   int run() { return statement_->exec(); }
 
  private:
-  static std::unique_ptr<SQLite::Statement> take(Store& store, const char* sql);
+  static std::unique_ptr<SQLite::Statement> take(Store& store, const std::string& sql);
 
   template <typename T>
   void bind(int index, const std::optional<T>& value) {
@@ -79,13 +98,23 @@ class Store::Query {
   }
 
   Store& store_;
-  const char* sql_;
   std::unique_ptr<SQLite::Statement> statement_;
 };
 
 template <typename... Args>
-int Store::execute(const char* sql, const Args&... args) {
+int Store::execute(const std::string& sql, const Args&... args) {
   return Query(*this, sql, args...).run();
+}
+
+template <typename... Args>
+bool Store::has_row(const std::string& sql, const Args&... args) {
+  return Query(*this, sql, args...).next();
+}
+
+template <typename... Args>
+std::int64_t Store::integer(const std::string& sql, const Args&... args) {
+  Query row(*this, sql, args...);
+  return row.next() ? row.integer(0) : 0;
 }
 
 /// Thrown when the state cannot be opened; the text says why and names the file.

@@ -7,8 +7,7 @@ namespace zqpool::service {
 
 namespace {
 
-// Texts of statements that share their columns. They live as long as the process, as the store's
-// cache of statements asks.
+// Statements that share their columns.
 const std::string all_extents =
     "SELECT number, start, length, born, died, data, data_start FROM volume_extent "
     "WHERE volume = ?1";
@@ -60,9 +59,10 @@ std::vector<Range> without(const std::vector<Range>& ranges, const std::vector<R
 
 }  // namespace
 
-Block_Map::Block_Map(Store& store, std::int64_t volume) : store_(store), volume_(volume) {
-  Store::Query epoch(store, "SELECT next_seq FROM volume WHERE number = ?", volume);
-  if (epoch.next()) epoch_ = epoch.integer(0);
+Block_Map::Block_Map(Store& store, std::int64_t volume)
+    : store_(store),
+      volume_(volume),
+      epoch_(store.integer("SELECT next_seq FROM volume WHERE number = ?", volume)) {
   for (Store::Query row(store, "SELECT seq FROM volume_snapshot WHERE volume = ? ORDER BY seq",
                         volume);
        row.next();) {
@@ -118,7 +118,7 @@ std::int64_t Block_Map::unshared(const Extent& extent) const {
 }
 
 std::vector<Block_Map::Extent> Block_Map::live_in(std::int64_t start, std::int64_t end) const {
-  std::vector<Extent> out = read_all({store_, live_extents_in.c_str(), volume_, start, end});
+  std::vector<Extent> out = read_all({store_, live_extents_in, volume_, start, end});
   if (!out.empty() && out.front().start + out.front().length <= start) out.erase(out.begin());
   return out;
 }
@@ -150,9 +150,8 @@ std::int64_t Block_Map::clear(std::int64_t start, std::int64_t length) {
 }
 
 void Block_Map::add(std::int64_t start, std::int64_t length) {
-  Store::Query last(store_, "SELECT ifnull(max(data), 0) FROM volume_extent");
-  last.next();
-  insert({0, start, length, epoch_, std::nullopt, last.integer(0) + 1, 0});
+  const std::int64_t last = store_.integer("SELECT ifnull(max(data), 0) FROM volume_extent");
+  insert({0, start, length, epoch_, std::nullopt, last + 1, 0});
 }
 
 std::int64_t Block_Map::drop_snapshot(std::int64_t seq) {
@@ -161,22 +160,21 @@ std::int64_t Block_Map::drop_snapshot(std::int64_t seq) {
   std::optional<std::int64_t> after;
   if (it != snapshots_.end() && it + 1 != snapshots_.end()) after = *(it + 1);
   const std::int64_t freed =
-      remove(read_all({store_, extents_of_one_snapshot.c_str(), volume_, seq, after, before}));
+      remove(read_all({store_, extents_of_one_snapshot, volume_, seq, after, before}));
   if (it != snapshots_.end() && *it == seq) snapshots_.erase(it);
   return freed;
 }
 
 std::int64_t Block_Map::roll_back() {
   const std::int64_t newest = snapshots_.back();
-  const std::int64_t freed =
-      remove(read_all({store_, live_extents_since.c_str(), volume_, newest}));
+  const std::int64_t freed = remove(read_all({store_, live_extents_since, volume_, newest}));
   store_.execute("UPDATE volume_extent SET died = NULL WHERE volume = ? AND died > ?", volume_,
                  newest);
   return freed;
 }
 
 std::int64_t Block_Map::drop_all() {
-  return remove(read_all({store_, all_extents.c_str(), volume_}));
+  return remove(read_all({store_, all_extents, volume_}));
 }
 
 void Block_Map::copy_from(std::int64_t volume, std::int64_t seq) {
@@ -188,12 +186,11 @@ void Block_Map::copy_from(std::int64_t volume, std::int64_t seq) {
 }
 
 bool Block_Map::is_unchanged_since(std::int64_t seq) const {
-  return !Store::Query(store_,
-                       "SELECT 1 FROM volume_extent WHERE volume = ?1 AND died IS NULL "
-                       "AND born > ?2 UNION ALL "
-                       "SELECT 1 FROM volume_extent WHERE volume = ?1 AND died > ?2 LIMIT 1",
-                       volume_, seq)
-              .next();
+  return !store_.has_row(
+      "SELECT 1 FROM volume_extent WHERE volume = ?1 AND died IS NULL "
+      "AND born > ?2 UNION ALL "
+      "SELECT 1 FROM volume_extent WHERE volume = ?1 AND died > ?2 LIMIT 1",
+      volume_, seq);
 }
 
 std::size_t Block_Map::position(std::int64_t epoch) const {
@@ -208,7 +205,7 @@ Chain_Sizes Block_Map::sizes() const {
   std::vector<std::int64_t> change(head + 2,
                                    0);  // of what is referenced, from position to position
   std::vector<std::int64_t> exclusive(head + 1, 0);
-  for (Store::Query row(store_, all_extents.c_str(), volume_); row.next();) {
+  for (Store::Query row(store_, all_extents, volume_); row.next();) {
     const Extent extent = read(row);
     const std::size_t first = position(extent.born);
     const std::size_t end = extent.died ? position(*extent.died) : head + 1;
@@ -228,7 +225,7 @@ Chain_Sizes Block_Map::sizes() const {
 
 std::vector<Block_Map::Changes> Block_Map::changes() const {
   std::vector<Changes> out(snapshots_.size() + 1);
-  for (Store::Query row(store_, all_extents.c_str(), volume_); row.next();) {
+  for (Store::Query row(store_, all_extents, volume_); row.next();) {
     const Extent extent = read(row);
     const Range range{extent.start, extent.start + extent.length};
     // What a clone began with was not written to it.

@@ -91,7 +91,7 @@ class Block_Map {
 
   Store& store_;
   std::int64_t volume_;
-  std::int64_t epoch_ = 0;
+  std::int64_t epoch_;
   std::vector<std::int64_t> snapshots_;  ///< their numbers, ascending
 };
 

@@ -16,8 +16,7 @@ const char* kind_noun(Volume_Kind kind) {
   return kind == Volume_Kind::lun ? "LUN" : "filesystem";
 }
 
-// Texts of statements that share their columns. They live as long as the process, as the store's
-// cache of statements asks.
+// Statements that share their columns.
 
 const std::string volumes_select =
     "SELECT v.number, v.pool, v.kind, v.name, v.size, v.next_seq, v.origin, v.created "
@@ -98,9 +97,8 @@ void forget(Store& store, const std::string& pool, const std::string& what,
 
 bool is_remembered(Store& store, const std::string& pool, const std::string& what,
                    const std::string& name) {
-  return Store::Query(store, "SELECT 1 FROM volume_gone WHERE pool = ? AND what = ? AND name = ?",
-                      pool, what, name)
-      .next();
+  return store.has_row("SELECT 1 FROM volume_gone WHERE pool = ? AND what = ? AND name = ?", pool,
+                       what, name);
 }
 
 std::string snapshot_what(Volume_Kind kind) {
@@ -157,14 +155,10 @@ void set_volume_pool(Store& store, const std::string& uuid, std::int64_t total_s
 std::vector<std::string> make_room(Store& store, const std::string& pool, std::int64_t bytes) {
   std::vector<std::string> reclaimed;
   while (true) {
-    std::int64_t room = 0;
-    {
-      Store::Query row(store, "SELECT total_size - used_size FROM volume_pool WHERE uuid = ?",
-                       pool);
-      if (row.next()) room = row.integer(0);
-    }
+    const std::int64_t room =
+        store.integer("SELECT total_size - used_size FROM volume_pool WHERE uuid = ?", pool);
     if (room >= bytes) return reclaimed;
-    const auto oldest = first_snapshot({store, oldest_reclaimable.c_str(), pool});
+    const auto oldest = first_snapshot({store, oldest_reclaimable, pool});
     if (!oldest) {
       throw Refusal(507, "pool '" + pool + "' has " + std::to_string(room) + " bytes free, " +
                              std::to_string(bytes) + " are needed");
@@ -178,7 +172,7 @@ std::vector<std::string> make_room(Store& store, const std::string& pool, std::i
 
 std::optional<Volume> find_volume(Store& store, const std::string& pool, Volume_Kind kind,
                                   const std::string& name) {
-  return first_volume({store, volume_by_name.c_str(), pool, kind_text(kind), name});
+  return first_volume({store, volume_by_name, pool, kind_text(kind), name});
 }
 
 Volume need_volume(Store& store, const std::string& pool, Volume_Kind kind,
@@ -189,12 +183,12 @@ Volume need_volume(Store& store, const std::string& pool, Volume_Kind kind,
 }
 
 Volume volume_by_number(Store& store, std::int64_t number) {
-  return first_volume({store, volume_of_number.c_str(), number}).value();
+  return first_volume({store, volume_of_number, number}).value();
 }
 
 std::vector<Volume> volumes_of(Store& store, const std::string& pool, Volume_Kind kind) {
   std::vector<Volume> out;
-  for (Store::Query row(store, volumes_of_pool.c_str(), pool, kind_text(kind)); row.next();) {
+  for (Store::Query row(store, volumes_of_pool, pool, kind_text(kind)); row.next();) {
     out.push_back(read_volume(row));
   }
   return out;
@@ -226,7 +220,7 @@ Volume clone_volume(Store& store, const Snapshot& origin, const Volume& wanted) 
 }
 
 void delete_volume(Store& store, const Volume& volume, bool force) {
-  if (const auto clone = first_volume({store, clones_of_volume.c_str(), volume.number})) {
+  if (const auto clone = first_volume({store, clones_of_volume, volume.number})) {
     throw Refusal(409, described(*clone) + " is a clone of a snapshot of " + described(volume));
   }
   if (!force) {
@@ -290,7 +284,7 @@ void need_range(const Volume& volume, std::int64_t start, std::int64_t length) {
 
 std::optional<Snapshot> find_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
                                       const std::string& id) {
-  return first_snapshot({store, snapshot_by_id.c_str(), pool, kind_text(kind), id});
+  return first_snapshot({store, snapshot_by_id, pool, kind_text(kind), id});
 }
 
 Snapshot need_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
@@ -303,12 +297,12 @@ Snapshot need_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
 }
 
 Snapshot snapshot_by_number(Store& store, std::int64_t number) {
-  return first_snapshot({store, snapshot_of_number.c_str(), number}).value();
+  return first_snapshot({store, snapshot_of_number, number}).value();
 }
 
 std::vector<Snapshot> snapshots_of(Store& store, const Volume& volume) {
   std::vector<Snapshot> out;
-  for (Store::Query row(store, snapshots_of_volume.c_str(), volume.number); row.next();) {
+  for (Store::Query row(store, snapshots_of_volume, volume.number); row.next();) {
     out.push_back(read_snapshot(row));
   }
   return out;
@@ -323,7 +317,7 @@ Snapshot create_snapshot(Store& store, const Volume& volume, const Snapshot& wan
     throw Refusal(409, described(volume) + " takes snapshots from number " + std::to_string(next) +
                            " to " + std::to_string(last_seq));
   }
-  if (Store::Query(store, "SELECT 1 FROM volume_snapshot WHERE id = ?", wanted.id).next()) {
+  if (store.has_row("SELECT 1 FROM volume_snapshot WHERE id = ?", wanted.id)) {
     throw Refusal(409, "there is a snapshot '" + wanted.id + "' already");
   }
   store.execute(
@@ -345,7 +339,7 @@ void delete_snapshot(Store& store, const Snapshot& snapshot, bool delete_empty) 
   const std::string use =
       first_text({store, "SELECT how FROM volume_use WHERE snapshot = ? LIMIT 1", snapshot.number});
   if (!use.empty()) throw Refusal(409, "snapshot '" + snapshot.id + "' is " + use);
-  if (const auto clone = first_volume({store, clones_of_snapshot.c_str(), snapshot.number})) {
+  if (const auto clone = first_volume({store, clones_of_snapshot, snapshot.number})) {
     throw Refusal(409, described(*clone) + " is a clone of snapshot '" + snapshot.id + '\'');
   }
   const Volume volume = volume_by_number(store, snapshot.volume);

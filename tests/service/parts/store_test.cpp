@@ -181,6 +181,35 @@ TEST_F(State_Test, statements_may_be_nested_and_used_again) {
   EXPECT_EQ(seen, "a:bc b:c c: ");
 }
 
+TEST_F(State_Test, statements_are_told_apart_by_their_text) {
+  State state(file_);
+  Transaction transaction = state.begin(Access::read);
+  char sql[] = "SELECT 1";
+  EXPECT_EQ(transaction.store().integer(sql), 1);
+  sql[7] = '2';  // another text at the same address
+  EXPECT_EQ(transaction.store().integer(sql), 2);
+}
+
+TEST_F(State_Test, columns_are_read_by_position_and_by_name) {
+  State state(file_);
+  Transaction transaction = state.begin(Access::read);
+  Store::Query row(transaction.store(), "SELECT 'a' AS text, 7 AS number, NULL AS missing");
+  ASSERT_TRUE(row.next());
+  EXPECT_EQ(row.text(0), "a");
+  EXPECT_EQ(row.text("text"), "a");
+  EXPECT_EQ(row.integer("number"), 7);
+  EXPECT_TRUE(row.is_null("missing"));
+  EXPECT_THROW(row.text("none"), SQLite::Exception);
+}
+
+TEST_F(State_Test, a_select_without_a_row_has_none) {
+  State state(file_);
+  Transaction transaction = state.begin(Access::read);
+  EXPECT_FALSE(transaction.store().has_row("SELECT 1 WHERE 0"));
+  EXPECT_TRUE(transaction.store().has_row("SELECT 1"));
+  EXPECT_EQ(transaction.store().integer("SELECT 1 WHERE 0"), 0);
+}
+
 TEST_F(State_Test, binds_absent_values_as_null) {
   State state(file_);
   Transaction transaction = state.begin(Access::read);
