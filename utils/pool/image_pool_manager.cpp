@@ -14,8 +14,8 @@ using zqpool::detail::Filesystem_Protocol;
 namespace {
 
 Filesystem_Protocol filesystems(const Image_Pool_Manager& pool,
-                                const zqpool::detail::Place& place) {
-  return {place,
+                                const zqpool::detail::Source_Location& location) {
+  return {location,
           {pool.host_.c_str(), pool.port_, pool.ssl_, pool.access_key_.c_str()},
           pool.pool_uuid_};
 }

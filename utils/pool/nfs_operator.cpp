@@ -52,7 +52,8 @@ NFS_Operator::NFS_Operator(const char* host, unsigned short port, bool ssl, cons
 bool NFS_Operator::reset(const char* host, unsigned short port, bool ssl, const char* access_key,
                          int retries, int retry_timeout) {
   if (host == nullptr || *host == '\0') {
-    return ZQ_EMERGENCY("Unexpected error in %N:%l, host is NULL or \"\":\n%?\n");
+    return ZQ_EMERGENCY("Unexpected error in %s:%d, host is NULL or \"\":\n%s\n", __FILE__,
+                        __LINE__, zqpool::detail::call_stack().c_str());
   }
   client_ = std::make_unique<JSON_RESTful_Client>(host, port, ssl, true);
   client_->retries(retries);
@@ -75,7 +76,8 @@ bool NFS_Operator::update_record(const Record& record, const string& uuid) {
 bool NFS_Operator::manage_record(const Record& record, const string& uuid, bool update,
                                  unsigned int timeout) {
   if (client_ == nullptr) {
-    return ZQ_EMERGENCY("Unexpected error in %N:%l, client_ is NULL:\n%?\n");
+    return ZQ_EMERGENCY("Unexpected error in %s:%d, client_ is NULL:\n%s\n", __FILE__, __LINE__,
+                        zqpool::detail::call_stack().c_str());
   }
   if (!is_valid(record)) return ZQ_ERROR("Invalid NFS record.\n");
   Service_Call call(*client_, update ? HTTP_METHOD_PUT : HTTP_METHOD_POST, nfs_path);
@@ -86,7 +88,8 @@ bool NFS_Operator::manage_record(const Record& record, const string& uuid, bool 
 
 bool NFS_Operator::unexport_record(const string& uuid, unsigned int timeout) {
   if (client_ == nullptr) {
-    return ZQ_EMERGENCY("Unexpected error in %N:%l, client_ is NULL:\n%?\n");
+    return ZQ_EMERGENCY("Unexpected error in %s:%d, client_ is NULL:\n%s\n", __FILE__, __LINE__,
+                        zqpool::detail::call_stack().c_str());
   }
   return Service_Call(*client_, HTTP_METHOD_DELETE, nfs_path)
       .query(snprintf_t<64>("uuid=%s&sync=%d", uuid.c_str(), static_cast<int>(timeout)).c_str())

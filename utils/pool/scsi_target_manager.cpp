@@ -62,8 +62,8 @@ Service_Call call(const SCSI_Target_Manager& pool, int method, const char* path)
 }
 
 Filesystem_Protocol filesystems(const SCSI_Target_Manager& pool,
-                                const zqpool::detail::Place& place) {
-  return {place, endpoint_of(pool), pool.pool_uuid_};
+                                const zqpool::detail::Source_Location& location) {
+  return {location, endpoint_of(pool), pool.pool_uuid_};
 }
 
 const char* word(bool flag) {
@@ -395,7 +395,8 @@ bool SCSI_Target_Manager::get_snapshot_info(const string& snapshot_id, Object& i
   }
   if (take_only_object(answer.get_array(), info)) return true;
   for (json_spirit::Value& i : answer.get_array()) {
-    if (!is_object(i)) return ZQ_EMERGENCY("Unexpected error in %N:%l, i is not object!\n");
+    if (!is_object(i))
+      return ZQ_EMERGENCY("Unexpected error in %s:%d, i is not object!\n", __FILE__, __LINE__);
     int lun_num = 0;
     if (!json_spirit::object_get(i.get_obj(), "lun_num", lun_num)) {
       return ZQ_ERROR("Invalid value %s of snapshot '%s'.\n", JSON_Dump(answer, false).c_str(),
@@ -419,17 +420,19 @@ bool SCSI_Target_Manager::get_snapshot_serial_number(const string& snapshot_id, 
 }
 
 bool SCSI_Target_Manager::get_previous_snapshot(const string& snapshot_id, Object& info) const {
-  zqpool::detail::Snapshot_Chain chain;
-  chain.describe = [&](Object& current) { return get_snapshot_info(snapshot_id, current, -1); };
-  chain.list = [&](const string& lun_id, json_spirit::Value& answer) {
+  const auto describe = [&](Object& current) {
+    return get_snapshot_info(snapshot_id, current, -1);
+  };
+  const auto list = [&](const string& lun_id, json_spirit::Value& answer) {
     return call(*this, HTTP_METHOD_GET, snapshot_path)
         .query(snprintf_t<100>("pool_id=%s&lun_id=%s", pool_uuid_.c_str(), lun_id.c_str()).c_str())
         .send(&answer);
   };
-  chain.complain = [](const json_spirit::Value& answer, const string& lun_id) {
+  const auto report_bad_entry = [](const json_spirit::Value& answer, const string& lun_id) {
     ZQ_ERROR("Invalid value %s of LUN '%s'.\n", JSON_Dump(answer, false).c_str(), lun_id.c_str());
   };
-  return zqpool::detail::get_previous_snapshot(ZQ_HERE, chain, snapshot_id, info);
+  return zqpool::detail::get_previous_snapshot(ZQ_HERE, snapshot_id, info, describe, list,
+                                               report_bad_entry);
 }
 
 bool SCSI_Target_Manager::cal_snapshot_size(const string& snapshot_id, ACE_UINT64& size,

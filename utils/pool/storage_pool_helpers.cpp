@@ -248,7 +248,8 @@ bool get_pool_info(JSON_RESTful_Client& client, const char* pool_uuid, const cha
                    int network_id, bool is_agent, const char* server_uuid,
                    const char* account_uuid) {
   if (!is_supplied(pool_uuid)) {
-    return ZQ_EMERGENCY("Unexpected error in %N:%l, pool_uuid is NULL or \"\":\n%?\n");
+    return ZQ_EMERGENCY("Unexpected error in %s:%d, pool_uuid is NULL or \"\":\n%s\n", __FILE__,
+                        __LINE__, zqpool::detail::call_stack().c_str());
   }
   Service_Call call(client, HTTP_METHOD_GET, "/zq/r/storages/pool");
   call.field("uuid", pool_uuid);
@@ -267,7 +268,7 @@ bool get_pool_info(JSON_RESTful_Client& client, const char* pool_uuid, const cha
   };
   if (!zqpool::detail::retry(ZQ_HERE, timeout, attempt)) return false;
   if (answer.type() != json_spirit::obj_type) {
-    return ZQ_EMERGENCY("Unexpected error in " __FILE__ ":%d, result is not object!\n", __LINE__);
+    return ZQ_EMERGENCY("Unexpected error in %s:%d, result is not object!\n", __FILE__, __LINE__);
   }
   info.uuid = pool_uuid;
   return parse_pool_info(answer.get_obj(), info, host_uuid, device_uuid);
@@ -317,7 +318,7 @@ bool get_replicate_pool_info(const char* replicate_uuid, const char* host, u_sho
     return ZQ_ERROR("Failed to post replicate pool info request.\n");
   }
   if (answer.type() != json_spirit::obj_type) {
-    return ZQ_EMERGENCY("Unexpected error in " __FILE__ ":%d, rsp_body is not object!\n", __LINE__);
+    return ZQ_EMERGENCY("Unexpected error in %s:%d, rsp_body is not object!\n", __FILE__, __LINE__);
   }
   if (const Object* result = object_get_object(answer.get_obj(), "result")) {
     return parse_pool_info(*result, info, nullptr, nullptr);

@@ -21,9 +21,9 @@ enum class Attempt {
 ///
 /// `timeout` bounds the seconds slept, not the calls: another attempt follows while less than that
 /// has been slept, so 0 makes one attempt and the last delay may pass the limit. -1 is no limit.
-/// `place` is where the notices of further attempts say they come from.
+/// `location` is where the notices of further attempts say they come from.
 template <typename Call>
-bool retry(const Place& place, int timeout, Call&& attempt,
+bool retry(const Source_Location& location, int timeout, Call&& attempt,
            Exponential_Backoff_Iterator delay = {1, 4294967295U, 60, true}) {
   const Exponential_Backoff_Iterator end;
   for (int count = 1;; ++count, ++delay) {
@@ -31,7 +31,8 @@ bool retry(const Place& place, int timeout, Call&& attempt,
     if (result != Attempt::again) return result == Attempt::done;
     const bool in_time = timeout == -1 || delay.cumulation() < static_cast<unsigned>(timeout);
     if (!in_time || !(delay != end)) return false;
-    ZQ_LOG_AT(place, LM_INFO, "Retry(%d) %N:%l at %u second(s) later.\n", count, *delay);
+    ZQ_LOG_AT(location, LM_INFO, "Retry(%d) %s:%d at %u second(s) later.\n", count, location.file,
+              location.line, *delay);
     sleep_between_attempts(std::chrono::seconds(*delay));
   }
 }

@@ -73,7 +73,8 @@ bool Service_Call::send(json_spirit::Value* answer) {
     case HTTP_METHOD_PUT:
       return client_.put(request_, body, answer);
     default:
-      return ZQ_EMERGENCY("Unexpected error in %N:%l, no call for method %d:\n%?\n", method_);
+      return ZQ_EMERGENCY("Unexpected error in %s:%d, no call for method %d:\n%s\n", __FILE__,
+                          __LINE__, method_, call_stack().c_str());
   }
 }
 

@@ -15,11 +15,11 @@ namespace zqpool::test {
 namespace {
 
 using zqpool::detail::Attempt;
-using zqpool::detail::Place;
 using zqpool::detail::retry;
+using zqpool::detail::Source_Location;
 using Seconds = std::vector<unsigned>;
 
-const Place place{"utils/pool/caller.cpp", 17};
+const Source_Location location{"utils/pool/caller.cpp", 17};
 
 class Retry : public testing::Test {
  protected:
@@ -44,7 +44,7 @@ class Retry : public testing::Test {
     return seconds;
   }
 
-  /// Checks that each pause was announced, in order and from the caller's place.
+  /// Checks that each pause was announced, in order and from the caller's location.
   void check_notices(const Seconds& pauses) const {
     const std::vector<Log_Line> lines = log.lines();
     ASSERT_EQ(lines.size(), pauses.size());
@@ -67,26 +67,26 @@ class Retry : public testing::Test {
 };
 
 TEST_F(Retry, first_attempt_that_is_done_ends_the_loop) {
-  EXPECT_TRUE(retry(place, -1, failing(0)));
+  EXPECT_TRUE(retry(location, -1, failing(0)));
   EXPECT_EQ(attempts, 1);
   check_notices({});
   EXPECT_EQ(slept(), Seconds());
 }
 
 TEST_F(Retry, first_attempt_that_is_done_needs_no_time) {
-  EXPECT_TRUE(retry(place, 0, failing(0)));
+  EXPECT_TRUE(retry(location, 0, failing(0)));
   EXPECT_EQ(attempts, 1);
 }
 
 TEST_F(Retry, timeout_0_makes_one_attempt_without_sleeping) {
-  EXPECT_FALSE(retry(place, 0, failing()));
+  EXPECT_FALSE(retry(location, 0, failing()));
   EXPECT_EQ(attempts, 1);
   EXPECT_EQ(slept(), Seconds());
   check_notices({});
 }
 
 TEST_F(Retry, timeout_minus_1_retries_until_the_iterator_reaches_its_end) {
-  EXPECT_FALSE(retry(place, -1, failing(), steady(9)));
+  EXPECT_FALSE(retry(location, -1, failing(), steady(9)));
   EXPECT_EQ(attempts, 10);
   const Seconds wanted{1, 2, 4, 8, 16, 32, 60, 60, 60};
   EXPECT_EQ(slept(), wanted);
@@ -94,15 +94,15 @@ TEST_F(Retry, timeout_minus_1_retries_until_the_iterator_reaches_its_end) {
 }
 
 TEST_F(Retry, iterator_at_its_end_makes_one_attempt) {
-  EXPECT_FALSE(retry(place, -1, failing(), Exponential_Backoff_Iterator()));
+  EXPECT_FALSE(retry(location, -1, failing(), Exponential_Backoff_Iterator()));
   EXPECT_EQ(attempts, 1);
-  EXPECT_FALSE(retry(place, 100, failing(), steady(0)));
+  EXPECT_FALSE(retry(location, 100, failing(), steady(0)));
   EXPECT_EQ(attempts, 2);
   EXPECT_EQ(slept(), Seconds());
 }
 
 TEST_F(Retry, success_after_failures) {
-  EXPECT_TRUE(retry(place, -1, failing(3), steady(9)));
+  EXPECT_TRUE(retry(location, -1, failing(3), steady(9)));
   EXPECT_EQ(attempts, 4);
   const Seconds wanted{1, 2, 4};
   EXPECT_EQ(slept(), wanted);
@@ -115,18 +115,18 @@ TEST_F(Retry, goes_on_while_less_than_the_timeout_has_been_slept) {
       {1, {1}}, {2, {1, 2}}, {3, {1, 2}}, {4, {1, 2, 4}}, {7, {1, 2, 4}}, {8, {1, 2, 4, 8}}};
   for (const auto& [timeout, wanted] : cases) {
     const Sleep_Recorder own;
-    EXPECT_FALSE(retry(place, timeout, failing(), steady(100)));
+    EXPECT_FALSE(retry(location, timeout, failing(), steady(100)));
     EXPECT_EQ(slept(), wanted) << "timeout " << timeout;
   }
 }
 
 TEST_F(Retry, success_on_the_last_attempt_within_the_timeout) {
-  EXPECT_TRUE(retry(place, 2, failing(2), steady(100)));
+  EXPECT_TRUE(retry(location, 2, failing(2), steady(100)));
   EXPECT_EQ(attempts, 3);
 }
 
 TEST_F(Retry, timeout_is_compared_as_an_unsigned_number) {
-  EXPECT_FALSE(retry(place, -2, failing(), steady(12)));
+  EXPECT_FALSE(retry(location, -2, failing(), steady(12)));
   EXPECT_EQ(attempts, 13) << "only the iterator's end stops it";
 }
 
@@ -135,7 +135,7 @@ TEST_F(Retry, time_slept_passes_the_timeout_by_at_most_one_delay) {
     const unsigned timeout = seed % 50 + 1;
     Exponential_Backoff_Iterator::seed_jitter(seed);
     const Sleep_Recorder own;
-    EXPECT_FALSE(retry(place, static_cast<int>(timeout), failing()));
+    EXPECT_FALSE(retry(location, static_cast<int>(timeout), failing()));
     const Seconds seconds = slept();
     ASSERT_FALSE(seconds.empty());
     unsigned before_last = 0;
@@ -148,7 +148,7 @@ TEST_F(Retry, time_slept_passes_the_timeout_by_at_most_one_delay) {
 
 TEST_F(Retry, delays_are_random_within_slots_that_double_from_one_second_to_sixty) {
   Exponential_Backoff_Iterator::seed_jitter(4711);
-  EXPECT_TRUE(retry(place, -1, failing(40)));
+  EXPECT_TRUE(retry(location, -1, failing(40)));
   const Seconds seconds = slept();
   ASSERT_EQ(seconds.size(), 40U);
   check_notices(seconds);
@@ -168,7 +168,7 @@ TEST_F(Retry, delays_are_random_within_slots_that_double_from_one_second_to_sixt
 }
 
 TEST_F(Retry, without_a_limit_it_goes_on_for_long) {
-  EXPECT_TRUE(retry(place, -1, failing(10000)));
+  EXPECT_TRUE(retry(location, -1, failing(10000)));
   EXPECT_EQ(attempts, 10001);
 }
 
@@ -177,7 +177,7 @@ TEST_F(Retry, without_a_limit_it_goes_on_for_long) {
 TEST_F(Retry, condition_of_a_call_that_is_true) {
   const std::vector<bool> calls{false, false, true};
   EXPECT_TRUE(retry(
-      place, -1,
+      location, -1,
       [&] { return calls[static_cast<std::size_t>(attempts++)] ? Attempt::done : Attempt::again; },
       steady(9)));
   EXPECT_EQ(attempts, 3);
@@ -191,7 +191,7 @@ TEST_F(Retry, condition_of_a_call_that_is_true_and_an_answer_that_is_an_object) 
       {true, json_spirit::Value(Object())}};
   json_spirit::Value answer;
   EXPECT_TRUE(retry(
-      place, -1,
+      location, -1,
       [&] {
         const auto& [ok, brought] = calls[static_cast<std::size_t>(attempts++)];
         answer = brought;
@@ -205,13 +205,13 @@ TEST_F(Retry, condition_of_an_attempt_that_ends_the_loop_at_once) {
   // As of a service that says that trying again will not help.
   const std::vector<Attempt> calls{Attempt::again, Attempt::stop, Attempt::done};
   EXPECT_FALSE(retry(
-      place, -1, [&] { return calls[static_cast<std::size_t>(attempts++)]; }, steady(9)));
+      location, -1, [&] { return calls[static_cast<std::size_t>(attempts++)]; }, steady(9)));
   EXPECT_EQ(attempts, 2);
   EXPECT_EQ(slept(), Seconds{1});
 }
 
 TEST_F(Retry, exception_of_an_attempt_leaves_the_loop) {
-  EXPECT_THROW(retry(place, -1, []() -> Attempt { throw std::bad_alloc(); }), std::bad_alloc);
+  EXPECT_THROW(retry(location, -1, []() -> Attempt { throw std::bad_alloc(); }), std::bad_alloc);
   EXPECT_EQ(slept(), Seconds());
 }
 

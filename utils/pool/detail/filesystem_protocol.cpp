@@ -68,14 +68,14 @@ bool Filesystem_Protocol::describe(const string& name, Object& info,
     return false;
   }
   return take_only_object(answer.get_array(), info) ||
-         ZQ_LOG_AT(place_, LM_ERROR, "Invalid response %s of filesystem '%s'.\n",
+         ZQ_LOG_AT(location_, LM_ERROR, "Invalid response %s of filesystem '%s'.\n",
                    JSON_Dump(answer, false).c_str(), name.c_str());
 }
 
 bool Filesystem_Protocol::mount(const string& name, string& mount_point) const {
   json_spirit::Value answer;
   if (!call(HTTP_METHOD_POST, mount_path).body(named(name)).send(&answer) || !is_object(answer)) {
-    return ZQ_LOG_AT(place_, LM_ERROR, "Failed to mount filesystem %s.\n", name.c_str());
+    return ZQ_LOG_AT(location_, LM_ERROR, "Failed to mount filesystem %s.\n", name.c_str());
   }
   return json_spirit::object_get(answer.get_obj(), "mountpoint", mount_point);
 }
@@ -86,7 +86,7 @@ bool Filesystem_Protocol::list_mounted(Array& info, const string* name) const {
                            : string_sprintf("pool_id=%s", pool_uuid_.c_str());
   json_spirit::Value answer;
   if (!call(HTTP_METHOD_GET, mount_path).query(query.c_str()).send(&answer) || !is_array(answer)) {
-    return ZQ_LOG_AT(place_, LM_ERROR, "Failed to get filesystem mount info.\n");
+    return ZQ_LOG_AT(location_, LM_ERROR, "Failed to get filesystem mount info.\n");
   }
   info.swap(answer.get_array());
   return true;
@@ -99,7 +99,7 @@ bool Filesystem_Protocol::move_mount(const string& name, const string& mount_poi
   json_spirit::Value answer;
   if (!call(HTTP_METHOD_PUT, mount_path).body(std::move(body)).send(&answer) ||
       answer.type() != json_spirit::str_type) {
-    return ZQ_LOG_AT(place_, LM_ERROR, "Failed to update filesystem %s mountpoint.\n",
+    return ZQ_LOG_AT(location_, LM_ERROR, "Failed to update filesystem %s mountpoint.\n",
                      name.c_str());
   }
   // Asks a string for its members, and so throws. Callers are used to that; see the headers.
@@ -121,13 +121,14 @@ bool Filesystem_Protocol::create_snapshot(const string& name, string& snapshot_i
                                 .take())
                       .send(&answer);
   if (!ok || !is_list_of_one(answer)) {
-    return ZQ_LOG_AT(place_, LM_ERROR, "Failed to create filesystem %s snapshot.\n", name.c_str());
+    return ZQ_LOG_AT(location_, LM_ERROR, "Failed to create filesystem %s snapshot.\n",
+                     name.c_str());
   }
   try {
     const Const_Object_Throw_Extractor extract(answer.get_array().back().get_obj());
     return extract("snapshot_id", snapshot_id, true);
   } catch (const std::exception& error) {
-    return ZQ_LOG_AT(place_, LM_ERROR, "Invalid response of filesystem '%s', %s\n", name.c_str(),
+    return ZQ_LOG_AT(location_, LM_ERROR, "Invalid response of filesystem '%s', %s\n", name.c_str(),
                      error.what());
   }
 }
@@ -148,24 +149,24 @@ bool Filesystem_Protocol::describe_snapshot(const string& snapshot_id, Object& i
                                  .c_str())
                       .send(&answer);
   if (!ok || !is_list_of_one(answer)) {
-    return ZQ_LOG_AT(place_, LM_ERROR, "Failed to get snapshot %s info.\n", snapshot_id.c_str());
+    return ZQ_LOG_AT(location_, LM_ERROR, "Failed to get snapshot %s info.\n", snapshot_id.c_str());
   }
   return take_only_object(answer.get_array(), info) ||
-         ZQ_LOG_AT(place_, LM_ERROR, "Invalid response %s of snapshot '%s'.\n",
+         ZQ_LOG_AT(location_, LM_ERROR, "Invalid response %s of snapshot '%s'.\n",
                    JSON_Dump(answer, false).c_str(), snapshot_id.c_str());
 }
 
 bool Filesystem_Protocol::get_previous_snapshot(const string& snapshot_id, Object& info) const {
-  Snapshot_Chain chain;
-  chain.describe = [&](Object& current) { return describe_snapshot(snapshot_id, current); };
-  chain.list = [&](const string& fs_name, json_spirit::Value& answer) {
+  const auto describe = [&](Object& current) { return describe_snapshot(snapshot_id, current); };
+  const auto list = [&](const string& fs_name, json_spirit::Value& answer) {
     return call(HTTP_METHOD_GET, snapshot_path).query(by_name(fs_name).c_str()).send(&answer);
   };
-  chain.complain = [&](const json_spirit::Value& answer, const string& fs_name) {
-    ZQ_LOG_AT(place_, LM_ERROR, "Invalid value %s of filesystem '%s'.\n",
+  const auto report_bad_entry = [&](const json_spirit::Value& answer, const string& fs_name) {
+    ZQ_LOG_AT(location_, LM_ERROR, "Invalid value %s of filesystem '%s'.\n",
               JSON_Dump(answer, false).c_str(), fs_name.c_str());
   };
-  return detail::get_previous_snapshot(place_, chain, snapshot_id, info);
+  return detail::get_previous_snapshot(location_, snapshot_id, info, describe, list,
+                                       report_bad_entry);
 }
 
 }  // namespace zqpool::detail

@@ -14,9 +14,9 @@ namespace zqpool::detail {
 /// `place`, the caller's. Borrows the endpoint's texts and the pool's identifier.
 class Filesystem_Protocol {
  public:
-  Filesystem_Protocol(const Place& place, const Service_Endpoint& endpoint,
+  Filesystem_Protocol(const Source_Location& location, const Service_Endpoint& endpoint,
                       const std::string& pool_uuid)
-      : place_(place), endpoint_(endpoint), pool_uuid_(pool_uuid) {}
+      : location_(location), endpoint_(endpoint), pool_uuid_(pool_uuid) {}
 
   /// Null leaves `snapshot_id` and `mount_point` out; "" is sent.
   bool create(std::string name, const std::string* snapshot_id,
@@ -45,7 +45,7 @@ class Filesystem_Protocol {
   /// The same in a query, as it stands.
   std::string by_name(const std::string& name) const;
 
-  const Place place_;
+  const Source_Location location_;
   const Service_Endpoint endpoint_;
   const std::string& pool_uuid_;
 };

@@ -13,10 +13,10 @@ inline bool parse_url_silently(const std::string& url, URI& uri) {
   return url.find('\0') == std::string::npos && URI_Parser().parse(url.c_str(), uri);
 }
 
-/// The same; false after a message in the name of `place`.
-inline bool parse_url(const Place& place, const std::string& url, URI& uri) {
+/// The same; false after a message for the caller at `location`.
+inline bool parse_url(const Source_Location& location, const std::string& url, URI& uri) {
   if (parse_url_silently(url, uri)) return true;
-  return ZQ_LOG_AT(place, LM_ERROR, "Failed to parse url: %s\n", url.c_str());
+  return ZQ_LOG_AT(location, LM_ERROR, "Failed to parse url: %s\n", url.c_str());
 }
 
 }  // namespace zqpool::detail

@@ -1,35 +1,80 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
+#include <exception>
 #include <string>
 
 #include "platform/json/json_spirit.h"
+#include "utils/pool/detail/answer.h"
+#include "utils/support/json_util.h"
 #include "utils/support/log.h"
 
-// The order of a parent's snapshots, and what each adds to the one before it, whatever the parent
-// is. Messages are written in the name of `place`.
+// The order of snapshots of one parent (a LUN or a filesystem), and what each adds to the one
+// before it. Messages are logged with the caller's `location`.
 
 namespace zqpool::detail {
 
-/// A snapshot and where its neighbours are to be had.
-struct Snapshot_Chain {
-  /// Gets the description of the snapshot itself.
-  std::function<bool(Object& current)> describe;
-  /// Asks the service for all snapshots of a parent.
-  std::function<bool(const std::string& parent_id, json_spirit::Value& answer)> list;
-  /// Logs that an element of that list has no "seq".
-  std::function<void(const json_spirit::Value& answer, const std::string& parent_id)> complain;
-};
+/// Puts the description of the snapshot right before `snapshot_id` into `info`. Whether there is
+/// one shows in `info`, if it was empty before, and not in the result.
+///
+/// `describe(Object& current)` gets the description of `snapshot_id` itself,
+/// `list(const std::string& parent_id, json_spirit::Value& answer)` all snapshots of its parent;
+/// both return whether that succeeded. `report_bad_entry(answer, parent_id)` logs that an element
+/// of that list has no "seq".
+template <typename Describe, typename List, typename Report>
+bool get_previous_snapshot(const Source_Location& location, const std::string& snapshot_id,
+                           Object& info, const Describe& describe, const List& list,
+                           const Report& report_bad_entry) {
+  Object current;
+  if (!describe(current)) {
+    return ZQ_LOG_AT(location, LM_ERROR,
+                     "Failed to get previous snapshot: failed to get current snapshot info\n");
+  }
+  std::string parent_id;
+  int current_seq = 0;
+  try {
+    const Const_Object_Throw_Extractor extract(current);
+    extract("parent_id", parent_id, true);
+    extract("seq", current_seq, true);
+  } catch (const std::exception& error) {
+    return ZQ_LOG_AT(location, LM_ERROR, "Failed to get previous snapshot: %s\n", error.what());
+  }
+  json_spirit::Value answer;
+  if (!list(parent_id, answer) || !is_array(answer)) {
+    return ZQ_LOG_AT(location, LM_ERROR, "Failed to get %s previous snapshot info.\n",
+                     snapshot_id.c_str());
+  }
+  if (answer.get_array().empty()) return false;
 
-/// Puts the description of the snapshot right before `snapshot_id` into `info`. The result does not
-/// tell whether there is one, `info` does, if it was empty before.
-bool get_previous_snapshot(const Place& place, const Snapshot_Chain& chain,
-                           const std::string& snapshot_id, Object& info);
+  // The best one is moved out of the list only at the end, because a message may show all of it.
+  Object* best = nullptr;
+  int best_seq = -1;
+  bool good = true;
+  for (json_spirit::Value& element : answer.get_array()) {
+    int seq = 0;
+    if (!is_object(element)) {
+      good = ZQ_LOG_AT(location, LM_EMERGENCY, "Unexpected error in %s:%d, i is not object!\n",
+                       location.file, location.line);
+      break;
+    }
+    if (!json_spirit::object_get(element.get_obj(), "seq", seq)) {
+      report_bad_entry(answer, parent_id);
+      good = false;
+      break;
+    }
+    if (best_seq <= seq && seq < current_seq) {
+      best_seq = seq;
+      best = &element.get_obj();
+    }
+  }
+  if (best != nullptr) info.swap(*best);
+  // Inverted on purpose: true means no predecessor.
+  return good && info.empty();
+}
 
 /// What the snapshot described by `current` adds over the one described by `previous` (empty: there
 /// is none). False, after a message, when one of them does not tell its sizes.
-bool added_size(const Place& place, const Object& current, const Object& previous,
+bool added_size(const Source_Location& location, const Object& current, const Object& previous,
                 std::uint64_t& size);
 
 }  // namespace zqpool::detail
