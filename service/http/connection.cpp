@@ -37,7 +37,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-constexpr std::size_t read_piece = 8192;
+constexpr std::size_t read_piece = 16384;
 constexpr std::size_t huge_piece = 65536;
 // After the last answer the client may still be sending; closing on unread bytes would tear the
 // answer out of its hands.
@@ -132,6 +132,21 @@ unsigned status_of(const error_code& error) {
   return !broke && error.category() == make_error_code(http::error::bad_line_ending).category()
              ? 400
              : 0;
+}
+
+/// Whether the body is framed in the one way that everybody on its way understands alike, so that
+/// none of it can pass as another request.
+bool has_known_framing(const http::fields& header, unsigned version) {
+  const auto count = header.count(http::field::transfer_encoding);
+  return count == 0 || (count == 1 && version >= 11 &&
+                        beast::iequals(header[http::field::transfer_encoding], "chunked"));
+}
+
+bool has_bare_line_feed(beast::string_view text) {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) return true;
+  }
+  return false;
 }
 
 template <typename Stream>
@@ -258,6 +273,8 @@ class Http_Connection final : public Connection,
     keep_alive_ = parser_->keep_alive();
     if (header.version() >= 11 && header.count(http::field::host) != 1) {
       answer_and_close(error_answer(400, "one Host header is needed"));
+    } else if (!has_known_framing(header, header.version())) {
+      answer_and_close(error_answer(400, "the only transfer coding is one chunked"));
     } else {
       plan_ = context_.dispatcher.plan(request_);
       if (parser_->is_done()) {
@@ -284,16 +301,41 @@ class Http_Connection final : public Connection,
   void read_body() {
     const std::size_t expected = parser_->content_length().value_or(limits().body_bytes);
     transport().expires_after(with_bytes(limits().request, expected));
-    http::async_read(stream_, buffer_, *parser_, then(&Http_Connection::on_body));
+    parser_->eager(true);
+    parse_body();
   }
 
-  void on_body(error_code error, std::size_t) {
+  void parse_body() {
+    error_code error;
+    buffer_.consume(parser_->put(buffer_.data(), error));
+    if (error == http::error::need_more) error = {};
+    if (!error && parser_->is_done()) {
+      request_.body = std::move(parser_->get().body());
+      carry_out();
+      return;
+    }
+    // What the parser leaves is the beginning of a line, in which it would look for CRLF forever.
+    if (!error &&
+        has_bare_line_feed({static_cast<const char*>(buffer_.data().data()), buffer_.size()})) {
+      error = http::error::bad_line_ending;
+    }
+    if (!error && buffer_.size() + read_piece > buffer_.max_size()) {
+      error = http::error::buffer_overflow;
+    }
     if (error) {
       refuse_to_read(error);
       return;
     }
-    request_.body = std::move(parser_->get().body());
-    carry_out();
+    stream_.async_read_some(buffer_.prepare(read_piece), then(&Http_Connection::on_body_bytes));
+  }
+
+  void on_body_bytes(error_code error, std::size_t count) {
+    if (error) {
+      refuse_to_read(error == net::error::eof ? http::error::partial_message : error);
+      return;
+    }
+    buffer_.commit(count);
+    parse_body();
   }
 
   /// Takes what is there of the header, for the answer and the log.

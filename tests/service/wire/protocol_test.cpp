@@ -391,6 +391,36 @@ TEST_P(Protocol, what_is_no_http_is_refused) {
   }
 }
 
+TEST_P(Protocol, a_transfer_coding_other_than_chunked_is_400_and_its_body_no_request) {
+  const std::string smuggled = request_text("GET", pool_path, key());
+  EXPECT_EQ(answer_to("POST / HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n").status,
+            400U);
+  for (const char* coding :
+       {"identity", "xchunked", "chunkedx", "chunked, identity", "gzip, chunked", "chunked,chunked",
+        "chunked;q=1", "deflate", "", ",", ",chunked", "chunked\r\nTransfer-Encoding: chunked",
+        "identity\r\nTransfer-Encoding: chunked"}) {
+    const Http_Answer answer =
+        answer_to(request_text("POST", info_path, key(), "",
+                               "Transfer-Encoding: " + std::string(coding) + "\r\n") +
+                  smuggled);
+    EXPECT_EQ(answer.status, 400U) << coding;
+    EXPECT_EQ(answer.header("connection"), "close");
+    EXPECT_EQ(error_code(answer), -400);
+  }
+}
+
+TEST_P(Protocol, a_line_of_a_chunked_body_ends_in_cr_lf) {
+  const std::string head =
+      request_text("POST", info_path, key(), "", "Transfer-Encoding: chunked\r\n");
+  for (const char* body : {"\n", "2\n{}\r\n0\r\n\r\n", "2;x=y\n{}\r\n0\r\n\r\n",
+                           "2;x=\ny\r\n{}\r\n0\r\n\r\n", "2\r\n{}\n", "2\r\n{}\r\n0\n\n",
+                           "2\r\n{}\r\n0\r\n\n", "2\r\n{}\r\n0\r\nTrailer: x\n\r\n", "2\r{}\r\n"}) {
+    const Http_Answer answer = answer_to(head + body);
+    EXPECT_EQ(answer.status, 400U) << body;
+    EXPECT_EQ(answer.header("connection"), "close");
+  }
+}
+
 TEST_P(Protocol, sixty_four_connections_at_once_get_what_they_asked_for) {
   std::atomic<int> right{0};
   std::vector<std::thread> threads;
