@@ -9,8 +9,8 @@
 
 namespace zqpool::service {
 
-Families assemble(std::chrono::milliseconds nfs_delay) {
-  Families out;
+Resources assemble(std::chrono::milliseconds nfs_delay) {
+  Resources out;
   add_catalog(out.router, out.scenario);
   add_resolution(out.router, out.scenario);
   add_storage_server(out.router);

@@ -7,6 +7,6 @@
 namespace zqpool::service {
 
 /// Puts the resource families together. `nfs_delay`: how long an NFS record stays pending.
-Families assemble(std::chrono::milliseconds nfs_delay = std::chrono::milliseconds(50));
+Resources assemble(std::chrono::milliseconds nfs_delay = std::chrono::milliseconds(50));
 
 }  // namespace zqpool::service

@@ -51,16 +51,16 @@ class Ready_File {
 };
 
 /// Writes the scenario file over what the store holds.
-void load_scenario(Store& store, const Scenario& scenario, const std::string& file) {
+void load_scenario(Connection& db, const Scenario& scenario, const std::string& file) {
   try {
-    scenario.load(store, read_scenario(file), true);
-  } catch (const Refusal& refusal) {
-    throw std::runtime_error("scenario '" + file + "': " + refusal.what());
+    scenario.load(db, read_scenario(file), true);
+  } catch (const Request_Error& error) {
+    throw std::runtime_error("scenario '" + file + "': " + error.what());
   }
 }
 
-void say_or_load_scenario(State& state, const Scenario& scenario, const Options& options) {
-  if (options.scenario_file.empty() || state.is_new()) return;
+void say_or_load_scenario(Database& database, const Scenario& scenario, const Options& options) {
+  if (options.scenario_file.empty() || database.is_new()) return;
   if (!options.reload_scenario) {
     std::fprintf(stderr,
                  "zqpoold: state '%s' exists and is kept; the scenario is not loaded "
@@ -68,8 +68,8 @@ void say_or_load_scenario(State& state, const Scenario& scenario, const Options&
                  options.state_file.c_str());
     return;
   }
-  Transaction transaction = state.begin(Access::change);
-  load_scenario(transaction.store(), scenario, options.scenario_file);
+  Transaction transaction = database.begin(Access::write);
+  load_scenario(transaction.db(), scenario, options.scenario_file);
   transaction.commit();
 }
 
@@ -85,14 +85,14 @@ void serve(const Options& options) {
   if (!options.s3_secret_file.empty()) {
     set_s3_key_secret(read_secret_file(options.s3_secret_file, "S3 secret"));
   }
-  Families families = assemble(options.nfs_delay);
-  State state(options.state_file, [&](Store& store) {
+  Resources resources = assemble(options.nfs_delay);
+  Database database(options.state_file, [&](Connection& db) {
     if (options.scenario_file.empty()) return;
-    load_scenario(store, families.scenario, options.scenario_file);
+    load_scenario(db, resources.scenario, options.scenario_file);
   });
-  say_or_load_scenario(state, families.scenario, options);
-  Dispatcher dispatcher(state, families.router, key);
-  if (options.lab) add_lab(families, dispatcher);
+  say_or_load_scenario(database, resources.scenario, options);
+  Dispatcher dispatcher(database, resources.router, key);
+  if (options.lab) add_lab(resources, dispatcher);
   Access_Log log(options.access_log);
   Server server(dispatcher, log, options.server);
 

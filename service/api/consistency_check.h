@@ -12,7 +12,7 @@ namespace zqpool::service {
 struct Check {
   std::string name;  ///< of what it looks at: "volumes"
   /// Adds a text for each contradiction to the array; returns how many things it looked at.
-  std::int64_t (*run)(Store&, Array&);
+  std::int64_t (*run)(Connection&, Array&);
 };
 
 }  // namespace zqpool::service

@@ -36,15 +36,15 @@ Method method_from(std::string_view name) {
   return Method::other;
 }
 
-Answer json_answer(const json_spirit::Value& value, unsigned status) {
+Response json_response(const json_spirit::Value& value, unsigned status) {
   return {status, json_spirit::write(value), {}};
 }
 
-Answer error_answer(unsigned status, std::string_view message) {
+Response error_response(unsigned status, std::string_view message) {
   const int code = static_cast<int>(status);
-  return json_answer(Object{{"error", Object{{"code", may_pass_later(status) ? code : -code},
-                                             {"message", printable(message)}}}},
-                     status);
+  return json_response(Object{{"error", Object{{"code", may_pass_later(status) ? code : -code},
+                                               {"message", printable(message)}}}},
+                       status);
 }
 
 }  // namespace zqpool::service

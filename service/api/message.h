@@ -28,24 +28,24 @@ struct Request {
 };
 
 /// One answer. A body is always JSON.
-struct Answer {
+struct Response {
   unsigned status = 200;
   std::string body;                                          ///< "" for none
   std::vector<std::pair<std::string, std::string>> headers;  ///< beside those every answer has
 };
 
-Answer json_answer(const json_spirit::Value& value, unsigned status = 200);
+Response json_response(const json_spirit::Value& value, unsigned status = 200);
 
 /// {"error":{"code":...,"message":...}}: the code is the status, negative unless the same request
 /// may succeed later without anybody changing it (408, 429, 503, 507). `message` may hold any
 /// bytes.
-Answer error_answer(unsigned status, std::string_view message);
+Response error_response(unsigned status, std::string_view message);
 
-/// Thrown while a request is judged or carried out: answered as error_answer(status(), what()), and
-/// nothing of the request is kept.
-class Refusal : public std::runtime_error {
+/// Thrown while a request is judged or carried out: answered as error_response(status(), what()),
+/// and nothing of the request is kept.
+class Request_Error : public std::runtime_error {
  public:
-  Refusal(unsigned status, const std::string& message)
+  Request_Error(unsigned status, const std::string& message)
       : std::runtime_error(message), status_(status) {}
   unsigned status() const noexcept { return status_; }
 

@@ -26,7 +26,7 @@ std::string tidy_path(const std::string& path) {
   return out;
 }
 
-std::string read_path(Fields& fields, const std::string& key) {
+std::string read_path(Request_Fields& fields, const std::string& key) {
   std::string path = tidy_path(fields.text(key));
   if (path.size() > longest_path) fields.refuse(key, "is longer than 4096 bytes");
   const std::string closed = path + '/';
@@ -58,7 +58,7 @@ std::string url_above(const std::string& url) {
   return above == url ? "" : above;
 }
 
-std::string read_url(Fields& fields, const std::string& key) {
+std::string read_url(Request_Fields& fields, const std::string& key) {
   std::string url = tidy_url(fields.text(key));
   const std::size_t scheme = url.find("://");
   if (scheme == std::string::npos || scheme == 0) fields.refuse(key, "is no URL");

@@ -12,8 +12,8 @@ namespace zqpool::service {
 /// Repeated slashes count as one, a slash at the end not at all.
 std::string tidy_path(const std::string& path);
 
-/// The path member of a body or scenario entry, tidy. Throws Refusal as Fields does.
-std::string read_path(Fields& fields, const std::string& key);
+/// The path member of a body or scenario entry, tidy. Throws Request_Error as Request_Fields does.
+std::string read_path(Request_Fields& fields, const std::string& key);
 
 /// The directory above, "" when there is none.
 std::string parent_of(const std::string& path);
@@ -24,7 +24,8 @@ std::string tidy_url(std::string url);
 /// The URL one segment above a tidy one, "" when there is none.
 std::string url_above(const std::string& url);
 
-/// The URL member of a scenario entry, tidy and without a password. Throws Refusal as Fields does.
-std::string read_url(Fields& fields, const std::string& key);
+/// The URL member of a scenario entry, tidy and without a password. Throws Request_Error as
+/// Request_Fields does.
+std::string read_url(Request_Fields& fields, const std::string& key);
 
 }  // namespace zqpool::service

@@ -43,16 +43,16 @@ std::string listed(std::initializer_list<const char*> words) {
 
 }  // namespace
 
-std::string Fields::place(const std::string& key) const {
+std::string Request_Fields::place(const std::string& key) const {
   return place_.empty() ? key : place_ + '.' + key;
 }
 
-void Fields::refuse(const std::string& key, const std::string& why, unsigned status) const {
-  throw Refusal(status, place(key) + ": " + why);
+void Request_Fields::refuse(const std::string& key, const std::string& why, unsigned status) const {
+  throw Request_Error(status, place(key) + ": " + why);
 }
 
-const Value* Fields::find(const std::string& key, json_spirit::Value_type type,
-                          const char* wanted) {
+const Value* Request_Fields::find(const std::string& key, json_spirit::Value_type type,
+                                  const char* wanted) {
   const Value* value = optional_value(key);
   if (!value) return nullptr;
   if (value->type() != type) {
@@ -64,40 +64,41 @@ const Value* Fields::find(const std::string& key, json_spirit::Value_type type,
   return value;
 }
 
-const Value& Fields::need(const std::string& key, json_spirit::Value_type type,
-                          const char* wanted) {
+const Value& Request_Fields::need(const std::string& key, json_spirit::Value_type type,
+                                  const char* wanted) {
   const Value* value = find(key, type, wanted);
   if (!value) refuse(key, "is missing", 400);
   return *value;
 }
 
-std::string Fields::text(const std::string& key) {
+std::string Request_Fields::text(const std::string& key) {
   std::string out = needed_text(key);
   if (out.empty()) refuse(key, "must not be empty");
   return out;
 }
 
-std::string Fields::needed_text(const std::string& key) {
+std::string Request_Fields::needed_text(const std::string& key) {
   return need(key, json_spirit::str_type, "a string").get_str();
 }
 
-std::string Fields::text_or(const std::string& key, const std::string& otherwise) {
+std::string Request_Fields::text_or(const std::string& key, const std::string& otherwise) {
   return optional_text(key).value_or(otherwise);
 }
 
-std::optional<std::string> Fields::optional_text(const std::string& key) {
+std::optional<std::string> Request_Fields::optional_text(const std::string& key) {
   const Value* value = find(key, json_spirit::str_type, "a string");
   if (!value) return std::nullopt;
   return value->get_str();
 }
 
-std::string Fields::uuid(const std::string& key) {
+std::string Request_Fields::uuid(const std::string& key) {
   std::string out = text(key);
   if (!is_uuid(out)) refuse(key, "\"" + out + "\" is not a UUID");
   return out;
 }
 
-std::string Fields::one_of(const std::string& key, std::initializer_list<const char*> words) {
+std::string Request_Fields::one_of(const std::string& key,
+                                   std::initializer_list<const char*> words) {
   std::string out = text(key);
   for (const char* word : words) {
     if (out == word) return out;
@@ -105,12 +106,13 @@ std::string Fields::one_of(const std::string& key, std::initializer_list<const c
   refuse(key, "\"" + out + "\" is none of " + listed(words));
 }
 
-std::string Fields::one_of_or(const std::string& key, std::initializer_list<const char*> words,
-                              const std::string& otherwise) {
+std::string Request_Fields::one_of_or(const std::string& key,
+                                      std::initializer_list<const char*> words,
+                                      const std::string& otherwise) {
   return has(key) ? one_of(key, words) : (asked_.insert(key), otherwise);
 }
 
-std::optional<std::int64_t> Fields::optional_count(const std::string& key) {
+std::optional<std::int64_t> Request_Fields::optional_count(const std::string& key) {
   const Value* value = find(key, json_spirit::int_type, "an integer");
   if (!value) return std::nullopt;
   if (value->is_uint64()) refuse(key, "is above 9223372036854775807");
@@ -118,17 +120,17 @@ std::optional<std::int64_t> Fields::optional_count(const std::string& key) {
   return value->get_int64();
 }
 
-std::int64_t Fields::count(const std::string& key) {
+std::int64_t Request_Fields::count(const std::string& key) {
   const std::optional<std::int64_t> value = optional_count(key);
   if (!value) refuse(key, "is missing", 400);
   return *value;
 }
 
-std::int64_t Fields::count_or(const std::string& key, std::int64_t otherwise) {
+std::int64_t Request_Fields::count_or(const std::string& key, std::int64_t otherwise) {
   return optional_count(key).value_or(otherwise);
 }
 
-std::optional<double> Fields::optional_real(const std::string& key) {
+std::optional<double> Request_Fields::optional_real(const std::string& key) {
   const Value* value = optional_value(key);
   if (!value) return std::nullopt;
   if (value->type() != json_spirit::int_type && value->type() != json_spirit::real_type) {
@@ -137,35 +139,35 @@ std::optional<double> Fields::optional_real(const std::string& key) {
   return value->get_real();
 }
 
-bool Fields::flag_or(const std::string& key, bool otherwise) {
+bool Request_Fields::flag_or(const std::string& key, bool otherwise) {
   const Value* value = find(key, json_spirit::bool_type, "true or false");
   return value ? value->get_bool() : otherwise;
 }
 
-const Object* Fields::optional_object(const std::string& key) {
+const Object* Request_Fields::optional_object(const std::string& key) {
   const Value* value = find(key, json_spirit::obj_type, "an object");
   return value ? &value->get_obj() : nullptr;
 }
 
-const Array* Fields::optional_array(const std::string& key) {
+const Array* Request_Fields::optional_array(const std::string& key) {
   const Value* value = find(key, json_spirit::array_type, "an array");
   return value ? &value->get_array() : nullptr;
 }
 
-const Value* Fields::optional_value(const std::string& key) {
+const Value* Request_Fields::optional_value(const std::string& key) {
   asked_.insert(key);
   const auto it = object_.find(key);
   return it == object_.end() ? nullptr : &it->second;
 }
 
-void Fields::finish() const {
+void Request_Fields::finish() const {
   for (const auto& [key, value] : object_) {
     if (!asked_.count(key)) refuse(key, "is not known here", 400);
   }
 }
 
-std::vector<Fields> Fields::optional_objects(const std::string& key) {
-  std::vector<Fields> out;
+std::vector<Request_Fields> Request_Fields::optional_objects(const std::string& key) {
+  std::vector<Request_Fields> out;
   const Array* elements = optional_array(key);
   if (!elements) return out;
   for (std::size_t i = 0; i < elements->size(); ++i) {
@@ -176,11 +178,11 @@ std::vector<Fields> Fields::optional_objects(const std::string& key) {
   return out;
 }
 
-bool Fields::flag(const std::string& key) {
+bool Request_Fields::flag(const std::string& key) {
   return need(key, json_spirit::bool_type, "true or false").get_bool();
 }
 
-std::string read_created(Fields& fields) {
+std::string read_created(Request_Fields& fields) {
   std::string created = fields.text_or("created", utc_now());
   const std::string_view shape = "dddd-dd-ddTdd:dd:dd";
   bool good = created.size() > shape.size() && created.back() == 'Z';
@@ -191,9 +193,9 @@ std::string read_created(Fields& fields) {
   return created;
 }
 
-Refusal placed(const Refusal& refusal, const std::string& place) {
-  const std::string text = refusal.what();
-  return {refusal.status() == 400 ? 400U : 422U,
+Request_Error placed(const Request_Error& error, const std::string& place) {
+  const std::string text = error.what();
+  return {error.status() == 400 ? 400U : 422U,
           text.rfind(place, 0) == 0 ? text : place + ": " + text};
 }
 
@@ -201,16 +203,17 @@ Object body_object(const Request& request) {
   const std::string_view type =
       std::string_view(request.content_type).substr(0, request.content_type.find_first_of("; \t"));
   if (!type.empty() && lower_case(type) != "application/json") {
-    throw Refusal(415, "the body must be application/json");
+    throw Request_Error(415, "the body must be application/json");
   }
-  if (request.body.empty()) throw Refusal(400, "the body is missing");
+  if (request.body.empty()) throw Request_Error(400, "the body is missing");
   Value value;
   std::string why;
   if (!json_spirit::read(request.body, value, why)) {
-    throw Refusal(400, "the body is not JSON: " + why);
+    throw Request_Error(400, "the body is not JSON: " + why);
   }
   if (value.type() != json_spirit::obj_type) {
-    throw Refusal(400, std::string("the body must be an object, not ") + type_name(value.type()));
+    throw Request_Error(400,
+                        std::string("the body must be an object, not ") + type_name(value.type()));
   }
   return std::move(value.get_obj());
 }
@@ -227,14 +230,14 @@ Query_Fields::Query_Fields(const Request& request) {
     if (!decode_query_text(field.substr(0, equals), name) ||
         !decode_query_text(equals == std::string_view::npos ? "" : field.substr(equals + 1),
                            value)) {
-      throw Refusal(400, "the query has a percent sign without two hexadecimal digits");
+      throw Request_Error(400, "the query has a percent sign without two hexadecimal digits");
     }
-    if (!is_utf8(name) || !is_utf8(value)) throw Refusal(400, "the query is not UTF-8");
+    if (!is_utf8(name) || !is_utf8(value)) throw Request_Error(400, "the query is not UTF-8");
     if (value.find('\0') != std::string::npos) {
-      throw Refusal(400, "query field '" + name + "' holds a zero character");
+      throw Request_Error(400, "query field '" + name + "' holds a zero character");
     }
     if (!fields_.emplace(name, std::move(value)).second) {
-      throw Refusal(400, "query field '" + name + "' is given twice");
+      throw Request_Error(400, "query field '" + name + "' is given twice");
     }
   }
 }
@@ -248,7 +251,7 @@ std::optional<std::string> Query_Fields::text(const std::string& name) {
 
 std::string Query_Fields::needed_text(const std::string& name) {
   const std::optional<std::string> value = text(name);
-  if (!value) throw Refusal(400, "query field '" + name + "' is missing");
+  if (!value) throw Request_Error(400, "query field '" + name + "' is missing");
   return *value;
 }
 
@@ -260,7 +263,7 @@ std::optional<std::int64_t> Query_Fields::number(const std::string& name, std::i
   const char* const end = value->data() + value->size();
   const auto [stop, error] = std::from_chars(value->data(), end, number);
   if (error != std::errc() || stop != end || number < least) {
-    throw Refusal(400, "query field '" + name + "' must be " + wanted);
+    throw Request_Error(400, "query field '" + name + "' must be " + wanted);
   }
   return number;
 }
@@ -282,14 +285,15 @@ bool Query_Fields::flag_or(const std::string& name, bool otherwise) {
   const std::optional<std::string> value = text(name);
   if (!value) return otherwise;
   if (*value != "true" && *value != "false") {
-    throw Refusal(400, "query field '" + name + "' must be true or false");
+    throw Request_Error(400, "query field '" + name + "' must be true or false");
   }
   return *value == "true";
 }
 
 void Query_Fields::finish() const {
   for (const auto& [name, value] : fields_) {
-    if (!asked_.count(name)) throw Refusal(400, "query field '" + name + "' is not known here");
+    if (!asked_.count(name))
+      throw Request_Error(400, "query field '" + name + "' is not known here");
   }
 }
 

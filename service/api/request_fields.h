@@ -13,13 +13,14 @@
 
 namespace zqpool::service {
 
-/// Reads the members of one JSON object strictly. Each reader throws Refusal, whose text begins
-/// with the member's place ("devices[3].url: ..."): 400 when a member is missing or of another
-/// type, 422 when its value makes no sense. finish() refuses members that nobody asked for.
-class Fields {
+/// Reads the members of one JSON object strictly. Each reader throws Request_Error, whose text
+/// begins with the member's place ("devices[3].url: ..."): 400 when a member is missing or of
+/// another type, 422 when its value makes no sense. finish() refuses members that nobody asked for.
+class Request_Fields {
  public:
   /// `object` must outlive this. `place` is empty or where the object stands ("devices[3]").
-  Fields(const Object& object, std::string place) : object_(object), place_(std::move(place)) {}
+  Request_Fields(const Object& object, std::string place)
+      : object_(object), place_(std::move(place)) {}
 
   std::string text(const std::string& key);         ///< not empty
   std::string needed_text(const std::string& key);  ///< may be empty
@@ -38,7 +39,7 @@ class Fields {
   const Object* optional_object(const std::string& key);
   const Array* optional_array(const std::string& key);
   /// The elements of an array of objects, none when it is missing.
-  std::vector<Fields> optional_objects(const std::string& key);
+  std::vector<Request_Fields> optional_objects(const std::string& key);
   const json_spirit::Value* optional_value(const std::string& key);
   bool has(const std::string& key) const { return object_.count(key) != 0; }
 
@@ -59,16 +60,16 @@ class Fields {
 };
 
 /// The member "created", or now.
-std::string read_created(Fields& fields);
+std::string read_created(Request_Fields& fields);
 
 /// The refusal of something that stands at `place`, with a text that begins with it.
-Refusal placed(const Refusal& refusal, const std::string& place);
+Request_Error placed(const Request_Error& error, const std::string& place);
 
-/// The request's body as a JSON object. Throws Refusal: 400, or 415 for another content type.
+/// The request's body as a JSON object. Throws Request_Error: 400, or 415 for another content type.
 Object body_object(const Request& request);
 
-/// The fields of a query string, each at most once. Throws Refusal (400) from the constructor for a
-/// broken escape, a text that is not UTF-8, or a field given twice.
+/// The fields of a query string, each at most once. Throws Request_Error (400) from the constructor
+/// for a broken escape, a text that is not UTF-8, or a field given twice.
 class Query_Fields {
  public:
   explicit Query_Fields(const Request& request);

@@ -9,7 +9,7 @@
 namespace zqpool::service {
 
 /// What the service offers: the paths, scenario sections and checks of its resource families.
-struct Families {
+struct Resources {
   Router router;
   Scenario scenario;
   std::vector<Check> checks;

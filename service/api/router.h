@@ -15,11 +15,12 @@ namespace zqpool::service {
 struct Deferred;
 
 /// What a request leads to: the answer, or work that gives it later.
-using Outcome = std::variant<Answer, Deferred>;
+using Outcome = std::variant<Response, Deferred>;
 
 /// Carries out one request on the state, inside a transaction. It is rolled back when the answer's
-/// status is 400 or more, or when a Refusal or anything else is thrown; otherwise it is committed.
-using Handler = std::function<Outcome(Store&, const Request&)>;
+/// status is 400 or more, or when a Request_Error or anything else is thrown; otherwise it is
+/// committed.
+using Handler = std::function<Outcome(Connection&, const Request&)>;
 
 /// A handler to run after a time, in a transaction of its own.
 struct Deferred {

@@ -20,8 +20,8 @@ std::string identity_by_uuid(const Object& entry) {
   return lower_case(json_spirit::object_get_str_or_throw(entry, "uuid"));
 }
 
-Object Scenario::load(Store& store, const Object& document, bool replace) const {
-  Fields fields(document, "");
+Object Scenario::load(Connection& db, const Object& document, bool replace) const {
+  Request_Fields fields(document, "");
   fields.optional_text("comment");
   for (const Scenario_Section& section : sections_)
     fields.optional_array(section.name);
@@ -29,7 +29,7 @@ Object Scenario::load(Store& store, const Object& document, bool replace) const 
 
   if (replace) {
     for (auto it = sections_.rbegin(); it != sections_.rend(); ++it)
-      it->clear(store);
+      it->clear(db);
   }
   Object loaded;
   for (const Scenario_Section& section : sections_) {
@@ -39,20 +39,20 @@ Object Scenario::load(Store& store, const Object& document, bool replace) const 
       for (const Value& value : *entries) {
         const std::string place = section.name + '[' + std::to_string(number) + ']';
         if (value.type() != json_spirit::obj_type) {
-          throw Refusal(400, place + ": must be an object");
+          throw Request_Error(400, place + ": must be an object");
         }
-        Fields entry(value.get_obj(), place);
+        Request_Fields entry(value.get_obj(), place);
         try {
-          section.load(store, entry);
-        } catch (const Refusal& refusal) {
-          throw placed(refusal, place);
+          section.load(db, entry);
+        } catch (const Request_Error& error) {
+          throw placed(error, place);
         } catch (const SQLite::Exception& error) {
           if (error.getErrorCode() != SQLITE_CONSTRAINT) throw;
-          throw Refusal(422, place + ": contradicts another entry: " + error.what());
+          throw Request_Error(422, place + ": contradicts another entry: " + error.what());
         }
         entry.finish();
         if (!identities.insert(section.identity(value.get_obj())).second) {
-          throw Refusal(422, place + ": is given twice");
+          throw Request_Error(422, place + ": is given twice");
         }
         ++number;
       }
@@ -62,10 +62,10 @@ Object Scenario::load(Store& store, const Object& document, bool replace) const 
   return loaded;
 }
 
-Object Scenario::dump(Store& store) const {
+Object Scenario::dump(Connection& db) const {
   Object out;
   for (const Scenario_Section& section : sections_) {
-    out.emplace(section.name, section.dump(store));
+    out.emplace(section.name, section.dump(db));
   }
   return out;
 }
@@ -81,12 +81,12 @@ Object read_scenario(const std::string& file) {
     text.append(piece.data(), count);
   }
   if (!in || std::ferror(in.get()) != 0) {
-    throw Refusal(400, "cannot read it: " + std::string(std::strerror(errno)));
+    throw Request_Error(400, "cannot read it: " + std::string(std::strerror(errno)));
   }
   Value value;
   std::string why;
-  if (!json_spirit::read(text, value, why)) throw Refusal(400, "is not JSON: " + why);
-  if (value.type() != json_spirit::obj_type) throw Refusal(400, "must hold an object");
+  if (!json_spirit::read(text, value, why)) throw Request_Error(400, "is not JSON: " + why);
+  if (value.type() != json_spirit::obj_type) throw Request_Error(400, "must hold an object");
   return std::move(value.get_obj());
 }
 

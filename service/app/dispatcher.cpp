@@ -10,53 +10,53 @@ namespace zqpool::service {
 namespace {
 
 /// The answer for a state that failed; the text for the log goes to standard error.
-Answer state_failure(const SQLite::Exception& error) {
+Response state_failure(const SQLite::Exception& error) {
   std::fprintf(stderr, "zqpoold: state: %s\n", error.what());
   switch (error.getErrorCode()) {
     case SQLITE_FULL:
-      return error_answer(507, "no space left for the state");
+      return error_response(507, "no space left for the state");
     case SQLITE_BUSY:
     case SQLITE_LOCKED:
-      return error_answer(503, "the state is in use by another process");
+      return error_response(503, "the state is in use by another process");
     case SQLITE_IOERR:
-      return error_answer(503, "the state could not be read or written");
+      return error_response(503, "the state could not be read or written");
     default:
-      return error_answer(500, "the state failed");
+      return error_response(500, "the state failed");
   }
 }
 
 }  // namespace
 
-Dispatcher::Dispatcher(State& state, const Router& router,
+Dispatcher::Dispatcher(Database& database, const Router& router,
                        const std::optional<Access_Key>& access_key)
-    : state_(state), router_(router), access_key_(access_key) {}
+    : database_(database), router_(router), access_key_(access_key) {}
 
 Dispatcher::Plan Dispatcher::plan(const Request& request) {
   Plan plan;
   if (access_key_) {
     if (request.access_key.empty()) {
-      plan.answer = error_answer(401, "one X-Access-Key header is needed");
+      plan.answer = error_response(401, "one X-Access-Key header is needed");
       plan.answer->headers.emplace_back("WWW-Authenticate", "X-Access-Key realm=\"zqpool\"");
       return plan;
     }
     if (!access_key_->matches(request.access_key)) {
-      plan.answer = error_answer(403, "the access key is wrong");
+      plan.answer = error_response(403, "the access key is wrong");
       return plan;
     }
   }
   const std::string allowed =
       request.path == "*" ? "GET, HEAD, POST, PUT, DELETE, OPTIONS" : router_.allowed(request.path);
   if (allowed.empty()) {
-    plan.answer = error_answer(404, "there is no '" + request.path.substr(0, 200) + "'");
+    plan.answer = error_response(404, "there is no '" + request.path.substr(0, 200) + "'");
     return plan;
   }
   if (request.method == Method::options) {
-    plan.answer = Answer{204, "", {{"Allow", allowed}}};
+    plan.answer = Response{204, "", {{"Allow", allowed}}};
     return plan;
   }
   plan.route = router_.find(request.method, request.path);
   if (!plan.route) {
-    plan.answer = error_answer(405, "the path takes " + allowed);
+    plan.answer = error_response(405, "the path takes " + allowed);
     plan.answer->headers.emplace_back("Allow", allowed);
     return plan;
   }
@@ -69,7 +69,7 @@ Dispatcher::Plan Dispatcher::plan(const Request& request) {
 
 Outcome Dispatcher::run(const Plan& plan, const Request& request) {
   if (plan.fault && plan.fault->kind == Fault_Kind::status) {
-    return Answer{plan.fault->status, plan.fault->body, {}};
+    return Response{plan.fault->status, plan.fault->body, {}};
   }
   return run_handler(plan.route->access, plan.route->handler, request);
 }
@@ -80,13 +80,13 @@ Outcome Dispatcher::run(const Deferred& deferred, const Request& request) {
 
 Outcome Dispatcher::run_handler(Access access, const Handler& handler, const Request& request) {
   try {
-    Transaction transaction = state_.begin(access);
-    Outcome outcome = handler(transaction.store(), request);
-    const Answer* const answer = std::get_if<Answer>(&outcome);
+    Transaction transaction = database_.begin(access);
+    Outcome outcome = handler(transaction.db(), request);
+    const Response* const answer = std::get_if<Response>(&outcome);
     if (!answer || answer->status < 400) transaction.commit();
     return outcome;
-  } catch (const Refusal& refusal) {
-    return error_answer(refusal.status(), refusal.what());
+  } catch (const Request_Error& error) {
+    return error_response(error.status(), error.what());
   } catch (const SQLite::Exception& error) {
     return state_failure(error);
   } catch (const std::bad_alloc&) {
@@ -94,7 +94,7 @@ Outcome Dispatcher::run_handler(Access access, const Handler& handler, const Req
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zqpoold: %s %s failed: %s\n", method_name(request.method),
                  request.path.c_str(), error.what());
-    return error_answer(500, "the operation failed unexpectedly");
+    return error_response(500, "the operation failed unexpectedly");
   }
 }
 

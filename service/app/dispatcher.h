@@ -23,11 +23,11 @@ struct Statistics {
 class Dispatcher {
  public:
   /// `router` must outlive this. Without a key every request is accepted.
-  Dispatcher(State& state, const Router& router, const std::optional<Access_Key>& access_key);
+  Dispatcher(Database& database, const Router& router, const std::optional<Access_Key>& access_key);
 
   /// What becomes of a request, decided without touching the state.
   struct Plan {
-    std::optional<Answer> answer;  ///< if set, all there is to do
+    std::optional<Response> answer;  ///< if set, all there is to do
     const Router::Route* route = nullptr;
     Fault_Pointer fault;
   };
@@ -46,7 +46,7 @@ class Dispatcher {
  private:
   Outcome run_handler(Access access, const Handler& handler, const Request& request);
 
-  State& state_;
+  Database& database_;
   const Router& router_;
   std::optional<Access_Key> access_key_;
   Fault_Script faults_;

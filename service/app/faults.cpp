@@ -27,7 +27,7 @@ constexpr std::int64_t longest_wait_ms = 600000;
 constexpr std::int64_t most_garbage = 64 << 20;
 constexpr std::int64_t most_huge = std::int64_t{1} << 40;
 
-std::int64_t bounded(Fields& fields, const std::string& key, std::int64_t otherwise,
+std::int64_t bounded(Request_Fields& fields, const std::string& key, std::int64_t otherwise,
                      std::int64_t least, std::int64_t most) {
   const std::int64_t value = fields.count_or(key, otherwise);
   if (value < least || value > most) {
@@ -36,7 +36,7 @@ std::int64_t bounded(Fields& fields, const std::string& key, std::int64_t otherw
   return value;
 }
 
-void read_what(Fields& fields, Fault& fault) {
+void read_what(Request_Fields& fields, Fault& fault) {
   fault.delay_ms = bounded(fields, "delay_ms", 0, 0, longest_wait_ms);
   fault.delay_after_commit = fields.flag_or("delay_after_commit", false);
   switch (fault.kind) {
@@ -47,7 +47,7 @@ void read_what(Fields& fields, Fault& fault) {
         fault.body =
             body->type() == json_spirit::str_type ? body->get_str() : json_spirit::write(*body);
       } else if (fault.status >= 400) {
-        fault.body = error_answer(fault.status, "scripted fault").body;
+        fault.body = error_response(fault.status, "scripted fault").body;
       }
       break;
     }
@@ -80,7 +80,7 @@ void read_what(Fields& fields, Fault& fault) {
 }
 
 std::shared_ptr<Fault> read_fault(const Object& object, const std::string& place) {
-  Fields fields(object, place);
+  Request_Fields fields(object, place);
   auto fault = std::make_shared<Fault>();
   const std::string method = fields.text_or("method", "");
   fault->method = method_from(method);
@@ -136,7 +136,7 @@ const char* fault_name(Fault_Kind kind) {
 }
 
 Array Fault_Script::add(const Object& document) {
-  Fields fields(document, "");
+  Request_Fields fields(document, "");
   const Array* faults = fields.optional_array("faults");
   fields.finish();
   if (!faults) fields.refuse("faults", "is missing", 400);
@@ -144,7 +144,7 @@ Array Fault_Script::add(const Object& document) {
   for (std::size_t i = 0; i < faults->size(); ++i) {
     const std::string place = "faults[" + std::to_string(i) + ']';
     if ((*faults)[i].type() != json_spirit::obj_type) {
-      throw Refusal(400, place + ": must be an object");
+      throw Request_Error(400, place + ": must be an object");
     }
     std::shared_ptr<Fault> fault = read_fault((*faults)[i].get_obj(), place);
     const std::uint64_t seed = fault->seed;
@@ -152,7 +152,7 @@ Array Fault_Script::add(const Object& document) {
   }
   const std::lock_guard<std::mutex> hold(mutex_);
   if (entries_.size() + fresh.size() > static_cast<std::size_t>(most_faults)) {
-    throw Refusal(422, "more than " + std::to_string(most_faults) + " faults at once");
+    throw Request_Error(422, "more than " + std::to_string(most_faults) + " faults at once");
   }
   Array ids;
   for (Entry& entry : fresh) {
@@ -202,7 +202,7 @@ std::int64_t Fault_Script::clear() {
   return count;
 }
 
-bool change_type(const Fault& fault, Answer& answer) {
+bool change_type(const Fault& fault, Response& answer) {
   Value value;
   if (!json_spirit::read(answer.body, value)) return false;
   Value* target = &value;

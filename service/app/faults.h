@@ -74,8 +74,8 @@ const char* fault_name(Fault_Kind kind);
 /// a request is done to it, alone. They are not part of the state. Thread-safe.
 class Fault_Script {
  public:
-  /// Adds the faults of a document {"faults":[...]}, all or none. Throws Refusal, whose text names
-  /// the place. Returns their identifiers.
+  /// Adds the faults of a document {"faults":[...]}, all or none. Throws Request_Error, whose text
+  /// names the place. Returns their identifiers.
   Array add(const Object& document);
   /// Null: nothing is to happen.
   Fault_Pointer choose(Method method, const std::string& path, const std::string& query);
@@ -97,7 +97,7 @@ class Fault_Script {
 
 /// The answer with the JSON type of `fault.member` changed. False when the answer has no such
 /// member: the fault then does not happen.
-bool change_type(const Fault& fault, Answer& answer);
+bool change_type(const Fault& fault, Response& answer);
 
 /// So many bytes, the same for the same seed.
 std::string random_bytes(std::uint64_t seed, std::size_t count);

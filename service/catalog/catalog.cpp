@@ -16,8 +16,8 @@ namespace {
 
 constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
 
-Answer rows_answer(Array rows) {
-  return json_answer(Object{{"rows", std::move(rows)}});
+Response rows_answer(Array rows) {
+  return json_response(Object{{"rows", std::move(rows)}});
 }
 
 /// The part of a list that was asked for; all of it when nothing was said.
@@ -30,9 +30,9 @@ class Page {
 
   /// A part of a list also says how long the whole is.
   template <typename Count>
-  Answer answer(Array rows, Count total) const {
+  Response answer(Array rows, Count total) const {
     if (!limit_ && !offset_) return rows_answer(std::move(rows));
-    return json_answer(Object{{"rows", std::move(rows)}, {"total", total()}});
+    return json_response(Object{{"rows", std::move(rows)}, {"total", total()}});
   }
 
  private:
@@ -57,7 +57,7 @@ const std::string pools_select = "SELECT " + pool_columns + R"sql(, count(d.uuid
     coalesce(sum(CASE d.role WHEN 'master' THEN d.used & 1048575 END), 0) AS used_low
   FROM catalog_pool p LEFT JOIN catalog_device d ON d.pool_uuid = p.uuid)sql";
 
-Array pool_rows(Store::Query&& pools) {
+Array pool_rows(Statement&& pools) {
   Array rows;
   while (pools.next()) {
     // A slave holds a copy of its master's data: it adds no room.
@@ -73,60 +73,58 @@ Array pool_rows(Store::Query&& pools) {
   return rows;
 }
 
-Answer get_pools(Store& store, const Request& request) {
+Response get_pools(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::optional<std::string> uuid = query.text("uuid");
   if (uuid) {
     query.finish();
-    return rows_answer(
-        pool_rows({store, pools_select + " WHERE p.uuid = ? GROUP BY p.uuid", *uuid}));
+    return rows_answer(pool_rows({db, pools_select + " WHERE p.uuid = ? GROUP BY p.uuid", *uuid}));
   }
   const Page page(query);
   query.finish();
   return page.answer(
-      pool_rows({store, pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?",
+      pool_rows({db, pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?",
                  page.limit(), page.offset()}),
-      [&store] { return store.integer("SELECT count(*) FROM catalog_pool"); });
+      [&db] { return db.integer("SELECT count(*) FROM catalog_pool"); });
 }
 
 // ---- devices
 
-Array device_rows(Store::Query&& devices) {
+Array device_rows(Statement&& devices) {
   Array rows;
   while (devices.next())
     rows.emplace_back(device_record(devices));
   return rows;
 }
 
-Answer get_devices(Store& store, const Request& request) {
+Response get_devices(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::optional<std::string> uuid = query.text("uuid");
   std::optional<std::string> url = query.text("url");
-  if (uuid && url) throw Refusal(400, "give one of the query fields 'uuid' and 'url'");
+  if (uuid && url) throw Request_Error(400, "give one of the query fields 'uuid' and 'url'");
   if (uuid) {
     query.finish();
-    return rows_answer(device_rows({store, devices_select + "WHERE d.uuid = ?", *uuid}));
+    return rows_answer(device_rows({db, devices_select + "WHERE d.uuid = ?", *uuid}));
   }
   if (url) {
     query.finish();
     return rows_answer(
-        device_rows({store, devices_select + "WHERE d.url = ? ORDER BY d.uuid", tidy_url(*url)}));
+        device_rows({db, devices_select + "WHERE d.url = ? ORDER BY d.uuid", tidy_url(*url)}));
   }
   const std::optional<std::string> pool = query.text("pool_uuid");
   const Page page(query);
   query.finish();
   if (pool) {
     return page.answer(
-        device_rows({store,
-                     devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid LIMIT ? OFFSET ?",
+        device_rows({db, devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid LIMIT ? OFFSET ?",
                      *pool, page.limit(), page.offset()}),
         [&] {
-          return store.integer("SELECT count(*) FROM catalog_device WHERE pool_uuid = ?", *pool);
+          return db.integer("SELECT count(*) FROM catalog_device WHERE pool_uuid = ?", *pool);
         });
   }
-  return page.answer(device_rows({store, devices_select + "ORDER BY d.uuid LIMIT ? OFFSET ?",
+  return page.answer(device_rows({db, devices_select + "ORDER BY d.uuid LIMIT ? OFFSET ?",
                                   page.limit(), page.offset()}),
-                     [&store] { return store.integer("SELECT count(*) FROM catalog_device"); });
+                     [&db] { return db.integer("SELECT count(*) FROM catalog_device"); });
 }
 
 const std::string devices_with_pool =
@@ -135,7 +133,7 @@ const std::string devices_with_pool =
     "FROM catalog_device d JOIN catalog_pool p ON p.uuid = d.pool_uuid ";
 
 /// A row of devices_with_pool as it is answered.
-Object device_info(const Store::Query& row, std::string path) {
+Object device_info(const Statement& row, std::string path) {
   Object out = device_record(row);
   for (const char* column : {"pool_name", "pool_type", "pool_state"})
     out.emplace(column, row.text(column));
@@ -145,44 +143,43 @@ Object device_info(const Store::Query& row, std::string path) {
 
 /// The device on which a URL lies: the one whose own URL is the longest that the asked one begins
 /// with, segment by segment.
-Answer find_device_info(Store& store, const Request& request) {
+Response find_device_info(Connection& db, const Request& request) {
   no_query(request);
   const Object body = body_object(request);
-  Fields fields(body, "");
+  Request_Fields fields(body, "");
   const std::optional<std::string> pool = fields.optional_text("pool_uuid");
   const std::string url = tidy_url(fields.text("url"));
   fields.finish();
 
   for (std::string above = url; !above.empty(); above = url_above(above)) {
-    Store::Query row(store,
-                     devices_with_pool + "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
-                     above, pool);
+    Statement row(db, devices_with_pool + "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
+                  above, pool);
     if (!row.next()) continue;
     const std::size_t rest = above.back() == '/' ? above.size() - 1 : above.size();
     Object out = device_info(row, above == url ? "" : url.substr(rest));
     if (row.next()) {
-      throw Refusal(409, "'" + above + "' is a device of several pools: give 'pool_uuid'");
+      throw Request_Error(409, "'" + above + "' is a device of several pools: give 'pool_uuid'");
     }
-    return json_answer(std::move(out));
+    return json_response(std::move(out));
   }
-  return json_answer(Object());
+  return json_response(Object());
 }
 
 /// The device of a pool that new data is to go to: of those that take data from any host, the one
 /// with the most room.
-Answer offer_device(Store& store, const Request& request) {
+Response offer_device(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::string pool = query.needed_text("pool_uuid");
   query.finish();
-  need_pool(store, pool);
-  Store::Query row(store,
-                   devices_with_pool +
-                       "WHERE d.pool_uuid = ? AND p.state IN ('online', 'degraded')"
-                       " AND d.role = 'master' AND d.state = 'online' AND d.used < d.size"
-                       " AND d.bound_host_id IS NULL "
-                       "ORDER BY d.size - d.used DESC, d.uuid LIMIT 1",
-                   pool);
-  return json_answer(row.next() ? device_info(row, "") : Object());
+  need_pool(db, pool);
+  Statement row(db,
+                devices_with_pool +
+                    "WHERE d.pool_uuid = ? AND p.state IN ('online', 'degraded')"
+                    " AND d.role = 'master' AND d.state = 'online' AND d.used < d.size"
+                    " AND d.bound_host_id IS NULL "
+                    "ORDER BY d.size - d.used DESC, d.uuid LIMIT 1",
+                pool);
+  return json_response(row.next() ? device_info(row, "") : Object());
 }
 
 bool is_lanfree(const std::string& url) {
@@ -191,40 +188,40 @@ bool is_lanfree(const std::string& url) {
 
 /// Two hosts that write to one LUN destroy what is on it: a device changes hands only by way of
 /// nobody's.
-Answer bind_host(Store& store, const Request& request) {
+Response bind_host(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::string uuid = query.needed_text("uuid");
   query.finish();
   const Object body = body_object(request);
-  Fields fields(body, "");
+  Request_Fields fields(body, "");
   const std::string host_id = fields.needed_text("host_id");
   const std::string sysname = fields.needed_text("sysname");
   fields.finish();
   if (host_id.empty() != sysname.empty()) {
-    throw Refusal(422, "host_id and sysname: both, or neither to release the device");
+    throw Request_Error(422, "host_id and sysname: both, or neither to release the device");
   }
 
   const std::string by_uuid = devices_select + "WHERE d.uuid = ?";
   {
-    Store::Query row(store, by_uuid, uuid);
-    if (!row.next()) throw Refusal(404, "there is no device '" + uuid + "'");
+    Statement row(db, by_uuid, uuid);
+    if (!row.next()) throw Request_Error(404, "there is no device '" + uuid + "'");
     const Object device = device_description(row);
     if (!is_lanfree(device.at("url").get_str())) {
-      throw Refusal(409, "device '" + uuid + "' is not LAN-free");
+      throw Request_Error(409, "device '" + uuid + "' is not LAN-free");
     }
     const Object* bound = json_spirit::object_get_object(device, "bound_host");
     if (bound && !host_id.empty() && bound->at("host_id").get_str() != host_id) {
-      throw Refusal(
+      throw Request_Error(
           409, "device '" + uuid + "' is bound to host '" + bound->at("host_id").get_str() + "'");
     }
   }
-  store.execute(
+  db.execute(
       "UPDATE catalog_device SET bound_host_id = nullif(?2, ''), bound_sysname = nullif(?3, '') "
       "WHERE uuid = ?1",
       uuid, host_id, sysname);
-  Store::Query row(store, by_uuid, uuid);
+  Statement row(db, by_uuid, uuid);
   row.next();
-  return json_answer(device_record(row));
+  return json_response(device_record(row));
 }
 
 }  // namespace
@@ -233,7 +230,7 @@ void add_catalog(Router& router, Scenario& scenario) {
   const std::string root = "/zq/r/storage/catalog/";
   router.add(Method::get, root + "pool", Access::read, get_pools);
   router.add(Method::get, root + "device", Access::read, get_devices);
-  router.add(Method::put, root + "device", Access::change, bind_host);
+  router.add(Method::put, root + "device", Access::write, bind_host);
   router.add(Method::post, root + "device/info", Access::read, find_device_info);
   router.add(Method::get, root + "device/info", Access::read, offer_device);
   add_metadata_path(router);

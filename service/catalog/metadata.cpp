@@ -15,18 +15,18 @@ constexpr std::size_t longest_type = 64;
 
 /// The devices on which a path lies: those recorded for it, else for the nearest directory above it
 /// that is recorded. With a grouping only what was recorded under it counts.
-Answer find_located_devices(Store& store, const Request& request) {
+Response find_located_devices(Connection& db, const Request& request) {
   no_query(request);
   const Object body = body_object(request);
-  Fields fields(body, "");
+  Request_Fields fields(body, "");
   const std::string pool = fields.text("pool_uuid");
   const std::string path = read_path(fields, "path");
   const std::optional<std::string> grouping = fields.optional_text("grouping");
   fields.finish();
 
   for (std::string above = path; !above.empty(); above = parent_of(above)) {
-    Store::Query row(
-        store,
+    Statement row(
+        db,
         "SELECT " + device_columns +
             ", m.type AS path_type, m.grouping_name AS grouping_name, m.size AS recorded_size "
             "FROM catalog_metadata m "
@@ -48,10 +48,10 @@ Answer find_located_devices(Store& store, const Request& request) {
       devices.emplace_back(std::move(device));
     }
     if (!devices.empty()) {
-      return json_answer(Object{{"type", type}, {"devices", std::move(devices)}});
+      return json_response(Object{{"type", type}, {"devices", std::move(devices)}});
     }
   }
-  return json_answer(Object());
+  return json_response(Object());
 }
 
 /// The path's type is the name of the member that holds the path: the one that is no other member.
@@ -60,70 +60,70 @@ std::string type_of(const Object& body) {
   const std::string* type = nullptr;
   for (const auto& [key, value] : body) {
     if (std::find(others.begin(), others.end(), key) != others.end()) continue;
-    if (type) throw Refusal(400, "two paths are given: '" + *type + "' and '" + key + "'");
+    if (type) throw Request_Error(400, "two paths are given: '" + *type + "' and '" + key + "'");
     type = &key;
   }
-  if (!type) throw Refusal(400, "the path is missing: its member is named like its type");
+  if (!type) throw Request_Error(400, "the path is missing: its member is named like its type");
   if (type->empty() || type->size() > longest_type || type->find('\0') != std::string::npos) {
-    throw Refusal(422, "a path's type has 1 to 64 bytes, none of them zero");
+    throw Request_Error(422, "a path's type has 1 to 64 bytes, none of them zero");
   }
   return *type;
 }
 
-Answer add_metadata(Store& store, const Request& request) {
+Response add_metadata(Connection& db, const Request& request) {
   no_query(request);
   const Object body = body_object(request);
   const std::string type = type_of(body);
-  Fields fields(body, "");
+  Request_Fields fields(body, "");
   const Metadata entry{fields.text("pool_uuid"),       fields.text("device_uuid"),
                        read_path(fields, type),        type,
                        fields.text_or("grouping", ""), fields.optional_count("size")};
   fields.finish();
 
-  need_pool(store, entry.pool_uuid);
-  switch (record(store, entry)) {
+  need_pool(db, entry.pool_uuid);
+  switch (record(db, entry)) {
     case Recorded::done:
       break;
     case Recorded::no_device:
-      throw Refusal(404, "the pool has no device '" + entry.device_uuid + "'");
+      throw Request_Error(404, "the pool has no device '" + entry.device_uuid + "'");
     case Recorded::other_type:
-      throw Refusal(409, "'" + entry.path + "' is recorded with another type");
+      throw Request_Error(409, "'" + entry.path + "' is recorded with another type");
   }
-  Store::Query row(store,
-                   "SELECT pool_uuid, device_uuid, path, type, grouping_name, size "
-                   "FROM catalog_metadata "
-                   "WHERE pool_uuid = ? AND path = ? AND grouping_name = ? AND device_uuid = ?",
-                   entry.pool_uuid, entry.path, entry.grouping, entry.device_uuid);
+  Statement row(db,
+                "SELECT pool_uuid, device_uuid, path, type, grouping_name, size "
+                "FROM catalog_metadata "
+                "WHERE pool_uuid = ? AND path = ? AND grouping_name = ? AND device_uuid = ?",
+                entry.pool_uuid, entry.path, entry.grouping, entry.device_uuid);
   row.next();
-  return json_answer(metadata_record(row));
+  return json_response(metadata_record(row));
 }
 
-Answer remove_metadata(Store& store, const Request& request) {
+Response remove_metadata(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::string pool = query.needed_text("pool_uuid");
   const std::string path = tidy_path(query.needed_text("path"));
   const std::optional<std::string> grouping = query.text("grouping");
   query.finish();
-  need_pool(store, pool);
-  const int removed = store.execute(
+  need_pool(db, pool);
+  const int removed = db.execute(
       "DELETE FROM catalog_metadata "
       "WHERE pool_uuid = ?1 AND path = ?2 AND (?3 IS NULL OR grouping_name = ?3)",
       pool, path, grouping);
-  return json_answer(Object{{"removed", removed}});
+  return json_response(Object{{"removed", removed}});
 }
 
 }  // namespace
 
-Recorded record(Store& store, const Metadata& entry) {
-  if (!store.has_row("SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid = ?",
-                     entry.device_uuid, entry.pool_uuid)) {
+Recorded record(Connection& db, const Metadata& entry) {
+  if (!db.has_row("SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid = ?",
+                  entry.device_uuid, entry.pool_uuid)) {
     return Recorded::no_device;
   }
-  if (store.has_row("SELECT 1 FROM catalog_metadata WHERE pool_uuid = ? AND path = ? AND type <> ?",
-                    entry.pool_uuid, entry.path, entry.type)) {
+  if (db.has_row("SELECT 1 FROM catalog_metadata WHERE pool_uuid = ? AND path = ? AND type <> ?",
+                 entry.pool_uuid, entry.path, entry.type)) {
     return Recorded::other_type;
   }
-  store.execute(
+  db.execute(
       R"sql(INSERT INTO catalog_metadata (pool_uuid, path, grouping_name, device_uuid, type, size)
             VALUES (?1, ?2, ?3, ?4, ?5, ?6)
             ON CONFLICT (pool_uuid, path, grouping_name, device_uuid) DO UPDATE SET size = ?6)sql",
@@ -131,7 +131,7 @@ Recorded record(Store& store, const Metadata& entry) {
   return Recorded::done;
 }
 
-Object metadata_record(const Store::Query& row) {
+Object metadata_record(const Statement& row) {
   Object out{{"pool_uuid", row.text(0)},
              {"device_uuid", row.text(1)},
              {"path", row.text(2)},
@@ -144,8 +144,8 @@ Object metadata_record(const Store::Query& row) {
 void add_metadata_path(Router& router) {
   const std::string path = "/zq/r/storage/catalog/device/metadata";
   router.add(Method::put, path, Access::read, find_located_devices);
-  router.add(Method::post, path, Access::change, add_metadata);
-  router.add(Method::del, path, Access::change, remove_metadata);
+  router.add(Method::post, path, Access::write, add_metadata);
+  router.add(Method::del, path, Access::write, remove_metadata);
 }
 
 }  // namespace zqpool::service

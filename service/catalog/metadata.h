@@ -23,10 +23,10 @@ enum class Recorded { done, no_device, other_type };
 
 /// Writes the entry, in the place of one for the same pool, path, grouping and device. Writes
 /// nothing when the pool has no such device or the path has another type.
-Recorded record(Store& store, const Metadata& entry);
+Recorded record(Connection& db, const Metadata& entry);
 
 /// A row of pool_uuid, device_uuid, path, type, grouping_name and size as an object.
-Object metadata_record(const Store::Query& row);
+Object metadata_record(const Statement& row);
 
 /// Adds the path /zq/r/storage/catalog/device/metadata.
 void add_metadata_path(Router& router);

@@ -9,7 +9,7 @@ namespace zqpool::service {
 
 namespace {
 
-Object texts_of(const Store::Query& row, std::initializer_list<const char*> columns) {
+Object texts_of(const Statement& row, std::initializer_list<const char*> columns) {
   Object out;
   for (const char* column : columns)
     out.emplace(column, row.text(column));
@@ -18,11 +18,11 @@ Object texts_of(const Store::Query& row, std::initializer_list<const char*> colu
 
 }  // namespace
 
-Object pool_description(const Store::Query& row) {
+Object pool_description(const Statement& row) {
   return texts_of(row, {"uuid", "name", "type", "state", "description", "created"});
 }
 
-Object device_description(const Store::Query& row) {
+Object device_description(const Statement& row) {
   Object out = texts_of(
       row, {"uuid", "pool_uuid", "name", "type", "role", "state", "url", "path_prefix", "created"});
   out.emplace("size", row.integer("size"));
@@ -34,7 +34,7 @@ Object device_description(const Store::Query& row) {
   return out;
 }
 
-Object attributes_of(const Store::Query& row) {
+Object attributes_of(const Statement& row) {
   json_spirit::Value value;
   if (!json_spirit::read(row.text("attributes"), value) || value.type() != json_spirit::obj_type) {
     throw std::runtime_error("the state holds attributes that are no JSON object");
@@ -42,15 +42,15 @@ Object attributes_of(const Store::Query& row) {
   return std::move(value.get_obj());
 }
 
-Object device_record(const Store::Query& row) {
+Object device_record(const Statement& row) {
   Object out = device_description(row);
   out.emplace("free", row.integer("size") - row.integer("used"));
   return out;
 }
 
-void need_pool(Store& store, const std::string& uuid) {
-  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", uuid)) {
-    throw Refusal(404, "there is no pool '" + uuid + "'");
+void need_pool(Connection& db, const std::string& uuid) {
+  if (!db.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", uuid)) {
+    throw Request_Error(404, "there is no pool '" + uuid + "'");
   }
 }
 

@@ -21,16 +21,16 @@ inline const std::string device_columns =
 inline const std::string devices_select = "SELECT " + device_columns + " FROM catalog_device d ";
 
 /// A pool as a scenario describes it, without its attributes.
-Object pool_description(const Store::Query& row);
+Object pool_description(const Statement& row);
 /// A device as a scenario describes it, without its attributes.
-Object device_description(const Store::Query& row);
+Object device_description(const Statement& row);
 /// The attributes of a pool or device.
-Object attributes_of(const Store::Query& row);
+Object attributes_of(const Statement& row);
 
 /// A device as it is answered.
-Object device_record(const Store::Query& row);
+Object device_record(const Statement& row);
 
-/// Throws Refusal (404) when there is no such pool.
-void need_pool(Store& store, const std::string& uuid);
+/// Throws Request_Error (404) when there is no such pool.
+void need_pool(Connection& db, const std::string& uuid);
 
 }  // namespace zqpool::service

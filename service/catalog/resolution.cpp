@@ -22,17 +22,17 @@ namespace {
 // ---- attributes
 
 /// Copies the text members that are there.
-void take_texts(Fields& fields, std::initializer_list<const char*> keys, Object& out) {
+void take_texts(Request_Fields& fields, std::initializer_list<const char*> keys, Object& out) {
   for (const char* key : keys) {
     if (const std::optional<std::string> text = fields.optional_text(key)) out.emplace(key, *text);
   }
 }
 
-std::string read_text(Fields& fields, const std::string& key) {
+std::string read_text(Request_Fields& fields, const std::string& key) {
   return fields.text(key);
 }
 
-std::string read_network_url(Fields& fields, const std::string& network) {
+std::string read_network_url(Request_Fields& fields, const std::string& network) {
   const bool number =
       network == "0" || (network.find_first_not_of("0123456789") == std::string::npos &&
                          !network.empty() && network[0] != '0');
@@ -41,29 +41,29 @@ std::string read_network_url(Fields& fields, const std::string& network) {
 }
 
 /// Copies an object of texts that is there.
-void take_table(Fields& fields, const char* key, Object& out,
-                std::string (*read)(Fields&, const std::string&) = read_text) {
+void take_table(Request_Fields& fields, const char* key, Object& out,
+                std::string (*read)(Request_Fields&, const std::string&) = read_text) {
   const Object* table = fields.optional_object(key);
   if (!table) return;
-  Fields rows(*table, fields.place(key));
+  Request_Fields rows(*table, fields.place(key));
   Object copy;
   for (const auto& [name, value] : *table)
     copy.emplace(name, read(rows, name));
   out.emplace(key, std::move(copy));
 }
 
-std::optional<std::string> read_base64(Fields& fields, const char* key) {
+std::optional<std::string> read_base64(Request_Fields& fields, const char* key) {
   std::optional<std::string> text = fields.optional_text(key);
   Base64_Decoder decoder;
   if (text && !decoder.set(text->data(), text->size())) fields.refuse(key, "is no Base64");
   return text;
 }
 
-void take_base64(Fields& fields, const char* key, Object& out) {
+void take_base64(Request_Fields& fields, const char* key, Object& out) {
   if (const std::optional<std::string> text = read_base64(fields, key)) out.emplace(key, *text);
 }
 
-void refuse_any(Fields& fields, std::initializer_list<const char*> keys, const char* why) {
+void refuse_any(Request_Fields& fields, std::initializer_list<const char*> keys, const char* why) {
   for (const char* key : keys) {
     if (fields.has(key)) fields.refuse(key, why);
   }
@@ -80,7 +80,7 @@ bool is_object_store(const std::string& url) {
 
 /// The secret key as it may be kept and sent: sealed, from the clear text or sealed by who wrote
 /// it.
-void take_secret_key(Fields& fields, const std::string& url, Object& out) {
+void take_secret_key(Request_Fields& fields, const std::string& url, Object& out) {
   std::optional<std::string> sealed = read_base64(fields, "sealed_secret_key");
   if (fields.has("secret_key")) {
     if (sealed) fields.refuse("sealed_secret_key", "does not go with secret_key");
@@ -99,7 +99,7 @@ void take_secret_key(Fields& fields, const std::string& url, Object& out) {
   if (sealed) out.emplace("sealed_secret_key", std::move(*sealed));
 }
 
-void take_object_store(Fields& fields, const std::string& url, Object& out) {
+void take_object_store(Request_Fields& fields, const std::string& url, Object& out) {
   take_texts(fields, {"vendor", "region", "sign_method", "bucket", "access_key"}, out);
   if (fields.flag_or("use_sts", false)) out.emplace("use_sts", true);
   take_secret_key(fields, url, out);
@@ -183,9 +183,9 @@ void let_copies_stand_in(std::vector<Object>& storages) {
   }
 }
 
-Array describe_storages(Store& store, const std::string& pool, const Question& ask) {
+Array describe_storages(Connection& db, const std::string& pool, const Question& ask) {
   std::vector<Object> storages;
-  for (Store::Query row(store, devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid", pool);
+  for (Statement row(db, devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid", pool);
        row.next();) {
     std::optional<Object> storage =
         describe_storage(device_description(row), attributes_of(row), ask);
@@ -200,14 +200,14 @@ Array describe_storages(Store& store, const std::string& pool, const Question& a
   return out;
 }
 
-/// The description of a pool for who asks. Throws Refusal.
-Object describe_pool(Store& store, const std::string& uuid, const Question& ask) {
-  Store::Query row(store, "SELECT " + pool_columns + " FROM catalog_pool p WHERE p.uuid = ?", uuid);
-  if (!row.next()) throw Refusal(404, "there is no pool '" + uuid + "'");
+/// The description of a pool for who asks. Throws Request_Error.
+Object describe_pool(Connection& db, const std::string& uuid, const Question& ask) {
+  Statement row(db, "SELECT " + pool_columns + " FROM catalog_pool p WHERE p.uuid = ?", uuid);
+  if (!row.next()) throw Request_Error(404, "there is no pool '" + uuid + "'");
   Object out = attributes_of(row);
   const std::optional<Value> account = take(out, "account_uuid");
   if (account && ask.account && !same_identifier(*account, *ask.account)) {
-    throw Refusal(403, "pool '" + uuid + "' belongs to another account");
+    throw Request_Error(403, "pool '" + uuid + "' belongs to another account");
   }
   if (const std::optional<Value> addresses = take(out, "source_addresses");
       addresses && ask.agent) {
@@ -219,9 +219,10 @@ Object describe_pool(Store& store, const std::string& uuid, const Question& ask)
   for (auto& [key, value] : pool_description(row)) {
     if (key == "uuid" || key == "name" || key == "type" || key == "state") out.emplace(key, value);
   }
-  Array storages = describe_storages(store, uuid, ask);
+  Array storages = describe_storages(db, uuid, ask);
   if (storages.empty() && ask.server) {
-    throw Refusal(404, "server '" + *ask.server + "' serves no storage of pool '" + uuid + "'");
+    throw Request_Error(404,
+                        "server '" + *ask.server + "' serves no storage of pool '" + uuid + "'");
   }
   out.emplace("storages", std::move(storages));
   return out;
@@ -234,7 +235,7 @@ std::optional<std::string> said(Query_Fields& query, const char* name) {
   return text;
 }
 
-Answer get_pool(Store& store, const Request& request) {
+Response get_pool(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::string uuid = query.needed_text("uuid");
   Question ask;
@@ -247,44 +248,43 @@ Answer get_pool(Store& store, const Request& request) {
   const std::string restore = query.text("restore_setting").value_or("0");
   query.finish();
   if (restore != "0" && restore != "1") {
-    throw Refusal(400, "query field 'restore_setting' must be 0 or 1");
+    throw Request_Error(400, "query field 'restore_setting' must be 0 or 1");
   }
   ask.to_restore = restore == "1";
-  return json_answer(describe_pool(store, uuid, ask));
+  return json_response(describe_pool(db, uuid, ask));
 }
 
 // ---- replicas
 
-/// The pool behind a replica. Throws Refusal.
-Object describe_replica(Store& store, const Object& parameters) {
-  Fields fields(parameters, "params");
+/// The pool behind a replica. Throws Request_Error.
+Object describe_replica(Connection& db, const Object& parameters) {
+  Request_Fields fields(parameters, "params");
   const std::string uuid = fields.text("uuid");
   fields.finish();
-  Store::Query row(store, "SELECT pool_uuid FROM pool_replica WHERE uuid = ?", uuid);
-  if (!row.next()) throw Refusal(404, "there is no replica '" + uuid + "'");
-  return describe_pool(store, row.text(0), {});
+  Statement row(db, "SELECT pool_uuid FROM pool_replica WHERE uuid = ?", uuid);
+  if (!row.next()) throw Request_Error(404, "there is no replica '" + uuid + "'");
+  return describe_pool(db, row.text(0), {});
 }
 
-void clear_replicas(Store& store) {
-  store.execute("DELETE FROM pool_replica");
+void clear_replicas(Connection& db) {
+  db.execute("DELETE FROM pool_replica");
 }
 
-void load_replica(Store& store, Fields& fields) {
+void load_replica(Connection& db, Request_Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
   const std::string pool = fields.uuid("pool_uuid");
-  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", pool)) {
+  if (!db.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", pool)) {
     fields.refuse("pool_uuid", "there is no pool '" + pool + "'");
   }
-  store.execute(
+  db.execute(
       "INSERT INTO pool_replica (uuid, pool_uuid) VALUES (?1, ?2) "
       "ON CONFLICT (uuid) DO UPDATE SET uuid = ?1, pool_uuid = ?2",
       uuid, pool);
 }
 
-Array dump_replicas(Store& store) {
+Array dump_replicas(Connection& db) {
   Array out;
-  for (Store::Query row(store, "SELECT uuid, pool_uuid FROM pool_replica ORDER BY uuid");
-       row.next();) {
+  for (Statement row(db, "SELECT uuid, pool_uuid FROM pool_replica ORDER BY uuid"); row.next();) {
     out.emplace_back(Object{{"uuid", row.text(0)}, {"pool_uuid", row.text(1)}});
   }
   return out;
@@ -296,19 +296,19 @@ constexpr int invalid_request = -32600;
 constexpr int method_not_found = -32601;
 constexpr int invalid_params = -32602;
 
-Answer rpc_answer(Value id, const char* key, Value value) {
-  return json_answer(Object{{"jsonrpc", "2.0"}, {"id", std::move(id)}, {key, std::move(value)}});
+Response rpc_answer(Value id, const char* key, Value value) {
+  return json_response(Object{{"jsonrpc", "2.0"}, {"id", std::move(id)}, {key, std::move(value)}});
 }
 
-Answer rpc_error(Value id, int code, const std::string& message) {
+Response rpc_error(Value id, int code, const std::string& message) {
   return rpc_answer(std::move(id), "error",
                     Object{{"code", code}, {"message", printable(message)}});
 }
 
-Answer call_method(Store& store, const Request& request) {
+Response call_method(Connection& db, const Request& request) {
   no_query(request);
   const Object body = body_object(request);
-  Fields fields(body, "");
+  Request_Fields fields(body, "");
   Value id;
   std::string method;
   Object parameters;
@@ -324,25 +324,24 @@ Answer call_method(Store& store, const Request& request) {
     method = fields.text("method");
     if (const Object* named = fields.optional_object("params")) parameters = *named;
     fields.finish();
-  } catch (const Refusal& refusal) {
-    return rpc_error(std::move(id), invalid_request, refusal.what());
+  } catch (const Request_Error& error) {
+    return rpc_error(std::move(id), invalid_request, error.what());
   }
   if (method != "pool.replicate.endpoint.query") {
     return rpc_error(std::move(id), method_not_found, "there is no method '" + method + "'");
   }
   try {
-    return rpc_answer(id, "result", describe_replica(store, parameters));
-  } catch (const Refusal& refusal) {
-    const bool unreadable = refusal.status() == 400 || refusal.status() == 422;
-    return rpc_error(std::move(id),
-                     unreadable ? invalid_params : -static_cast<int>(refusal.status()),
-                     refusal.what());
+    return rpc_answer(id, "result", describe_replica(db, parameters));
+  } catch (const Request_Error& error) {
+    const bool unreadable = error.status() == 400 || error.status() == 422;
+    return rpc_error(std::move(id), unreadable ? invalid_params : -static_cast<int>(error.status()),
+                     error.what());
   }
 }
 
 }  // namespace
 
-Object read_pool_attributes(Fields& fields) {
+Object read_pool_attributes(Request_Fields& fields) {
   Object out;
   take_base64(fields, "key", out);
   take_base64(fields, "iv", out);
@@ -360,7 +359,7 @@ Object read_pool_attributes(Fields& fields) {
   return out;
 }
 
-Object read_storage_attributes(Fields& fields, const std::string& url) {
+Object read_storage_attributes(Request_Fields& fields, const std::string& url) {
   Object out;
   if (const std::optional<std::int64_t> node = fields.optional_count("node_id")) {
     if (*node > std::numeric_limits<std::uint32_t>::max()) {

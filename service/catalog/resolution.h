@@ -13,11 +13,11 @@ namespace zqpool::service {
 // know.
 
 /// What a pool's scenario entry says of that: keys and cipher of its data, and who may ask.
-Object read_pool_attributes(Fields& fields);
+Object read_pool_attributes(Request_Fields& fields);
 
 /// What a device's entry says: node, attached hosts, and what its kind of URL asks for. The secret
 /// key of an object store is sealed, for this URL, by the process's shared secret.
-Object read_storage_attributes(Fields& fields, const std::string& url);
+Object read_storage_attributes(Request_Fields& fields, const std::string& url);
 
 /// Adds the paths /zq/r/storages/pool and /zq/jr, and the scenario section "replicas".
 void add_resolution(Router& router, Scenario& scenario);

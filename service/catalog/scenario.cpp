@@ -15,16 +15,16 @@ namespace {
 
 // ---- pools
 
-void clear_pools(Store& store) {
-  store.execute("DELETE FROM catalog_pool");
+void clear_pools(Connection& db) {
+  db.execute("DELETE FROM catalog_pool");
 }
 
-void load_pool(Store& store, Fields& fields) {
+void load_pool(Connection& db, Request_Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
   const std::string name = fields.text("name");
-  Store::Query other(store, "SELECT 1 FROM catalog_pool WHERE name = ? AND uuid <> ?", name, uuid);
+  Statement other(db, "SELECT 1 FROM catalog_pool WHERE name = ? AND uuid <> ?", name, uuid);
   if (other.next()) fields.refuse("name", "another pool is called '" + name + "'");
-  store.execute(
+  db.execute(
       R"sql(INSERT INTO catalog_pool (uuid, name, type, state, description, created, attributes)
             VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7)
             ON CONFLICT (uuid) DO UPDATE SET uuid = ?1, name = ?2, type = ?3, state = ?4,
@@ -37,9 +37,9 @@ void load_pool(Store& store, Fields& fields) {
       json_spirit::write(read_pool_attributes(fields)));
 }
 
-Array dump_pools(Store& store) {
+Array dump_pools(Connection& db) {
   Array out;
-  for (Store::Query row(store, "SELECT " + pool_columns + " FROM catalog_pool p ORDER BY p.uuid");
+  for (Statement row(db, "SELECT " + pool_columns + " FROM catalog_pool p ORDER BY p.uuid");
        row.next();) {
     Object entry = pool_description(row);
     entry.merge(attributes_of(row));
@@ -50,22 +50,22 @@ Array dump_pools(Store& store) {
 
 // ---- devices
 
-void clear_devices(Store& store) {
-  store.execute("DELETE FROM catalog_device");
+void clear_devices(Connection& db) {
+  db.execute("DELETE FROM catalog_device");
 }
 
-void load_device(Store& store, Fields& fields) {
+void load_device(Connection& db, Request_Fields& fields) {
   const std::string uuid = fields.uuid("uuid");
   const std::string pool = fields.uuid("pool_uuid");
-  if (!store.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", pool)) {
+  if (!db.has_row("SELECT 1 FROM catalog_pool WHERE uuid = ?", pool)) {
     fields.refuse("pool_uuid", "there is no pool '" + pool + "'");
   }
-  if (store.has_row("SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid <> ?", uuid, pool)) {
+  if (db.has_row("SELECT 1 FROM catalog_device WHERE uuid = ? AND pool_uuid <> ?", uuid, pool)) {
     fields.refuse("pool_uuid", "the device belongs to another pool");
   }
   const std::string url = read_url(fields, "url");
-  if (store.has_row("SELECT 1 FROM catalog_device WHERE pool_uuid = ? AND url = ? AND uuid <> ?",
-                    pool, url, uuid)) {
+  if (db.has_row("SELECT 1 FROM catalog_device WHERE pool_uuid = ? AND url = ? AND uuid <> ?", pool,
+                 url, uuid)) {
     fields.refuse("url", "another device of the pool has it");
   }
   const std::int64_t size = fields.count("size");
@@ -75,12 +75,12 @@ void load_device(Store& store, Fields& fields) {
   std::optional<std::string> host_id;
   std::optional<std::string> sysname;
   if (const Object* bound = fields.optional_object("bound_host")) {
-    Fields host(*bound, fields.place("bound_host"));
+    Request_Fields host(*bound, fields.place("bound_host"));
     host_id = host.text("host_id");
     sysname = host.text("sysname");
     host.finish();
   }
-  store.execute(
+  db.execute(
       R"sql(INSERT INTO catalog_device (uuid, pool_uuid, name, type, role, state, url, path_prefix,
               size, used, bound_host_id, bound_sysname, created, attributes)
             VALUES (?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14)
@@ -94,9 +94,9 @@ void load_device(Store& store, Fields& fields) {
       sysname, read_created(fields), json_spirit::write(read_storage_attributes(fields, url)));
 }
 
-Array dump_devices(Store& store) {
+Array dump_devices(Connection& db) {
   Array out;
-  for (Store::Query row(store, devices_select + "ORDER BY d.uuid"); row.next();) {
+  for (Statement row(db, devices_select + "ORDER BY d.uuid"); row.next();) {
     Object entry = device_description(row);
     entry.merge(attributes_of(row));
     out.emplace_back(std::move(entry));
@@ -106,16 +106,16 @@ Array dump_devices(Store& store) {
 
 // ---- metadata
 
-void clear_metadata(Store& store) {
-  store.execute("DELETE FROM catalog_metadata");
+void clear_metadata(Connection& db) {
+  db.execute("DELETE FROM catalog_metadata");
 }
 
-void load_metadata(Store& store, Fields& fields) {
+void load_metadata(Connection& db, Request_Fields& fields) {
   const Metadata entry{
       fields.uuid("pool_uuid"),       fields.uuid("device_uuid"),
       read_path(fields, "path"),      fields.has("type") ? fields.text("type") : "file",
       fields.text_or("grouping", ""), fields.optional_count("size")};
-  switch (record(store, entry)) {
+  switch (record(db, entry)) {
     case Recorded::done:
       return;
     case Recorded::no_device:
@@ -134,12 +134,12 @@ std::string identity_of_metadata(const Object& entry) {
          lower_case(json_spirit::object_get_str_or_throw(entry, "device_uuid"));
 }
 
-Array dump_metadata(Store& store) {
+Array dump_metadata(Connection& db) {
   Array out;
-  for (Store::Query row(store,
-                        "SELECT pool_uuid, device_uuid, path, type, grouping_name, size "
-                        "FROM catalog_metadata ORDER BY pool_uuid, path, grouping_name, "
-                        "device_uuid");
+  for (Statement row(db,
+                     "SELECT pool_uuid, device_uuid, path, type, grouping_name, size "
+                     "FROM catalog_metadata ORDER BY pool_uuid, path, grouping_name, "
+                     "device_uuid");
        row.next();) {
     out.emplace_back(metadata_record(row));
   }

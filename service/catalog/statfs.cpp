@@ -26,26 +26,26 @@ std::int64_t bytes_of(std::uint64_t blocks, std::uint64_t block_size) {
              : count_of(bytes);
 }
 
-Answer statfs(Store& store, const Request& request) {
+Response statfs(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::string uri = tidy_path(query.needed_text("uri"));
   query.finish();
-  if (uri != "/zq/data") throw Refusal(404, "there is no data root '" + uri + "'");
+  if (uri != "/zq/data") throw Request_Error(404, "there is no data root '" + uri + "'");
   struct statvfs figures {};
-  if (::statvfs(store.database().getFilename().c_str(), &figures) != 0) {
+  if (::statvfs(db.database().getFilename().c_str(), &figures) != 0) {
     throw std::system_error(errno, std::generic_category(), "statvfs");
   }
   const std::int64_t size = bytes_of(figures.f_blocks, figures.f_frsize);
   const std::int64_t free = bytes_of(figures.f_bfree, figures.f_frsize);
-  return json_answer(Object{{"uri", uri},
-                            {"size", size},
-                            {"used", size - free},
-                            {"free", free},
-                            {"available", bytes_of(figures.f_bavail, figures.f_frsize)},
-                            {"block_size", count_of(figures.f_frsize)},
-                            {"files", count_of(figures.f_files)},
-                            {"files_free", count_of(figures.f_ffree)},
-                            {"read_only", (figures.f_flag & ST_RDONLY) != 0}});
+  return json_response(Object{{"uri", uri},
+                              {"size", size},
+                              {"used", size - free},
+                              {"free", free},
+                              {"available", bytes_of(figures.f_bavail, figures.f_frsize)},
+                              {"block_size", count_of(figures.f_frsize)},
+                              {"files", count_of(figures.f_files)},
+                              {"files_free", count_of(figures.f_ffree)},
+                              {"read_only", (figures.f_flag & ST_RDONLY) != 0}});
 }
 
 }  // namespace

@@ -18,38 +18,38 @@ struct Filesystem {
   bool mounted = false;
 };
 
-/// The functions throw Refusal with a text for the client.
+/// The functions throw Request_Error with a text for the client.
 
 /// 404 when there is none.
-Filesystem need_filesystem(Store& store, const std::string& pool, const std::string& name);
-std::optional<Filesystem> find_filesystem(Store& store, const std::string& pool,
+Filesystem need_filesystem(Connection& db, const std::string& pool, const std::string& name);
+std::optional<Filesystem> find_filesystem(Connection& db, const std::string& pool,
                                           const std::string& name);
 
 /// Absent when it was deleted before, so that what ends with a filesystem has ended; 404 when there
 /// never was one.
-std::optional<Filesystem> find_undeleted_filesystem(Store& store, const std::string& pool,
+std::optional<Filesystem> find_undeleted_filesystem(Connection& db, const std::string& pool,
                                                     const std::string& name);
 
 /// The name of a new filesystem: 1 to 255 bytes that paths and queries carry as they are.
-std::string read_filesystem_name(Fields& fields, const std::string& key);
+std::string read_filesystem_name(Request_Fields& fields, const std::string& key);
 /// A mount point: an absolute path, tidy.
-std::string read_mount_point(Fields& fields, const std::string& key);
+std::string read_mount_point(Request_Fields& fields, const std::string& key);
 
 /// Makes an empty filesystem, or one with the content of a snapshot. One that is to be mounted
 /// needs a mount point.
-Filesystem make_filesystem(Store& store, const Volume& wanted,
+Filesystem make_filesystem(Connection& db, const Volume& wanted,
                            const std::optional<Snapshot>& origin,
                            const std::optional<std::string>& mount_point, bool mounted);
 /// Gives it this mount point: 409 when another one has it.
-void set_mount_point(Store& store, const Filesystem& filesystem, const std::string& mount_point);
-void set_mounted(Store& store, const Filesystem& filesystem, bool mounted);
+void set_mount_point(Connection& db, const Filesystem& filesystem, const std::string& mount_point);
+void set_mounted(Connection& db, const Filesystem& filesystem, bool mounted);
 
 /// The description of a filesystem.
-Object filesystem_record(Store& store, const Filesystem& filesystem);
+Object filesystem_record(Connection& db, const Filesystem& filesystem);
 
 /// Adds the paths /zq/r/scsipool/fs, /fs/mount and /fs/snapshot, the scenario sections
 /// "image_pools" and "filesystems", and the check of filesystems.
-void add_filesystems(Families& families);
+void add_filesystems(Resources& resources);
 
 // Parts of it.
 void add_filesystem_mount_path(Router& router);

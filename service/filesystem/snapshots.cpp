@@ -21,7 +21,7 @@ Object snapshot_record(const Volume& filesystem, const Snapshot& snapshot,
 }
 
 /// The names of a body, each once.
-std::vector<std::string> read_names(Fields& fields) {
+std::vector<std::string> read_names(Request_Fields& fields) {
   const Array* names = fields.optional_array("names");
   if (!names) fields.refuse("names", "is missing", 400);
   if (names->empty()) fields.refuse("names", "must not be empty");
@@ -37,11 +37,11 @@ std::vector<std::string> read_names(Fields& fields) {
 }
 
 /// All of them or none, each of one moment.
-Answer create_snapshots(Store& store, const Request& request) {
+Response create_snapshots(Connection& db, const Request& request) {
   no_query(request);
   const Object body = body_object(request);
-  Fields fields(body, "");
-  const Volume_Pool pool = need_volume_pool(store, fields.text("pool_id"), Access::change);
+  Request_Fields fields(body, "");
+  const Volume_Pool pool = need_volume_pool(db, fields.text("pool_id"), Access::write);
   const std::vector<std::string> names = read_names(fields);
   Snapshot wanted;
   wanted.recyclable = fields.flag("recycle");
@@ -49,61 +49,61 @@ Answer create_snapshots(Store& store, const Request& request) {
   fields.finish();
   Array out;
   for (const std::string& name : names) {
-    const Volume filesystem = need_volume(store, pool.uuid, kind, name);
+    const Volume filesystem = need_volume(db, pool.uuid, kind, name);
     wanted.id = random_uuid();
-    create_snapshot(store, filesystem, wanted);
+    create_snapshot(db, filesystem, wanted);
     out.emplace_back(Object{{"name", name}, {"snapshot_id", wanted.id}});
   }
-  return json_answer(std::move(out), 201);
+  return json_response(std::move(out), 201);
 }
 
-Answer get_snapshots(Store& store, const Request& request) {
+Response get_snapshots(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const Volume_Pool pool = need_volume_pool(store, query.needed_text("pool_id"), Access::read);
+  const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> id = query.text("snapshot_id");
   const std::optional<std::string> name = query.text("name");
   query.finish();
-  if (id && name) throw Refusal(400, "give one of the query fields 'snapshot_id' and 'name'");
+  if (id && name) throw Request_Error(400, "give one of the query fields 'snapshot_id' and 'name'");
 
   Array out;
   const auto add_all_of = [&](const Volume& filesystem) {
-    const Chain_Sizes sizes = Block_Map(store, filesystem.number).sizes();
-    for (const Snapshot& snapshot : snapshots_of(store, filesystem))
+    const Chain_Sizes sizes = Extent_Map(db, filesystem.number).sizes();
+    for (const Snapshot& snapshot : snapshots_of(db, filesystem))
       out.emplace_back(snapshot_record(filesystem, snapshot, sizes));
   };
   if (id) {
-    const Snapshot snapshot = need_snapshot(store, pool.uuid, kind, lower_case(*id));
-    const Volume filesystem = volume_by_number(store, snapshot.volume);
+    const Snapshot snapshot = need_snapshot(db, pool.uuid, kind, lower_case(*id));
+    const Volume filesystem = volume_by_number(db, snapshot.volume);
     out.emplace_back(
-        snapshot_record(filesystem, snapshot, Block_Map(store, filesystem.number).sizes()));
+        snapshot_record(filesystem, snapshot, Extent_Map(db, filesystem.number).sizes()));
   } else if (name) {
-    add_all_of(need_volume(store, pool.uuid, kind, *name));
+    add_all_of(need_volume(db, pool.uuid, kind, *name));
   } else {
-    for (const Volume& filesystem : volumes_of(store, pool.uuid, kind))
+    for (const Volume& filesystem : volumes_of(db, pool.uuid, kind))
       add_all_of(filesystem);
   }
-  return json_answer(std::move(out));
+  return json_response(std::move(out));
 }
 
-Answer delete_snapshot_of_filesystem(Store& store, const Request& request) {
+Response delete_snapshot_of_filesystem(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const Volume_Pool pool = need_volume_pool(store, query.needed_text("pool_id"), Access::change);
+  const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string id = lower_case(query.needed_text("snapshot_id"));
   const bool delete_empty = query.flag_or("delete_empty_fs", false);
   query.finish();
-  if (!was_snapshot_deleted(store, pool.uuid, kind, id)) {
-    delete_snapshot(store, need_snapshot(store, pool.uuid, kind, id), delete_empty);
+  if (!was_snapshot_deleted(db, pool.uuid, kind, id)) {
+    delete_snapshot(db, need_snapshot(db, pool.uuid, kind, id), delete_empty);
   }
-  return json_answer(Object{{"snapshot_id", id}});
+  return json_response(Object{{"snapshot_id", id}});
 }
 
 }  // namespace
 
 void add_filesystem_snapshot_path(Router& router) {
   const std::string path = "/zq/r/scsipool/fs/snapshot";
-  router.add(Method::post, path, Access::change, create_snapshots);
+  router.add(Method::post, path, Access::write, create_snapshots);
   router.add(Method::get, path, Access::read, get_snapshots);
-  router.add(Method::del, path, Access::change, delete_snapshot_of_filesystem);
+  router.add(Method::del, path, Access::write, delete_snapshot_of_filesystem);
 }
 
 }  // namespace zqpool::service

@@ -150,7 +150,7 @@ bool has_bare_line_feed(beast::string_view text) {
 }
 
 template <typename Stream>
-class Http_Connection final : public Connection,
+class Http_Connection final : public Client_Connection,
                               public std::enable_shared_from_this<Http_Connection<Stream>> {
  public:
   template <typename... Args>
@@ -272,9 +272,9 @@ class Http_Connection final : public Connection,
     const auto& header = parser_->get();
     keep_alive_ = parser_->keep_alive();
     if (header.version() >= 11 && header.count(http::field::host) != 1) {
-      answer_and_close(error_answer(400, "one Host header is needed"));
+      answer_and_close(error_response(400, "one Host header is needed"));
     } else if (!has_known_framing(header, header.version())) {
-      answer_and_close(error_answer(400, "the only transfer coding is one chunked"));
+      answer_and_close(error_response(400, "the only transfer coding is one chunked"));
     } else {
       plan_ = context_.dispatcher.plan(request_);
       if (parser_->is_done()) {
@@ -364,7 +364,7 @@ class Http_Connection final : public Connection,
   void refuse_to_read(const error_code& error) {
     const unsigned status = status_of(error);
     if (status != 0) {
-      answer_and_close(error_answer(status, "the request cannot be read: " + error.message()));
+      answer_and_close(error_response(status, "the request cannot be read: " + error.message()));
     } else if (error == beast::error::timeout) {
       finish("the request took too long to come");
     } else {
@@ -410,13 +410,13 @@ class Http_Connection final : public Connection,
   Outcome safely(Action action) {
     try {
       Outcome outcome = action(*this);
-      Answer* const answer = std::get_if<Answer>(&outcome);
+      Response* const answer = std::get_if<Response>(&outcome);
       if (answer && plan_.fault && plan_.fault->kind == Fault_Kind::wrong_type) {
         type_changed_ = change_type(*plan_.fault, *answer);
       }
       return outcome;
     } catch (const std::bad_alloc&) {
-      return Answer{
+      return Response{
           503, R"({"error":{"code":503,"message":"the service is short of memory"}})", {}};
     }
   }
@@ -430,9 +430,9 @@ class Http_Connection final : public Connection,
       });
       return;
     }
-    Answer answer = std::get<Answer>(std::move(outcome));
+    Response answer = std::get<Response>(std::move(outcome));
     if (plan_.fault && plan_.fault->delay_ms > 0 && plan_.fault->delay_after_commit) {
-      auto kept = std::make_shared<Answer>(std::move(answer));
+      auto kept = std::make_shared<Response>(std::move(answer));
       wait(plan_.fault->delay_ms,
            [kept](Http_Connection& self) { self.deliver(std::move(*kept)); });
     } else {
@@ -460,13 +460,13 @@ class Http_Connection final : public Connection,
     record_.fault = fault_name(plan_.fault->kind);
   }
 
-  void answer_and_close(Answer answer) {
+  void answer_and_close(Response answer) {
     keep_alive_ = false;
     plan_.fault = nullptr;
     deliver(std::move(answer));
   }
 
-  void deliver(Answer answer) {
+  void deliver(Response answer) {
     if (context_.stopping || context_.crowded) keep_alive_ = false;
     record_.status = answer.status;
     ++context_.dispatcher.statistics().requests;
@@ -532,11 +532,11 @@ class Http_Connection final : public Connection,
     }
   }
 
-  bool has_body(const Answer& answer) const {
+  bool has_body(const Response& answer) const {
     return request_.method != Method::head && answer.status != 204 && answer.status != 304;
   }
 
-  std::string head(const Answer& answer, std::uint64_t length) {
+  std::string head(const Response& answer, std::uint64_t length) {
     const auto status = static_cast<http::status>(answer.status);
     std::string out = "HTTP/1.1 " + std::to_string(answer.status) + ' ' +
                       string_of(http::obsolete_reason(status)) +
@@ -556,7 +556,7 @@ class Http_Connection final : public Connection,
     return out + "\r\n";
   }
 
-  void send(Answer& answer, std::uint64_t length) {
+  void send(Response& answer, std::uint64_t length) {
     out_ = head(answer, length);
     body_ = has_body(answer) ? std::move(answer.body) : std::string();
     write({net::buffer(out_), net::buffer(body_)}, &Http_Connection::on_answered);
@@ -706,16 +706,16 @@ std::string peer_of(const tcp::socket& socket) {
 
 }  // namespace
 
-std::shared_ptr<Connection> make_connection(tcp::socket socket, Connection_Context& context,
-                                            std::function<void()> ended) {
+std::shared_ptr<Client_Connection> make_connection(tcp::socket socket, Connection_Context& context,
+                                                   std::function<void()> ended) {
   const std::string peer = peer_of(socket);
   return std::make_shared<Http_Connection<Transport>>(context, std::move(ended), peer,
                                                       std::move(socket));
 }
 
-std::shared_ptr<Connection> make_tls_connection(tcp::socket socket, net::ssl::context& tls,
-                                                Connection_Context& context,
-                                                std::function<void()> ended) {
+std::shared_ptr<Client_Connection> make_tls_connection(tcp::socket socket, net::ssl::context& tls,
+                                                       Connection_Context& context,
+                                                       std::function<void()> ended) {
   const std::string peer = peer_of(socket);
   return std::make_shared<Http_Connection<Tls_Stream>>(context, std::move(ended), peer,
                                                        std::move(socket), tls);

@@ -25,9 +25,9 @@ struct Connection_Context {
 };
 
 /// One client's connection. It keeps itself alive while it has something to do.
-class Connection {
+class Client_Connection {
  public:
-  virtual ~Connection() = default;
+  virtual ~Client_Connection() = default;
   virtual void start() = 0;
   /// Closes the connection unless a request is being read, carried out or answered; that one still
   /// gets its answer. Any thread.
@@ -35,12 +35,12 @@ class Connection {
 };
 
 /// `ended` is called once, from any thread, when the connection is gone.
-std::shared_ptr<Connection> make_connection(boost::asio::ip::tcp::socket socket,
-                                            Connection_Context& context,
-                                            std::function<void()> ended);
-std::shared_ptr<Connection> make_tls_connection(boost::asio::ip::tcp::socket socket,
-                                                boost::asio::ssl::context& tls,
-                                                Connection_Context& context,
-                                                std::function<void()> ended);
+std::shared_ptr<Client_Connection> make_connection(boost::asio::ip::tcp::socket socket,
+                                                   Connection_Context& context,
+                                                   std::function<void()> ended);
+std::shared_ptr<Client_Connection> make_tls_connection(boost::asio::ip::tcp::socket socket,
+                                                       boost::asio::ssl::context& tls,
+                                                       Connection_Context& context,
+                                                       std::function<void()> ended);
 
 }  // namespace zqpool::service

@@ -185,7 +185,7 @@ class Server::Implementation {
     auto ended = [this, id] {
       if (!finished_) net::post(strand_, [this, id] { forget(id); });
     };
-    const std::shared_ptr<Connection> connection =
+    const std::shared_ptr<Client_Connection> connection =
         tls ? make_tls_connection(std::move(socket), *tls_, context_, ended)
             : make_connection(std::move(socket), context_, ended);
     connections_.emplace(id, connection);
@@ -246,7 +246,7 @@ class Server::Implementation {
   Access_Log& log_;
   std::optional<net::ssl::context> tls_;
   // Connections live in handlers that io_ holds; what they use when they end comes before it.
-  std::map<std::uint64_t, std::weak_ptr<Connection>> connections_;
+  std::map<std::uint64_t, std::weak_ptr<Client_Connection>> connections_;
   std::uint64_t last_id_ = 0;
   std::atomic<bool> finished_{false};
   net::thread_pool workers_;

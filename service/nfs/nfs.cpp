@@ -67,13 +67,13 @@ std::int64_t Kept_Record::milliseconds_to_go() const {
 
 // ---- reading
 
-std::string read_absolute(Fields& fields, const std::string& key) {
+std::string read_absolute(Request_Fields& fields, const std::string& key) {
   std::string path = read_path(fields, key);
   if (path.front() != '/') fields.refuse(key, "must be an absolute path");
   return path;
 }
 
-std::string read_clients(Fields& fields) {
+std::string read_clients(Request_Fields& fields) {
   const Array* clients = fields.optional_array("clients");
   if (!clients) fields.refuse("clients", "is missing", 400);
   if (clients->empty()) fields.refuse("clients", "must not be empty");
@@ -93,7 +93,8 @@ std::string read_clients(Fields& fields) {
 }
 
 /// A word that may be empty: then it is the service's choice.
-std::string read_word(Fields& fields, const std::string& key, const std::string& otherwise) {
+std::string read_word(Request_Fields& fields, const std::string& key,
+                      const std::string& otherwise) {
   std::string word = fields.needed_text(key);
   if (word.empty()) return otherwise;
   const bool good = word.size() <= 32 && std::all_of(word.begin(), word.end(), [](char c) {
@@ -104,8 +105,8 @@ std::string read_word(Fields& fields, const std::string& key, const std::string&
   return word;
 }
 
-/// Everything but "state". Throws Refusal with the place.
-Export_Record read_record(Store& store, Fields& fields) {
+/// Everything but "state". Throws Request_Error with the place.
+Export_Record read_record(Connection& db, Request_Fields& fields) {
   Export_Record out;
   out.uuid = lower_case(fields.uuid("uuid"));
   out.fsal = read_word(fields, "fsal", "VFS");
@@ -120,7 +121,7 @@ Export_Record read_record(Store& store, Fields& fields) {
   if (fields.has("pool_uuid")) {
     if (fields.has("path")) fields.refuse("path", "stands beside pool_uuid");
     const std::string pool = fields.text("pool_uuid");
-    Store::Query row(store, "SELECT uuid, name, state FROM catalog_pool WHERE uuid = ?", pool);
+    Statement row(db, "SELECT uuid, name, state FROM catalog_pool WHERE uuid = ?", pool);
     if (!row.next()) fields.refuse("pool_uuid", "there is no pool '" + pool + "'", 404);
     if (row.text(2) == "offline") fields.refuse("pool_uuid", "the pool is offline", 409);
     out.pool = row.text(0);
@@ -141,7 +142,7 @@ Export_Record read_record(Store& store, Fields& fields) {
 
 // ---- the state
 
-Kept_Record read_row(const Store::Query& row) {
+Kept_Record read_row(const Statement& row) {
   Kept_Record out;
   out.record = {row.text(0), row.text(1), row.text(2), row.text(3), row.text(4),
                 row.text(5), row.text(6), {},          {},          row.text(9)};
@@ -158,28 +159,28 @@ const std::string records_select =
 const std::string record_by_uuid = records_select + "WHERE uuid = ?";
 const std::string records_all = records_select + "ORDER BY uuid";
 
-std::optional<Kept_Record> find_record(Store& store, const std::string& uuid) {
-  Store::Query row(store, record_by_uuid, uuid);
+std::optional<Kept_Record> find_record(Connection& db, const std::string& uuid) {
+  Statement row(db, record_by_uuid, uuid);
   if (!row.next()) return std::nullopt;
   return read_row(row);
 }
 
-Kept_Record need_record(Store& store, const std::string& uuid) {
-  std::optional<Kept_Record> out = find_record(store, uuid);
-  if (!out) throw Refusal(404, "there is no NFS record '" + uuid + "'");
+Kept_Record need_record(Connection& db, const std::string& uuid) {
+  std::optional<Kept_Record> out = find_record(db, uuid);
+  if (!out) throw Request_Error(404, "there is no NFS record '" + uuid + "'");
   return *std::move(out);
 }
 
 /// Writes the record in the place of one with its UUID. 409 when another has its pseudo path.
-void keep(Store& store, const Export_Record& record, std::int64_t final_at) {
-  Store::Query other(store,
-                     "SELECT uuid FROM nfs_export WHERE pseudo = ? AND uuid <> ? AND withdrawn = 0",
-                     record.pseudo, record.uuid);
+void keep(Connection& db, const Export_Record& record, std::int64_t final_at) {
+  Statement other(db,
+                  "SELECT uuid FROM nfs_export WHERE pseudo = ? AND uuid <> ? AND withdrawn = 0",
+                  record.pseudo, record.uuid);
   if (other.next()) {
-    throw Refusal(
+    throw Request_Error(
         409, "pseudo path '" + record.pseudo + "' is that of NFS record '" + other.text(0) + '\'');
   }
-  store.execute(
+  db.execute(
       "INSERT OR REPLACE INTO nfs_export (uuid, pseudo, fsal, squash, protocols, access_type, "
       "clients, path, pool, sub_dir, withdrawn, final_at) "
       "VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, 0, ?)",
@@ -212,36 +213,36 @@ Object described(const Kept_Record& kept) {
 /// the request is ready to wait: seconds, a negative number for as long as it takes.
 Outcome answer_in_time(const Kept_Record& kept, unsigned status, std::optional<std::int64_t> sync) {
   const std::int64_t to_go = kept.milliseconds_to_go();
-  if (sync.value_or(0) == 0 || to_go == 0) return json_answer(described(kept), status);
+  if (sync.value_or(0) == 0 || to_go == 0) return json_response(described(kept), status);
   constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 1000;
   const std::int64_t patience = *sync < 0 || *sync > most ? to_go : *sync * 1000;
   const std::string uuid = kept.record.uuid;
   return Deferred{std::chrono::milliseconds(std::min(to_go, patience)), Access::read,
-                  [uuid, status](Store& store, const Request&) {
-                    const Kept_Record now = need_record(store, uuid);
+                  [uuid, status](Connection& db, const Request&) {
+                    const Kept_Record now = need_record(db, uuid);
                     if (now.milliseconds_to_go() > 0) {
-                      throw Refusal(503, "NFS record '" + uuid + "' is still " + now.state());
+                      throw Request_Error(503, "NFS record '" + uuid + "' is still " + now.state());
                     }
-                    return json_answer(described(now), status);
+                    return json_response(described(now), status);
                   }};
 }
 
-Answer get_records(Store& store, const Request& request) {
+Response get_records(Connection& db, const Request& request) {
   Query_Fields query(request);
   const std::optional<std::string> uuid = query.text("uuid");
   query.finish();
   Array out;
   if (uuid) {
-    const Kept_Record kept = need_record(store, *uuid);
-    if (kept.is_gone()) throw Refusal(404, "NFS record '" + *uuid + "' was withdrawn");
+    const Kept_Record kept = need_record(db, *uuid);
+    if (kept.is_gone()) throw Request_Error(404, "NFS record '" + *uuid + "' was withdrawn");
     out.emplace_back(described(kept));
   } else {
-    for (Store::Query row(store, records_all); row.next();) {
+    for (Statement row(db, records_all); row.next();) {
       const Kept_Record kept = read_row(row);
       if (!kept.is_gone()) out.emplace_back(described(kept));
     }
   }
-  return json_answer(std::move(out));
+  return json_response(std::move(out));
 }
 
 /// The body and query of a request that makes or changes a record.
@@ -250,71 +251,71 @@ struct Wanted {
   std::optional<std::int64_t> sync;
 };
 
-Wanted read_wanted(Store& store, const Request& request) {
+Wanted read_wanted(Connection& db, const Request& request) {
   Query_Fields query(request);
   Wanted out;
   out.sync = query.integer("sync");
   query.finish();
   const Object body = body_object(request);
-  Fields fields(body, "");
-  out.record = read_record(store, fields);
+  Request_Fields fields(body, "");
+  out.record = read_record(db, fields);
   fields.one_of("state", {"pending"});
   fields.finish();
   return out;
 }
 
-Outcome make_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
-  const Wanted wanted = read_wanted(store, request);
-  std::optional<Kept_Record> there = find_record(store, wanted.record.uuid);
+Outcome make_record(Connection& db, const Request& request, std::chrono::milliseconds delay) {
+  const Wanted wanted = read_wanted(db, request);
+  std::optional<Kept_Record> there = find_record(db, wanted.record.uuid);
   if (!there || there->withdrawn) {
-    keep(store, wanted.record, now_ms() + delay.count());
-    there = need_record(store, wanted.record.uuid);
+    keep(db, wanted.record, now_ms() + delay.count());
+    there = need_record(db, wanted.record.uuid);
   } else if (!(there->record == wanted.record)) {
-    throw Refusal(409, "there is an NFS record '" + wanted.record.uuid + "' already");
+    throw Request_Error(409, "there is an NFS record '" + wanted.record.uuid + "' already");
   }
   return answer_in_time(*there, 201, wanted.sync);
 }
 
-Outcome change_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
-  const Wanted wanted = read_wanted(store, request);
-  Kept_Record there = need_record(store, wanted.record.uuid);
+Outcome change_record(Connection& db, const Request& request, std::chrono::milliseconds delay) {
+  const Wanted wanted = read_wanted(db, request);
+  Kept_Record there = need_record(db, wanted.record.uuid);
   if (there.withdrawn) {
-    throw Refusal(404, "NFS record '" + wanted.record.uuid + "' was withdrawn");
+    throw Request_Error(404, "NFS record '" + wanted.record.uuid + "' was withdrawn");
   }
   if (!(there.record == wanted.record)) {
-    keep(store, wanted.record, now_ms() + delay.count());
-    there = need_record(store, wanted.record.uuid);
+    keep(db, wanted.record, now_ms() + delay.count());
+    there = need_record(db, wanted.record.uuid);
   }
   return answer_in_time(there, 200, wanted.sync);
 }
 
-Outcome withdraw_record(Store& store, const Request& request, std::chrono::milliseconds delay) {
+Outcome withdraw_record(Connection& db, const Request& request, std::chrono::milliseconds delay) {
   Query_Fields query(request);
   const std::string uuid = query.needed_text("uuid");
   const std::optional<std::int64_t> sync = query.integer("sync");
   query.finish();
-  Kept_Record there = need_record(store, uuid);
+  Kept_Record there = need_record(db, uuid);
   if (!there.withdrawn) {
-    store.execute("UPDATE nfs_export SET withdrawn = 1, final_at = ? WHERE uuid = ?",
-                  now_ms() + delay.count(), uuid);
-    there = need_record(store, uuid);
+    db.execute("UPDATE nfs_export SET withdrawn = 1, final_at = ? WHERE uuid = ?",
+               now_ms() + delay.count(), uuid);
+    there = need_record(db, uuid);
   }
   return answer_in_time(there, 200, sync);
 }
 
 // ---- the scenario section
 
-void clear_records(Store& store) {
-  store.execute("DELETE FROM nfs_export");
+void clear_records(Connection& db) {
+  db.execute("DELETE FROM nfs_export");
 }
 
-void load_record(Store& store, Fields& fields) {
-  keep(store, read_record(store, fields), 0);
+void load_record(Connection& db, Request_Fields& fields) {
+  keep(db, read_record(db, fields), 0);
 }
 
-Array dump_records(Store& store) {
+Array dump_records(Connection& db) {
   Array out;
-  for (Store::Query row(store, records_all); row.next();) {
+  for (Statement row(db, records_all); row.next();) {
     const Kept_Record kept = read_row(row);
     if (!kept.withdrawn) out.emplace_back(record_object(kept.record));
   }
@@ -327,16 +328,16 @@ bool lies_at(const std::string& path, const std::string& directory) {
 
 }  // namespace
 
-std::optional<std::string> nfs_export_of_mount(Store& store, const std::string& mount_point) {
-  for (Store::Query row(store,
-                        "SELECT uuid, path FROM nfs_export "
-                        "WHERE withdrawn = 0 AND path IS NOT NULL ORDER BY uuid");
+std::optional<std::string> nfs_export_of_mount(Connection& db, const std::string& mount_point) {
+  for (Statement row(db,
+                     "SELECT uuid, path FROM nfs_export "
+                     "WHERE withdrawn = 0 AND path IS NOT NULL ORDER BY uuid");
        row.next();) {
     const std::string path = row.text(1);
     if (!lies_at(path, mount_point)) continue;
     // A filesystem that is mounted further down hides this one.
     bool hidden = false;
-    for (Store::Query other(store, "SELECT mount_point FROM filesystem WHERE mounted = 1");
+    for (Statement other(db, "SELECT mount_point FROM filesystem WHERE mounted = 1");
          other.next();) {
       const std::string below = other.text(0);
       hidden =
@@ -347,19 +348,19 @@ std::optional<std::string> nfs_export_of_mount(Store& store, const std::string& 
   return std::nullopt;
 }
 
-void add_nfs(Families& families, std::chrono::milliseconds delay) {
+void add_nfs(Resources& resources, std::chrono::milliseconds delay) {
   const auto with_delay =
-      [delay](Outcome (*handler)(Store&, const Request&, std::chrono::milliseconds)) {
-        return [handler, delay](Store& store, const Request& request) {
-          return handler(store, request, delay);
+      [delay](Outcome (*handler)(Connection&, const Request&, std::chrono::milliseconds)) {
+        return [handler, delay](Connection& db, const Request& request) {
+          return handler(db, request, delay);
         };
       };
   const std::string path = "/zq/r/nfs";
-  families.router.add(Method::get, path, Access::read, get_records);
-  families.router.add(Method::post, path, Access::change, with_delay(make_record));
-  families.router.add(Method::put, path, Access::change, with_delay(change_record));
-  families.router.add(Method::del, path, Access::change, with_delay(withdraw_record));
-  families.scenario.add(
+  resources.router.add(Method::get, path, Access::read, get_records);
+  resources.router.add(Method::post, path, Access::write, with_delay(make_record));
+  resources.router.add(Method::put, path, Access::write, with_delay(change_record));
+  resources.router.add(Method::del, path, Access::write, with_delay(withdraw_record));
+  resources.scenario.add(
       {"nfs_exports", clear_records, load_record, identity_by_uuid, dump_records});
 }
 

@@ -11,9 +11,9 @@ namespace zqpool::service {
 
 /// Adds the path /zq/r/nfs and the scenario section "nfs_exports". A record that is made, changed
 /// or withdrawn is "pending" for so long; then the NFS server has taken it over.
-void add_nfs(Families& families, std::chrono::milliseconds delay);
+void add_nfs(Resources& resources, std::chrono::milliseconds delay);
 
 /// The UUID of a record that exports a path on the filesystem mounted there, if there is one.
-std::optional<std::string> nfs_export_of_mount(Store& store, const std::string& mount_point);
+std::optional<std::string> nfs_export_of_mount(Connection& db, const std::string& mount_point);
 
 }  // namespace zqpool::service

@@ -26,26 +26,26 @@ const std::string exports_seen =
     exports_select +
     "JOIN scsi_access a ON a.export = e.number WHERE a.initiator = ? ORDER BY e.target, e.lun_num";
 
-Export read_export(const Store::Query& row) {
+Export read_export(const Statement& row) {
   Export out{row.integer(0), row.text(1), {row.text(2), row.text(3)}, row.integer(4), {}, {}};
   if (!row.is_null(5)) out.volume = row.integer(5);
   if (!row.is_null(6)) out.snapshot = row.integer(6);
   return out;
 }
 
-std::vector<Export> read_exports(Store::Query&& row) {
+std::vector<Export> read_exports(Statement&& row) {
   std::vector<Export> out;
   while (row.next())
     out.push_back(read_export(row));
   return out;
 }
 
-Access_List access_of(Store& store, const Export& what) {
+Access_List access_of(Connection& db, const Export& what) {
   Access_List out;
-  for (Store::Query row(store,
-                        "SELECT initiator, host_uuid FROM scsi_access WHERE export = ? "
-                        "ORDER BY initiator",
-                        what.number);
+  for (Statement row(db,
+                     "SELECT initiator, host_uuid FROM scsi_access WHERE export = ? "
+                     "ORDER BY initiator",
+                     what.number);
        row.next();) {
     out.push_back({row.text(0), row.text(1)});
   }
@@ -57,7 +57,7 @@ bool is_name(const std::string& text) {
          std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
 }
 
-std::string read_name(Fields& fields, const std::string& key) {
+std::string read_name(Request_Fields& fields, const std::string& key) {
   std::string name = fields.text(key);
   if (!is_name(name)) {
     fields.refuse(key, "must be at most 223 printable characters without blanks");
@@ -66,14 +66,14 @@ std::string read_name(Fields& fields, const std::string& key) {
 }
 
 /// A target serves one pool by one transport.
-void need_target(Store& store, const std::string& pool, const Target& target) {
+void need_target(Connection& db, const std::string& pool, const Target& target) {
   const auto refuse = [&target](const std::string& why) {
-    throw Refusal(409, "target '" + target.name + "' " + why);
+    throw Request_Error(409, "target '" + target.name + "' " + why);
   };
-  Store::Query own(store, "SELECT uuid, transport FROM scsi_pool WHERE target = ?", target.name);
-  Store::Query used(store, "SELECT pool, transport FROM scsi_export WHERE target = ? LIMIT 1",
-                    target.name);
-  for (Store::Query* const row : {&own, &used}) {
+  Statement own(db, "SELECT uuid, transport FROM scsi_pool WHERE target = ?", target.name);
+  Statement used(db, "SELECT pool, transport FROM scsi_export WHERE target = ? LIMIT 1",
+                 target.name);
+  for (Statement* const row : {&own, &used}) {
     if (!row->next()) continue;
     if (lower_case(row->text(0)) != lower_case(pool)) refuse("belongs to another pool");
     if (row->text(1) != target.transport) refuse("is reached by " + row->text(1));
@@ -81,50 +81,50 @@ void need_target(Store& store, const std::string& pool, const Target& target) {
 }
 
 /// The lowest number that is free on the target and not one of the snapshot's.
-std::int64_t free_lun_num(Store& store, const Target& target,
+std::int64_t free_lun_num(Connection& db, const Target& target,
                           const std::optional<std::int64_t>& snapshot) {
   std::int64_t out = 1;
-  for (Store::Query row(store,
-                        "SELECT lun_num FROM scsi_export WHERE target = ? "
-                        "UNION SELECT lun_num FROM scsi_export WHERE snapshot = ? ORDER BY 1",
-                        target.name, snapshot);
+  for (Statement row(db,
+                     "SELECT lun_num FROM scsi_export WHERE target = ? "
+                     "UNION SELECT lun_num FROM scsi_export WHERE snapshot = ? ORDER BY 1",
+                     target.name, snapshot);
        row.next() && row.integer(0) == out;) {
     ++out;
   }
   if (out > last_lun_num) {
-    throw Refusal(409, "target '" + target.name + "' has no free LUN number");
+    throw Request_Error(409, "target '" + target.name + "' has no free LUN number");
   }
   return out;
 }
 
-void need_free(Store& store, const Target& target, const std::optional<std::int64_t>& snapshot,
+void need_free(Connection& db, const Target& target, const std::optional<std::int64_t>& snapshot,
                std::int64_t lun_num) {
   if (lun_num < 1 || lun_num > last_lun_num) {
-    throw Refusal(422, "LUN numbers are from 1 to " + std::to_string(last_lun_num));
+    throw Request_Error(422, "LUN numbers are from 1 to " + std::to_string(last_lun_num));
   }
-  if (store.has_row("SELECT 1 FROM scsi_export WHERE (target = ? OR snapshot = ?) AND lun_num = ?",
-                    target.name, snapshot, lun_num)) {
-    throw Refusal(409, "LUN number " + std::to_string(lun_num) + " is taken");
+  if (db.has_row("SELECT 1 FROM scsi_export WHERE (target = ? OR snapshot = ?) AND lun_num = ?",
+                 target.name, snapshot, lun_num)) {
+    throw Request_Error(409, "LUN number " + std::to_string(lun_num) + " is taken");
   }
 }
 
 /// Makes the export `wanted`, which says all but its number and perhaps the LUN number.
-Export make_export(Store& store, Export wanted, std::optional<std::int64_t> lun_num,
+Export make_export(Connection& db, Export wanted, std::optional<std::int64_t> lun_num,
                    const Access_List& access) {
-  need_target(store, wanted.pool, wanted.target);
+  need_target(db, wanted.pool, wanted.target);
   if (lun_num) {
-    need_free(store, wanted.target, wanted.snapshot, *lun_num);
+    need_free(db, wanted.target, wanted.snapshot, *lun_num);
     wanted.lun_num = *lun_num;
   } else {
-    wanted.lun_num = free_lun_num(store, wanted.target, wanted.snapshot);
+    wanted.lun_num = free_lun_num(db, wanted.target, wanted.snapshot);
   }
-  store.execute(
+  db.execute(
       "INSERT INTO scsi_export (pool, target, transport, lun_num, volume, snapshot) "
       "VALUES (?, ?, ?, ?, ?, ?)",
       wanted.pool, wanted.target.name, wanted.target.transport, wanted.lun_num, wanted.volume,
       wanted.snapshot);
-  wanted.number = store.integer("SELECT last_insert_rowid()");
-  allow(store, wanted, access);
+  wanted.number = db.integer("SELECT last_insert_rowid()");
+  allow(db, wanted, access);
   return wanted;
 }
 
@@ -142,18 +142,18 @@ std::string digits_of(const std::string& id) {
 
 // ---- what requests and scenarios say
 
-std::string read_transport(Fields& fields, const std::string& key) {
+std::string read_transport(Request_Fields& fields, const std::string& key) {
   const std::string name = lower_case(fields.text(key));
   if (name == "iscsi") return "iSCSI";
   if (name == "fc") return "FC";
   fields.refuse(key, "is none of iSCSI, FC");
 }
 
-std::string read_target_name(Fields& fields, const std::string& key) {
+std::string read_target_name(Request_Fields& fields, const std::string& key) {
   return read_name(fields, key);
 }
 
-Target read_target(Fields& fields, const SCSI_Pool& pool) {
+Target read_target(Request_Fields& fields, const SCSI_Pool& pool) {
   if (fields.has("type") != fields.has("target")) {
     fields.refuse("target", "comes with type, or both are left out");
   }
@@ -161,16 +161,16 @@ Target read_target(Fields& fields, const SCSI_Pool& pool) {
   return {read_target_name(fields, "target"), read_transport(fields, "type")};
 }
 
-Access_List read_access(Fields& fields) {
+Access_List read_access(Request_Fields& fields) {
   Access_List out;
-  for (Fields& entry : fields.optional_objects("acls")) {
+  for (Request_Fields& entry : fields.optional_objects("acls")) {
     out.push_back({read_name(entry, "initiator"), entry.text("host_uuid")});
     entry.finish();
   }
   return out;
 }
 
-Access_List read_needed_access(Fields& fields) {
+Access_List read_needed_access(Request_Fields& fields) {
   Access_List out = read_access(fields);
   if (!fields.has("acls")) fields.refuse("acls", "is missing", 400);
   if (out.empty()) fields.refuse("acls", "must not be empty");
@@ -179,67 +179,68 @@ Access_List read_needed_access(Fields& fields) {
 
 // ---- exports
 
-std::optional<Export> export_of(Store& store, const Volume& lun) {
-  Store::Query row(store, export_of_volume, lun.number);
+std::optional<Export> export_of(Connection& db, const Volume& lun) {
+  Statement row(db, export_of_volume, lun.number);
   if (!row.next()) return std::nullopt;
   return read_export(row);
 }
 
-std::vector<Export> shares_of(Store& store, const Snapshot& snapshot) {
-  return read_exports({store, exports_of_snapshot, snapshot.number});
+std::vector<Export> shares_of(Connection& db, const Snapshot& snapshot) {
+  return read_exports({db, exports_of_snapshot, snapshot.number});
 }
 
-Export export_lun(Store& store, const Volume& lun, const Target& target, const Access_List& access,
-                  std::optional<std::int64_t> lun_num) {
-  if (const std::optional<Export> there = export_of(store, lun)) {
+Export export_lun(Connection& db, const Volume& lun, const Target& target,
+                  const Access_List& access, std::optional<std::int64_t> lun_num) {
+  if (const std::optional<Export> there = export_of(db, lun)) {
     if (!is_same(there->target, target)) {
-      throw Refusal(409, described(lun) + " is exported on target '" + there->target.name + '\'');
+      throw Request_Error(409,
+                          described(lun) + " is exported on target '" + there->target.name + '\'');
     }
-    need_target(store, lun.pool, target);
-    allow(store, *there, access);
+    need_target(db, lun.pool, target);
+    allow(db, *there, access);
     return *there;
   }
-  return make_export(store, {0, lun.pool, target, 0, lun.number, {}}, lun_num, access);
+  return make_export(db, {0, lun.pool, target, 0, lun.number, {}}, lun_num, access);
 }
 
-Export share_snapshot(Store& store, const std::string& pool, const Snapshot& snapshot,
+Export share_snapshot(Connection& db, const std::string& pool, const Snapshot& snapshot,
                       const Target& target, const Access_List& access,
                       std::optional<std::int64_t> lun_num) {
-  for (const Export& there : shares_of(store, snapshot)) {
+  for (const Export& there : shares_of(db, snapshot)) {
     if (lun_num || !is_same(there.target, target)) continue;
     for (const Access_Entry& entry : access) {
-      if (!store.has_row("SELECT 1 FROM scsi_access WHERE export = ? AND initiator = ?",
-                         there.number, entry.initiator)) {
+      if (!db.has_row("SELECT 1 FROM scsi_access WHERE export = ? AND initiator = ?", there.number,
+                      entry.initiator)) {
         continue;
       }
-      need_target(store, pool, target);
-      allow(store, there, access);
+      need_target(db, pool, target);
+      allow(db, there, access);
       return there;
     }
   }
-  return make_export(store, {0, pool, target, 0, {}, snapshot.number}, lun_num, access);
+  return make_export(db, {0, pool, target, 0, {}, snapshot.number}, lun_num, access);
 }
 
-void allow(Store& store, const Export& to, const Access_List& access) {
+void allow(Connection& db, const Export& to, const Access_List& access) {
   for (const Access_Entry& entry : access) {
-    store.execute(
+    db.execute(
         "INSERT INTO scsi_access (export, initiator, host_uuid) VALUES (?1, ?2, ?3) "
         "ON CONFLICT (export, initiator) DO UPDATE SET host_uuid = ?3",
         to.number, entry.initiator, entry.host_uuid);
   }
 }
 
-void withdraw(Store& store, const Export& what) {
-  store.execute("DELETE FROM scsi_export WHERE number = ?", what.number);
+void withdraw(Connection& db, const Export& what) {
+  db.execute("DELETE FROM scsi_export WHERE number = ?", what.number);
 }
 
-std::int64_t hosts_of(Store& store, const Export& what) {
-  return store.integer("SELECT count(DISTINCT host_uuid) FROM scsi_access WHERE export = ?",
-                       what.number);
+std::int64_t hosts_of(Connection& db, const Export& what) {
+  return db.integer("SELECT count(DISTINCT host_uuid) FROM scsi_access WHERE export = ?",
+                    what.number);
 }
 
-std::vector<Export> seen_by(Store& store, const std::string& initiator) {
-  return read_exports({store, exports_seen, initiator});
+std::vector<Export> seen_by(Connection& db, const std::string& initiator) {
+  return read_exports({db, exports_seen, initiator});
 }
 
 // ---- descriptions
@@ -254,12 +255,12 @@ std::string serial_number(const Snapshot& snapshot, const Export& share) {
   return digits_of(snapshot.id) + number;
 }
 
-void describe_export(Store& store, const Export& what, Object& out) {
+void describe_export(Connection& db, const Export& what, Object& out) {
   out["lun_num"] = what.lun_num;
   out["type"] = what.target.transport;
   out["target"] = what.target.name;
   Array acls;
-  for (Access_Entry& entry : access_of(store, what)) {
+  for (Access_Entry& entry : access_of(db, what)) {
     acls.emplace_back(Object{{"initiator", std::move(entry.initiator)},
                              {"host_uuid", std::move(entry.host_uuid)}});
   }
@@ -268,12 +269,12 @@ void describe_export(Store& store, const Export& what, Object& out) {
 
 // ---- what must hold
 
-std::int64_t check_exports(Store& store, Array& problems) {
+std::int64_t check_exports(Connection& db, Array& problems) {
   std::set<std::pair<std::string, std::int64_t>> numbers;
   std::set<std::string> serials;
   std::map<std::string, Export> first_on_target;
   std::map<std::string, std::set<std::int64_t>> allowed;
-  const std::vector<Export> exports = read_exports({store, all_exports});
+  const std::vector<Export> exports = read_exports({db, all_exports});
   for (const Export& each : exports) {
     const std::string target = lower_case(each.target.name);
     const std::string place = "LUN " + std::to_string(each.lun_num) + " on " + each.target.name;
@@ -284,23 +285,23 @@ std::int64_t check_exports(Store& store, Array& problems) {
       problems.emplace_back(place + ": the target serves two pools or transports");
     }
     const Volume volume = volume_by_number(
-        store, each.volume ? *each.volume : snapshot_by_number(store, *each.snapshot).volume);
+        db, each.volume ? *each.volume : snapshot_by_number(db, *each.snapshot).volume);
     if (lower_case(volume.pool) != lower_case(each.pool) || volume.kind != Volume_Kind::lun) {
       problems.emplace_back(place + ": is no LUN of the target's pool");
     }
     const std::string serial = each.volume
                                    ? serial_number(volume)
-                                   : serial_number(snapshot_by_number(store, *each.snapshot), each);
+                                   : serial_number(snapshot_by_number(db, *each.snapshot), each);
     if (!serials.insert(lower_case(serial)).second) {
       problems.emplace_back(place + ": its serial number is another one's, too");
     }
-    for (const Access_Entry& entry : access_of(store, each)) {
+    for (const Access_Entry& entry : access_of(db, each)) {
       allowed[lower_case(entry.initiator)].insert(each.number);
     }
   }
   for (const auto& [initiator, expected] : allowed) {
     std::set<std::int64_t> seen;
-    for (const Export& each : seen_by(store, initiator))
+    for (const Export& each : seen_by(db, initiator))
       seen.insert(each.number);
     if (seen != expected) {
       problems.emplace_back("initiator " + initiator + " does not see exactly what it may");

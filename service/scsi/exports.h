@@ -36,41 +36,42 @@ struct Export {
   std::optional<std::int64_t> snapshot;  ///< number of the snapshot
 };
 
-/// "iSCSI" or "FC". Throws Refusal for a member that names another transport; case does not matter.
-std::string read_transport(Fields& fields, const std::string& key);
-/// A target's name: printable characters without blanks, 223 at most. Throws Refusal.
-std::string read_target_name(Fields& fields, const std::string& key);
-/// The members "type" and "target", which come together, or the pool's own. Throws Refusal.
-Target read_target(Fields& fields, const SCSI_Pool& pool);
-/// The member "acls", empty when it is missing. Throws Refusal.
-Access_List read_access(Fields& fields);
+/// "iSCSI" or "FC". Throws Request_Error for a member that names another transport; case does not
+/// matter.
+std::string read_transport(Request_Fields& fields, const std::string& key);
+/// A target's name: printable characters without blanks, 223 at most. Throws Request_Error.
+std::string read_target_name(Request_Fields& fields, const std::string& key);
+/// The members "type" and "target", which come together, or the pool's own. Throws Request_Error.
+Target read_target(Request_Fields& fields, const SCSI_Pool& pool);
+/// The member "acls", empty when it is missing. Throws Request_Error.
+Access_List read_access(Request_Fields& fields);
 /// As above; 400 when it is missing, 422 when it is empty.
-Access_List read_needed_access(Fields& fields);
+Access_List read_needed_access(Request_Fields& fields);
 
 /// The LUN's export, if it has one.
-std::optional<Export> export_of(Store& store, const Volume& lun);
+std::optional<Export> export_of(Connection& db, const Volume& lun);
 /// The snapshot's shares in the order of their numbers.
-std::vector<Export> shares_of(Store& store, const Snapshot& snapshot);
+std::vector<Export> shares_of(Connection& db, const Snapshot& snapshot);
 
 /// Exports the LUN there, or finds its export there, and lets these initiators see it. `lun_num`
-/// is the number to take, else the lowest free one. Throws Refusal (409) when it is exported on
-/// another target, the target belongs to another pool or transport, or the number is taken.
-Export export_lun(Store& store, const Volume& lun, const Target& target, const Access_List& access,
-                  std::optional<std::int64_t> lun_num = {});
+/// is the number to take, else the lowest free one. Throws Request_Error (409) when it is exported
+/// on another target, the target belongs to another pool or transport, or the number is taken.
+Export export_lun(Connection& db, const Volume& lun, const Target& target,
+                  const Access_List& access, std::optional<std::int64_t> lun_num = {});
 /// The same for a snapshot, which may be shared several times: a share there that one of these
 /// initiators sees already is taken, else a new one is made. No two shares of a snapshot have one
 /// number, whatever their targets.
-Export share_snapshot(Store& store, const std::string& pool, const Snapshot& snapshot,
+Export share_snapshot(Connection& db, const std::string& pool, const Snapshot& snapshot,
                       const Target& target, const Access_List& access,
                       std::optional<std::int64_t> lun_num = {});
 /// Adds to the access list.
-void allow(Store& store, const Export& to, const Access_List& access);
-void withdraw(Store& store, const Export& what);
+void allow(Connection& db, const Export& to, const Access_List& access);
+void withdraw(Connection& db, const Export& what);
 /// How many hosts are on the access list.
-std::int64_t hosts_of(Store& store, const Export& what);
+std::int64_t hosts_of(Connection& db, const Export& what);
 
 /// What an initiator sees, by target and number.
-std::vector<Export> seen_by(Store& store, const std::string& initiator);
+std::vector<Export> seen_by(Connection& db, const std::string& initiator);
 
 /// The SCSI serial number of a LUN, and of a share of a snapshot: made of their identifiers, so
 /// that it is unique and stays.
@@ -78,9 +79,9 @@ std::string serial_number(const Volume& lun);
 std::string serial_number(const Snapshot& snapshot, const Export& share);
 
 /// Adds "lun_num", "type", "target" and "acls".
-void describe_export(Store& store, const Export& what, Object& out);
+void describe_export(Connection& db, const Export& what, Object& out);
 
 /// Looks for numbers, names and access lists that cannot be. Returns how many exports there are.
-std::int64_t check_exports(Store& store, Array& problems);
+std::int64_t check_exports(Connection& db, Array& problems);
 
 }  // namespace zqpool::service

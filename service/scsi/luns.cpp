@@ -12,7 +12,7 @@ constexpr Volume_Kind lun_kind = Volume_Kind::lun;
 constexpr std::int64_t largest_block_size = std::int64_t{1} << 20;
 
 /// The optional members "block_size" and "retention_type".
-LUN_Traits read_traits(Fields& fields) {
+LUN_Traits read_traits(Request_Fields& fields) {
   LUN_Traits out;
   out.retention = fields.one_of_or("retention_type", {"normal", "newest"}, out.retention);
   out.block_size = fields.count_or("block_size", out.block_size);
@@ -23,28 +23,28 @@ LUN_Traits read_traits(Fields& fields) {
   return out;
 }
 
-std::int64_t read_size(Fields& fields, const std::string& key, const LUN_Traits& traits) {
+std::int64_t read_size(Request_Fields& fields, const std::string& key, const LUN_Traits& traits) {
   const std::int64_t size = fields.count(key);
   if (size == 0) fields.refuse(key, "must not be 0");
   if (size % traits.block_size != 0) fields.refuse(key, "must be whole blocks");
   return size;
 }
 
-Volume make_lun(Store& store, Volume wanted, const LUN_Traits& traits,
+Volume make_lun(Connection& db, Volume wanted, const LUN_Traits& traits,
                 const std::optional<Snapshot>& origin) {
   // Unique in all pools, because serial numbers are made of them.
-  if (store.has_row("SELECT 1 FROM volume WHERE kind = 'lun' AND name = ?", wanted.name)) {
-    throw Refusal(409, "there is a LUN '" + wanted.name + "' already");
+  if (db.has_row("SELECT 1 FROM volume WHERE kind = 'lun' AND name = ?", wanted.name)) {
+    throw Request_Error(409, "there is a LUN '" + wanted.name + "' already");
   }
-  wanted = origin ? clone_volume(store, *origin, wanted) : create_volume(store, wanted);
-  store.execute("INSERT INTO scsi_lun (volume, block_size, retention) VALUES (?, ?, ?)",
-                wanted.number, traits.block_size, traits.retention);
+  wanted = origin ? clone_volume(db, *origin, wanted) : create_volume(db, wanted);
+  db.execute("INSERT INTO scsi_lun (volume, block_size, retention) VALUES (?, ?, ?)", wanted.number,
+             traits.block_size, traits.retention);
   return wanted;
 }
 
-Object lun_record(Store& store, const Volume& lun) {
-  const LUN_Traits traits = traits_of(store, lun);
-  const Chain_Sizes sizes = Block_Map(store, lun.number).sizes();
+Object lun_record(Connection& db, const Volume& lun) {
+  const LUN_Traits traits = traits_of(db, lun);
+  const Chain_Sizes sizes = Extent_Map(db, lun.number).sizes();
   Object out{{"lun_id", lun.name},
              {"pool_id", lun.pool},
              {"lun_size", lun.size.value_or(0)},
@@ -55,15 +55,15 @@ Object lun_record(Store& store, const Volume& lun) {
              {"snapshot_count", static_cast<std::int64_t>(sizes.snapshots.size())},
              {"rfer_size", sizes.head.referenced},
              {"excl_size", sizes.head.exclusive}};
-  if (lun.origin) out.emplace("origin", snapshot_by_number(store, *lun.origin).id);
-  if (const auto exported = export_of(store, lun)) describe_export(store, *exported, out);
+  if (lun.origin) out.emplace("origin", snapshot_by_number(db, *lun.origin).id);
+  if (const auto exported = export_of(db, lun)) describe_export(db, *exported, out);
   return out;
 }
 
 // ---- /zq/r/scsipool/lun
 
-Answer create_lun(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
+Response create_lun(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
   const bool to_export = change.fields.flag("export");
   Volume wanted;
   wanted.pool = change.pool.volumes.uuid;
@@ -74,10 +74,10 @@ Answer create_lun(Store& store, const Request& request) {
   std::optional<Snapshot> origin;
   if (change.fields.has("snapshot_id")) {
     origin =
-        need_snapshot(store, wanted.pool, lun_kind, lower_case(change.fields.text("snapshot_id")));
-    const Volume parent = volume_by_number(store, origin->volume);
+        need_snapshot(db, wanted.pool, lun_kind, lower_case(change.fields.text("snapshot_id")));
+    const Volume parent = volume_by_number(db, origin->volume);
     wanted.size = parent.size;
-    traits.block_size = traits_of(store, parent).block_size;
+    traits.block_size = traits_of(db, parent).block_size;
   } else {
     traits = read_traits(change.fields);
     wanted.size = read_size(change.fields, "lun_size", traits);
@@ -86,41 +86,41 @@ Answer create_lun(Store& store, const Request& request) {
   change.fields.finish();
 
   // Room is taken when it is written to, but a LUN that would not fit is not made.
-  if (!origin) make_room(store, wanted.pool, *wanted.size);
-  const Volume lun = make_lun(store, wanted, traits, origin);
+  if (!origin) make_room(db, wanted.pool, *wanted.size);
+  const Volume lun = make_lun(db, wanted, traits, origin);
   Object out{{"lun_id", lun.name}};
   if (to_export) {
     const Target target{change.pool.target, change.pool.transport};
-    out.emplace("lun_num", export_lun(store, lun, target, access).lun_num);
+    out.emplace("lun_num", export_lun(db, lun, target, access).lun_num);
   }
-  return json_answer(std::move(out), 201);
+  return json_response(std::move(out), 201);
 }
 
-Answer get_luns(Store& store, const Request& request) {
+Response get_luns(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::read);
+  const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> id = query.text("lun_id");
   query.finish();
   Array out;
   if (id) {
-    out.emplace_back(lun_record(store, need_lun(store, pool.volumes.uuid, *id)));
+    out.emplace_back(lun_record(db, need_lun(db, pool.volumes.uuid, *id)));
   } else {
-    for (const Volume& lun : volumes_of(store, pool.volumes.uuid, lun_kind)) {
-      out.emplace_back(lun_record(store, lun));
+    for (const Volume& lun : volumes_of(db, pool.volumes.uuid, lun_kind)) {
+      out.emplace_back(lun_record(db, lun));
     }
   }
-  return json_answer(std::move(out));
+  return json_response(std::move(out));
 }
 
-Answer roll_back_lun(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
-  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+Response roll_back_lun(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
+  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
   const bool force = change.fields.flag("force");
   change.fields.finish();
   // A guest would see its disk change under its feet.
-  if (!force && export_of(store, lun)) throw Refusal(409, described(lun) + " is exported");
-  const Snapshot newest = roll_back_volume(store, lun);
-  return json_answer(Object{{"lun_id", lun.name}, {"snapshot_id", newest.id}});
+  if (!force && export_of(db, lun)) throw Request_Error(409, described(lun) + " is exported");
+  const Snapshot newest = roll_back_volume(db, lun);
+  return json_response(Object{{"lun_id", lun.name}, {"snapshot_id", newest.id}});
 }
 
 /// The pool, LUN and flag of a DELETE. The LUN is absent when it was deleted before.
@@ -130,66 +130,66 @@ struct Removal {
   bool force = false;
 };
 
-Removal read_removal(Store& store, const Request& request) {
+Removal read_removal(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::change);
+  const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::write);
   Removal out;
   out.lun_id = lower_case(query.needed_text("lun_id"));
   out.force = query.flag_or("force", false);
   query.finish();
-  if (!was_volume_deleted(store, pool.volumes.uuid, lun_kind, out.lun_id)) {
-    out.lun = need_lun(store, pool.volumes.uuid, out.lun_id);
+  if (!was_volume_deleted(db, pool.volumes.uuid, lun_kind, out.lun_id)) {
+    out.lun = need_lun(db, pool.volumes.uuid, out.lun_id);
   }
   return out;
 }
 
-Answer delete_lun(Store& store, const Request& request) {
-  const Removal what = read_removal(store, request);
-  if (what.lun) delete_volume(store, *what.lun, what.force);
-  return json_answer(Object{{"lun_id", what.lun_id}});
+Response delete_lun(Connection& db, const Request& request) {
+  const Removal what = read_removal(db, request);
+  if (what.lun) delete_volume(db, *what.lun, what.force);
+  return json_response(Object{{"lun_id", what.lun_id}});
 }
 
 // ---- /zq/r/scsipool/lun/export
 
-Answer create_export(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
-  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+Response create_export(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
+  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
   const Target target = read_target(change.fields, change.pool);
   const Access_List access = read_needed_access(change.fields);
   change.fields.finish();
-  const Export made = export_lun(store, lun, target, access);
-  return json_answer(Object{{"lun_num", made.lun_num}});
+  const Export made = export_lun(db, lun, target, access);
+  return json_response(Object{{"lun_num", made.lun_num}});
 }
 
-Answer add_access(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
-  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+Response add_access(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
+  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
   change.fields.one_of("action", {"add"});
   const Access_List access = read_needed_access(change.fields);
   change.fields.finish();
-  const std::optional<Export> there = export_of(store, lun);
-  if (!there) throw Refusal(409, described(lun) + " is not exported");
-  allow(store, *there, access);
+  const std::optional<Export> there = export_of(db, lun);
+  if (!there) throw Request_Error(409, described(lun) + " is not exported");
+  allow(db, *there, access);
   Object out;
-  describe_export(store, *there, out);
-  return json_answer(std::move(out));
+  describe_export(db, *there, out);
+  return json_response(std::move(out));
 }
 
-Answer delete_export(Store& store, const Request& request) {
-  const Removal what = read_removal(store, request);
-  const std::optional<Export> there = what.lun ? export_of(store, *what.lun) : std::nullopt;
+Response delete_export(Connection& db, const Request& request) {
+  const Removal what = read_removal(db, request);
+  const std::optional<Export> there = what.lun ? export_of(db, *what.lun) : std::nullopt;
   if (there) {
-    if (!what.force && hosts_of(store, *there) > 1) {
-      throw Refusal(409, described(*what.lun) + " is exported to several hosts");
+    if (!what.force && hosts_of(db, *there) > 1) {
+      throw Request_Error(409, described(*what.lun) + " is exported to several hosts");
     }
-    withdraw(store, *there);
+    withdraw(db, *there);
   }
-  return json_answer(Object{{"lun_id", what.lun_id}});
+  return json_response(Object{{"lun_id", what.lun_id}});
 }
 
 // ---- the scenario section
 
-std::string read_id(Fields& fields, const std::string& key) {
+std::string read_id(Request_Fields& fields, const std::string& key) {
   return lower_case(fields.uuid(key));
 }
 
@@ -200,47 +200,47 @@ struct Wanted_Export {
   std::optional<std::int64_t> lun_num;
 };
 
-Wanted_Export read_wanted_export(Fields& fields, const SCSI_Pool& pool) {
+Wanted_Export read_wanted_export(Request_Fields& fields, const SCSI_Pool& pool) {
   return {read_target(fields, pool), read_access(fields), fields.optional_count("lun_num")};
 }
 
-void load_shares(Store& store, const SCSI_Pool& pool, Fields& fields, const Snapshot& snapshot) {
-  for (Fields& share : fields.optional_objects("shares")) {
+void load_shares(Connection& db, const SCSI_Pool& pool, Request_Fields& fields,
+                 const Snapshot& snapshot) {
+  for (Request_Fields& share : fields.optional_objects("shares")) {
     const Wanted_Export wanted = read_wanted_export(share, pool);
     share.finish();
-    share_snapshot(store, pool.volumes.uuid, snapshot, wanted.target, wanted.access,
-                   wanted.lun_num);
+    share_snapshot(db, pool.volumes.uuid, snapshot, wanted.target, wanted.access, wanted.lun_num);
   }
 }
 
-void load_lun(Store& store, Fields& fields) {
+void load_lun(Connection& db, Request_Fields& fields) {
   Volume wanted;
   wanted.name = read_id(fields, "lun_id");
-  const SCSI_Pool pool = need_scsi_pool(store, fields.uuid("pool_uuid"), Access::read);
+  const SCSI_Pool pool = need_scsi_pool(db, fields.uuid("pool_uuid"), Access::read);
   wanted.pool = pool.volumes.uuid;
-  if (const auto before = find_volume(store, wanted.pool, lun_kind, wanted.name)) {
-    delete_volume(store, *before, true);
+  if (const auto before = find_volume(db, wanted.pool, lun_kind, wanted.name)) {
+    delete_volume(db, *before, true);
   }
   wanted.created = read_created(fields);
   const LUN_Traits traits = read_traits(fields);
   wanted.size = read_size(fields, "lun_size", traits);
   std::optional<Snapshot> origin;
   if (fields.has("origin")) {
-    origin = find_snapshot(store, wanted.pool, lun_kind, read_id(fields, "origin"));
+    origin = find_snapshot(db, wanted.pool, lun_kind, read_id(fields, "origin"));
     if (!origin) fields.refuse("origin", "no LUN before this one has that snapshot");
-    if (volume_by_number(store, origin->volume).size != wanted.size) {
+    if (volume_by_number(db, origin->volume).size != wanted.size) {
       fields.refuse("lun_size", "is not that of its origin");
     }
   }
-  const Volume lun = make_lun(store, wanted, traits, origin);
-  load_history(store, lun, fields, [&](Fields& step, const Snapshot& snapshot) {
-    load_shares(store, pool, step, snapshot);
+  const Volume lun = make_lun(db, wanted, traits, origin);
+  load_history(db, lun, fields, [&](Request_Fields& step, const Snapshot& snapshot) {
+    load_shares(db, pool, step, snapshot);
   });
   if (const Object* exported = fields.optional_object("export")) {
-    Fields inner(*exported, fields.place("export"));
+    Request_Fields inner(*exported, fields.place("export"));
     const Wanted_Export how = read_wanted_export(inner, pool);
     inner.finish();
-    export_lun(store, lun, how.target, how.access, how.lun_num);
+    export_lun(db, lun, how.target, how.access, how.lun_num);
   }
 }
 
@@ -248,32 +248,32 @@ std::string identity_of_lun(const Object& entry) {
   return lower_case(json_spirit::object_get_str_or_throw(entry, "lun_id"));
 }
 
-Array dump_luns(Store& store) {
+Array dump_luns(Connection& db) {
   Array out;
   // A clone comes after its origin.
-  for (Store::Query row(store, "SELECT number FROM volume WHERE kind = 'lun' ORDER BY number");
+  for (Statement row(db, "SELECT number FROM volume WHERE kind = 'lun' ORDER BY number");
        row.next();) {
-    const Volume lun = volume_by_number(store, row.integer(0));
-    const LUN_Traits traits = traits_of(store, lun);
+    const Volume lun = volume_by_number(db, row.integer(0));
+    const LUN_Traits traits = traits_of(db, lun);
     Object entry{{"lun_id", lun.name},
                  {"pool_uuid", lun.pool},
                  {"lun_size", lun.size.value_or(0)},
                  {"block_size", traits.block_size},
                  {"retention_type", traits.retention},
                  {"created", lun.created}};
-    if (lun.origin) entry.emplace("origin", snapshot_by_number(store, *lun.origin).id);
-    dump_history(store, lun, entry, [&store](Object& step, const Snapshot& snapshot) {
+    if (lun.origin) entry.emplace("origin", snapshot_by_number(db, *lun.origin).id);
+    dump_history(db, lun, entry, [&db](Object& step, const Snapshot& snapshot) {
       Array shares;
-      for (const Export& share : shares_of(store, snapshot)) {
+      for (const Export& share : shares_of(db, snapshot)) {
         Object described_share;
-        describe_export(store, share, described_share);
+        describe_export(db, share, described_share);
         shares.emplace_back(std::move(described_share));
       }
       if (!shares.empty()) step.emplace("shares", std::move(shares));
     });
-    if (const auto exported = export_of(store, lun)) {
+    if (const auto exported = export_of(db, lun)) {
       Object how;
-      describe_export(store, *exported, how);
+      describe_export(db, *exported, how);
       entry.emplace("export", std::move(how));
     }
     out.emplace_back(std::move(entry));
@@ -281,41 +281,40 @@ Array dump_luns(Store& store) {
   return out;
 }
 
-void clear_luns(Store& store) {
-  store.execute("DELETE FROM volume WHERE kind = 'lun'");
+void clear_luns(Connection& db) {
+  db.execute("DELETE FROM volume WHERE kind = 'lun'");
 }
 
 }  // namespace
 
-LUN_Traits traits_of(Store& store, const Volume& lun) {
-  Store::Query row(store, "SELECT block_size, retention FROM scsi_lun WHERE volume = ?",
-                   lun.number);
+LUN_Traits traits_of(Connection& db, const Volume& lun) {
+  Statement row(db, "SELECT block_size, retention FROM scsi_lun WHERE volume = ?", lun.number);
   if (!row.next()) return {};
   return {row.integer(0), row.text(1)};
 }
 
-Volume need_lun(Store& store, const std::string& pool, const std::string& lun_id) {
-  return need_volume(store, pool, lun_kind, lower_case(lun_id));
+Volume need_lun(Connection& db, const std::string& pool, const std::string& lun_id) {
+  return need_volume(db, pool, lun_kind, lower_case(lun_id));
 }
 
-void need_blocks(Store& store, const Volume& lun, std::int64_t offset, std::int64_t length) {
-  const std::int64_t block = traits_of(store, lun).block_size;
+void need_blocks(Connection& db, const Volume& lun, std::int64_t offset, std::int64_t length) {
+  const std::int64_t block = traits_of(db, lun).block_size;
   if (offset % block != 0 || length % block != 0) {
-    throw Refusal(422,
-                  described(lun) + " is written in blocks of " + std::to_string(block) + " bytes");
+    throw Request_Error(
+        422, described(lun) + " is written in blocks of " + std::to_string(block) + " bytes");
   }
   need_range(lun, offset, length);
 }
 
 void add_lun_paths(Router& router) {
   const std::string lun = "/zq/r/scsipool/lun";
-  router.add(Method::post, lun, Access::change, create_lun);
+  router.add(Method::post, lun, Access::write, create_lun);
   router.add(Method::get, lun, Access::read, get_luns);
-  router.add(Method::put, lun, Access::change, roll_back_lun);
-  router.add(Method::del, lun, Access::change, delete_lun);
-  router.add(Method::post, lun + "/export", Access::change, create_export);
-  router.add(Method::put, lun + "/export", Access::change, add_access);
-  router.add(Method::del, lun + "/export", Access::change, delete_export);
+  router.add(Method::put, lun, Access::write, roll_back_lun);
+  router.add(Method::del, lun, Access::write, delete_lun);
+  router.add(Method::post, lun + "/export", Access::write, create_export);
+  router.add(Method::put, lun + "/export", Access::write, add_access);
+  router.add(Method::del, lun + "/export", Access::write, delete_export);
 }
 
 Scenario_Section lun_section() {

@@ -19,11 +19,11 @@ struct LUN_Traits {
   std::string retention = "normal";
 };
 
-LUN_Traits traits_of(Store& store, const Volume& lun);
-/// Throws Refusal (404) when there is none; the case of the identifier does not matter.
-Volume need_lun(Store& store, const std::string& pool, const std::string& lun_id);
+LUN_Traits traits_of(Connection& db, const Volume& lun);
+/// Throws Request_Error (404) when there is none; the case of the identifier does not matter.
+Volume need_lun(Connection& db, const std::string& pool, const std::string& lun_id);
 /// 422 unless offset and length are whole blocks within the LUN.
-void need_blocks(Store& store, const Volume& lun, std::int64_t offset, std::int64_t length);
+void need_blocks(Connection& db, const Volume& lun, std::int64_t offset, std::int64_t length);
 
 /// The paths /zq/r/scsipool/lun and /zq/r/scsipool/lun/export.
 void add_lun_paths(Router& router);

@@ -16,12 +16,12 @@ namespace {
 
 constexpr Volume_Kind lun_kind = Volume_Kind::lun;
 
-Snapshot need_lun_snapshot(Store& store, const SCSI_Pool& pool, const std::string& id) {
-  return need_snapshot(store, pool.volumes.uuid, lun_kind, lower_case(id));
+Snapshot need_lun_snapshot(Connection& db, const SCSI_Pool& pool, const std::string& id) {
+  return need_snapshot(db, pool.volumes.uuid, lun_kind, lower_case(id));
 }
 
 /// One description, or one for each number under which the snapshot is shared.
-void add_records(Store& store, const Volume& lun, const Snapshot& snapshot,
+void add_records(Connection& db, const Volume& lun, const Snapshot& snapshot,
                  const Chain_Sizes& sizes, Array& out) {
   const Sizes& own = sizes.snapshots.at(snapshot.seq);
   const Object record{{"snapshot_id", snapshot.id},
@@ -33,11 +33,11 @@ void add_records(Store& store, const Volume& lun, const Snapshot& snapshot,
                       {"lun_size", lun.size.value_or(0)},
                       {"rfer_size", own.referenced},
                       {"excl_size", own.exclusive}};
-  const std::vector<Export> shares = shares_of(store, snapshot);
+  const std::vector<Export> shares = shares_of(db, snapshot);
   if (shares.empty()) out.emplace_back(record);
   for (const Export& share : shares) {
     Object shared = record;
-    describe_export(store, share, shared);
+    describe_export(db, share, shared);
     shared.emplace("vpd_serial_number", serial_number(snapshot, share));
     out.emplace_back(std::move(shared));
   }
@@ -45,125 +45,125 @@ void add_records(Store& store, const Volume& lun, const Snapshot& snapshot,
 
 // ---- /zq/r/scsipool/snapshot
 
-Answer create_snapshot_of_lun(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
-  const Volume lun = need_lun(store, change.pool.volumes.uuid, change.fields.text("lun_id"));
+Response create_snapshot_of_lun(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
+  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
   Snapshot wanted;
   wanted.id = random_uuid();
   wanted.recyclable = change.fields.flag("recycle");
   wanted.created = utc_now();
   change.fields.finish();
-  return json_answer(Object{{"snapshot_id", create_snapshot(store, lun, wanted).id}}, 201);
+  return json_response(Object{{"snapshot_id", create_snapshot(db, lun, wanted).id}}, 201);
 }
 
-Answer get_snapshots(Store& store, const Request& request) {
+Response get_snapshots(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::read);
+  const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> id = query.text("snapshot_id");
   const std::optional<std::string> lun_id = query.text("lun_id");
   query.finish();
-  if (id && lun_id) throw Refusal(400, "give one of the query fields 'snapshot_id' and 'lun_id'");
+  if (id && lun_id)
+    throw Request_Error(400, "give one of the query fields 'snapshot_id' and 'lun_id'");
 
   Array out;
   const auto add_all_of = [&](const Volume& lun) {
-    const Chain_Sizes sizes = Block_Map(store, lun.number).sizes();
-    for (const Snapshot& snapshot : snapshots_of(store, lun)) {
-      add_records(store, lun, snapshot, sizes, out);
+    const Chain_Sizes sizes = Extent_Map(db, lun.number).sizes();
+    for (const Snapshot& snapshot : snapshots_of(db, lun)) {
+      add_records(db, lun, snapshot, sizes, out);
     }
   };
   if (id) {
-    const Snapshot snapshot = need_lun_snapshot(store, pool, *id);
-    const Volume lun = volume_by_number(store, snapshot.volume);
-    add_records(store, lun, snapshot, Block_Map(store, lun.number).sizes(), out);
+    const Snapshot snapshot = need_lun_snapshot(db, pool, *id);
+    const Volume lun = volume_by_number(db, snapshot.volume);
+    add_records(db, lun, snapshot, Extent_Map(db, lun.number).sizes(), out);
   } else if (lun_id) {
-    add_all_of(need_lun(store, pool.volumes.uuid, *lun_id));
+    add_all_of(need_lun(db, pool.volumes.uuid, *lun_id));
   } else {
-    for (const Volume& lun : volumes_of(store, pool.volumes.uuid, lun_kind))
+    for (const Volume& lun : volumes_of(db, pool.volumes.uuid, lun_kind))
       add_all_of(lun);
   }
-  return json_answer(std::move(out));
+  return json_response(std::move(out));
 }
 
 /// The snapshot of a DELETE, absent when it was deleted before.
-std::optional<Snapshot> find_undeleted(Store& store, const SCSI_Pool& pool, const std::string& id) {
-  if (was_snapshot_deleted(store, pool.volumes.uuid, lun_kind, id)) return std::nullopt;
-  return need_lun_snapshot(store, pool, id);
+std::optional<Snapshot> find_undeleted(Connection& db, const SCSI_Pool& pool,
+                                       const std::string& id) {
+  if (was_snapshot_deleted(db, pool.volumes.uuid, lun_kind, id)) return std::nullopt;
+  return need_lun_snapshot(db, pool, id);
 }
 
-Answer delete_snapshot_of_lun(Store& store, const Request& request) {
+Response delete_snapshot_of_lun(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::change);
+  const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string id = lower_case(query.needed_text("snapshot_id"));
   const bool delete_empty = query.flag_or("delete_empty_lun", false);
   query.finish();
-  if (const auto snapshot = find_undeleted(store, pool, id)) {
-    delete_snapshot(store, *snapshot, delete_empty);
+  if (const auto snapshot = find_undeleted(db, pool, id)) {
+    delete_snapshot(db, *snapshot, delete_empty);
   }
-  return json_answer(Object{{"snapshot_id", id}});
+  return json_response(Object{{"snapshot_id", id}});
 }
 
 // ---- /zq/r/scsipool/snapshot/export
 
-Answer create_share(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
-  const Snapshot snapshot =
-      need_lun_snapshot(store, change.pool, change.fields.text("snapshot_id"));
+Response create_share(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
+  const Snapshot snapshot = need_lun_snapshot(db, change.pool, change.fields.text("snapshot_id"));
   const Target target = read_target(change.fields, change.pool);
   const Access_List access = read_needed_access(change.fields);
   change.fields.finish();
-  const Export share = share_snapshot(store, change.pool.volumes.uuid, snapshot, target, access);
-  return json_answer(Object{{"lun_num", share.lun_num}});
+  const Export share = share_snapshot(db, change.pool.volumes.uuid, snapshot, target, access);
+  return json_response(Object{{"lun_num", share.lun_num}});
 }
 
-std::optional<Export> find_share(Store& store, const Snapshot& snapshot, std::int64_t lun_num) {
-  for (const Export& share : shares_of(store, snapshot)) {
+std::optional<Export> find_share(Connection& db, const Snapshot& snapshot, std::int64_t lun_num) {
+  for (const Export& share : shares_of(db, snapshot)) {
     if (share.lun_num == lun_num) return share;
   }
   return std::nullopt;
 }
 
-Answer add_access(Store& store, const Request& request) {
-  SCSI_Change change(store, request);
-  const Snapshot snapshot =
-      need_lun_snapshot(store, change.pool, change.fields.text("snapshot_id"));
+Response add_access(Connection& db, const Request& request) {
+  SCSI_Change change(db, request);
+  const Snapshot snapshot = need_lun_snapshot(db, change.pool, change.fields.text("snapshot_id"));
   const std::int64_t lun_num = change.fields.count("lun_num");
   change.fields.one_of("action", {"add"});
   const Access_List access = read_needed_access(change.fields);
   change.fields.finish();
-  const std::optional<Export> share = find_share(store, snapshot, lun_num);
+  const std::optional<Export> share = find_share(db, snapshot, lun_num);
   if (!share) {
-    throw Refusal(409, "snapshot '" + snapshot.id + "' is not shared under number " +
-                           std::to_string(lun_num));
+    throw Request_Error(409, "snapshot '" + snapshot.id + "' is not shared under number " +
+                                 std::to_string(lun_num));
   }
-  allow(store, *share, access);
+  allow(db, *share, access);
   Object out;
-  describe_export(store, *share, out);
-  return json_answer(std::move(out));
+  describe_export(db, *share, out);
+  return json_response(std::move(out));
 }
 
-Answer delete_share(Store& store, const Request& request) {
+Response delete_share(Connection& db, const Request& request) {
   Query_Fields query(request);
-  const SCSI_Pool pool = need_scsi_pool(store, query.needed_text("pool_id"), Access::change);
+  const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string id = lower_case(query.needed_text("snapshot_id"));
   const std::int64_t lun_num = query.needed_count("lun_num");
   query.finish();
-  if (const auto snapshot = find_undeleted(store, pool, id)) {
-    const std::optional<Export> share = find_share(store, *snapshot, lun_num);
-    if (share) withdraw(store, *share);
+  if (const auto snapshot = find_undeleted(db, pool, id)) {
+    const std::optional<Export> share = find_share(db, *snapshot, lun_num);
+    if (share) withdraw(db, *share);
   }
-  return json_answer(Object{{"snapshot_id", id}});
+  return json_response(Object{{"snapshot_id", id}});
 }
 
 }  // namespace
 
 void add_snapshot_paths(Router& router) {
   const std::string snapshot = "/zq/r/scsipool/snapshot";
-  router.add(Method::post, snapshot, Access::change, create_snapshot_of_lun);
+  router.add(Method::post, snapshot, Access::write, create_snapshot_of_lun);
   router.add(Method::get, snapshot, Access::read, get_snapshots);
-  router.add(Method::del, snapshot, Access::change, delete_snapshot_of_lun);
-  router.add(Method::post, snapshot + "/export", Access::change, create_share);
-  router.add(Method::put, snapshot + "/export", Access::change, add_access);
-  router.add(Method::del, snapshot + "/export", Access::change, delete_share);
+  router.add(Method::del, snapshot, Access::write, delete_snapshot_of_lun);
+  router.add(Method::post, snapshot + "/export", Access::write, create_share);
+  router.add(Method::put, snapshot + "/export", Access::write, add_access);
+  router.add(Method::del, snapshot + "/export", Access::write, delete_share);
 }
 
 }  // namespace zqpool::service

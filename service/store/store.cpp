@@ -54,33 +54,34 @@ std::int64_t number_of(SQLite::Database& database, const char* sql) {
 
 }  // namespace
 
-Store::Store(const std::string& file, int busy)
+Connection::Connection(const std::string& file, int busy)
     : database_(file, SQLite::OPEN_READWRITE | SQLITE_OPEN_NOMUTEX, busy) {
   database_.exec("PRAGMA synchronous=FULL");
   database_.exec("PRAGMA foreign_keys=ON");
   database_.exec("PRAGMA trusted_schema=OFF");
 }
 
-std::unique_ptr<SQLite::Statement> Store::Query::take(Store& store, const std::string& sql) {
-  if (const auto it = store.idle_.find(sql); it != store.idle_.end()) {
+std::unique_ptr<SQLite::Statement> Statement::take(Connection& db, const std::string& sql) {
+  if (const auto it = db.idle_.find(sql); it != db.idle_.end()) {
     std::unique_ptr<SQLite::Statement> out = std::move(it->second);
-    store.idle_.erase(it);
+    db.idle_.erase(it);
     return out;
   }
-  return std::make_unique<SQLite::Statement>(store.database_, sql);
+  return std::make_unique<SQLite::Statement>(db.database_, sql);
 }
 
-Store::Query::~Query() {
+Statement::~Statement() {
   try {
     statement_->tryReset();
     statement_->clearBindings();
-    store_.idle_.emplace(statement_->getQuery(), std::move(statement_));
+    db_.idle_.emplace(statement_->getQuery(), std::move(statement_));
   } catch (const std::exception&) {
     // The statement is dropped instead of kept; the next use prepares it again.
   }
 }
 
-State::State(const std::string& file, const std::function<void(Store&)>& fill) : file_(file) {
+Database::Database(const std::string& file, const std::function<void(Connection&)>& fill)
+    : file_(file) {
   try {
     lock();
     open(fill);
@@ -89,14 +90,14 @@ State::State(const std::string& file, const std::function<void(Store&)>& fill) :
     switch (error.getErrorCode()) {
       case SQLITE_NOTADB:
       case SQLITE_CORRUPT:
-        throw State_Error("state '" + file_ + "' is damaged or no state file: " + error.what());
+        throw Database_Error("state '" + file_ + "' is damaged or no state file: " + error.what());
       case SQLITE_BUSY:
       case SQLITE_LOCKED:
-        throw State_Error("state '" + file_ + "' is locked by another process");
+        throw Database_Error("state '" + file_ + "' is locked by another process");
       case SQLITE_FULL:
-        throw State_Error("no space left for state '" + file_ + "'");
+        throw Database_Error("no space left for state '" + file_ + "'");
       default:
-        throw State_Error("cannot use state '" + file_ + "': " + error.what());
+        throw Database_Error("cannot use state '" + file_ + "': " + error.what());
     }
   } catch (...) {
     close();
@@ -104,30 +105,30 @@ State::State(const std::string& file, const std::function<void(Store&)>& fill) :
   }
 }
 
-State::~State() {
+Database::~Database() {
   close();
 }
 
-void State::close() noexcept {
+void Database::close() noexcept {
   idle_.clear();  // the last connection folds the journal into the file
   if (lock_ >= 0) ::close(lock_);
 }
 
 // SQLite's own locks come and go with transactions, and closing any descriptor of the database file
 // would drop them: so a file of its own says that a service lives on this state.
-void State::lock() {
+void Database::lock() {
   const std::string name = file_ + ".lock";
   lock_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
-  if (lock_ < 0) throw State_Error("cannot create '" + name + "': " + system_error(errno));
+  if (lock_ < 0) throw Database_Error("cannot create '" + name + "': " + system_error(errno));
   if (::flock(lock_, LOCK_EX | LOCK_NB) != 0) {
     if (errno != EWOULDBLOCK) {
-      throw State_Error("cannot lock '" + name + "': " + system_error(errno));
+      throw Database_Error("cannot lock '" + name + "': " + system_error(errno));
     }
     std::array<char, 32> holder{};
     const ssize_t length = ::pread(lock_, holder.data(), holder.size() - 1, 0);
     const std::string process(holder.data(), length > 0 ? static_cast<std::size_t>(length) : 0);
-    throw State_Error("state '" + file_ + "' is in use by another zqpoold" +
-                      (process.empty() ? "" : " (process " + process + ")"));
+    throw Database_Error("state '" + file_ + "' is in use by another zqpoold" +
+                         (process.empty() ? "" : " (process " + process + ")"));
   }
   const std::string process = std::to_string(::getpid());
   if (::ftruncate(lock_, 0) == 0) {
@@ -136,7 +137,7 @@ void State::lock() {
   }
 }
 
-void State::make_file() {
+void Database::make_file() {
   int file = ::open(file_.c_str(), O_RDWR | O_CLOEXEC);
   if (file < 0 && errno == ENOENT) {
     file = ::open(file_.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
@@ -144,10 +145,10 @@ void State::make_file() {
   }
   const int error = errno;
   const Descriptor held(file);
-  if (file < 0) throw State_Error("cannot open state '" + file_ + "': " + system_error(error));
+  if (file < 0) throw Database_Error("cannot open state '" + file_ + "': " + system_error(error));
   struct stat status {};
   if (::fstat(file, &status) != 0 || !S_ISREG(status.st_mode)) {
-    throw State_Error("state '" + file_ + "' is not a regular file");
+    throw Database_Error("state '" + file_ + "' is not a regular file");
   }
   if ((status.st_mode & 077) != 0) {
     std::fprintf(stderr, "zqpoold: warning: state '%s' can be read by others (mode %03o)\n",
@@ -155,10 +156,10 @@ void State::make_file() {
   }
 }
 
-void State::open(const std::function<void(Store&)>& fill) {
+void Database::open(const std::function<void(Connection&)>& fill) {
   make_file();
-  auto store = std::make_unique<Store>(file_, busy_at_start_ms);
-  SQLite::Database& database = store->database();
+  auto db = std::make_unique<Connection>(file_, busy_at_start_ms);
+  SQLite::Database& database = db->database();
 
   // Look before touching anything: a foreign or newer file stays as it is.
   const std::int64_t mark = number_of(database, "PRAGMA application_id");
@@ -166,20 +167,21 @@ void State::open(const std::function<void(Store&)>& fill) {
   const std::int64_t objects = number_of(database, "SELECT count(*) FROM sqlite_master");
   is_new_ = mark == 0 && version == 0 && objects == 0;
   if (!is_new_ && mark != application_id) {
-    throw State_Error("'" + file_ + "' is a database of something else, not a state of zqpoold");
+    throw Database_Error("'" + file_ + "' is a database of something else, not a state of zqpoold");
   }
   if (version > static_cast<std::int64_t>(schema_version)) {
-    throw State_Error("state '" + file_ + "' was written by a newer zqpoold (schema " +
-                      std::to_string(version) + ", this one knows " +
-                      std::to_string(schema_version) + ")");
+    throw Database_Error("state '" + file_ + "' was written by a newer zqpoold (schema " +
+                         std::to_string(version) + ", this one knows " +
+                         std::to_string(schema_version) + ")");
   }
   if (!is_new_) {
     const std::string health = database.execAndGet("PRAGMA quick_check(1)").getString();
-    if (health != "ok") throw State_Error("state '" + file_ + "' is damaged: " + health);
+    if (health != "ok") throw Database_Error("state '" + file_ + "' is damaged: " + health);
   }
   const std::string journal = database.execAndGet("PRAGMA journal_mode=WAL").getString();
   if (journal != "wal") {
-    throw State_Error("the file system of state '" + file_ + "' does not carry a write-ahead log");
+    throw Database_Error("the file system of state '" + file_ +
+                         "' does not carry a write-ahead log");
   }
   if (version < static_cast<std::int64_t>(schema_version)) {
     database.exec("BEGIN IMMEDIATE");
@@ -188,56 +190,56 @@ void State::open(const std::function<void(Store&)>& fill) {
     }
     database.exec("PRAGMA application_id=" + std::to_string(application_id));
     database.exec("PRAGMA user_version=" + std::to_string(schema_version));
-    if (is_new_ && fill) fill(*store);
+    if (is_new_ && fill) fill(*db);
     database.exec("COMMIT");
   }
   database.setBusyTimeout(busy_ms);
-  idle_.push_back(std::move(store));
+  idle_.push_back(std::move(db));
 }
 
-std::unique_ptr<Store> State::take() {
+std::unique_ptr<Connection> Database::take() {
   {
     const std::lock_guard<std::mutex> hold(mutex_);
     if (!idle_.empty()) {
-      std::unique_ptr<Store> out = std::move(idle_.back());
+      std::unique_ptr<Connection> out = std::move(idle_.back());
       idle_.pop_back();
       return out;
     }
   }
-  return std::make_unique<Store>(file_, busy_ms);
+  return std::make_unique<Connection>(file_, busy_ms);
 }
 
-void State::give_back(std::unique_ptr<Store> store) {
+void Database::give_back(std::unique_ptr<Connection> db) {
   const std::lock_guard<std::mutex> hold(mutex_);
-  idle_.push_back(std::move(store));
+  idle_.push_back(std::move(db));
 }
 
-Transaction State::begin(Access access) {
+Transaction Database::begin(Access access) {
   return Transaction(*this, access);
 }
 
-Transaction::Transaction(State& state, Access access)
-    : state_(&state),
-      writer_(access == Access::change ? std::unique_lock(state.writer_)
-                                       : std::unique_lock<std::mutex>()),
-      store_(state.take()) {
-  store_->execute(access == Access::change ? "BEGIN IMMEDIATE" : "BEGIN");
+Transaction::Transaction(Database& database, Access access)
+    : database_(&database),
+      writer_(access == Access::write ? std::unique_lock(database.writer_)
+                                      : std::unique_lock<std::mutex>()),
+      db_(database.take()) {
+  db_->execute(access == Access::write ? "BEGIN IMMEDIATE" : "BEGIN");
 }
 
 Transaction::~Transaction() {
-  if (!store_) return;
-  if (open_ && sqlite3_get_autocommit(store_->database().getHandle()) == 0) {
+  if (!db_) return;
+  if (open_ && sqlite3_get_autocommit(db_->database().getHandle()) == 0) {
     try {
-      store_->execute("ROLLBACK");
+      db_->execute("ROLLBACK");
     } catch (const std::exception&) {
       return;  // a connection that cannot even roll back is dropped, which does roll back
     }
   }
-  state_->give_back(std::move(store_));
+  database_->give_back(std::move(db_));
 }
 
 void Transaction::commit() {
-  store_->execute("COMMIT");
+  db_->execute("COMMIT");
   open_ = false;
 }
 

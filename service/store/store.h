@@ -17,15 +17,15 @@
 
 namespace zqpool::service {
 
-/// One connection to the state, inside one transaction: what a handler works on. Used by one thread
-/// at a time. Everything throws SQLite::Exception when the state fails; the transaction is then
-/// rolled back by who began it.
-class Store {
- public:
-  class Query;
+class Statement;
 
+/// A connection to the database, inside a transaction: what a handler works with. Used by one
+/// thread at a time. Throws SQLite::Exception when the database fails; the transaction is then
+/// rolled back by its owner.
+class Connection {
+ public:
   /// Opens one more connection to an existing file.
-  Store(const std::string& file, int busy_ms);
+  Connection(const std::string& file, int busy_ms);
 
   /// Runs a statement that gives no rows; returns how many rows it changed. Arguments are bound in
   /// order: integers, texts, optionals of either (absent: null).
@@ -43,24 +43,26 @@ class Store {
   SQLite::Database& database() { return database_; }
 
  private:
+  friend class Statement;
+
   SQLite::Database database_;
-  /// Prepared statements that nobody uses, by their text.
+  /// Prepared statements that are not in use, by their text.
   std::multimap<std::string, std::unique_ptr<SQLite::Statement>> idle_;
 };
 
-/// The rows of one SELECT, in order. Prepared statements are kept for reuse; the same text may be
-/// in use several times at once.
-class Store::Query {
+/// A statement and, for a SELECT, its rows. The connection keeps it prepared for the next use; the
+/// same text may be in use several times at once.
+class Statement {
  public:
   template <typename... Args>
-  Query(Store& store, const std::string& sql, const Args&... args)
-      : store_(store), statement_(take(store, sql)) {
+  Statement(Connection& db, const std::string& sql, const Args&... args)
+      : db_(db), statement_(take(db, sql)) {
     int index = 0;
     (bind(++index, args), ...);
   }
-  ~Query();
-  Query(const Query&) = delete;
-  Query& operator=(const Query&) = delete;
+  ~Statement();
+  Statement(const Statement&) = delete;
+  Statement& operator=(const Statement&) = delete;
 
   /// Steps to the next row; false after the last one.
   bool next() { return statement_->executeStep(); }
@@ -77,10 +79,11 @@ class Store::Query {
   bool is_null(Column column) const {
     return statement_->isColumnNull(column);
   }
+  /// Runs a statement that gives no rows; returns how many rows it changed.
   int run() { return statement_->exec(); }
 
  private:
-  static std::unique_ptr<SQLite::Statement> take(Store& store, const std::string& sql);
+  static std::unique_ptr<SQLite::Statement> take(Connection& db, const std::string& sql);
 
   template <typename T>
   void bind(int index, const std::optional<T>& value) {
@@ -97,33 +100,33 @@ class Store::Query {
     statement_->bind(index, static_cast<std::int64_t>(value));
   }
 
-  Store& store_;
+  Connection& db_;
   std::unique_ptr<SQLite::Statement> statement_;
 };
 
 template <typename... Args>
-int Store::execute(const std::string& sql, const Args&... args) {
-  return Query(*this, sql, args...).run();
+int Connection::execute(const std::string& sql, const Args&... args) {
+  return Statement(*this, sql, args...).run();
 }
 
 template <typename... Args>
-bool Store::has_row(const std::string& sql, const Args&... args) {
-  return Query(*this, sql, args...).next();
+bool Connection::has_row(const std::string& sql, const Args&... args) {
+  return Statement(*this, sql, args...).next();
 }
 
 template <typename... Args>
-std::int64_t Store::integer(const std::string& sql, const Args&... args) {
-  Query row(*this, sql, args...);
+std::int64_t Connection::integer(const std::string& sql, const Args&... args) {
+  Statement row(*this, sql, args...);
   return row.next() ? row.integer(0) : 0;
 }
 
-/// Thrown when the state cannot be opened; the text says why and names the file.
-class State_Error : public std::runtime_error {
+/// Thrown when the database cannot be opened; the text says why and names the file.
+class Database_Error : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
 
-enum class Access { read, change };
+enum class Access { read, write };
 
 class Transaction;
 
@@ -132,16 +135,16 @@ class Transaction;
 /// The journal is write-ahead with synchronous=FULL: a commit returns when the log is on the disk,
 /// with one fsync instead of the two to three of a rollback journal, and a reader never waits for a
 /// writer. Changes go one after another, each reads what the one before left. Thread-safe.
-class State {
+class Database {
  public:
   /// Opens or creates the file (mode 0600) and brings its schema up to date; `fill` writes what a
   /// new state holds at first. All of this is one transaction: after a failure the next start finds
-  /// the state as this one did. Throws State_Error, or what `fill` throws.
-  explicit State(const std::string& file, const std::function<void(Store&)>& fill = {});
+  /// the state as this one did. Throws Database_Error, or what `fill` throws.
+  explicit Database(const std::string& file, const std::function<void(Connection&)>& fill = {});
   /// Folds the journal into the file. No transaction may be open any more.
-  ~State();
-  State(const State&) = delete;
-  State& operator=(const State&) = delete;
+  ~Database();
+  Database(const Database&) = delete;
+  Database& operator=(const Database&) = delete;
 
   /// Whether there was no state in the file before.
   bool is_new() const { return is_new_; }
@@ -154,18 +157,18 @@ class State {
   friend class Transaction;
 
   void lock();
-  void open(const std::function<void(Store&)>& fill);
+  void open(const std::function<void(Connection&)>& fill);
   void make_file();
   void close() noexcept;
-  std::unique_ptr<Store> take();
-  void give_back(std::unique_ptr<Store> store);
+  std::unique_ptr<Connection> take();
+  void give_back(std::unique_ptr<Connection> db);
 
   std::string file_;
   int lock_ = -1;
   bool is_new_ = false;
   std::mutex writer_;
   std::mutex mutex_;
-  std::vector<std::unique_ptr<Store>> idle_;
+  std::vector<std::unique_ptr<Connection>> idle_;
 };
 
 /// An open transaction: rolled back at the end of its scope unless committed.
@@ -175,17 +178,17 @@ class Transaction {
   Transaction& operator=(Transaction&&) = delete;
   ~Transaction();
 
-  Store& store() { return *store_; }
+  Connection& db() { return *db_; }
   /// Returns when the changes are on the disk. Throws SQLite::Exception; nothing is kept then.
   void commit();
 
  private:
-  friend class State;
-  Transaction(State& state, Access access);
+  friend class Database;
+  Transaction(Database& database, Access access);
 
-  State* state_;
+  Database* database_;
   std::unique_lock<std::mutex> writer_;
-  std::unique_ptr<Store> store_;
+  std::unique_ptr<Connection> db_;
   bool open_ = true;
 };
 

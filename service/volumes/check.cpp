@@ -11,7 +11,7 @@ namespace zqpool::service {
 
 namespace {
 
-// Deliberately plain, and without anything of Block_Map: each extent is given to everything that
+// Deliberately plain, and without anything of Extent_Map: each extent is given to everything that
 // reaches it, and the data is swept through by its ranges.
 
 struct Extent {
@@ -38,12 +38,12 @@ struct State_Of_Volumes {
   std::map<std::string, std::int64_t> used;  ///< by pool
 };
 
-void read_extents(Store& store, const Volume& volume, State_Of_Volumes& state, Array& problems) {
+void read_extents(Connection& db, const Volume& volume, State_Of_Volumes& state, Array& problems) {
   const std::string name = described(volume);
-  const Chain_Sizes told = Block_Map(store, volume.number).sizes();
+  const Chain_Sizes told = Extent_Map(db, volume.number).sizes();
   const std::size_t head = state.owners.size();
   state.owners.push_back({name, volume.pool, told.head, {}, {}});
-  const std::vector<Snapshot> snapshots = snapshots_of(store, volume);
+  const std::vector<Snapshot> snapshots = snapshots_of(db, volume);
   for (const Snapshot& snapshot : snapshots) {
     const auto sizes = told.snapshots.find(snapshot.seq);
     state.owners.push_back({name + " snapshot " + std::to_string(snapshot.seq),
@@ -55,10 +55,10 @@ void read_extents(Store& store, const Volume& volume, State_Of_Volumes& state, A
       problems.emplace_back(state.owners.back().name + " has a number not given yet");
     }
   }
-  for (Store::Query row(store,
-                        "SELECT start, length, born, ifnull(died, 9223372036854775807), data, "
-                        "data_start FROM volume_extent WHERE volume = ?",
-                        volume.number);
+  for (Statement row(db,
+                     "SELECT start, length, born, ifnull(died, 9223372036854775807), data, "
+                     "data_start FROM volume_extent WHERE volume = ?",
+                     volume.number);
        row.next();) {
     const std::int64_t length = row.integer(1);
     Extent extent{volume.number,  row.integer(0),          row.integer(0) + length,
@@ -126,10 +126,10 @@ void compare(const std::string& place, const char* what, std::int64_t told, std:
                         std::to_string(found));
 }
 
-std::int64_t check_volumes(Store& store, Array& problems) {
+std::int64_t check_volumes(Connection& db, Array& problems) {
   State_Of_Volumes state;
-  for (Store::Query row(store, "SELECT number FROM volume ORDER BY number"); row.next();) {
-    read_extents(store, volume_by_number(store, row.integer(0)), state, problems);
+  for (Statement row(db, "SELECT number FROM volume ORDER BY number"); row.next();) {
+    read_extents(db, volume_by_number(db, row.integer(0)), state, problems);
   }
   for (const auto& [data, extents] : state.by_data)
     find_exclusive(extents, state, problems);
@@ -139,8 +139,7 @@ std::int64_t check_volumes(Store& store, Array& problems) {
             problems);
     compare(owner.name, "what is exclusive", owner.told.exclusive, owner.found.exclusive, problems);
   }
-  for (Store::Query row(store, "SELECT uuid, used_size, total_size FROM volume_pool");
-       row.next();) {
+  for (Statement row(db, "SELECT uuid, used_size, total_size FROM volume_pool"); row.next();) {
     compare("pool '" + row.text(0) + '\'', "what is used", row.integer(1), state.used[row.text(0)],
             problems);
     if (row.integer(1) > row.integer(2)) {

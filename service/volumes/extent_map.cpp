@@ -23,7 +23,7 @@ const char* const insert_extent =
     "INSERT INTO volume_extent (volume, start, length, born, died, data, data_start) "
     "VALUES (?, ?, ?, ?, ?, ?, ?)";
 
-using Range = Block_Map::Range;
+using Range = Extent_Map::Range;
 
 /// Sorts the ranges, which do not overlap, and joins those that touch.
 void tidy(std::vector<Range>& ranges) {
@@ -59,54 +59,53 @@ std::vector<Range> without(const std::vector<Range>& ranges, const std::vector<R
 
 }  // namespace
 
-Block_Map::Block_Map(Store& store, std::int64_t volume)
-    : store_(store),
+Extent_Map::Extent_Map(Connection& db, std::int64_t volume)
+    : db_(db),
       volume_(volume),
-      epoch_(store.integer("SELECT next_seq FROM volume WHERE number = ?", volume)) {
-  for (Store::Query row(store, "SELECT seq FROM volume_snapshot WHERE volume = ? ORDER BY seq",
-                        volume);
+      epoch_(db.integer("SELECT next_seq FROM volume WHERE number = ?", volume)) {
+  for (Statement row(db, "SELECT seq FROM volume_snapshot WHERE volume = ? ORDER BY seq", volume);
        row.next();) {
     snapshots_.push_back(row.integer(0));
   }
 }
 
-Block_Map::Extent Block_Map::read(const Store::Query& row) {
+Extent_Map::Extent Extent_Map::read(const Statement& row) {
   Extent out{row.integer(0), row.integer(1), row.integer(2), row.integer(3),
              std::nullopt,   row.integer(5), row.integer(6)};
   if (!row.is_null(4)) out.died = row.integer(4);
   return out;
 }
 
-std::vector<Block_Map::Extent> Block_Map::read_all(Store::Query&& rows) {
+std::vector<Extent_Map::Extent> Extent_Map::read_all(Statement&& rows) {
   std::vector<Extent> out;
   while (rows.next())
     out.push_back(read(rows));
   return out;
 }
 
-void Block_Map::insert(const Extent& extent) {
-  store_.execute(insert_extent, volume_, extent.start, extent.length, extent.born, extent.died,
-                 extent.data, extent.data_start);
+void Extent_Map::insert(const Extent& extent) {
+  db_.execute(insert_extent, volume_, extent.start, extent.length, extent.born, extent.died,
+              extent.data, extent.data_start);
 }
 
-std::int64_t Block_Map::remove(const std::vector<Extent>& extents) {
+std::int64_t Extent_Map::remove(const std::vector<Extent>& extents) {
   std::int64_t freed = 0;
   for (const Extent& extent : extents) {
     freed += unshared(extent);
-    store_.execute("DELETE FROM volume_extent WHERE number = ?", extent.number);
+    db_.execute("DELETE FROM volume_extent WHERE number = ?", extent.number);
   }
   return freed;
 }
 
-std::int64_t Block_Map::unshared(const Extent& extent) const {
+std::int64_t Extent_Map::unshared(const Extent& extent) const {
   const std::int64_t end = extent.data_start + extent.length;
   std::int64_t out = extent.length;
   std::int64_t counted = extent.data_start;  // up to here the shared bytes are taken off
-  for (Store::Query row(store_,
-                        "SELECT data_start, data_start + length FROM volume_extent "
-                        "WHERE data = ?1 AND volume <> ?2 AND data_start < ?3 "
-                        "AND data_start + length > ?4 ORDER BY data_start",
-                        extent.data, volume_, end, extent.data_start);
+  for (Statement row(db_,
+                     "SELECT data_start, data_start + length FROM volume_extent "
+                     "WHERE data = ?1 AND volume <> ?2 AND data_start < ?3 "
+                     "AND data_start + length > ?4 ORDER BY data_start",
+                     extent.data, volume_, end, extent.data_start);
        row.next();) {
     const std::int64_t from = std::max(row.integer(0), counted);
     const std::int64_t to = std::min(row.integer(1), end);
@@ -117,13 +116,13 @@ std::int64_t Block_Map::unshared(const Extent& extent) const {
   return out;
 }
 
-std::vector<Block_Map::Extent> Block_Map::live_in(std::int64_t start, std::int64_t end) const {
-  std::vector<Extent> out = read_all({store_, live_extents_in, volume_, start, end});
+std::vector<Extent_Map::Extent> Extent_Map::live_in(std::int64_t start, std::int64_t end) const {
+  std::vector<Extent> out = read_all({db_, live_extents_in, volume_, start, end});
   if (!out.empty() && out.front().start + out.front().length <= start) out.erase(out.begin());
   return out;
 }
 
-std::int64_t Block_Map::clear(std::int64_t start, std::int64_t length) {
+std::int64_t Extent_Map::clear(std::int64_t start, std::int64_t length) {
   const std::int64_t end = start + length;
   const auto part = [](const Extent& whole, std::int64_t from, std::int64_t to) {
     Extent out = whole;
@@ -135,7 +134,7 @@ std::int64_t Block_Map::clear(std::int64_t start, std::int64_t length) {
   std::int64_t freed = 0;
   for (const Extent& extent : live_in(start, end)) {
     const std::int64_t extent_end = extent.start + extent.length;
-    store_.execute("DELETE FROM volume_extent WHERE number = ?", extent.number);
+    db_.execute("DELETE FROM volume_extent WHERE number = ?", extent.number);
     if (extent.start < start) insert(part(extent, extent.start, start));
     if (end < extent_end) insert(part(extent, end, extent_end));
     Extent gone = part(extent, std::max(extent.start, start), std::min(extent_end, end));
@@ -149,63 +148,63 @@ std::int64_t Block_Map::clear(std::int64_t start, std::int64_t length) {
   return freed;
 }
 
-void Block_Map::add(std::int64_t start, std::int64_t length) {
-  const std::int64_t last = store_.integer("SELECT ifnull(max(data), 0) FROM volume_extent");
+void Extent_Map::add(std::int64_t start, std::int64_t length) {
+  const std::int64_t last = db_.integer("SELECT ifnull(max(data), 0) FROM volume_extent");
   insert({0, start, length, epoch_, std::nullopt, last + 1, 0});
 }
 
-std::int64_t Block_Map::drop_snapshot(std::int64_t seq) {
+std::int64_t Extent_Map::drop_snapshot(std::int64_t seq) {
   const auto it = std::lower_bound(snapshots_.begin(), snapshots_.end(), seq);
   const std::int64_t before = it == snapshots_.begin() ? -1 : *(it - 1);
   std::optional<std::int64_t> after;
   if (it != snapshots_.end() && it + 1 != snapshots_.end()) after = *(it + 1);
   const std::int64_t freed =
-      remove(read_all({store_, extents_of_one_snapshot, volume_, seq, after, before}));
+      remove(read_all({db_, extents_of_one_snapshot, volume_, seq, after, before}));
   if (it != snapshots_.end() && *it == seq) snapshots_.erase(it);
   return freed;
 }
 
-std::int64_t Block_Map::roll_back() {
+std::int64_t Extent_Map::roll_back() {
   const std::int64_t newest = snapshots_.back();
-  const std::int64_t freed = remove(read_all({store_, live_extents_since, volume_, newest}));
-  store_.execute("UPDATE volume_extent SET died = NULL WHERE volume = ? AND died > ?", volume_,
-                 newest);
+  const std::int64_t freed = remove(read_all({db_, live_extents_since, volume_, newest}));
+  db_.execute("UPDATE volume_extent SET died = NULL WHERE volume = ? AND died > ?", volume_,
+              newest);
   return freed;
 }
 
-std::int64_t Block_Map::drop_all() {
-  return remove(read_all({store_, all_extents, volume_}));
+std::int64_t Extent_Map::drop_all() {
+  return remove(read_all({db_, all_extents, volume_}));
 }
 
-void Block_Map::copy_from(std::int64_t volume, std::int64_t seq) {
-  store_.execute(
+void Extent_Map::copy_from(std::int64_t volume, std::int64_t seq) {
+  db_.execute(
       "INSERT INTO volume_extent (volume, start, length, born, died, data, data_start) "
       "SELECT ?1, start, length, 0, NULL, data, data_start FROM volume_extent "
       "WHERE volume = ?2 AND born <= ?3 AND (died IS NULL OR died > ?3)",
       volume_, volume, seq);
 }
 
-bool Block_Map::is_unchanged_since(std::int64_t seq) const {
-  return !store_.has_row(
+bool Extent_Map::is_unchanged_since(std::int64_t seq) const {
+  return !db_.has_row(
       "SELECT 1 FROM volume_extent WHERE volume = ?1 AND died IS NULL "
       "AND born > ?2 UNION ALL "
       "SELECT 1 FROM volume_extent WHERE volume = ?1 AND died > ?2 LIMIT 1",
       volume_, seq);
 }
 
-std::size_t Block_Map::position(std::int64_t epoch) const {
+std::size_t Extent_Map::position(std::int64_t epoch) const {
   return static_cast<std::size_t>(std::lower_bound(snapshots_.begin(), snapshots_.end(), epoch) -
                                   snapshots_.begin());
 }
 
-Chain_Sizes Block_Map::sizes() const {
+Chain_Sizes Extent_Map::sizes() const {
   // Positions in the chain: its snapshots, then the head. Each extent is reached from a run of
   // them.
   const std::size_t head = snapshots_.size();
   std::vector<std::int64_t> change(head + 2,
                                    0);  // of what is referenced, from position to position
   std::vector<std::int64_t> exclusive(head + 1, 0);
-  for (Store::Query row(store_, all_extents, volume_); row.next();) {
+  for (Statement row(db_, all_extents, volume_); row.next();) {
     const Extent extent = read(row);
     const std::size_t first = position(extent.born);
     const std::size_t end = extent.died ? position(*extent.died) : head + 1;
@@ -223,9 +222,9 @@ Chain_Sizes Block_Map::sizes() const {
   return out;
 }
 
-std::vector<Block_Map::Changes> Block_Map::changes() const {
+std::vector<Extent_Map::Changes> Extent_Map::changes() const {
   std::vector<Changes> out(snapshots_.size() + 1);
-  for (Store::Query row(store_, all_extents, volume_); row.next();) {
+  for (Statement row(db_, all_extents, volume_); row.next();) {
     const Extent extent = read(row);
     const Range range{extent.start, extent.start + extent.length};
     // What a clone began with was not written to it.

@@ -32,9 +32,9 @@ struct Chain_Sizes {
 /// ranges of data that their extents share. Within one volume no two extents share data.
 ///
 /// An object sees the volume's snapshots as they were when it was made.
-class Block_Map {
+class Extent_Map {
  public:
-  Block_Map(Store& store, std::int64_t volume);
+  Extent_Map(Connection& db, std::int64_t volume);
 
   /// The functions that change the map return how many bytes became free: those that neither this
   /// nor another volume reaches any more.
@@ -79,8 +79,8 @@ class Block_Map {
     std::int64_t data_start = 0;
   };
 
-  static Extent read(const Store::Query& row);
-  static std::vector<Extent> read_all(Store::Query&& rows);
+  static Extent read(const Statement& row);
+  static std::vector<Extent> read_all(Statement&& rows);
   void insert(const Extent& extent);
   std::int64_t remove(const std::vector<Extent>& extents);
   /// The place in the chain of the first snapshot that an epoch's extents can be reached from.
@@ -89,7 +89,7 @@ class Block_Map {
   std::int64_t unshared(const Extent& extent) const;
   std::vector<Extent> live_in(std::int64_t start, std::int64_t end) const;
 
-  Store& store_;
+  Connection& db_;
   std::int64_t volume_;
   std::int64_t epoch_;
   std::vector<std::int64_t> snapshots_;  ///< their numbers, ascending

@@ -6,7 +6,7 @@ namespace zqpool::service {
 
 namespace {
 
-Snapshot read_step(Fields& fields) {
+Snapshot read_step(Request_Fields& fields) {
   Snapshot out;
   out.id = lower_case(fields.uuid("snapshot_id"));
   out.seq = fields.count_or("seq", 0);
@@ -15,8 +15,8 @@ Snapshot read_step(Fields& fields) {
   return out;
 }
 
-void load_step(Store& store, const Volume& volume, Fields& step,
-               const std::function<void(Fields&, const Snapshot&)>& load_more) {
+void load_step(Connection& db, const Volume& volume, Request_Fields& step,
+               const std::function<void(Request_Fields&, const Snapshot&)>& load_more) {
   const Object* what = nullptr;
   const char* kind = nullptr;
   for (const char* each : {"write", "discard", "snapshot"}) {
@@ -28,23 +28,23 @@ void load_step(Store& store, const Volume& volume, Fields& step,
   step.finish();
   if (!what) step.refuse("write", "is missing, and so are discard and snapshot", 400);
 
-  Fields fields(*what, step.place(kind));
+  Request_Fields fields(*what, step.place(kind));
   if (kind == std::string("snapshot")) {
-    load_more(fields, create_snapshot(store, volume, read_step(fields)));
+    load_more(fields, create_snapshot(db, volume, read_step(fields)));
   } else {
     const std::int64_t offset = fields.count("offset");
     const std::int64_t length = fields.count("length");
     if (kind == std::string("write")) {
-      write_volume(store, volume, offset, length, Reclaim::no);
+      write_volume(db, volume, offset, length, Reclaim::no);
     } else {
-      discard_volume(store, volume, offset, length);
+      discard_volume(db, volume, offset, length);
     }
   }
   fields.finish();
 }
 
-void dump_ranges(const char* kind, const std::vector<Block_Map::Range>& ranges, Array& steps) {
-  for (const Block_Map::Range& range : ranges) {
+void dump_ranges(const char* kind, const std::vector<Extent_Map::Range>& ranges, Array& steps) {
+  for (const Extent_Map::Range& range : ranges) {
     steps.emplace_back(
         Object{{kind, Object{{"offset", range.start}, {"length", range.end - range.start}}}});
   }
@@ -52,26 +52,26 @@ void dump_ranges(const char* kind, const std::vector<Block_Map::Range>& ranges, 
 
 }  // namespace
 
-void load_history(Store& store, const Volume& volume, Fields& entry,
-                  const std::function<void(Fields&, const Snapshot&)>& load_more) {
+void load_history(Connection& db, const Volume& volume, Request_Fields& entry,
+                  const std::function<void(Request_Fields&, const Snapshot&)>& load_more) {
   std::size_t number = 0;
-  for (Fields& step : entry.optional_objects("history")) {
+  for (Request_Fields& step : entry.optional_objects("history")) {
     try {
-      load_step(store, volume, step, load_more);
-    } catch (const Refusal& refusal) {
-      throw placed(refusal, entry.place("history") + '[' + std::to_string(number) + ']');
+      load_step(db, volume, step, load_more);
+    } catch (const Request_Error& error) {
+      throw placed(error, entry.place("history") + '[' + std::to_string(number) + ']');
     }
     ++number;
   }
   if (const auto next = entry.optional_count("next_seq")) {
-    raise_next_seq(store, volume_by_number(store, volume.number), *next);
+    raise_next_seq(db, volume_by_number(db, volume.number), *next);
   }
 }
 
-void dump_history(Store& store, const Volume& volume, Object& entry,
+void dump_history(Connection& db, const Volume& volume, Object& entry,
                   const std::function<void(Object&, const Snapshot&)>& dump_more) {
-  const std::vector<Snapshot> snapshots = snapshots_of(store, volume);
-  const std::vector<Block_Map::Changes> changes = Block_Map(store, volume.number).changes();
+  const std::vector<Snapshot> snapshots = snapshots_of(db, volume);
+  const std::vector<Extent_Map::Changes> changes = Extent_Map(db, volume.number).changes();
   Array steps;
   std::int64_t next = 1;
   for (std::size_t i = 0; i < changes.size(); ++i) {

@@ -17,8 +17,8 @@ namespace zqpool::service {
 // none by itself, but what it reaches stays when the volume is written over. Whatever needs room in
 // a full pool first reclaims recyclable snapshots, the oldest of the pool first.
 //
-// All functions throw Refusal with a text for the client, and expect a transaction that may change
-// the state where they do.
+// All functions throw Request_Error with a text for the client, and expect a transaction that may
+// change the state where they do.
 
 enum class Volume_Kind { lun, filesystem };
 
@@ -53,74 +53,74 @@ struct Volume_Pool {
 };
 
 /// 404 when there is no such pool; 409 when it is to be changed and is readonly or offline.
-Volume_Pool need_volume_pool(Store& store, const std::string& uuid, Access access);
+Volume_Pool need_volume_pool(Connection& db, const std::string& uuid, Access access);
 /// Makes the pool, or gives it another size: 422 when more is in use.
-void set_volume_pool(Store& store, const std::string& uuid, std::int64_t total_size);
+void set_volume_pool(Connection& db, const std::string& uuid, std::int64_t total_size);
 /// Reclaims snapshots until so many bytes are free. 507 when that is not enough.
 /// Returns the identifiers of the snapshots.
-std::vector<std::string> make_room(Store& store, const std::string& pool, std::int64_t bytes);
+std::vector<std::string> make_room(Connection& db, const std::string& pool, std::int64_t bytes);
 
 // ---- volumes
 
-std::optional<Volume> find_volume(Store& store, const std::string& pool, Volume_Kind kind,
+std::optional<Volume> find_volume(Connection& db, const std::string& pool, Volume_Kind kind,
                                   const std::string& name);
 /// 404 when there is none.
-Volume need_volume(Store& store, const std::string& pool, Volume_Kind kind,
+Volume need_volume(Connection& db, const std::string& pool, Volume_Kind kind,
                    const std::string& name);
-Volume volume_by_number(Store& store, std::int64_t number);
+Volume volume_by_number(Connection& db, std::int64_t number);
 /// In the order in which they were made.
-std::vector<Volume> volumes_of(Store& store, const std::string& pool, Volume_Kind kind);
+std::vector<Volume> volumes_of(Connection& db, const std::string& pool, Volume_Kind kind);
 /// "LUN 'x'", "filesystem 'x'": for messages.
 std::string described(const Volume& volume);
 
 /// Makes an empty volume; `wanted` says all but its number. 409 when there is one of that name.
-Volume create_volume(Store& store, const Volume& wanted);
+Volume create_volume(Connection& db, const Volume& wanted);
 /// As above, with the content of a snapshot, which cannot be deleted while the clone is there.
-Volume clone_volume(Store& store, const Snapshot& origin, const Volume& wanted);
+Volume clone_volume(Connection& db, const Snapshot& origin, const Volume& wanted);
 /// Deletes a volume with all that hangs on it. 409 when another one was cloned from one of its
 /// snapshots; unless `force` also when it has snapshots, or it or one of them is in use.
-void delete_volume(Store& store, const Volume& volume, bool force);
+void delete_volume(Connection& db, const Volume& volume, bool force);
 /// Takes the volume back to its newest snapshot, which is returned. 409 when it has none.
-Snapshot roll_back_volume(Store& store, const Volume& volume);
+Snapshot roll_back_volume(Connection& db, const Volume& volume);
 /// How the volume is used ("exported"), "" when it is not. Its snapshots do not count.
-std::string use_of(Store& store, const Volume& volume);
+std::string use_of(Connection& db, const Volume& volume);
 
 /// What a write does: as a guest's, or as one that is loaded and must not cost any snapshot.
 enum class Reclaim { yes, no };
 
 /// Writes a range that lies within the volume's size. 507 when the pool is full. Returns the
 /// identifiers of the snapshots that were reclaimed.
-std::vector<std::string> write_volume(Store& store, const Volume& volume, std::int64_t start,
+std::vector<std::string> write_volume(Connection& db, const Volume& volume, std::int64_t start,
                                       std::int64_t length, Reclaim reclaim);
 /// Gives a range back, as a guest's "discard" does.
-void discard_volume(Store& store, const Volume& volume, std::int64_t start, std::int64_t length);
+void discard_volume(Connection& db, const Volume& volume, std::int64_t start, std::int64_t length);
 /// 422 when the range is empty or does not lie within the volume.
 void need_range(const Volume& volume, std::int64_t start, std::int64_t length);
 
 // ---- snapshots
 
 /// 404 when there is none on a volume of this kind.
-Snapshot need_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
+Snapshot need_snapshot(Connection& db, const std::string& pool, Volume_Kind kind,
                        const std::string& id);
-std::optional<Snapshot> find_snapshot(Store& store, const std::string& pool, Volume_Kind kind,
+std::optional<Snapshot> find_snapshot(Connection& db, const std::string& pool, Volume_Kind kind,
                                       const std::string& id);
-Snapshot snapshot_by_number(Store& store, std::int64_t number);
+Snapshot snapshot_by_number(Connection& db, std::int64_t number);
 /// In the order of their "seq".
-std::vector<Snapshot> snapshots_of(Store& store, const Volume& volume);
+std::vector<Snapshot> snapshots_of(Connection& db, const Volume& volume);
 /// `wanted` says "id", "recyclable" and "created", and the "seq" when it is not 0; that must not
 /// be below the volume's next one.
-Snapshot create_snapshot(Store& store, const Volume& volume, const Snapshot& wanted);
+Snapshot create_snapshot(Connection& db, const Volume& volume, const Snapshot& wanted);
 /// Makes `seq` the volume's next one. 422 when it is below that.
-void raise_next_seq(Store& store, const Volume& volume, std::int64_t seq);
+void raise_next_seq(Connection& db, const Volume& volume, std::int64_t seq);
 /// With `delete_empty` the volume goes, too, when it has no other snapshot, is not in use, and was
 /// not written to since this one. 409 when the snapshot is in use or has clones.
-void delete_snapshot(Store& store, const Snapshot& snapshot, bool delete_empty);
+void delete_snapshot(Connection& db, const Snapshot& snapshot, bool delete_empty);
 
 /// Whether there was such a volume, or a snapshot of such a volume, that was deleted: deleting it
 /// again is no error.
-bool was_volume_deleted(Store& store, const std::string& pool, Volume_Kind kind,
+bool was_volume_deleted(Connection& db, const std::string& pool, Volume_Kind kind,
                         const std::string& name);
-bool was_snapshot_deleted(Store& store, const std::string& pool, Volume_Kind kind,
+bool was_snapshot_deleted(Connection& db, const std::string& pool, Volume_Kind kind,
                           const std::string& id);
 
 }  // namespace zqpool::service

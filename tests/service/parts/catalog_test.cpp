@@ -22,13 +22,13 @@ using testing::HasSubstr;
 
 class Catalog_Test : public testing::Test {
  protected:
-  Answer ask(const std::string& method, const std::string& path, const std::string& query,
-             const std::string& body = "") {
+  Response ask(const std::string& method, const std::string& path, const std::string& query,
+               const std::string& body = "") {
     return lab_.ask(method, "/zq/r/storage/catalog/" + path + (query.empty() ? "" : "?" + query),
                     body);
   }
   Value get(const std::string& path, const std::string& query) {
-    const Answer answer = ask("GET", path, query);
+    const Response answer = ask("GET", path, query);
     EXPECT_EQ(answer.status, 200U) << answer.body;
     return json(answer.body);
   }
@@ -42,7 +42,7 @@ class Catalog_Test : public testing::Test {
     return out;
   }
   Value info(const std::string& body) {
-    const Answer answer = ask("POST", "device/info", "", body);
+    const Response answer = ask("POST", "device/info", "", body);
     EXPECT_EQ(answer.status, 200U) << answer.body;
     return json(answer.body);
   }
@@ -50,7 +50,7 @@ class Catalog_Test : public testing::Test {
                 const std::string& pool = pool_uuid(1)) {
     Object body{{"pool_uuid", pool}, {"path", path}};
     if (!grouping.empty()) body.emplace("grouping", grouping);
-    const Answer answer = ask("PUT", "device/metadata", "", json_spirit::write(body));
+    const Response answer = ask("PUT", "device/metadata", "", json_spirit::write(body));
     EXPECT_EQ(answer.status, 200U) << answer.body;
     return json(answer.body);
   }
@@ -205,7 +205,7 @@ TEST_F(Catalog_Test, info_takes_the_nearest_device_segment_by_segment) {
 }
 
 TEST_F(Catalog_Test, info_on_a_url_of_several_pools_needs_the_pool) {
-  const Answer both = ask("POST", "device/info", "", R"({"url":"file:///srv/a/inner/z"})");
+  const Response both = ask("POST", "device/info", "", R"({"url":"file:///srv/a/inner/z"})");
   EXPECT_EQ(both.status, 409U);
   EXPECT_THAT(both.body, HasSubstr(R"("code":-409)"));
   EXPECT_THAT(both.body, HasSubstr("give 'pool_uuid'"));
@@ -447,8 +447,8 @@ TEST(Scenario_File, says_what_is_wrong_with_it) {
   const auto message = [](const std::string& file) -> std::string {
     try {
       read_scenario(file);
-    } catch (const Refusal& refusal) {
-      return refusal.what();
+    } catch (const Request_Error& error) {
+      return error.what();
     }
     return "";
   };

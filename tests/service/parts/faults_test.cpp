@@ -38,7 +38,7 @@ std::string refusal(const std::string& document) {
   Fault_Script faults;
   try {
     faults.add(object(document));
-  } catch (const Refusal& refused) {
+  } catch (const Request_Error& refused) {
     return std::to_string(refused.status()) + ' ' + refused.what();
   }
   return "";
@@ -129,7 +129,7 @@ TEST(Fault_Script, adds_all_or_none) {
   Fault_Script faults;
   EXPECT_THROW(faults.add(script(R"({"path":"/a","kind":"reset_before_commit"},
                                     {"path":"/a","kind":"nonsense"})")),
-               Refusal);
+               Request_Error);
   EXPECT_TRUE(faults.list().empty());
 }
 
@@ -139,7 +139,7 @@ TEST(Fault_Script, is_bounded) {
     many += R"(,{"path":"/a","kind":"reset_before_commit"})";
   Fault_Script faults;
   faults.add(script(many));
-  EXPECT_THROW(faults.add(script(R"({"path":"/a","kind":"reset_before_commit"})")), Refusal);
+  EXPECT_THROW(faults.add(script(R"({"path":"/a","kind":"reset_before_commit"})")), Request_Error);
   EXPECT_EQ(faults.clear(), 1000);
 }
 
@@ -197,7 +197,7 @@ TEST(Fault_Script, changes_the_type_of_an_answer_or_a_member) {
   const auto changed = [](const std::string& rest, const std::string& body) {
     Fault_Script faults;
     faults.add(script(R"({"path":"/zq/r/x","kind":"wrong_type")" + rest + "}"));
-    Answer answer{200, body, {}};
+    Response answer{200, body, {}};
     return change_type(*faults.choose(Method::get, "/zq/r/x", ""), answer) ? answer.body : "no";
   };
   EXPECT_EQ(changed("", R"({"rows":[]})"), R"("wrong type")");

@@ -39,7 +39,7 @@ class Filesystems : public testing::TestWithParam<std::string> {
 
   Array list(const std::string& target) { return lab_.good("GET", target).get_array(); }
   Object create(const std::string& rest) {
-    const service::Answer answer = lab_.ask("POST", fs_path, body(rest));
+    const service::Response answer = lab_.ask("POST", fs_path, body(rest));
     EXPECT_EQ(answer.status, 201U) << answer.body;
     return json(answer.body).get_obj();
   }
@@ -81,7 +81,7 @@ class Filesystems : public testing::TestWithParam<std::string> {
     if (!was_mounted) unmount(name);
   }
   std::string snap(const std::string& name, const std::string& recycle = "false") {
-    const service::Answer answer = lab_.ask(
+    const service::Response answer = lab_.ask(
         "POST", snapshot_path, body(R"("names":[")" + name + R"("],"recycle":)" + recycle));
     EXPECT_EQ(answer.status, 201U) << answer.body;
     const Array list = json(answer.body).get_array();
@@ -531,14 +531,14 @@ TEST(Filesystem_Pools, an_offline_pool_is_described_but_not_mounted) {
 TEST(Filesystem_Pools, luns_are_no_filesystems) {
   Lab_Service lab(filesystem_lab());
   const std::string pool = R"({"pool_id":")" + fs_scsi_pool + R"(",)";
-  const service::Answer made =
+  const service::Response made =
       lab.ask("POST", "/zq/r/scsipool/lun",
               pool + R"("lun_size":4096,"export":false,"retention_type":"normal"})");
   const std::string lun = json(made.body).get_obj().at("lun_id").get_str();
   EXPECT_EQ(lab.refusal("GET", fs_path + "?pool_id=" + fs_scsi_pool + "&name=" + lun),
             "404 there is no filesystem '" + lun + "'");
-  const service::Answer taken = lab.ask("POST", "/zq/r/scsipool/snapshot",
-                                        pool + R"("lun_id":")" + lun + R"(","recycle":false})");
+  const service::Response taken = lab.ask("POST", "/zq/r/scsipool/snapshot",
+                                          pool + R"("lun_id":")" + lun + R"(","recycle":false})");
   const std::string id = json(taken.body).get_obj().at("snapshot_id").get_str();
   EXPECT_EQ(lab.refusal("POST", fs_path, pool + R"("name":"a","snapshot_id":")" + id + "\"}"),
             "404 there is no snapshot '" + id + "' of a filesystem");
@@ -549,11 +549,11 @@ TEST(Filesystem_Pools, the_check_looks_at_each_and_finds_what_is_wrong) {
   EXPECT_EQ(lab.good("GET", "/zq/lab/check"),
             json(R"({"checked":{"exports":0,"filesystems":2,"volumes":2},"problems":[]})"));
   const auto damaged = [&lab](const char* damage) {
-    service::Transaction transaction = lab.state().begin(service::Access::change);
-    transaction.store().database().exec(damage);
+    service::Transaction transaction = lab.database().begin(service::Access::write);
+    transaction.db().database().exec(damage);
     Array problems;
-    for (const service::Check& check : lab.families().checks)
-      check.run(transaction.store(), problems);
+    for (const service::Check& check : lab.resources().checks)
+      check.run(transaction.db(), problems);
     return json_spirit::write(problems);
   };
   EXPECT_THAT(damaged("DELETE FROM filesystem"),

@@ -38,7 +38,7 @@ class NFS : public testing::Test {
   explicit NFS(milliseconds delay = {}) : lab_(filesystem_lab(), "", delay) {}
 
   Value make(const Object& wanted, const std::string& query = "") {
-    const service::Answer answer = lab_.ask("POST", nfs_path + query, json_spirit::write(wanted));
+    const service::Response answer = lab_.ask("POST", nfs_path + query, json_spirit::write(wanted));
     EXPECT_EQ(answer.status, 201U) << answer.body;
     return json(answer.body);
   }
@@ -271,7 +271,7 @@ TEST_F(NFS, a_filesystem_stays_where_nfs_clients_have_it) {
                  place + R"("})");
   };
   const auto unmount = [&](const std::string& name) {
-    const service::Answer answer =
+    const service::Response answer =
         lab_.ask("DELETE", "/zq/r/scsipool/fs/mount?pool_id=" + fs_image_pool + "&name=" + name);
     return answer.status;
   };

@@ -174,9 +174,9 @@ std::string joined(std::vector<std::string> methods) {
 }
 
 TEST(Protocol_Description, has_every_path_of_the_service_and_no_other) {
-  const service::Families families = service::assemble();
+  const service::Resources resources = service::assemble();
   std::map<std::string, std::string> served;
-  for (const auto& [path, methods] : families.router.methods())
+  for (const auto& [path, methods] : resources.router.methods())
     served[path] = joined(methods);
   std::map<std::string, std::string> described;
   for (const auto& [path, methods] : Protocol_Document::instance().paths())

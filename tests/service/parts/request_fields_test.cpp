@@ -22,7 +22,7 @@ Object object(const std::string& text) {
 std::string refusal(const std::function<void()>& action) {
   try {
     action();
-  } catch (const Refusal& refused) {
+  } catch (const Request_Error& refused) {
     return std::to_string(refused.status()) + ' ' + refused.what();
   }
   return "";
@@ -41,11 +41,11 @@ Request with_query(const std::string& query) {
   return request;
 }
 
-TEST(Fields, read_what_is_there) {
+TEST(Request_Fields, read_what_is_there) {
   const Object members = object(
       R"({"t":"x","n":5,"f":true,"o":{"a":1},"a":[1],"r":0.5,"w":"b",
           "u":"6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a01"})");
-  Fields fields(members, "");
+  Request_Fields fields(members, "");
   EXPECT_EQ(fields.text("t"), "x");
   EXPECT_EQ(fields.count("n"), 5);
   EXPECT_TRUE(fields.flag_or("f", false));
@@ -58,9 +58,9 @@ TEST(Fields, read_what_is_there) {
   EXPECT_EQ(refusal([&] { fields.finish(); }), "");
 }
 
-TEST(Fields, have_defaults_for_what_is_absent) {
+TEST(Request_Fields, have_defaults_for_what_is_absent) {
   const Object none;
-  Fields fields(none, "");
+  Request_Fields fields(none, "");
   EXPECT_EQ(fields.text_or("a", "z"), "z");
   EXPECT_EQ(fields.optional_text("a"), std::nullopt);
   EXPECT_EQ(fields.count_or("a", 7), 7);
@@ -72,10 +72,10 @@ TEST(Fields, have_defaults_for_what_is_absent) {
   EXPECT_EQ(fields.one_of_or("a", {"x"}, "y"), "y");
 }
 
-TEST(Fields, name_the_place_of_what_they_refuse) {
+TEST(Request_Fields, name_the_place_of_what_they_refuse) {
   const Object members =
       object(R"({"s":"x","n":5,"e":"","neg":-1,"big":18446744073709551615,"z":"a\u0000b"})");
-  Fields fields(members, "devices[3]");
+  Request_Fields fields(members, "devices[3]");
   EXPECT_EQ(refusal([&] { fields.text("no"); }), "400 devices[3].no: is missing");
   EXPECT_EQ(refusal([&] { fields.text("n"); }),
             "400 devices[3].n: must be a string, not an integer");
@@ -102,9 +102,9 @@ TEST(Fields, name_the_place_of_what_they_refuse) {
             "422 devices[3].s: \"x\" is none of a, b");
 }
 
-TEST(Fields, refuse_what_nobody_asked_for) {
+TEST(Request_Fields, refuse_what_nobody_asked_for) {
   const Object members = object(R"({"a":1,"uid":"x"})");
-  Fields fields(members, "pools[0]");
+  Request_Fields fields(members, "pools[0]");
   fields.count("a");
   EXPECT_EQ(refusal([&] { fields.finish(); }), "400 pools[0].uid: is not known here");
 }
@@ -161,17 +161,18 @@ TEST(Query, takes_whole_numbers_of_zero_or_more) {
 }
 
 TEST(Message, codes_of_errors_say_whether_to_try_again) {
-  EXPECT_EQ(error_answer(404, "m").body, R"({"error":{"code":-404,"message":"m"}})");
+  EXPECT_EQ(error_response(404, "m").body, R"({"error":{"code":-404,"message":"m"}})");
   for (const unsigned status : {400U, 401U, 403U, 404U, 405U, 409U, 413U, 415U, 422U, 431U, 500U}) {
-    EXPECT_NE(error_answer(status, "").body.find(":-"), std::string::npos) << status;
+    EXPECT_NE(error_response(status, "").body.find(":-"), std::string::npos) << status;
   }
   for (const unsigned status : {408U, 429U, 503U, 507U}) {
-    EXPECT_EQ(error_answer(status, "").body.find(":-"), std::string::npos) << status;
+    EXPECT_EQ(error_response(status, "").body.find(":-"), std::string::npos) << status;
   }
 }
 
 TEST(Message, error_takes_any_bytes) {
-  EXPECT_EQ(error_answer(400, "\xff\n").body, R"({"error":{"code":-400,"message":"\\xFF\\x0A"}})");
+  EXPECT_EQ(error_response(400, "\xff\n").body,
+            R"({"error":{"code":-400,"message":"\\xFF\\x0A"}})");
 }
 
 TEST(Message, methods_have_their_names_and_no_others) {
@@ -184,13 +185,13 @@ TEST(Message, methods_have_their_names_and_no_others) {
 }
 
 TEST(Router, finds_a_path_as_a_whole) {
-  const auto nothing = [](Store&, const Request&) { return Answer(); };
+  const auto nothing = [](Connection&, const Request&) { return Response(); };
   Router router;
   router.add(Method::get, "/a", Access::read, nothing);
-  router.add(Method::put, "/a", Access::change, nothing);
-  router.add(Method::post, "/a/b", Access::change, nothing);
+  router.add(Method::put, "/a", Access::write, nothing);
+  router.add(Method::post, "/a/b", Access::write, nothing);
   EXPECT_EQ(router.find(Method::get, "/a")->access, Access::read);
-  EXPECT_EQ(router.find(Method::put, "/a")->access, Access::change);
+  EXPECT_EQ(router.find(Method::put, "/a")->access, Access::write);
   EXPECT_EQ(router.find(Method::head, "/a"), router.find(Method::get, "/a"));
   EXPECT_EQ(router.find(Method::head, "/a/b"), nullptr);
   EXPECT_EQ(router.find(Method::del, "/a"), nullptr);

@@ -289,7 +289,7 @@ TEST_F(Resolution, a_sealed_key_is_taken_without_the_secret_but_not_under_anothe
   lab_.load(before, true);
   EXPECT_EQ(Value(lab_.dump()), Value(before));
   set_s3_key_secret("another");
-  EXPECT_THROW(lab_.load(before, true), Refusal);
+  EXPECT_THROW(lab_.load(before, true), Request_Error);
 }
 
 struct Bad_Entry {

@@ -55,7 +55,7 @@ class SCSI_Pools : public testing::Test {
   }
 
   Object made(const std::string& path, const std::string& request) {
-    const service::Answer answer = lab_.ask("POST", path, request);
+    const service::Response answer = lab_.ask("POST", path, request);
     EXPECT_EQ(answer.status, 201U) << request << answer.body;
     return json(answer.body).get_obj();
   }
@@ -690,13 +690,13 @@ TEST_F(SCSI_Pools, the_check_looks_at_everything_and_finds_what_is_wrong) {
   EXPECT_EQ(lab_.good("GET", "/zq/lab/check"),
             json(R"({"checked":{"exports":2,"filesystems":0,"volumes":2},"problems":[]})"));
   const auto damaged = [this](const char* damage) {
-    service::Transaction transaction = lab_.state().begin(service::Access::change);
-    transaction.store().database().exec("PRAGMA ignore_check_constraints=ON");
-    transaction.store().database().exec(damage);
+    service::Transaction transaction = lab_.database().begin(service::Access::write);
+    transaction.db().database().exec("PRAGMA ignore_check_constraints=ON");
+    transaction.db().database().exec(damage);
     Array problems;
-    for (const service::Check& check : lab_.families().checks)
-      check.run(transaction.store(), problems);
-    transaction.store().database().exec("PRAGMA ignore_check_constraints=OFF");
+    for (const service::Check& check : lab_.resources().checks)
+      check.run(transaction.db(), problems);
+    transaction.db().database().exec("PRAGMA ignore_check_constraints=OFF");
     return json_spirit::write(problems);
   };
   EXPECT_THAT(damaged("UPDATE scsi_export SET transport = 'FC' WHERE volume IS NULL"),
@@ -794,16 +794,16 @@ class SCSI_Scenario_Text : public SCSI_Pools {
       lab_.load(R"({"luns":[{"lun_id":")" + id + R"(","pool_uuid":")" + iscsi_pool +
                     R"(","lun_size":4096)" + (more.empty() ? "" : "," + more) + "}]}",
                 false);
-    } catch (const service::Refusal& refusal) {
-      return std::to_string(refusal.status()) + ' ' + refusal.what();
+    } catch (const service::Request_Error& error) {
+      return std::to_string(error.status()) + ' ' + error.what();
     }
     return "loaded";
   }
   std::string load_pool(const std::string& more) {
     try {
       lab_.load(R"({"scsi_pools":[{)" + more + "}]}", false);
-    } catch (const service::Refusal& refusal) {
-      return std::to_string(refusal.status()) + ' ' + refusal.what();
+    } catch (const service::Request_Error& error) {
+      return std::to_string(error.status()) + ' ' + error.what();
     }
     return "loaded";
   }
@@ -876,7 +876,7 @@ TEST_F(SCSI_Scenario_Text, one_identifier_is_one_lun_in_all_pools) {
   EXPECT_EQ(load(""), "loaded");
   const std::string elsewhere = R"({"luns":[{"lun_id":")" + unknown + R"(","pool_uuid":")" +
                                 fc_pool + R"(","lun_size":4096}]})";
-  EXPECT_THROW(lab_.load(elsewhere, false), service::Refusal);
+  EXPECT_THROW(lab_.load(elsewhere, false), service::Request_Error);
 }
 
 TEST_F(SCSI_Scenario_Text, pools_are_checked) {

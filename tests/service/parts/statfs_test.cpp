@@ -26,7 +26,7 @@ TEST(Storage_Server, tells_the_figures_of_the_file_system_of_its_state) {
   const Value answer = lab.good("GET", statfs_path + "?uri=%2fzq%2fdata");
   const Object& space = answer.get_obj();
   struct statvfs figures {};
-  ASSERT_EQ(::statvfs(lab.state().file().c_str(), &figures), 0);
+  ASSERT_EQ(::statvfs(lab.database().file().c_str(), &figures), 0);
   EXPECT_EQ(space.at("uri"), Value("/zq/data"));
   EXPECT_EQ(space.at("block_size").get_uint64(), figures.f_frsize);
   EXPECT_EQ(space.at("size").get_uint64(), figures.f_blocks * figures.f_frsize);

@@ -38,42 +38,42 @@ unsigned mode_of(const std::string& file) {
 /// Why the state cannot be opened, "" when it can.
 std::string failure(const std::string& file) {
   try {
-    const State state(file);
-  } catch (const State_Error& error) {
+    const Database database(file);
+  } catch (const Database_Error& error) {
     return error.what();
   }
   return "";
 }
 
-void add_pool(Store& store, const std::string& uuid) {
-  store.execute("INSERT INTO catalog_pool VALUES (?1, ?1, 'file', 'online', '', '', '{}')", uuid);
+void add_pool(Connection& db, const std::string& uuid) {
+  db.execute("INSERT INTO catalog_pool VALUES (?1, ?1, 'file', 'online', '', '', '{}')", uuid);
 }
 
-std::int64_t pools(State& state) {
-  Transaction transaction = state.begin(Access::read);
-  Store::Query query(transaction.store(), "SELECT count(*) FROM catalog_pool");
+std::int64_t pools(Database& database) {
+  Transaction transaction = database.begin(Access::read);
+  Statement query(transaction.db(), "SELECT count(*) FROM catalog_pool");
   EXPECT_TRUE(query.next());
   return query.integer(0);
 }
 
-void add_pool(State& state, const std::string& uuid) {
-  Transaction transaction = state.begin(Access::change);
-  add_pool(transaction.store(), uuid);
+void add_pool(Database& database, const std::string& uuid) {
+  Transaction transaction = database.begin(Access::write);
+  add_pool(transaction.db(), uuid);
   transaction.commit();
 }
 
-class State_Test : public testing::Test {
+class Database_Test : public testing::Test {
  protected:
   test::Temp_Directory directory_;
   const std::string file_ = directory_.path("state");
 };
 
-TEST_F(State_Test, is_made_for_its_owner_alone) {
+TEST_F(Database_Test, is_made_for_its_owner_alone) {
   const mode_t before = umask(0);
   {
-    State state(file_);
-    EXPECT_TRUE(state.is_new());
-    add_pool(state, "a");
+    Database database(file_);
+    EXPECT_TRUE(database.is_new());
+    add_pool(database, "a");
     EXPECT_EQ(mode_of(file_), 0600U);
     EXPECT_EQ(mode_of(file_ + "-wal"), 0600U);
     EXPECT_EQ(mode_of(file_ + "-shm"), 0600U);
@@ -83,117 +83,117 @@ TEST_F(State_Test, is_made_for_its_owner_alone) {
   EXPECT_FALSE(std::filesystem::exists(file_ + "-wal")) << "the journal was not folded in";
 }
 
-TEST_F(State_Test, keeps_what_was_committed) {
+TEST_F(Database_Test, keeps_what_was_committed) {
   {
-    State state(file_);
-    add_pool(state, "a");
+    Database database(file_);
+    add_pool(database, "a");
   }
-  State state(file_);
-  EXPECT_FALSE(state.is_new());
-  EXPECT_EQ(pools(state), 1);
+  Database database(file_);
+  EXPECT_FALSE(database.is_new());
+  EXPECT_EQ(pools(database), 1);
 }
 
-TEST_F(State_Test, an_empty_file_is_a_new_state) {
+TEST_F(Database_Test, an_empty_file_is_a_new_state) {
   directory_.write("state", "");
-  const State state(file_);
-  EXPECT_TRUE(state.is_new());
+  const Database database(file_);
+  EXPECT_TRUE(database.is_new());
 }
 
-TEST_F(State_Test, a_new_state_is_filled_or_stays_new) {
-  EXPECT_THROW(State(file_,
-                     [](Store& store) {
-                       add_pool(store, "a");
-                       throw std::runtime_error("in the middle");
-                     }),
+TEST_F(Database_Test, a_new_state_is_filled_or_stays_new) {
+  EXPECT_THROW(Database(file_,
+                        [](Connection& db) {
+                          add_pool(db, "a");
+                          throw std::runtime_error("in the middle");
+                        }),
                std::runtime_error);
   {
-    State state(file_, [](Store& store) { add_pool(store, "b"); });
-    EXPECT_TRUE(state.is_new());
-    EXPECT_EQ(pools(state), 1);
+    Database database(file_, [](Connection& db) { add_pool(db, "b"); });
+    EXPECT_TRUE(database.is_new());
+    EXPECT_EQ(pools(database), 1);
   }
-  State state(file_, [](Store& store) { add_pool(store, "c"); });
-  EXPECT_FALSE(state.is_new());
-  EXPECT_EQ(pools(state), 1);
+  Database database(file_, [](Connection& db) { add_pool(db, "c"); });
+  EXPECT_FALSE(database.is_new());
+  EXPECT_EQ(pools(database), 1);
 }
 
-TEST_F(State_Test, forgets_what_was_not_committed) {
-  State state(file_);
+TEST_F(Database_Test, forgets_what_was_not_committed) {
+  Database database(file_);
   {
-    Transaction transaction = state.begin(Access::change);
-    add_pool(transaction.store(), "a");
+    Transaction transaction = database.begin(Access::write);
+    add_pool(transaction.db(), "a");
   }
-  EXPECT_EQ(pools(state), 0);
+  EXPECT_EQ(pools(database), 0);
   try {
-    Transaction transaction = state.begin(Access::change);
-    add_pool(transaction.store(), "a");
+    Transaction transaction = database.begin(Access::write);
+    add_pool(transaction.db(), "a");
     throw std::runtime_error("in the middle");
   } catch (const std::runtime_error&) {
   }
-  EXPECT_EQ(pools(state), 0);
-  add_pool(state, "a");
-  EXPECT_EQ(pools(state), 1);
+  EXPECT_EQ(pools(database), 0);
+  add_pool(database, "a");
+  EXPECT_EQ(pools(database), 1);
 }
 
-TEST_F(State_Test, a_failed_statement_leaves_the_transaction_usable_or_rolled_back) {
-  State state(file_);
-  add_pool(state, "a");
-  Transaction transaction = state.begin(Access::change);
-  EXPECT_THROW(add_pool(transaction.store(), "A"), SQLite::Exception) << "same but for case";
-  EXPECT_THROW(transaction.store().execute("INSERT INTO catalog_metadata VALUES "
-                                           "('a', '/', '', 'no such device', 'dir', null)"),
+TEST_F(Database_Test, a_failed_statement_leaves_the_transaction_usable_or_rolled_back) {
+  Database database(file_);
+  add_pool(database, "a");
+  Transaction transaction = database.begin(Access::write);
+  EXPECT_THROW(add_pool(transaction.db(), "A"), SQLite::Exception) << "same but for case";
+  EXPECT_THROW(transaction.db().execute("INSERT INTO catalog_metadata VALUES "
+                                        "('a', '/', '', 'no such device', 'dir', null)"),
                SQLite::Exception);
-  add_pool(transaction.store(), "b");
+  add_pool(transaction.db(), "b");
   transaction.commit();
   EXPECT_THROW(transaction.commit(), SQLite::Exception);
 }
 
-TEST_F(State_Test, a_reader_sees_one_moment_and_waits_for_no_writer) {
-  State state(file_);
-  add_pool(state, "a");
-  Transaction reader = state.begin(Access::read);
-  Store::Query first(reader.store(), "SELECT count(*) FROM catalog_pool");
+TEST_F(Database_Test, a_reader_sees_one_moment_and_waits_for_no_writer) {
+  Database database(file_);
+  add_pool(database, "a");
+  Transaction reader = database.begin(Access::read);
+  Statement first(reader.db(), "SELECT count(*) FROM catalog_pool");
   ASSERT_TRUE(first.next());
   EXPECT_EQ(first.integer(0), 1);
-  Transaction writer = state.begin(Access::change);
-  add_pool(writer.store(), "b");
-  EXPECT_EQ(pools(state), 1) << "not committed yet";
+  Transaction writer = database.begin(Access::write);
+  add_pool(writer.db(), "b");
+  EXPECT_EQ(pools(database), 1) << "not committed yet";
   writer.commit();
-  EXPECT_EQ(pools(state), 2);
-  Store::Query again(reader.store(), "SELECT count(*) FROM catalog_pool");
+  EXPECT_EQ(pools(database), 2);
+  Statement again(reader.db(), "SELECT count(*) FROM catalog_pool");
   ASSERT_TRUE(again.next());
   EXPECT_EQ(again.integer(0), 1);
 }
 
-TEST_F(State_Test, statements_may_be_nested_and_used_again) {
-  State state(file_);
-  Transaction transaction = state.begin(Access::change);
-  Store& store = transaction.store();
+TEST_F(Database_Test, statements_may_be_nested_and_used_again) {
+  Database database(file_);
+  Transaction transaction = database.begin(Access::write);
+  Connection& db = transaction.db();
   for (const char* uuid : {"a", "b", "c"})
-    add_pool(store, uuid);
+    add_pool(db, uuid);
   const char* const sql = "SELECT uuid FROM catalog_pool WHERE uuid > ? ORDER BY uuid";
   std::string seen;
-  for (Store::Query outer(store, sql, ""); outer.next();) {
+  for (Statement outer(db, sql, ""); outer.next();) {
     seen += outer.text(0) + ':';
-    for (Store::Query inner(store, sql, outer.text(0)); inner.next();)
+    for (Statement inner(db, sql, outer.text(0)); inner.next();)
       seen += inner.text(0);
     seen += ' ';
   }
   EXPECT_EQ(seen, "a:bc b:c c: ");
 }
 
-TEST_F(State_Test, statements_are_told_apart_by_their_text) {
-  State state(file_);
-  Transaction transaction = state.begin(Access::read);
+TEST_F(Database_Test, statements_are_told_apart_by_their_text) {
+  Database database(file_);
+  Transaction transaction = database.begin(Access::read);
   char sql[] = "SELECT 1";
-  EXPECT_EQ(transaction.store().integer(sql), 1);
+  EXPECT_EQ(transaction.db().integer(sql), 1);
   sql[7] = '2';  // another text at the same address
-  EXPECT_EQ(transaction.store().integer(sql), 2);
+  EXPECT_EQ(transaction.db().integer(sql), 2);
 }
 
-TEST_F(State_Test, columns_are_read_by_position_and_by_name) {
-  State state(file_);
-  Transaction transaction = state.begin(Access::read);
-  Store::Query row(transaction.store(), "SELECT 'a' AS text, 7 AS number, NULL AS missing");
+TEST_F(Database_Test, columns_are_read_by_position_and_by_name) {
+  Database database(file_);
+  Transaction transaction = database.begin(Access::read);
+  Statement row(transaction.db(), "SELECT 'a' AS text, 7 AS number, NULL AS missing");
   ASSERT_TRUE(row.next());
   EXPECT_EQ(row.text(0), "a");
   EXPECT_EQ(row.text("text"), "a");
@@ -202,20 +202,20 @@ TEST_F(State_Test, columns_are_read_by_position_and_by_name) {
   EXPECT_THROW(row.text("none"), SQLite::Exception);
 }
 
-TEST_F(State_Test, a_select_without_a_row_has_none) {
-  State state(file_);
-  Transaction transaction = state.begin(Access::read);
-  EXPECT_FALSE(transaction.store().has_row("SELECT 1 WHERE 0"));
-  EXPECT_TRUE(transaction.store().has_row("SELECT 1"));
-  EXPECT_EQ(transaction.store().integer("SELECT 1 WHERE 0"), 0);
+TEST_F(Database_Test, a_select_without_a_row_has_none) {
+  Database database(file_);
+  Transaction transaction = database.begin(Access::read);
+  EXPECT_FALSE(transaction.db().has_row("SELECT 1 WHERE 0"));
+  EXPECT_TRUE(transaction.db().has_row("SELECT 1"));
+  EXPECT_EQ(transaction.db().integer("SELECT 1 WHERE 0"), 0);
 }
 
-TEST_F(State_Test, binds_absent_values_as_null) {
-  State state(file_);
-  Transaction transaction = state.begin(Access::read);
-  Store::Query query(transaction.store(), "SELECT ?, ?, ?, ?", std::optional<std::string>(),
-                     std::optional<std::int64_t>(), std::optional<std::int64_t>(7),
-                     std::string("a\0b", 3));
+TEST_F(Database_Test, binds_absent_values_as_null) {
+  Database database(file_);
+  Transaction transaction = database.begin(Access::read);
+  Statement query(transaction.db(), "SELECT ?, ?, ?, ?", std::optional<std::string>(),
+                  std::optional<std::int64_t>(), std::optional<std::int64_t>(7),
+                  std::string("a\0b", 3));
   ASSERT_TRUE(query.next());
   EXPECT_TRUE(query.is_null(0));
   EXPECT_TRUE(query.is_null(1));
@@ -223,8 +223,8 @@ TEST_F(State_Test, binds_absent_values_as_null) {
   EXPECT_EQ(query.text(3), std::string("a\0b", 3));
 }
 
-TEST_F(State_Test, takes_changes_of_many_threads_one_after_another) {
-  State state(file_);
+TEST_F(Database_Test, takes_changes_of_many_threads_one_after_another) {
+  Database database(file_);
   constexpr int threads = 8;
   constexpr int each = 25;
   std::vector<std::thread> running;
@@ -233,33 +233,33 @@ TEST_F(State_Test, takes_changes_of_many_threads_one_after_another) {
   for (int t = 0; t < threads; ++t) {
     running.emplace_back([&, t] {
       for (int i = 0; i < each; ++i) {
-        add_pool(state, std::to_string(t) + '-' + std::to_string(i));
-        if (pools(state) < i + 1) ++seen_less;
+        add_pool(database, std::to_string(t) + '-' + std::to_string(i));
+        if (pools(database) < i + 1) ++seen_less;
       }
     });
   }
   for (std::thread& thread : running)
     thread.join();
-  EXPECT_EQ(pools(state), threads * each);
+  EXPECT_EQ(pools(database), threads * each);
   EXPECT_EQ(seen_less, 0);
 }
 
-TEST_F(State_Test, does_not_share_its_file_with_another_service) {
-  State state(file_);
+TEST_F(Database_Test, does_not_share_its_file_with_another_service) {
+  Database database(file_);
   EXPECT_THAT(failure(file_), HasSubstr("is in use by another zqpoold (process "));
-  add_pool(state, "a");
+  add_pool(database, "a");
 }
 
-TEST_F(State_Test, says_that_another_program_holds_the_file) {
-  { const State made(file_); }
+TEST_F(Database_Test, says_that_another_program_holds_the_file) {
+  { const Database made(file_); }
   SQLite::Database other(file_, SQLite::OPEN_READWRITE);
   other.exec("PRAGMA locking_mode=EXCLUSIVE; BEGIN EXCLUSIVE");
   EXPECT_THAT(failure(file_), HasSubstr("is locked by another process"));
   other.exec("ROLLBACK");
 }
 
-TEST_F(State_Test, refuses_a_newer_schema_and_leaves_it_alone) {
-  { const State made(file_); }
+TEST_F(Database_Test, refuses_a_newer_schema_and_leaves_it_alone) {
+  { const Database made(file_); }
   {
     SQLite::Database other(file_, SQLite::OPEN_READWRITE);
     other.exec("PRAGMA user_version=" + std::to_string(schema_version + 1));
@@ -270,7 +270,7 @@ TEST_F(State_Test, refuses_a_newer_schema_and_leaves_it_alone) {
   EXPECT_EQ(content_of(file_), before);
 }
 
-TEST_F(State_Test, refuses_a_data_base_of_something_else_and_leaves_it_alone) {
+TEST_F(Database_Test, refuses_a_data_base_of_something_else_and_leaves_it_alone) {
   {
     SQLite::Database other(file_, SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
     other.exec("CREATE TABLE mine (a)");
@@ -280,17 +280,17 @@ TEST_F(State_Test, refuses_a_data_base_of_something_else_and_leaves_it_alone) {
   EXPECT_EQ(content_of(file_), before);
 }
 
-TEST_F(State_Test, refuses_a_file_that_is_no_data_base_and_leaves_it_alone) {
+TEST_F(Database_Test, refuses_a_file_that_is_no_data_base_and_leaves_it_alone) {
   directory_.write("state", std::string(5000, 'x'));
   EXPECT_THAT(failure(file_), HasSubstr("is damaged or no state file"));
   EXPECT_EQ(content_of(file_), std::string(5000, 'x'));
 }
 
-TEST_F(State_Test, refuses_a_damaged_file) {
+TEST_F(Database_Test, refuses_a_damaged_file) {
   {
-    State state(file_);
+    Database database(file_);
     for (int i = 0; i < 300; ++i)
-      add_pool(state, "pool " + std::to_string(i));
+      add_pool(database, "pool " + std::to_string(i));
   }
   std::string content = content_of(file_);
   // A page in the middle, not the first one, which is read in any case.
@@ -301,13 +301,13 @@ TEST_F(State_Test, refuses_a_damaged_file) {
   EXPECT_EQ(content_of(file_), content);
 }
 
-TEST_F(State_Test, says_what_else_is_wrong_with_the_file) {
+TEST_F(Database_Test, says_what_else_is_wrong_with_the_file) {
   EXPECT_THAT(failure(directory_.path("none/state")), HasSubstr("No such file or directory"));
   std::filesystem::create_directory(directory_.path("folder"));
   EXPECT_THAT(failure(directory_.path("folder")), HasSubstr("Is a directory"));
 }
 
-TEST_F(State_Test, every_schema_step_leads_on_from_the_one_before) {
+TEST_F(Database_Test, every_schema_step_leads_on_from_the_one_before) {
   // A state of each earlier version, made by its steps alone, is brought up to date.
   for (std::size_t version = 1; version <= schema_version; ++version) {
     const std::string file = directory_.path("from" + std::to_string(version));

@@ -26,12 +26,12 @@ class Volumes : public testing::Test {
  protected:
   template <typename Function>
   auto in(const Function& function) {
-    Transaction transaction = lab_.state().begin(Access::change);
-    if constexpr (std::is_void_v<decltype(function(transaction.store()))>) {
-      function(transaction.store());
+    Transaction transaction = lab_.database().begin(Access::write);
+    if constexpr (std::is_void_v<decltype(function(transaction.db()))>) {
+      function(transaction.db());
       transaction.commit();
     } else {
-      auto out = function(transaction.store());
+      auto out = function(transaction.db());
       transaction.commit();
       return out;
     }
@@ -41,42 +41,42 @@ class Volumes : public testing::Test {
   std::string refusal(const Function& function) {
     try {
       in(function);
-    } catch (const Refusal& refusal) {
-      return std::to_string(refusal.status()) + ' ' + refusal.what();
+    } catch (const Request_Error& error) {
+      return std::to_string(error.status()) + ' ' + error.what();
     }
     return "none";
   }
 
   Volume make(const std::string& name, Volume_Kind kind = Volume_Kind::filesystem) {
-    return in([&](Store& store) {
-      return create_volume(store, {0, iscsi_pool, kind, name, 1 << 20, 1, {}, "2026"});
+    return in([&](Connection& db) {
+      return create_volume(db, {0, iscsi_pool, kind, name, 1 << 20, 1, {}, "2026"});
     });
   }
   Volume clone(const Snapshot& origin, const std::string& name) {
-    return in([&](Store& store) {
-      return clone_volume(store, origin,
+    return in([&](Connection& db) {
+      return clone_volume(db, origin,
                           {0, iscsi_pool, Volume_Kind::filesystem, name, 1 << 20, 1, {}, "2026"});
     });
   }
   Snapshot snap(const Volume& volume, const std::string& id, bool recyclable = false) {
-    return in([&](Store& store) {
-      return create_snapshot(store, volume, {0, id, 0, 0, recyclable, "2026"});
+    return in([&](Connection& db) {
+      return create_snapshot(db, volume, {0, id, 0, 0, recyclable, "2026"});
     });
   }
   void write(const Volume& volume, std::int64_t start, std::int64_t length) {
-    in([&](Store& store) { write_volume(store, volume, start, length, Reclaim::yes); });
+    in([&](Connection& db) { write_volume(db, volume, start, length, Reclaim::yes); });
   }
   void drop(const Snapshot& snapshot, bool delete_empty = false) {
-    in([&](Store& store) { delete_snapshot(store, snapshot, delete_empty); });
+    in([&](Connection& db) { delete_snapshot(db, snapshot, delete_empty); });
   }
   std::int64_t used() {
     return in(
-        [](Store& store) { return need_volume_pool(store, iscsi_pool, Access::read).used_size; });
+        [](Connection& db) { return need_volume_pool(db, iscsi_pool, Access::read).used_size; });
   }
   /// "referenced/exclusive" of each snapshot, then of the volume.
   std::string sizes(const Volume& volume) {
     const Chain_Sizes sizes =
-        in([&](Store& store) { return Block_Map(store, volume.number).sizes(); });
+        in([&](Connection& db) { return Extent_Map(db, volume.number).sizes(); });
     std::string out;
     for (const auto& [seq, of] : sizes.snapshots) {
       out += std::to_string(seq) + ':' + std::to_string(of.referenced) + '/' +
@@ -86,7 +86,7 @@ class Volumes : public testing::Test {
   }
   std::string problems() {
     Array found;
-    in([&](Store& store) { volume_check().run(store, found); });
+    in([&](Connection& db) { volume_check().run(db, found); });
     return found.empty() ? "" : json_spirit::write(found);
   }
 
@@ -143,21 +143,21 @@ TEST_F(Volumes, a_discard_gives_room_back_that_no_snapshot_needs) {
   write(volume, 0, 100);
   snap(volume, "s1");
   write(volume, 100, 100);
-  in([&](Store& store) { discard_volume(store, volume, 50, 100); });
+  in([&](Connection& db) { discard_volume(db, volume, 50, 100); });
   EXPECT_EQ(sizes(volume), "1:100/50 100/50");
   EXPECT_EQ(used(), 150);
 }
 
 TEST_F(Volumes, a_rollback_undoes_what_came_after_the_newest_snapshot) {
   const Volume volume = make("v");
-  EXPECT_THAT(refusal([&](Store& store) { roll_back_volume(store, volume); }),
+  EXPECT_THAT(refusal([&](Connection& db) { roll_back_volume(db, volume); }),
               HasSubstr("409 filesystem 'v' has no snapshot"));
   write(volume, 0, 100);
   snap(volume, "s1");
   write(volume, 50, 100);
-  in([&](Store& store) { discard_volume(store, volume, 0, 10); });
+  in([&](Connection& db) { discard_volume(db, volume, 0, 10); });
   for (int i = 0; i < 2; ++i) {
-    EXPECT_EQ(in([&](Store& store) { return roll_back_volume(store, volume); }).id, "s1");
+    EXPECT_EQ(in([&](Connection& db) { return roll_back_volume(db, volume); }).id, "s1");
     EXPECT_EQ(sizes(volume), "1:100/0 100/0");
     EXPECT_EQ(used(), 100);
   }
@@ -171,17 +171,17 @@ TEST_F(Volumes, numbers_of_snapshots_are_never_used_again) {
   drop(second);
   EXPECT_EQ(snap(volume, "s3").seq, 3);
   EXPECT_EQ(snap(make("w"), "s4").seq, 1);
-  EXPECT_THAT(refusal([&](Store& store) {
-                create_snapshot(store, volume, {0, "s1", 0, 0, false, ""});
+  EXPECT_THAT(refusal([&](Connection& db) {
+                create_snapshot(db, volume, {0, "s1", 0, 0, false, ""});
               }),
               HasSubstr("409 there is a snapshot 's1' already"));
-  EXPECT_THAT(refusal([&](Store& store) {
-                create_snapshot(store, volume, {0, "s5", 0, 3, false, ""});
+  EXPECT_THAT(refusal([&](Connection& db) {
+                create_snapshot(db, volume, {0, "s5", 0, 3, false, ""});
               }),
               HasSubstr("takes snapshots from number 4"));
-  in([&](Store& store) { create_snapshot(store, volume, {0, "s5", 0, 2147483647, false, ""}); });
-  EXPECT_THAT(refusal([&](Store& store) {
-                create_snapshot(store, volume, {0, "s6", 0, 0, false, ""});
+  in([&](Connection& db) { create_snapshot(db, volume, {0, "s5", 0, 2147483647, false, ""}); });
+  EXPECT_THAT(refusal([&](Connection& db) {
+                create_snapshot(db, volume, {0, "s6", 0, 0, false, ""});
               }),
               HasSubstr("409 "));
 }
@@ -200,7 +200,7 @@ TEST_F(Volumes, a_clone_shares_until_one_of_the_two_is_written) {
   EXPECT_EQ(sizes(copy), "100/30");
   EXPECT_EQ(used(), 230);
   EXPECT_EQ(problems(), "");
-  in([&](Store& store) { delete_volume(store, copy, false); });
+  in([&](Connection& db) { delete_volume(db, copy, false); });
   EXPECT_EQ(sizes(volume), "1:100/100 100/100");
   EXPECT_EQ(used(), 200);
 }
@@ -225,38 +225,38 @@ TEST_F(Volumes, a_clone_holds_its_origin) {
   const Volume volume = make("v");
   const Snapshot origin = snap(volume, "s1");
   const Volume copy = clone(origin, "c");
-  EXPECT_THAT(refusal([&](Store& store) { delete_snapshot(store, origin, false); }),
+  EXPECT_THAT(refusal([&](Connection& db) { delete_snapshot(db, origin, false); }),
               HasSubstr("409 filesystem 'c' is a clone of snapshot 's1'"));
-  EXPECT_THAT(refusal([&](Store& store) { delete_volume(store, volume, true); }),
+  EXPECT_THAT(refusal([&](Connection& db) { delete_volume(db, volume, true); }),
               HasSubstr("409 filesystem 'c' is a clone of a snapshot of filesystem 'v'"));
-  in([&](Store& store) { delete_volume(store, copy, false); });
-  in([&](Store& store) { delete_volume(store, volume, true); });
+  in([&](Connection& db) { delete_volume(db, copy, false); });
+  in([&](Connection& db) { delete_volume(db, volume, true); });
 }
 
 TEST_F(Volumes, with_snapshots_it_is_deleted_only_by_force) {
   const Volume volume = make("v");
   write(volume, 0, 100);
   snap(volume, "s1");
-  EXPECT_THAT(refusal([&](Store& store) { delete_volume(store, volume, false); }),
+  EXPECT_THAT(refusal([&](Connection& db) { delete_volume(db, volume, false); }),
               HasSubstr("409 filesystem 'v' has snapshot 's1'"));
-  in([&](Store& store) { delete_volume(store, volume, true); });
+  in([&](Connection& db) { delete_volume(db, volume, true); });
   EXPECT_EQ(used(), 0);
-  EXPECT_TRUE(in([&](Store& store) {
-    return was_volume_deleted(store, iscsi_pool, Volume_Kind::filesystem, "v") &&
-           was_snapshot_deleted(store, iscsi_pool, Volume_Kind::filesystem, "s1") &&
-           !was_volume_deleted(store, iscsi_pool, Volume_Kind::lun, "v") &&
-           !was_snapshot_deleted(store, iscsi_pool, Volume_Kind::filesystem, "v");
+  EXPECT_TRUE(in([&](Connection& db) {
+    return was_volume_deleted(db, iscsi_pool, Volume_Kind::filesystem, "v") &&
+           was_snapshot_deleted(db, iscsi_pool, Volume_Kind::filesystem, "s1") &&
+           !was_volume_deleted(db, iscsi_pool, Volume_Kind::lun, "v") &&
+           !was_snapshot_deleted(db, iscsi_pool, Volume_Kind::filesystem, "v");
   }));
   make("v");
-  EXPECT_FALSE(in([&](Store& store) {
-    return was_volume_deleted(store, iscsi_pool, Volume_Kind::filesystem, "v");
+  EXPECT_FALSE(in([&](Connection& db) {
+    return was_volume_deleted(db, iscsi_pool, Volume_Kind::filesystem, "v");
   })) << "it is there again";
 }
 
 TEST_F(Volumes, the_last_snapshot_takes_an_unchanged_volume_along) {
   const auto is_there = [this](const std::string& name) {
-    return in([&](Store& store) {
-      return find_volume(store, iscsi_pool, Volume_Kind::filesystem, name).has_value();
+    return in([&](Connection& db) {
+      return find_volume(db, iscsi_pool, Volume_Kind::filesystem, name).has_value();
     });
   };
   const Volume volume = make("v");
@@ -276,7 +276,7 @@ TEST_F(Volumes, the_last_snapshot_takes_an_unchanged_volume_along) {
   EXPECT_TRUE(is_there("w")) << "it was written to since";
   write(written, 0, 10);
   const Snapshot between = snap(written, "s4");
-  in([&](Store& store) { discard_volume(store, written, 5, 1); });
+  in([&](Connection& db) { discard_volume(db, written, 5, 1); });
   drop(between, true);
   EXPECT_TRUE(is_there("w")) << "something was discarded since";
   drop(snap(written, "s5"), false);
@@ -286,7 +286,7 @@ TEST_F(Volumes, the_last_snapshot_takes_an_unchanged_volume_along) {
 TEST_F(Volumes, ranges_lie_within_the_volume) {
   const Volume volume = make("v");
   const auto write_at = [&](std::int64_t start, std::int64_t length) {
-    return refusal([&](Store& store) { write_volume(store, volume, start, length, Reclaim::yes); });
+    return refusal([&](Connection& db) { write_volume(db, volume, start, length, Reclaim::yes); });
   };
   EXPECT_EQ(write_at((1 << 20) - 1, 1), "none");
   EXPECT_THAT(write_at(1 << 20, 1), HasSubstr("422 offset"));
@@ -298,30 +298,30 @@ TEST_F(Volumes, ranges_lie_within_the_volume) {
 TEST_F(Volumes, a_full_pool_reclaims_the_oldest_that_nobody_needs) {
   test::Lab_Service small(test::scsi_lab("1000"));
   small.load(test::scsi_lab("1000"), true);
-  Transaction transaction = small.state().begin(Access::change);
-  Store& store = transaction.store();
+  Transaction transaction = small.database().begin(Access::write);
+  Connection& db = transaction.db();
   const Volume volume =
-      create_volume(store, {0, iscsi_pool, Volume_Kind::filesystem, "v", {}, 1, {}, "2026"});
+      create_volume(db, {0, iscsi_pool, Volume_Kind::filesystem, "v", {}, 1, {}, "2026"});
   const auto take = [&](const std::string& id, bool recyclable, const std::string& created) {
-    write_volume(store, volume, 0, 200, Reclaim::yes);
-    return create_snapshot(store, volume, {0, id, 0, 0, recyclable, created});
+    write_volume(db, volume, 0, 200, Reclaim::yes);
+    return create_snapshot(db, volume, {0, id, 0, 0, recyclable, created});
   };
   take("kept", false, "1");
   const Snapshot cloned = take("cloned", true, "2");
   take("younger", true, "4");
   take("older", true, "3");
-  clone_volume(store, cloned, {0, iscsi_pool, Volume_Kind::filesystem, "c", {}, 1, {}, "2026"});
+  clone_volume(db, cloned, {0, iscsi_pool, Volume_Kind::filesystem, "c", {}, 1, {}, "2026"});
   using Ids = std::vector<std::string>;
-  EXPECT_EQ(write_volume(store, volume, 0, 200, Reclaim::yes), Ids{});
-  EXPECT_EQ(write_volume(store, volume, 200, 1, Reclaim::yes), Ids{"older"});
-  EXPECT_EQ(write_volume(store, volume, 200, 201, Reclaim::yes), Ids{"younger"});
-  EXPECT_EQ(write_volume(store, volume, 200, 400, Reclaim::yes), Ids{});
+  EXPECT_EQ(write_volume(db, volume, 0, 200, Reclaim::yes), Ids{});
+  EXPECT_EQ(write_volume(db, volume, 200, 1, Reclaim::yes), Ids{"older"});
+  EXPECT_EQ(write_volume(db, volume, 200, 201, Reclaim::yes), Ids{"younger"});
+  EXPECT_EQ(write_volume(db, volume, 200, 400, Reclaim::yes), Ids{});
   try {
-    write_volume(store, volume, 200, 401, Reclaim::yes);
+    write_volume(db, volume, 200, 401, Reclaim::yes);
     ADD_FAILURE() << "there was room";
-  } catch (const Refusal& refusal) {
-    EXPECT_EQ(refusal.status(), 507U);
-    EXPECT_THAT(refusal.what(), HasSubstr("has 400 bytes free, 401 are needed"));
+  } catch (const Request_Error& error) {
+    EXPECT_EQ(error.status(), 507U);
+    EXPECT_THAT(error.what(), HasSubstr("has 400 bytes free, 401 are needed"));
   }
 }
 
@@ -330,9 +330,9 @@ TEST_F(Volumes, a_pool_that_is_not_writable_is_not_changed) {
     lab_.load(R"({"pools":[{"uuid":")" + iscsi_pool + R"(","name":"luns","type":"scsi","state":")" +
                   state + "\"}]}",
               false);
-    EXPECT_EQ(refusal([&](Store& store) { need_volume_pool(store, iscsi_pool, Access::change); }),
+    EXPECT_EQ(refusal([&](Connection& db) { need_volume_pool(db, iscsi_pool, Access::write); }),
               "409 pool '" + iscsi_pool + "' is " + state);
-    EXPECT_EQ(refusal([&](Store& store) { need_volume_pool(store, iscsi_pool, Access::read); }),
+    EXPECT_EQ(refusal([&](Connection& db) { need_volume_pool(db, iscsi_pool, Access::read); }),
               "none");
   }
 }
@@ -353,10 +353,10 @@ TEST_F(Volumes, the_check_finds_sizes_that_are_wrong) {
       {"UPDATE volume_extent SET data = 1, data_start = 0", "has data twice"},
   };
   for (const auto& [damage, expected] : damages) {
-    Transaction transaction = lab_.state().begin(Access::change);
-    transaction.store().database().exec(damage);
+    Transaction transaction = lab_.database().begin(Access::write);
+    transaction.db().database().exec(damage);
     Array found;
-    volume_check().run(transaction.store(), found);
+    volume_check().run(transaction.db(), found);
     EXPECT_THAT(json_spirit::write(found), HasSubstr(expected)) << damage;
   }
   EXPECT_EQ(problems(), "") << "each was rolled back";
@@ -448,8 +448,8 @@ TEST_P(Volumes_Model, sizes_agree_after_every_step) {
       ++last;
       std::fill_n(model.now.begin() + static_cast<std::ptrdiff_t>(from), count, last);
     } else if (action < 10) {
-      in([&](Store& store) {
-        discard_volume(store, model.volume, static_cast<std::int64_t>(from) * cell,
+      in([&](Connection& db) {
+        discard_volume(db, model.volume, static_cast<std::int64_t>(from) * cell,
                        static_cast<std::int64_t>(count) * cell);
       });
       std::fill_n(model.now.begin() + static_cast<std::ptrdiff_t>(from), count, 0);
@@ -458,12 +458,12 @@ TEST_P(Volumes_Model, sizes_agree_after_every_step) {
     } else if (model.snapshots.empty()) {
       continue;
     } else if (action < 16) {
-      in([&](Store& store) { roll_back_volume(store, model.volume); });
+      in([&](Connection& db) { roll_back_volume(db, model.volume); });
       model.now = model.snapshots.back().second;
     } else if (action < 18) {
       const std::size_t which = below(model.snapshots.size());
       const Snapshot snapshot = model.snapshots[which].first;
-      const auto drop_it = [&](Store& store) { delete_snapshot(store, snapshot, false); };
+      const auto drop_it = [&](Connection& db) { delete_snapshot(db, snapshot, false); };
       if (has_clone(snapshot)) {
         EXPECT_THAT(refusal(drop_it), HasSubstr("409 "));
       } else {
@@ -477,7 +477,7 @@ TEST_P(Volumes_Model, sizes_agree_after_every_step) {
       const bool held =
           std::any_of(model.snapshots.begin(), model.snapshots.end(),
                       [this](const auto& snapshot) { return has_clone(snapshot.first); });
-      const auto delete_it = [&](Store& store) { delete_volume(store, model.volume, true); };
+      const auto delete_it = [&](Connection& db) { delete_volume(db, model.volume, true); };
       if (held) {
         EXPECT_THAT(refusal(delete_it), HasSubstr("409 "));
       } else {
