@@ -21,7 +21,7 @@
 #include "service/http/server.h"
 #include "service/lab/lab.h"
 #include "service/options.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace {
 

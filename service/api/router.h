@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "service/api/message.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace zqpool::service {
 

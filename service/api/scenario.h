@@ -5,7 +5,7 @@
 
 #include "platform/json/json_spirit.h"
 #include "service/api/request_fields.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace zqpool::service {
 

@@ -8,7 +8,7 @@
 #include "service/api/router.h"
 #include "service/app/access_key.h"
 #include "service/app/faults.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace zqpool::service {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "service/api/router.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace zqpool::service {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "platform/json/json_spirit.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace zqpool::service {
 

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "service/api/resources.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 #include "service/volumes/volumes.h"
 
 namespace zqpool::service {

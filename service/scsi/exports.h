@@ -7,7 +7,7 @@
 
 #include "service/api/request_fields.h"
 #include "service/scsi/pools.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 #include "service/volumes/volumes.h"
 
 namespace zqpool::service {

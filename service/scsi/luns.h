@@ -6,7 +6,7 @@
 
 #include "service/api/router.h"
 #include "service/api/scenario.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 #include "service/volumes/volumes.h"
 
 namespace zqpool::service {

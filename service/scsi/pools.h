@@ -6,7 +6,7 @@
 #include "service/api/message.h"
 #include "service/api/request_fields.h"
 #include "service/api/resources.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 #include "service/volumes/volumes.h"
 
 namespace zqpool::service {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <vector>
 
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 namespace zqpool::service {
 

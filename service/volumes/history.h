@@ -4,7 +4,7 @@
 
 #include "platform/json/json_spirit.h"
 #include "service/api/request_fields.h"
-#include "service/store/store.h"
+#include "service/store/database.h"
 #include "service/volumes/volumes.h"
 
 namespace zqpool::service {

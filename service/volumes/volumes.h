@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "service/store/store.h"
+#include "service/store/database.h"
 #include "service/volumes/extent_map.h"
 
 namespace zqpool::service {

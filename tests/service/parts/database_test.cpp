@@ -1,4 +1,4 @@
-#include "service/store/store.h"
+#include "service/store/database.h"
 
 #include <SQLiteCpp/Exception.h>
 #include <fcntl.h>
