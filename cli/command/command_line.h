@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/command/session.h"
+#include "cli/command/command_context.h"
 #include "cli/command/settings.h"
 #include "cli/support/exit_code.h"
 

@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "cli/command/session.h"
+#include "cli/command/command_context.h"
 #include "platform/http/http_message.h"
 #include "platform/json/json_spirit.h"
 

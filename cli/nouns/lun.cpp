@@ -3,7 +3,7 @@
 
 #include "cli/command/command_line.h"
 #include "cli/command/confirm.h"
-#include "cli/nouns/scsi_pool.h"
+#include "cli/nouns/pool_verbs.h"
 #include "cli/support/size.h"
 
 namespace zqpool::cli {

@@ -3,7 +3,7 @@
 #include "cli/command/batch.h"
 #include "cli/command/command_line.h"
 #include "cli/command/raw_request.h"
-#include "cli/nouns/scsi_pool.h"
+#include "cli/nouns/pool_verbs.h"
 #include "cli/support/duration.h"
 #include "utils/pool/nfs_operator.h"
 

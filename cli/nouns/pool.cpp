@@ -3,7 +3,7 @@
 
 #include "cli/command/batch.h"
 #include "cli/command/command_line.h"
-#include "cli/nouns/scsi_pool.h"
+#include "cli/nouns/pool_verbs.h"
 #include "cli/support/credentials.h"
 #include "cli/support/redact.h"
 #include "platform/crypto/s3_key.h"

@@ -4,7 +4,7 @@
 #include <functional>
 #include <string>
 
-#include "cli/command/session.h"
+#include "cli/command/command_context.h"
 
 namespace zqpool::cli {
 

@@ -1,4 +1,4 @@
-#include "cli/nouns/scsi_pool.h"
+#include "cli/nouns/pool_verbs.h"
 
 #include "cli/command/batch.h"
 #include "cli/command/command_line.h"

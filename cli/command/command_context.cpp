@@ -1,4 +1,4 @@
-#include "cli/command/session.h"
+#include "cli/command/command_context.h"
 
 #include <sys/ioctl.h>
 #include <sys/stat.h>

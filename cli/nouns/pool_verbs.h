@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "cli/command/session.h"
+#include "cli/command/command_context.h"
 #include "utils/pool/scsi_target_manager.h"
 
 namespace zqpool::cli {

@@ -5,7 +5,7 @@
 #include "cli/command/batch.h"
 #include "cli/command/confirm.h"
 #include "cli/command/raw_request.h"
-#include "cli/nouns/scsi_pool.h"
+#include "cli/nouns/pool_verbs.h"
 #include "cli/nouns/snapshot_tree.h"
 
 namespace zqpool::cli {
