@@ -1,4 +1,4 @@
-#include "cli/command/command_line.h"
+#include "cli/nouns/nouns.h"
 #include "cli/support/process.h"
 
 int main(int argc, char** argv) {

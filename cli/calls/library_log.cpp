@@ -13,16 +13,16 @@ namespace zqpool::cli {
 
 namespace {
 
-Said& heard() {
-  thread_local Said lines;
+Captured_Log& captured() {
+  thread_local Captured_Log lines;
   return lines;
 }
 
 }  // namespace
 
-bool Said::has_error(const std::string& words) const {
+bool Captured_Log::has_error(const std::string& prefix) const {
   return std::any_of(errors.begin(), errors.end(),
-                     [&words](const std::string& line) { return line.rfind(words, 0) == 0; });
+                     [&prefix](const std::string& line) { return line.rfind(prefix, 0) == 0; });
 }
 
 Library_Log::Library_Log(bool show, std::function<void()> retrying)
@@ -38,8 +38,8 @@ Library_Log::~Library_Log() {
   ACE_Log_Msg::msg_backend(nullptr);
 }
 
-Said Library_Log::take() {
-  return std::exchange(heard(), Said());
+Captured_Log Library_Log::take() {
+  return std::exchange(captured(), Captured_Log());
 }
 
 int Library_Log::open(const char*) {
@@ -59,9 +59,9 @@ ssize_t Library_Log::log(ACE_Log_Record& record) {
   while (!line.empty() && line.back() == '\n')
     line.remove_suffix(1);
   if (record.type() == LM_ERROR || record.type() == LM_EMERGENCY) {
-    heard().errors.emplace_back(line);
+    captured().errors.emplace_back(line);
   } else if (record.type() == LM_WARNING) {
-    heard().warnings.emplace_back(line);
+    captured().warnings.emplace_back(line);
   }
   if (show_) say_plain(line);
   if (record.type() == LM_INFO && line.substr(0, 6) == "Retry(") retrying_();

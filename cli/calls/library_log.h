@@ -9,12 +9,12 @@
 namespace zqpool::cli {
 
 /// Lines of the library's log, in their order and without their newlines.
-struct Said {
+struct Captured_Log {
   std::vector<std::string> errors;
   std::vector<std::string> warnings;
 
-  /// Whether an error begins so.
-  bool has_error(const std::string& words) const;
+  /// Whether one of the errors begins with `prefix`.
+  bool has_error(const std::string& prefix) const;
 };
 
 /// Takes the library's log away from standard error, for the process's life: shown only when the
@@ -29,7 +29,7 @@ class Library_Log : private ACE_Log_Msg_Backend {
   Library_Log& operator=(const Library_Log&) = delete;
 
   /// What this thread logged since the last call.
-  static Said take();
+  static Captured_Log take();
 
  private:
   int open(const char* key) override;

@@ -1,10 +1,7 @@
 #include "cli/calls/outcome.h"
 
-#include <algorithm>
 #include <chrono>
-#include <cstdint>
 #include <cstdio>
-#include <utility>
 
 #include "cli/support/endpoint.h"
 #include "platform/http/http_message.h"
@@ -90,42 +87,6 @@ Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect) {
     outcome.cause += "; whether the change was made is unknown";
   }
   return outcome;
-}
-
-Outcome judge_answer(const std::vector<std::string>& said, const char* absent, Effect effect) {
-  const auto begins = [absent](const std::string& line) { return line.rfind(absent, 0) == 0; };
-  const bool says_absent =
-      absent != nullptr &&
-      (*absent == '\0' ? said.empty() : std::any_of(said.begin(), said.end(), begins));
-  if (says_absent) {
-    return {Exit_Code::not_found, "not found: the service does not hold exactly one such object"};
-  }
-  Outcome outcome = {Exit_Code::failed, "the answer is not what the operation needs"};
-  if (!said.empty()) outcome.cause += " (" + said.back() + ')';
-  if (effect == Effect::changes) outcome.cause += "; yet the service made the change";
-  return outcome;
-}
-
-void judge_status_of_session(HTTP_Exchange_Report& report, const std::vector<std::string>& said) {
-  if (!report.ok() || report.status == 0 || report.status / 100 == 2) return;
-  report.error = HTTP_Error::status;
-  report.text = "HTTP status " + std::to_string(report.status);
-  const Object answer = object_within(said.empty() ? "" : said.back());
-  if (const Object* const error = json_spirit::object_get_object(answer, "error")) {
-    json_spirit::object_get(*error, "message", report.service_message);
-  }
-}
-
-Object object_within(const std::string& message) {
-  const std::size_t begin = message.find('{');
-  const std::size_t end = message.rfind('}');
-  json_spirit::Value value;
-  if (begin != std::string::npos && end != std::string::npos && begin < end &&
-      json_spirit::read(message.substr(begin, end + 1 - begin), value) &&
-      value.type() == json_spirit::obj_type) {
-    return std::move(value.get_obj());
-  }
-  return {};
 }
 
 std::string trace_line(const HTTP_Exchange_Report& report) {

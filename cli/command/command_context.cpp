@@ -7,13 +7,13 @@
 #include <cerrno>
 #include <charconv>
 #include <cstring>
-#include <exception>
 #include <utility>
 
 #include "cli/calls/dry_run.h"
 #include "cli/command/batch.h"
 #include "cli/support/credentials.h"
 #include "cli/support/duration.h"
+#include "cli/support/endpoint.h"
 #include "cli/support/messages.h"
 #include "platform/host/initiators.h"
 #include "platform/http/http_message.h"
@@ -23,9 +23,9 @@ namespace zqpool::cli {
 
 namespace {
 
-constexpr std::size_t most_jobs = 64;
+constexpr std::size_t max_jobs = 64;
 
-/// Reads a setting with `parse`; what that refuses is told with where the value came from.
+/// Reads a setting with `parse`, whose errors get the source of the value in front.
 template <typename Parse>
 auto parsed(const Setting_Value& value, Parse parse) {
   try {
@@ -39,8 +39,8 @@ std::size_t parse_jobs(const std::string& text) {
   std::size_t jobs = 0;
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, jobs);
-  if (error != std::errc() || stop != end || jobs == 0 || jobs > most_jobs) {
-    throw Usage_Error("'" + text + "' is no number from 1 to " + std::to_string(most_jobs));
+  if (error != std::errc() || stop != end || jobs == 0 || jobs > max_jobs) {
+    throw Usage_Error("'" + text + "' is no number from 1 to " + std::to_string(max_jobs));
   }
   return jobs;
 }
@@ -65,7 +65,7 @@ void set_trust(const Setting_Value& cacert, HTTP_Options& options) {
   (S_ISDIR(status.st_mode) ? options.ca_directory : options.ca_file) = cacert.text;
 }
 
-/// Columns of the terminal that standard output is, 0 when it is none.
+/// The width of standard output's terminal in columns, 0 when it is not a terminal.
 std::size_t output_width() {
   winsize size = {};
   if (isatty(STDOUT_FILENO) == 0 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) return 0;
@@ -74,18 +74,18 @@ std::size_t output_width() {
 
 }  // namespace
 
-Session::Session(std::string command, const Settings& settings, const Flags& flags)
+Command_Context::Command_Context(std::string command, const Settings& settings, const Flags& flags)
     : command_(std::move(command)),
       settings_(settings),
       flags_(flags),
       format_(parsed(settings[Setting_Id::output], parse_output_format)),
-      log_(flags.verbose, [this] { asking_again(); }) {
+      log_(flags.verbose, [this] { report_retry(); }) {
   be_quiet(flags.quiet);
   const Setting_Value& host_root = settings[Setting_Id::host_root];
   if (host_root.given) set_host_root(host_root.text);
 }
 
-const Target& Session::target() {
+const Target& Command_Context::target() {
   if (target_) return *target_;
   const Setting_Value& endpoint = settings_[Setting_Id::endpoint];
   if (!endpoint.given) {
@@ -95,7 +95,11 @@ const Target& Session::target() {
         (config_files().user.empty() ? config_files().system : config_files().user));
   }
   Target target;
-  target.endpoint = parsed(endpoint, parse_endpoint);
+  const Endpoint at = parsed(endpoint, parse_endpoint);
+  target.url = at.text();
+  target.host = at.host;
+  target.port = at.port;
+  target.ssl = at.ssl;
   target.retry_seconds = parsed(settings_[Setting_Id::retry], parse_retry);
   if (flags_.dry_run) target.retry_seconds = 0;
 
@@ -105,102 +109,61 @@ const Target& Session::target() {
   set_trust(settings_[Setting_Id::cacert], options);
   if (flags_.insecure) {
     options.verify = false;
-    say("WARNING: --insecure: the certificate of " + target.endpoint.text() +
+    say("WARNING: --insecure: the certificate of " + target.url +
         " is not checked, whoever answers there gets the access key");
   }
   if (flags_.dry_run) options.may_send = &Dry_Run::may_send;
   HTTP_Options::set(options);
 
   const Setting_Value& key_file = settings_[Setting_Id::access_key_file];
-  target.access_key = obtain_access_key(key_file.text, target.endpoint.text());
+  target.access_key = obtain_access_key(key_file.text, target.url);
   return target_.emplace(std::move(target));
 }
 
-std::chrono::milliseconds Session::timeout() const {
+std::chrono::milliseconds Command_Context::timeout() const {
   return parsed(settings_[Setting_Id::timeout], parse_timeout);
 }
 
-Outcome Session::call(const Way& way, const std::function<bool()>& operation) {
-  Library_Log::take();
-  const std::string before = last_http_exchange().request_id;
-  bool good = false;
-  std::string thrown;
-  std::optional<Dry_Run> dry_run;
-  if (flags_.dry_run) dry_run.emplace(way.effect);
-  try {
-    good = operation();
-  } catch (const std::exception& error) {
-    thrown = error.what();
-  }
-  HTTP_Exchange_Report report = last_http_exchange();
-  // An operation may end before it asks anybody.
-  const bool has_asked = report.request_id != before;
-  if (!has_asked) report = HTTP_Exchange_Report();
-  Said said = Library_Log::take();
-  judge_status_of_session(report, said.errors);
-  const bool held_back = dry_run && dry_run->request();
-  if (flags_.trace && has_asked && !held_back) say(trace_line(report));
-  const bool spoilt = way.spoiling == Way::an_error_spoils_it && !said.errors.empty();
-  // Also a change may begin with asking.
-  const Effect effect = report.method == HTTP_METHOD_GET ? Effect::reads : way.effect;
-  Outcome outcome;
-  if (held_back) {
-    outcome.held_back = dry_run->request();
-  } else if (!thrown.empty()) {
-    outcome = {Exit_Code::failed, "the answer cannot be read: " + thrown};
-  } else if (!good || spoilt) {
-    outcome = report.ok()
-                  ? judge_answer(said.errors, way.absent, has_asked ? effect : Effect::reads)
-                  : judge_exchange(report, effect);
-  }
-  outcome.answered = has_asked && report.ok();
-  if (way.said != nullptr) *way.said = std::move(said);
-  return outcome;
-}
-
-Exit_Code Session::report(const Outcome& outcome) {
-  explain(outcome);
+Exit_Code Command_Context::report(const Outcome& outcome) {
+  explain(outcome, "");
   if (outcome.held_back) print_request("request", *outcome.held_back);
   return outcome.code;
 }
 
-void Session::explain(const Outcome& outcome, const std::string& object) const {
+void Command_Context::explain(const Outcome& outcome, const std::string& object) const {
   if (outcome.code == Exit_Code::done) return;
   say(command_ + ": " + (object.empty() ? "" : object + ": ") +
-      (target_ ? target_->endpoint.text() + ": " : "") + outcome.cause);
+      (target_ ? target_->url + ": " : "") + outcome.cause);
 }
 
-Exit_Code Session::show(const std::vector<std::string>& objects, const Fetch& fetch) {
-  const std::size_t most = jobs();
-  const Target& service = target();
+Exit_Code Command_Context::show(const std::vector<std::string>& objects, const Work& work) {
+  const std::size_t at_once = jobs();
+  target();
   Exit_Code code = Exit_Code::done;
-  print(work_off(
-      objects, most,
-      [&](const std::string& name, Object& record) { return fetch(service, name, record); }, code));
+  print(run_all(objects, at_once, work, code));
   return code;
 }
 
-Exit_Code Session::change(const std::vector<std::string>& objects, const Change& change) {
-  const std::size_t most = jobs();
-  const Target& service = target();
+Exit_Code Command_Context::change(const std::vector<std::string>& objects, const Work& work) {
+  const std::size_t at_once = jobs();
+  target();
   Exit_Code code = Exit_Code::done;
-  work_off(
-      objects, most, [&](const std::string& name, Object&) { return change(service, name); }, code);
+  run_all(objects, at_once, work, code);
   return code;
 }
 
-Exit_Code Session::derive(const std::vector<std::string>& objects, const Derive& derive) {
+Exit_Code Command_Context::derive(const std::vector<std::string>& objects, const Work& work) {
   Exit_Code code = Exit_Code::done;
-  print(work_off(objects, jobs(), derive, code));
+  print(run_all(objects, jobs(), work, code));
   return code;
 }
 
-std::size_t Session::jobs() const {
+std::size_t Command_Context::jobs() const {
   return parsed(settings_[Setting_Id::jobs], parse_jobs);
 }
 
-std::vector<Record> Session::work_off(const std::vector<std::string>& objects, std::size_t jobs,
-                                      const Derive& work, Exit_Code& code) {
+std::vector<Record> Command_Context::run_all(const std::vector<std::string>& objects,
+                                             std::size_t jobs, const Work& work, Exit_Code& code) {
   std::vector<Outcome> outcomes(objects.size());
   std::vector<Object> answers(objects.size());
   std::vector<Record> records;
@@ -223,13 +186,13 @@ std::vector<Record> Session::work_off(const std::vector<std::string>& objects, s
   return records;
 }
 
-void Session::print_request(const std::string& object, const std::string& request) {
+void Command_Context::print_request(const std::string& object, const std::string& request) {
   if (!is_table()) return print({{object, request_record(request)}});
   if (!output_.empty()) output_ += '\n';
   print_text(shown_request(request));
 }
 
-Exit_Code Session::print_list(Array& list, const std::string& name) {
+Exit_Code Command_Context::print_list(Array& list, const std::string& name) {
   std::vector<Record> records;
   for (json_spirit::Value& element : list) {
     if (element.type() != json_spirit::obj_type) {
@@ -250,17 +213,17 @@ Exit_Code Session::print_list(Array& list, const std::string& name) {
   return Exit_Code::done;
 }
 
-void Session::print(const std::vector<Record>& records) {
+void Command_Context::print(const std::vector<Record>& records) {
   output_ += render(records, format_, output_width());
 }
 
-/// The library is about to pause after a failed attempt: a user who waits is told why.
-void Session::asking_again() const {
+/// Tells the user why the library pauses before it tries again.
+void Command_Context::report_retry() const {
   const HTTP_Exchange_Report report = last_http_exchange();
   if (flags_.trace) say(trace_line(report));
   const std::string cause = report.ok() ? "the answer is not what the operation needs"
                                         : judge_exchange(report, Effect::reads).cause;
-  note(command_ + ": " + target_->endpoint.text() + ": " + cause + "; asking again");
+  note(command_ + ": " + target_->url + ": " + cause + "; asking again");
 }
 
 }  // namespace zqpool::cli

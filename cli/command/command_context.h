@@ -6,11 +6,10 @@
 #include <string>
 #include <vector>
 
+#include "cli/calls/library_call.h"
 #include "cli/calls/library_log.h"
-#include "cli/calls/outcome.h"
 #include "cli/command/settings.h"
 #include "cli/output/render.h"
-#include "cli/support/endpoint.h"
 
 namespace zqpool::cli {
 
@@ -22,81 +21,71 @@ struct Flags {
   bool insecure = false;
 };
 
-/// The service of one command and what it takes to speak to it.
+/// The service that a command calls.
 struct Target {
-  Endpoint endpoint;
+  std::string url;  ///< "https://host:port"
+  std::string host;
+  unsigned short port = 0;
+  bool ssl = false;
   std::string access_key;
-  int retry_seconds = 0;  ///< for the operations that go on asking
+  int retry_seconds = 0;  ///< for the operations that repeat failed attempts
 };
 
-/// How a call of the library is judged.
-struct Way {
-  enum Spoiling { errors_may_be, an_error_spoils_it };
-
-  Effect effect;
-  const char* absent = nullptr;  ///< see judge_answer()
-  Said* said = nullptr;          ///< receives what the library logged
-  /// Whether an error in the log counts also when the operation is content.
-  Spoiling spoiling = errors_may_be;
-};
-
-/// One command at work: its settings, its calls of the library, its messages and its output.
-class Session {
+/// What a verb works with: settings, calls of the library, messages and output.
+class Command_Context {
  public:
   /// `command` is what messages begin with ("device show").
-  Session(std::string command, const Settings& settings, const Flags& flags);
+  Command_Context(std::string command, const Settings& settings, const Flags& flags);
 
   const Settings& settings() const noexcept { return settings_; }
 
-  /// The service; at first use sets up the process's transport and asks for the key if need be.
-  /// Throws Usage_Error when a setting is missing or wrong. Not thread-safe at first use.
+  /// The service. The first call sets up the process's transport and may ask for the access key; it
+  /// is not thread-safe, later ones are. Throws Usage_Error when a setting is missing or wrong.
   const Target& target();
 
-  /// Whether nothing is to be changed, and requests are shown instead.
+  /// Whether requests are shown instead of changing anything.
   bool is_dry_run() const noexcept { return flags_.dry_run; }
 
-  /// Calls one library operation on this thread and says what came of it.
-  Outcome call(const Way& way, const std::function<bool()>& operation);
+  /// Calls one operation of the library on this thread.
+  Outcome call(const Call_Policy& policy, const std::function<bool()>& operation) const {
+    return call_library(policy, {flags_.dry_run, flags_.trace}, operation);
+  }
 
-  /// Says why a call failed, if it did; `object` names what it was about, "" when that is clear.
-  void explain(const Outcome& outcome, const std::string& object = "") const;
+  /// Work on one object; it may fill the object's record. Called from several threads at once.
+  using Work = std::function<Outcome(const std::string& object, Object& record)>;
 
-  // What follows works on many objects, goes on after a failure, and tells and prints in the order
-  // of `objects`. What it is given may be called from several threads at once.
+  // Each of these works on many objects, continues after a failure, and reports and prints in the
+  // order of `objects`.
 
-  /// Fetches each object from the service and prints it.
-  using Fetch = std::function<Outcome(const Target&, const std::string& name, Object& record)>;
-  Exit_Code show(const std::vector<std::string>& objects, const Fetch& fetch);
+  /// Work at the service whose records are printed.
+  Exit_Code show(const std::vector<std::string>& objects, const Work& work);
+  /// Work at the service whose records are not printed.
+  Exit_Code change(const std::vector<std::string>& objects, const Work& work);
+  /// Work without a service whose records are printed.
+  Exit_Code derive(const std::vector<std::string>& objects, const Work& work);
 
-  /// Changes something of each object at the service; prints nothing.
-  using Change = std::function<Outcome(const Target&, const std::string& name)>;
-  Exit_Code change(const std::vector<std::string>& objects, const Change& change);
-
-  /// Makes a record of each object without any service and prints it.
-  using Derive = std::function<Outcome(const std::string& name, Object& record)>;
-  Exit_Code derive(const std::vector<std::string>& objects, const Derive& derive);
-
-  /// For a command with one call: explains its failure, or prints the request that was held back.
+  /// For a command with one call: reports its failure, or prints the request that was held back.
   Exit_Code report(const Outcome& outcome);
 
   /// The limit for one exchange.
   std::chrono::milliseconds timeout() const;
 
   void print(const std::vector<Record>& records);
-  /// Prints the objects of a list that the service gave, each under its member `name`.
+  /// Prints the objects of a list that the service gave, each named by its member `name`.
   Exit_Code print_list(Array& list, const std::string& name);
-  /// Prints a text in the place of a table.
+  /// Prints text as it is, whatever the output format.
   void print_text(const std::string& text) { output_ += text; }
   bool is_table() const noexcept { return format_ == Output_Format::table; }
-  /// All that was printed; it goes out when the command has ended.
+  /// All that was printed; written when the command has ended.
   const std::string& output() const noexcept { return output_; }
 
  private:
-  void asking_again() const;
+  void report_retry() const;
+  void explain(const Outcome& outcome, const std::string& object) const;
   std::size_t jobs() const;
   void print_request(const std::string& object, const std::string& request);
-  std::vector<Record> work_off(const std::vector<std::string>& objects, std::size_t jobs,
-                               const Derive& work, Exit_Code& code);
+  std::vector<Record> run_all(const std::vector<std::string>& objects, std::size_t jobs,
+                              const Work& work, Exit_Code& code);
 
   const std::string command_;
   const Settings& settings_;

@@ -37,10 +37,10 @@ class Help : public CLI::Formatter {
   }
 };
 
-/// What stands on standard output must have arrived there, or the command has failed.
+/// Writes the output; a command whose output does not arrive has failed.
 Exit_Code deliver(const std::string& output, Exit_Code code) {
   if (output.empty()) return code;
-  // Closing is where a full remote disk shows.
+  // A full remote disk may show only at close().
   if (write_all(STDOUT_FILENO, output) && close(STDOUT_FILENO) == 0) return code;
   if (errno == EPIPE) return Exit_Code::output_closed;
   say(std::string("the output cannot be written: ") + std::strerror(errno));
@@ -76,34 +76,75 @@ Command_Line::Command_Line() : app_("Storage pools from the command line.", "zqp
   }
 }
 
-CLI::App& Command_Line::noun(const std::string& name, const std::string& what) {
-  return noun_below(app_, name, what);
+Verb& Verb::argument(const char* name, std::string& value, const std::string& help) {
+  return option(name, value, "", help).required();
 }
 
-CLI::App& Command_Line::noun_below(CLI::App& above, const std::string& name,
-                                   const std::string& what) {
-  CLI::App* const noun = above.add_subcommand(name, what);
+Verb& Verb::objects(const char* name, std::vector<std::string>& objects, const std::string& help) {
+  return option(name, objects, "", help + "; - reads them from standard input, one a line")
+      .required();
+}
+
+Verb& Verb::flag(const char* name, bool& value, const std::string& help) {
+  last_ = app_.add_flag(name, value, help);
+  return *this;
+}
+
+Verb& Verb::option(const char* name, Given_Text& value, const char* type, const std::string& help) {
+  const auto take = [&value](const std::string& text) { value = {text, true}; };
+  last_ = app_.add_option_function<std::string>(name, take, help)->type_name(type);
+  return *this;
+}
+
+Verb& Verb::required() {
+  last_->required();
+  return *this;
+}
+
+Verb& Verb::range(int min, int max) {
+  last_->check(CLI::Range(min, max));
+  return *this;
+}
+
+Verb& Verb::excludes(std::initializer_list<const char*> others) {
+  for (const char* const other : others)
+    last_->excludes(app_.get_option(other));
+  return *this;
+}
+
+Verb& Verb::needs(std::initializer_list<const char*> others) {
+  for (const char* const other : others)
+    last_->needs(app_.get_option(other));
+  return *this;
+}
+
+Noun Noun::noun(const std::string& name, const std::string& help) {
+  CLI::App* const noun = app_.add_subcommand(name, help);
   noun->require_subcommand(1);
   noun->group("Nouns");
   noun->footer("");
-  return *noun;
+  return {commands_, *noun};
 }
 
-CLI::App& Command_Line::verb(CLI::App& noun, const std::string& name, const std::string& what,
-                             const std::vector<std::string>& examples, Action action) {
-  CLI::App* const verb = noun.add_subcommand(name, what);
+Verb Noun::verb(const std::string& name, const std::string& help,
+                const std::vector<std::string>& examples, Action action) {
+  CLI::App* const verb = app_.add_subcommand(name, help);
   verb->group("Verbs");
   std::string footer = "Examples:";
   for (const std::string& example : examples)
-    footer += "\n  " + example;
+    footer += "\n  zqpool " + command_path(*verb) + (example.empty() ? "" : ' ' + example);
   verb->footer(footer);
-  actions_[verb] = std::move(action);
-  return *verb;
+  commands_.actions_[verb] = std::move(action);
+  return Verb(*verb);
 }
 
-void Command_Line::alone(CLI::App& noun, Action action) {
-  noun.require_subcommand(0, 1);
-  actions_[&noun] = std::move(action);
+void Noun::alone(Action action) {
+  app_.require_subcommand(0, 1);
+  commands_.actions_[&app_] = std::move(action);
+}
+
+Noun Command_Line::noun(const std::string& name, const std::string& help) {
+  return Noun(*this, app_).noun(name, help);
 }
 
 int Command_Line::run(int argc, const char* const* argv) {
@@ -118,7 +159,7 @@ int Command_Line::run(int argc, const char* const* argv) {
   try {
     code = parse_and_run(argc, argv, output);
   } catch (const Command_Error& error) {
-    const std::string name = chosen_name();
+    const std::string name = command_path(chosen());
     say((name.empty() ? "" : name + ": ") + error.what());
     code = error.code;
   } catch (const std::exception& error) {
@@ -145,14 +186,14 @@ Exit_Code Command_Line::parse_and_run(int argc, const char* const* argv, std::st
         return options_[index]->count() > 0 ? arguments_[index].c_str() : nullptr;
       },
       [](const Setting& setting) { return std::getenv(setting.variable); }, config_files());
-  Session session(chosen_name(), settings, flags_);
-  const Exit_Code code = actions_.at(&chosen())(session);
-  output = session.output();
+  Command_Context context(command_path(chosen()), settings, flags_);
+  const Exit_Code code = actions_.at(&chosen())(context);
+  output = context.output();
   return code;
 }
 
 Exit_Code Command_Line::refuse(const CLI::ParseError& error) const {
-  const std::string name = chosen_name();
+  const std::string name = command_path(chosen());
   const std::vector<const CLI::App*> next = chosen().get_subcommands({});
   std::string message = error.what();
   if (!next.empty() && error.get_exit_code() == static_cast<int>(CLI::ExitCodes::RequiredError)) {
@@ -176,34 +217,10 @@ const CLI::App& Command_Line::chosen() const {
   return *app;
 }
 
-std::string Command_Line::chosen_name() const {
-  std::string name;
-  for (const CLI::App* app = &chosen(); app->get_parent() != nullptr; app = app->get_parent()) {
-    if (!name.empty()) name.insert(0, 1, ' ');
-    name.insert(0, app->get_name());
-  }
-  return name;
-}
-
-void add_argument(CLI::App& verb, const char* name, std::string& value, const char* what) {
-  verb.add_option(name, value, what)->type_name("")->required();
-}
-
-void add_objects(CLI::App& verb, const char* name, std::vector<std::string>& objects,
-                 const std::string& what) {
-  verb.add_option(name, objects, what + "; - reads them from standard input, one a line")
-      ->type_name("")
-      ->required();
-}
-
-void add_text(CLI::App& verb, const char* name, Given_Text& value, const char* type,
-              const char* what) {
-  const auto take = [&value](const std::string& text) { value = {text, true}; };
-  verb.add_option_function<std::string>(name, take, what)->type_name(type);
-}
-
-void add_yes(CLI::App& verb, bool& yes) {
-  verb.add_flag("--yes", yes, "Do not ask first");
+std::string command_path(const CLI::App& app) {
+  if (app.get_parent() == nullptr) return "";
+  const std::string above = command_path(*app.get_parent());
+  return above + (above.empty() ? "" : " ") + app.get_name();
 }
 
 }  // namespace zqpool::cli

@@ -4,10 +4,10 @@
 
 #include <array>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "cli/command/command_context.h"
@@ -16,45 +16,99 @@
 
 namespace zqpool::cli {
 
-/// What a verb does; its arguments are what its options were bound to.
-using Action = std::function<Exit_Code(Session&)>;
+/// What a verb does, with the arguments that its options were bound to.
+using Action = std::function<Exit_Code(Command_Context&)>;
+
+/// The value of an option for which an empty text and no option are different things.
+struct Given_Text {
+  std::string text;
+  bool given = false;
+
+  const char* c_str_or_null() const { return given ? text.c_str() : nullptr; }
+};
+
+/// A verb that gets its arguments and options, in the order of its help. A type such as
+/// "json|tsv" lists values that the shell completes; FILE and DIR stand for paths.
+class Verb {
+ public:
+  explicit Verb(CLI::App& app) : app_(app) {}
+
+  /// A required argument.
+  Verb& argument(const char* name, std::string& value, const std::string& help);
+
+  /// One argument or more, "-" among them for the lines of standard input.
+  Verb& objects(const char* name, std::vector<std::string>& objects, const std::string& help);
+  Verb& flag(const char* name, bool& value, const std::string& help);
+  /// The flag with which a verb that destroys does not ask first.
+  Verb& yes(bool& value) { return flag("--yes", value, "Do not ask first"); }
+  template <typename Value>
+  Verb& option(const char* name, Value& value, const char* type, const std::string& help) {
+    last_ = app_.add_option(name, value, help)->type_name(type);
+    return *this;
+  }
+  Verb& option(const char* name, Given_Text& value, const char* type, const std::string& help);
+
+  // About what was added last; the others were added before.
+  Verb& required();
+  Verb& range(int min, int max);
+  Verb& excludes(std::initializer_list<const char*> others);
+  Verb& needs(std::initializer_list<const char*> others);
+
+ private:
+  CLI::App& app_;
+  CLI::Option* last_ = nullptr;
+};
+
+class Command_Line;
+
+/// A noun that gets its verbs.
+class Noun {
+ public:
+  Noun(Command_Line& commands, CLI::App& app) : commands_(commands), app_(app) {}
+
+  /// A noun below this one.
+  Noun noun(const std::string& name, const std::string& help);
+
+  /// `examples` are lines of the help, each without "zqpool NOUN VERB" in front.
+  Verb verb(const std::string& name, const std::string& help,
+            const std::vector<std::string>& examples, Action action);
+  template <typename Arguments>
+  Verb verb(const std::string& name, const std::string& help,
+            const std::vector<std::string>& examples,
+            Exit_Code (*action)(Command_Context&, const Arguments&),
+            const std::shared_ptr<Arguments>& arguments) {
+    return verb(name, help, examples, [arguments, action](Command_Context& context) {
+      return action(context, *arguments);
+    });
+  }
+
+  /// Makes the noun valid without a verb.
+  void alone(Action action);
+
+ private:
+  Command_Line& commands_;
+  CLI::App& app_;
+};
 
 /// The nouns, verbs and options of the program.
 class Command_Line {
  public:
   Command_Line();
 
-  CLI::App& noun(const std::string& name, const std::string& what);
-  /// A noun of which `above` has verbs, too.
-  CLI::App& noun_below(CLI::App& above, const std::string& name, const std::string& what);
-  /// `examples` are the lines of the help that begin with "zqpool".
-  CLI::App& verb(CLI::App& noun, const std::string& name, const std::string& what,
-                 const std::vector<std::string>& examples, Action action);
+  Noun noun(const std::string& name, const std::string& help);
 
-  /// The same with options that are bound to an `Arguments` of its own, which `action` receives.
-  template <typename Arguments>
-  std::pair<CLI::App&, Arguments&> verb(CLI::App& noun, const std::string& name,
-                                        const std::string& what,
-                                        const std::vector<std::string>& examples,
-                                        Exit_Code (*action)(Session&, const Arguments&)) {
-    const auto arguments = std::make_shared<Arguments>();
-    CLI::App& added = verb(noun, name, what, examples, [arguments, action](Session& session) {
-      return action(session, *arguments);
-    });
-    return {added, *arguments};
-  }
+  /// The tree of nouns and verbs.
+  const CLI::App& tree() const noexcept { return app_; }
 
-  /// Lets the noun stand alone, for `action`.
-  void alone(CLI::App& noun, Action action);
-
-  /// Runs what the arguments say and returns the process's exit code.
+  /// Runs the command that the arguments name and returns the process's exit code.
   int run(int argc, const char* const* argv);
 
  private:
+  friend class Noun;
+
   Exit_Code parse_and_run(int argc, const char* const* argv, std::string& output);
   Exit_Code refuse(const CLI::ParseError& error) const;
   const CLI::App& chosen() const;
-  std::string chosen_name() const;
 
   CLI::App app_;
   std::map<const CLI::App*, Action> actions_;
@@ -63,39 +117,7 @@ class Command_Line {
   Flags flags_;
 };
 
-/// A required argument.
-void add_argument(CLI::App& verb, const char* name, std::string& value, const char* what);
-
-/// Required arguments, "-" among them for the lines of standard input.
-void add_objects(CLI::App& verb, const char* name, std::vector<std::string>& objects,
-                 const std::string& what);
-
-/// The value of an option that means something even when it is empty.
-struct Given_Text {
-  std::string text;
-  bool given = false;
-
-  const char* c_str_or_null() const { return given ? text.c_str() : nullptr; }
-};
-void add_text(CLI::App& verb, const char* name, Given_Text& value, const char* type,
-              const char* what);
-
-/// The option with which a verb that destroys does not ask first.
-void add_yes(CLI::App& verb, bool& yes);
-
-// One function a noun.
-void add_config(Command_Line& commands);
-void add_device(Command_Line& commands);
-void add_fs(Command_Line& commands);
-void add_image(Command_Line& commands);
-void add_lab(Command_Line& commands);
-void add_lun(Command_Line& commands);
-void add_metadata(Command_Line& commands);
-void add_module(Command_Line& commands);
-void add_nfs(Command_Line& commands);
-void add_pool(Command_Line& commands);
-void add_snapshot(Command_Line& commands);
-void add_space(Command_Line& commands);
-void add_uri(Command_Line& commands);
+/// The nouns and the verb that lead to `app`: "fs snapshot create"; "" for the program.
+std::string command_path(const CLI::App& app);
 
 }  // namespace zqpool::cli

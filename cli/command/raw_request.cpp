@@ -7,19 +7,18 @@
 
 namespace zqpool::cli {
 
-Outcome exchange(Session& session, Effect effect, HTTP_Method method, const char* path,
+Outcome exchange(Command_Context& context, Effect effect, HTTP_Method method, const char* path,
                  const Query& query, const json_spirit::Value* body, json_spirit::Value& answer) {
-  const Target& target = session.target();
+  const Target& target = context.target();
   std::string text;
   HTTP_Query_String_Builder build_query{std::back_inserter(text)};
   for (const auto& [name, value] : query)
     build_query(name, value.c_str());
-  return session.call({effect}, [&] {
+  return context.call({effect}, [&] {
     HTTP_Request request(method, path, false);
     request.query_string(text.c_str());
     request.headers().put(HTTP_HEAD_X_ACCESS_KEY, target.access_key.c_str(), true);
-    const auto& [ssl, host, port] = target.endpoint;
-    JSON_RESTful_Client client(host.c_str(), port, ssl, true);
+    JSON_RESTful_Client client(target.host.c_str(), target.port, target.ssl, true);
     switch (method) {
       case HTTP_METHOD_GET:
         return client.get(request, &answer);
@@ -31,9 +30,9 @@ Outcome exchange(Session& session, Effect effect, HTTP_Method method, const char
   });
 }
 
-Outcome list_objects(Session& session, const char* path, const Query& query, Array& list) {
+Outcome list_objects(Command_Context& context, const char* path, const Query& query, Array& list) {
   json_spirit::Value answer;
-  Outcome outcome = exchange(session, Effect::reads, HTTP_METHOD_GET, path, query, nullptr, answer);
+  Outcome outcome = exchange(context, Effect::reads, HTTP_METHOD_GET, path, query, nullptr, answer);
   if (!outcome.done()) return outcome;
   if (answer.type() != json_spirit::array_type) {
     outcome.code = Exit_Code::failed;

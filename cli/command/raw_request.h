@@ -13,11 +13,11 @@ namespace zqpool::cli {
 /// Fields of a query string, not yet encoded.
 using Query = std::vector<std::pair<const char*, std::string>>;
 
-/// One exchange with the service for what the library has no operation for. `body` may be null.
-Outcome exchange(Session& session, Effect effect, HTTP_Method method, const char* path,
+/// One exchange with the service, for what the library has no operation for. `body` may be null.
+Outcome exchange(Command_Context& context, Effect effect, HTTP_Method method, const char* path,
                  const Query& query, const json_spirit::Value* body, json_spirit::Value& answer);
 
 /// Reads the list at a path.
-Outcome list_objects(Session& session, const char* path, const Query& query, Array& list);
+Outcome list_objects(Command_Context& context, const char* path, const Query& query, Array& list);
 
 }  // namespace zqpool::cli

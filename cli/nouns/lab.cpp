@@ -1,7 +1,8 @@
+#include <memory>
 #include <optional>
 
-#include "cli/command/command_line.h"
 #include "cli/command/raw_request.h"
+#include "cli/nouns/nouns.h"
 #include "cli/support/duration.h"
 #include "cli/support/json_file.h"
 #include "cli/support/size.h"
@@ -15,21 +16,21 @@ using json_spirit::Value;
 constexpr const char* faults_path = "/zq/lab/faults";
 constexpr const char* scenario_path = "/zq/lab/scenario";
 
-/// Makes one exchange and prints its answer when that is an object; of one that has a list `list`,
-/// the objects of that, each under its `name`.
-Exit_Code ask(Session& session, Effect effect, HTTP_Method method, const char* path,
+/// Makes one exchange and prints the object that is its answer. With `list` only the objects of
+/// that member are printed, each named by its member `name`.
+Exit_Code ask(Command_Context& context, Effect effect, HTTP_Method method, const char* path,
               const Query& query, const Value* body, const std::string& list = "",
               const std::string& name = "") {
   Value answer;
-  const Outcome outcome = exchange(session, effect, method, path, query, body, answer);
-  if (!outcome.done() || answer.type() != json_spirit::obj_type) return session.report(outcome);
+  const Outcome outcome = exchange(context, effect, method, path, query, body, answer);
+  if (!outcome.done() || answer.type() != json_spirit::obj_type) return context.report(outcome);
   Object& object = answer.get_obj();
   if (list.empty()) {
-    session.print({{"lab", std::move(object)}});
+    context.print({{"lab", std::move(object)}});
     return Exit_Code::done;
   }
   Array* const records = json_spirit::object_get_array(object, list);
-  return records == nullptr ? Exit_Code::done : session.print_list(*records, name);
+  return records == nullptr ? Exit_Code::done : context.print_list(*records, name);
 }
 
 struct Fault_Arguments {
@@ -50,7 +51,7 @@ Value milliseconds(const std::string& text) {
   return std::int64_t{parse_duration(text).count()};
 }
 
-Exit_Code add_fault(Session& session, const Fault_Arguments& arguments) {
+Exit_Code add_fault(Command_Context& context, const Fault_Arguments& arguments) {
   Object fault = {{"kind", arguments.kind}, {"path", arguments.path}};
   const auto add_text = [&fault](const char* key, const std::string& text) {
     if (!text.empty()) fault[key] = text;
@@ -75,48 +76,7 @@ Exit_Code add_fault(Session& session, const Fault_Arguments& arguments) {
   if (arguments.delay_after_commit) fault["delay_after_commit"] = true;
   if (arguments.whole_answer) fault["whole_answer"] = true;
   const Value body = Object{{"faults", Array{std::move(fault)}}};
-  return ask(session, Effect::changes, HTTP_METHOD_POST, faults_path, {}, &body);
-}
-
-void add_fault_verb(Command_Line& commands, CLI::App& lab) {
-  auto [verb_added, arguments] = commands.verb<Fault_Arguments>(
-      lab, "fault", "Makes the service misbehave on the requests of a path",
-      {"zqpool lab fault status --status 503 --times 2 --path /zq/r/storage/catalog/pool",
-       "zqpool lab fault delay --delay 2s --path '/zq/r/*' --every 10",
-       "zqpool lab fault reset_after_commit --method PUT --path '/zq/r/*'"},
-      &add_fault);
-  CLI::App& verb = verb_added;
-  const auto text = [&verb](const char* name, std::string& value, const char* type,
-                            const char* help) {
-    return verb.add_option(name, value, help)->type_name(type);
-  };
-  const auto number = [&verb](const char* name, std::optional<std::int64_t>& value,
-                              const char* help) {
-    verb.add_option(name, value, help)->type_name("N");
-  };
-  text("KIND", arguments.kind, "",
-       "status, delay, reset_before_commit, reset_after_commit, cut, drip, garbage, huge or "
-       "wrong_type")
-      ->required();
-  text("--path", arguments.path, "PATH", "Which path, or its beginning and *")->required();
-  text("--method", arguments.method, "METHOD", "Only requests of this method");
-  text("--query", arguments.query, "TEXT", "Only requests with this in their query");
-  number("--times", arguments.times, "How often at most");
-  number("--skip", arguments.skip, "Spare so many requests first");
-  number("--every", arguments.every, "Only each Nth request");
-  verb.add_option("--probability", arguments.probability, "By chance, from 0 to 1")->type_name("P");
-  number("--seed", arguments.seed, "Which chance, which garbage");
-  number("--status", arguments.status, "Status of the answer (status)");
-  text("--body", arguments.body, "TEXT", "Body of the answer (status)");
-  text("--delay", arguments.delay, "DURATION", "Wait so long, with any kind");
-  verb.add_flag("--delay-after-commit", arguments.delay_after_commit,
-                "Wait after the operation, not before");
-  text("--bytes", arguments.bytes, "SIZE", "How much (cut, drip, garbage, huge)");
-  verb.add_flag("--whole-answer", arguments.whole_answer,
-                "Not only the body of the answer (garbage)");
-  text("--interval", arguments.interval, "DURATION", "Time between pieces (drip)");
-  text("--member", arguments.member, "NAME", "Member of the answer (wrong_type)");
-  text("--type", arguments.type, "TYPE", "JSON type that it gets (wrong_type)");
+  return ask(context, Effect::changes, HTTP_METHOD_POST, faults_path, {}, &body);
 }
 
 struct Scenario_Arguments {
@@ -124,39 +84,21 @@ struct Scenario_Arguments {
   bool merge = false;
 };
 
-Exit_Code load_scenario(Session& session, const Scenario_Arguments& arguments) {
+Exit_Code load_scenario(Command_Context& context, const Scenario_Arguments& arguments) {
   const Value document = read_document(arguments.file);
-  return ask(session, Effect::changes, HTTP_METHOD_POST, scenario_path,
+  return ask(context, Effect::changes, HTTP_METHOD_POST, scenario_path,
              {{"mode", arguments.merge ? "merge" : "replace"}}, &document);
 }
 
-void add_scenario_verb(Command_Line& commands, CLI::App& lab) {
-  auto [verb, arguments] = commands.verb<Scenario_Arguments>(
-      lab, "scenario",
-      "Puts what a scenario file describes into the service, in place of what it holds",
-      {"zqpool lab scenario scenario.json", "zqpool lab scenario --merge - < more.json"},
-      &load_scenario);
-  add_argument(verb, "FILE", arguments.file, "The scenario, JSON; - reads standard input");
-  verb.add_flag("--merge", arguments.merge,
-                "Keep what the service holds and the file does not name");
+Exit_Code list_faults(Command_Context& context) {
+  return ask(context, Effect::reads, HTTP_METHOD_GET, faults_path, {}, nullptr, "faults", "id");
 }
 
-void add_list_verb(Command_Line& commands, CLI::App& lab) {
-  commands.verb(lab, "faults", "Lists the scripted faults and how often each one happened",
-                {"zqpool lab faults", "zqpool lab faults -o tsv"}, [](Session& session) {
-                  return ask(session, Effect::reads, HTTP_METHOD_GET, faults_path, {}, nullptr,
-                             "faults", "id");
-                });
+Exit_Code clear_faults(Command_Context& context) {
+  return ask(context, Effect::changes, HTTP_METHOD_DELETE, faults_path, {}, nullptr);
 }
 
-void add_clear_verb(Command_Line& commands, CLI::App& lab) {
-  commands.verb(
-      lab, "clear", "Removes all scripted faults", {"zqpool lab clear"}, [](Session& session) {
-        return ask(session, Effect::changes, HTTP_METHOD_DELETE, faults_path, {}, nullptr);
-      });
-}
-
-struct Write_Arguments {
+struct Guest_Arguments {
   std::string pool;
   std::string lun;
   std::string name;
@@ -168,7 +110,7 @@ struct Write_Arguments {
   bool discard = false;
 };
 
-Exit_Code write(Session& session, const Write_Arguments& arguments) {
+Exit_Code write(Command_Context& context, const Guest_Arguments& arguments) {
   const int ways = !arguments.lun.empty() + !arguments.name.empty() + !arguments.initiator.empty();
   if (ways != 1 || arguments.pool.empty() == arguments.initiator.empty()) {
     throw Usage_Error(
@@ -188,57 +130,91 @@ Exit_Code write(Session& session, const Write_Arguments& arguments) {
   }
   if (arguments.discard) body["discard"] = true;
   const Value value = std::move(body);
-  return ask(session, Effect::changes, HTTP_METHOD_POST, "/zq/lab/write", {}, &value);
+  return ask(context, Effect::changes, HTTP_METHOD_POST, "/zq/lab/write", {}, &value);
 }
 
-void add_write_verb(Command_Line& commands, CLI::App& lab) {
-  auto [verb, arguments] = commands.verb<Write_Arguments>(
-      lab, "write", "Writes to a LUN or a mounted filesystem as its user would",
-      {"zqpool lab write POOL_UUID LUN_ID --offset 1GiB --length 64MiB",
-       "zqpool lab write POOL_UUID --name daily --length 64MiB",
-       "zqpool lab write POOL_UUID LUN_ID --length 4KiB --discard",
-       "zqpool lab write --initiator iqn.2026-11.lab:host1 --target TARGET --lun-num 0 --length "
-       "4KiB"},
-      &write);
-  verb.add_option("POOL_UUID", arguments.pool, "The pool")->type_name("");
-  verb.add_option("LUN_ID", arguments.lun, "The LUN")->type_name("");
-  verb.add_option("--name", arguments.name, "The filesystem")->type_name("NAME");
-  CLI::Option* const target = verb.add_option("--target", arguments.target, "On this target");
-  target->type_name("NAME");
-  CLI::Option* const number =
-      verb.add_option("--lun-num", arguments.lun_num, "The LUN with this number");
-  number->type_name("N");
-  verb.add_option("--initiator", arguments.initiator, "What this initiator sees")
-      ->type_name("NAME")
-      ->needs(target)
-      ->needs(number);
-  verb.add_option("--offset", arguments.offset, "From here on (0)")->type_name("SIZE");
-  verb.add_option("--length", arguments.length, "So much")->type_name("SIZE")->required();
-  verb.add_flag("--discard", arguments.discard, "Discard instead");
+Exit_Code show_visible(Command_Context& context, const Guest_Arguments& arguments) {
+  return ask(context, Effect::reads, HTTP_METHOD_GET, "/zq/lab/visible",
+             {{"initiator", arguments.initiator}}, nullptr, "luns", "lun_id");
 }
 
-Exit_Code show_visible(Session& session, const std::string& initiator) {
-  return ask(session, Effect::reads, HTTP_METHOD_GET, "/zq/lab/visible", {{"initiator", initiator}},
-             nullptr, "luns", "lun_id");
+void add_fault_verb(Noun& lab) {
+  const auto arguments = std::make_shared<Fault_Arguments>();
+  Fault_Arguments& a = *arguments;
+  lab.verb("fault", "Makes the service misbehave on the requests of a path",
+           {"status --status 503 --times 2 --path /zq/r/storage/catalog/pool",
+            "delay --delay 2s --path '/zq/r/*' --every 10",
+            "reset_after_commit --method PUT --path '/zq/r/*'"},
+           &add_fault, arguments)
+      .option(
+          "KIND", a.kind,
+          "status|delay|reset_before_commit|reset_after_commit|cut|drip|garbage|huge|wrong_type",
+          "What goes wrong")
+      .required()
+      .option("--path", a.path, "PATH", "Which path, or its beginning and *")
+      .required()
+      .option("--method", a.method, "GET|POST|PUT|DELETE", "Only requests of this method")
+      .option("--query", a.query, "TEXT", "Only requests with this in their query")
+      .option("--times", a.times, "N", "How often at most")
+      .option("--skip", a.skip, "N", "Spare so many requests first")
+      .option("--every", a.every, "N", "Only each Nth request")
+      .option("--probability", a.probability, "P", "By chance, from 0 to 1")
+      .option("--seed", a.seed, "N", "Which chance, which garbage")
+      .option("--status", a.status, "N", "Status of the answer (status)")
+      .option("--body", a.body, "TEXT", "Body of the answer (status)")
+      .option("--delay", a.delay, "DURATION", "Wait so long, with any kind")
+      .flag("--delay-after-commit", a.delay_after_commit, "Wait after the operation, not before")
+      .option("--bytes", a.bytes, "SIZE", "How much (cut, drip, garbage, huge)")
+      .flag("--whole-answer", a.whole_answer, "Not only the body of the answer (garbage)")
+      .option("--interval", a.interval, "DURATION", "Time between pieces (drip)")
+      .option("--member", a.member, "NAME", "Member of the answer (wrong_type)")
+      .option("--type", a.type, "string|number|boolean|null|array|object",
+              "JSON type that it gets (wrong_type)");
 }
 
-void add_visible_verb(Command_Line& commands, CLI::App& lab) {
-  auto [verb, initiator] = commands.verb<std::string>(
-      lab, "visible", "Lists the LUNs and snapshots that an initiator sees",
-      {"zqpool lab visible iqn.2026-11.lab:host1"}, &show_visible);
-  add_argument(verb, "INITIATOR", initiator, "Its name");
+void add_scenario_verb(Noun& lab) {
+  const auto arguments = std::make_shared<Scenario_Arguments>();
+  lab.verb("scenario",
+           "Puts what a scenario file describes into the service, in place of what it holds",
+           {"scenario.json", "--merge - < more.json"}, &load_scenario, arguments)
+      .argument("FILE", arguments->file, "The scenario, JSON; - reads standard input")
+      .flag("--merge", arguments->merge, "Keep what the service holds and the file does not name");
+}
+
+void add_guest_verbs(Noun& lab) {
+  const auto arguments = std::make_shared<Guest_Arguments>();
+  Guest_Arguments& a = *arguments;
+  lab.verb("write", "Writes to a LUN or a mounted filesystem as its user would",
+           {"POOL_UUID LUN_ID --offset 1GiB --length 64MiB",
+            "POOL_UUID --name daily --length 64MiB", "POOL_UUID LUN_ID --length 4KiB --discard",
+            "--initiator iqn.2026-11.lab:host1 --target TARGET --lun-num 0 --length 4KiB"},
+           &write, arguments)
+      .option("POOL_UUID", a.pool, "", "The pool")
+      .option("LUN_ID", a.lun, "", "The LUN")
+      .option("--name", a.name, "NAME", "The filesystem")
+      .option("--target", a.target, "NAME", "On this target")
+      .option("--lun-num", a.lun_num, "N", "The LUN with this number")
+      .option("--initiator", a.initiator, "NAME", "What this initiator sees")
+      .needs({"--target", "--lun-num"})
+      .option("--offset", a.offset, "SIZE", "From here on (0)")
+      .option("--length", a.length, "SIZE", "So much")
+      .required()
+      .flag("--discard", a.discard, "Discard instead");
+  lab.verb("visible", "Lists the LUNs and snapshots that an initiator sees",
+           {"iqn.2026-11.lab:host1"}, &show_visible, arguments)
+      .argument("INITIATOR", a.initiator, "Its name");
 }
 
 }  // namespace
 
 void add_lab(Command_Line& commands) {
-  CLI::App& lab = commands.noun("lab", "Trials with a service that was started with --lab");
-  add_scenario_verb(commands, lab);
-  add_fault_verb(commands, lab);
-  add_list_verb(commands, lab);
-  add_clear_verb(commands, lab);
-  add_write_verb(commands, lab);
-  add_visible_verb(commands, lab);
+  Noun lab = commands.noun("lab", "Trials with a service that was started with --lab");
+  add_scenario_verb(lab);
+  add_fault_verb(lab);
+  lab.verb("faults", "Lists the scripted faults and how often each one happened", {"", "-o tsv"},
+           &list_faults);
+  lab.verb("clear", "Removes all scripted faults", {""}, &clear_faults);
+  add_guest_verbs(lab);
 }
 
 }  // namespace zqpool::cli

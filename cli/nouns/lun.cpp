@@ -1,8 +1,8 @@
 #include <limits>
+#include <memory>
 #include <utility>
 
-#include "cli/command/command_line.h"
-#include "cli/command/confirm.h"
+#include "cli/nouns/nouns.h"
 #include "cli/nouns/pool_verbs.h"
 #include "cli/support/size.h"
 
@@ -11,11 +11,10 @@ namespace zqpool::cli {
 namespace {
 
 using json_spirit::Value;
-using Retention_Type = SCSI_Target_Manager::Retention_Type;
+using Pool = SCSI_Target_Manager;
 
 struct Arguments {
-  SCSI_Pool pool;
-  std::vector<std::string> luns;
+  Pool_Arguments pool;
   std::string size;
   std::string block_size;
   std::string retention = "normal";
@@ -23,20 +22,14 @@ struct Arguments {
   bool to_export = false;
   bool nobody = false;
   bool force = false;
-  bool yes = false;
 };
 
 /// No service gives a LUN this number.
 constexpr int no_number = std::numeric_limits<int>::min();
 
-Value number(int lun_num) {
-  return lun_num == no_number ? Value() : Value(lun_num);
-}
-
-Retention_Type retention_type(const std::string& name) {
-  for (const Retention_Type type :
-       {SCSI_Target_Manager::TYPE_NORMAL, SCSI_Target_Manager::TYPE_NEWEST}) {
-    if (name == SCSI_Target_Manager::type_to_name(type)) return type;
+Pool::Retention_Type retention_type(const std::string& name) {
+  for (const Pool::Retention_Type type : {Pool::TYPE_NORMAL, Pool::TYPE_NEWEST}) {
+    if (name == Pool::type_to_name(type)) return type;
   }
   throw Usage_Error("'" + name + "' is no retention type: it is normal or newest");
 }
@@ -50,279 +43,199 @@ int block_size(const std::string& text) {
   return static_cast<int>(size);
 }
 
-/// One new LUN, by an operation that tells its identifier and its number.
+/// Creates a LUN by an operation that returns its identifier and its number.
 template <typename Operation>
-Outcome make_lun(Session& session, const Target& target, const SCSI_Pool& pool,
-                 const Operation& operation, Object& record) {
+Outcome make_lun(const Command_Context& context, Object& record, const Operation& operation) {
   std::string lun_id;
   int lun_num = no_number;
-  Outcome outcome =
-      pool.call(session, target, {Effect::changes},
-                [&](SCSI_Target_Manager& manager) { return operation(manager, lun_id, lun_num); });
+  Outcome outcome = context.call(change_of_access(), [&] { return operation(lun_id, lun_num); });
   if (outcome.done()) {
-    record = {{"lun_id", lun_id}, {"lun_num", number(lun_num)}};
+    record = {{"lun_id", lun_id}, {"lun_num", lun_num == no_number ? Value() : Value(lun_num)}};
   } else if (!lun_id.empty()) {
     outcome.cause += "; it is LUN " + lun_id;
   }
   return outcome;
 }
 
-Exit_Code create(Session& session, const Arguments& arguments) {
+Exit_Code create(Command_Context& context, const Arguments& arguments) {
   check_names({arguments.pool.uuid});
   const std::uint64_t size = parse_size(arguments.size);
   const int block = block_size(arguments.block_size);
-  const Retention_Type retention = retention_type(arguments.retention);
+  const Pool::Retention_Type retention = retention_type(arguments.retention);
   if (arguments.nobody && !arguments.to_export) {
     throw Usage_Error("--nobody is about an export: give --export, too");
   }
-  return session.show(
-      {arguments.pool.uuid}, [&](const Target& target, const std::string&, Object& record) {
-        return make_lun(
-            session, target, arguments.pool,
-            [&](SCSI_Target_Manager& pool, std::string& lun_id, int& lun_num) {
-              if (arguments.newest) return pool.create_newest_lun(size, lun_id, lun_num);
-              return pool.create_lun(size, lun_id, lun_num, block, arguments.to_export,
-                                     arguments.to_export && !arguments.nobody, retention);
-            },
-            record);
+  return context.show({arguments.pool.uuid}, [&](const std::string&, Object& record) {
+    auto pool = open_pool<Pool>(context.target(), arguments.pool);
+    return make_lun(context, record, [&](std::string& lun_id, int& lun_num) {
+      if (arguments.newest) return pool.create_newest_lun(size, lun_id, lun_num);
+      return pool.create_lun(size, lun_id, lun_num, block, arguments.to_export,
+                             arguments.to_export && !arguments.nobody, retention);
+    });
+  });
+}
+
+Exit_Code create_from(Command_Context& context, const Arguments& arguments) {
+  return show_each<Pool>(
+      context, arguments.pool, [&](Pool& pool, const std::string& snapshot_id, Object& record) {
+        return make_lun(context, record, [&](std::string& lun_id, int& lun_num) {
+          return pool.create_lun(snapshot_id, lun_id, lun_num, arguments.to_export);
+        });
       });
 }
 
-Exit_Code create_from(Session& session, const Arguments& arguments) {
-  check_names({arguments.pool.uuid});
-  return session.show(expand_names(arguments.luns),
-                      [&](const Target& target, const std::string& snapshot_id, Object& record) {
-                        return make_lun(
-                            session, target, arguments.pool,
-                            [&](SCSI_Target_Manager& pool, std::string& lun_id, int& lun_num) {
-                              return pool.create_lun(snapshot_id, lun_id, lun_num,
-                                                     arguments.to_export);
-                            },
-                            record);
-                      });
-}
-
-Exit_Code list(Session& session, const Arguments& arguments) {
+Exit_Code list(Command_Context& context, const Arguments& arguments) {
   check_names({arguments.pool.uuid});
   Array luns;
-  const Outcome outcome = arguments.pool.call(
-      session, session.target(), {Effect::reads},
-      [&](SCSI_Target_Manager& pool) { return pool.list_scsi_pool_luns(luns); });
-  if (!outcome.done()) return session.report(outcome);
-  return session.print_list(luns, "lun_id");
+  const auto pool = open_pool<Pool>(context.target(), arguments.pool);
+  const Outcome outcome =
+      context.call({Effect::reads}, [&] { return pool.list_scsi_pool_luns(luns); });
+  return outcome.done() ? context.print_list(luns, "lun_id") : context.report(outcome);
 }
 
-/// Asks about each LUN. `lacks` tells of one whose description has not what was asked for.
-using Ask = bool (*)(const SCSI_Target_Manager& pool, const std::string& lun_id, Object& record);
-Exit_Code ask_each(Session& session, const Arguments& arguments, const char* lacks, Ask ask) {
-  check_names({arguments.pool.uuid});
-  return session.show(expand_names(arguments.luns), [&](const Target& target,
-                                                        const std::string& lun_id, Object& record) {
-    Said said;
-    Outcome outcome =
-        arguments.pool.call(session, target, {Effect::reads, "Invalid value [] of lun '", &said},
-                            [&](SCSI_Target_Manager& pool) { return ask(pool, lun_id, record); });
-    const bool described =
-        !said.has_error("Failed to get lun '") && !said.has_error("Invalid value ");
-    if (outcome.code == Exit_Code::done || !described) return outcome;
-    return Outcome{Exit_Code::not_found, std::string("not found: ") + lacks};
-  });
-}
+const Known_Failure no_such_lun = {"Invalid value [] of lun '"};
 
-Exit_Code show(Session& session, const Arguments& arguments) {
-  return ask_each(session, arguments, "it has no description",
-                  [](const SCSI_Target_Manager& pool, const std::string& lun_id, Object& record) {
-                    return pool.get_scsi_pool_lun_info(lun_id, record);
-                  });
-}
-
-Exit_Code show_number(Session& session, const Arguments& arguments) {
-  return ask_each(session, arguments, "the LUN has no number, it is not exported",
-                  [](const SCSI_Target_Manager& pool, const std::string& lun_id, Object& record) {
-                    int lun_num = 0;
-                    if (!pool.get_lun_num(lun_id, lun_num)) return false;
-                    record["lun_num"] = lun_num;
-                    return true;
-                  });
-}
-
-Exit_Code show_serial(Session& session, const Arguments& arguments) {
-  return ask_each(session, arguments, "the LUN has no serial number",
-                  [](const SCSI_Target_Manager& pool, const std::string& lun_id, Object& record) {
-                    std::string serial_number;
-                    if (!pool.get_serial_number(lun_id, serial_number)) return false;
-                    record["serial_number"] = std::move(serial_number);
-                    return true;
-                  });
-}
-
-Exit_Code export_each(Session& session, const Arguments& arguments) {
-  check_names({arguments.pool.uuid});
-  const SCSI_Pool& way = arguments.pool;
-  return session.show(expand_names(arguments.luns), [&](const Target& target,
-                                                        const std::string& lun_id, Object& record) {
-    int lun_num = 0;
-    Outcome outcome = way.call(session, target, {Effect::changes}, [&](SCSI_Target_Manager& pool) {
-      return pool.export_lun(lun_id, lun_num, way.type_or_null(), way.target_or_null());
-    });
-    if (outcome.done()) record = {{"lun_id", lun_id}, {"lun_num", lun_num}};
-    return outcome;
-  });
-}
-
-/// Changes something of each LUN; asks first where `destroying` says what would be destroyed.
-using Change = bool (*)(SCSI_Target_Manager& pool, const std::string& lun_id, const Arguments&);
-Exit_Code change_each(Session& session, const Arguments& arguments, const char* destroying,
-                      Change change) {
-  check_names({arguments.pool.uuid});
-  const std::vector<std::string> luns = expand_names(arguments.luns);
-  if (destroying != nullptr) {
-    confirm(arguments.yes || session.is_dry_run(), destroying, luns, "LUNs");
-  }
-  return session.change(luns, [&](const Target& target, const std::string& lun_id) {
-    return arguments.pool.call(session, target, {Effect::changes}, [&](SCSI_Target_Manager& pool) {
-      return change(pool, lun_id, arguments);
-    });
-  });
-}
-
-Exit_Code unexport_each(Session& session, const Arguments& arguments) {
-  return change_each(session, arguments, nullptr,
-                     [](SCSI_Target_Manager& pool, const std::string& lun_id,
-                        const Arguments& how) { return pool.unexport_lun(lun_id, how.force); });
-}
-
-Exit_Code allow_each(Session& session, const Arguments& arguments) {
-  return change_each(
-      session, arguments, nullptr,
-      [](SCSI_Target_Manager& pool, const std::string& lun_id, const Arguments& how) {
-        return pool.add_lun_acls(lun_id, how.pool.type_or_null());
+Exit_Code show(Command_Context& context, const Arguments& arguments) {
+  return show_each<Pool>(
+      context, arguments.pool, [&](const Pool& pool, const std::string& id, Object& record) {
+        return context.call({Effect::reads, {no_such_lun}},
+                            [&] { return pool.get_scsi_pool_lun_info(id, record); });
       });
 }
 
-Exit_Code rollback_each(Session& session, const Arguments& arguments) {
-  return change_each(session, arguments, "Lose what was written since the newest snapshot of",
-                     [](SCSI_Target_Manager& pool, const std::string& lun_id,
-                        const Arguments& how) { return pool.rollback_lun(lun_id, how.force); });
-}
-
-Exit_Code delete_each(Session& session, const Arguments& arguments) {
-  return change_each(
-      session, arguments, "Delete",
-      [](SCSI_Target_Manager& pool, const std::string& lun_id, const Arguments& how) {
-        return pool.delete_lun(lun_id, how.force, nullptr);
+Exit_Code show_number(Command_Context& context, const Arguments& arguments) {
+  return show_each<Pool>(
+      context, arguments.pool, [&](const Pool& pool, const std::string& id, Object& record) {
+        const Known_Failure not_exported = {
+            "Failed to get lun(" + id + ") info: ", Exit_Code::not_found,
+            "not found: the LUN has no number, it is not exported"};
+        int lun_num = 0;
+        Outcome outcome = context.call({Effect::reads, {no_such_lun, not_exported}},
+                                       [&] { return pool.get_lun_num(id, lun_num); });
+        if (outcome.done()) record["lun_num"] = lun_num;
+        return outcome;
       });
 }
 
-void add_create(Command_Line& commands, CLI::App& lun) {
-  auto [verb, arguments] = commands.verb<Arguments>(
-      lun, "create", "Creates an empty LUN",
-      {"zqpool lun create POOL_UUID --size 10GiB",
-       "zqpool lun create POOL_UUID --size 10GiB --newest -o json",
-       "zqpool lun create POOL_UUID --size 1TiB --export --initiator iqn.2026-11.lab:host1"},
-      &create);
-  arguments.pool.add_to(verb);
-  verb.add_option("--size", arguments.size, "How large")->type_name("SIZE")->required();
-  CLI::Option* const block =
-      verb.add_option("--block-size", arguments.block_size, "Size of a block (the service's)");
-  block->type_name("SIZE");
-  CLI::Option* const retention =
-      verb.add_option("--retention", arguments.retention, "What it is kept for (normal)");
-  retention->type_name("normal|newest");
-  CLI::Option* const to_export =
-      verb.add_flag("--export", arguments.to_export, "Export it at once, to this host");
-  CLI::Option* const nobody =
-      verb.add_flag("--nobody", arguments.nobody, "Let nobody in yet (with --export)");
-  arguments.pool.add_access_to(verb);
-  verb.add_flag("--newest", arguments.newest, "For a backup: --retention newest --export")
-      ->excludes(block)
-      ->excludes(retention)
-      ->excludes(to_export)
-      ->excludes(nobody);
+Exit_Code show_serial(Command_Context& context, const Arguments& arguments) {
+  const Known_Failure no_serial = {"", Exit_Code::not_found,
+                                   "not found: the LUN has no serial number"};
+  return show_each<Pool>(
+      context, arguments.pool, [&](const Pool& pool, const std::string& id, Object& record) {
+        std::string serial_number;
+        Outcome outcome = context.call({Effect::reads, {no_such_lun, no_serial}},
+                                       [&] { return pool.get_serial_number(id, serial_number); });
+        if (outcome.done()) record["serial_number"] = std::move(serial_number);
+        return outcome;
+      });
 }
 
-void add_create_from(Command_Line& commands, CLI::App& lun) {
-  auto [verb, arguments] =
-      commands.verb<Arguments>(lun, "create-from", "Creates LUNs with the content of snapshots",
-                               {"zqpool lun create-from POOL_UUID SNAPSHOT_ID",
-                                "zqpool lun create-from POOL_UUID --export SNAPSHOT_ID"},
-                               &create_from);
-  arguments.pool.add_to(verb);
-  add_objects(verb, "SNAPSHOT_ID", arguments.luns, "The snapshots");
-  verb.add_flag("--export", arguments.to_export, "Export them at once, to nobody yet");
+Exit_Code export_each(Command_Context& context, const Arguments& arguments) {
+  return show_each<Pool>(context, arguments.pool,
+                         [&](Pool& pool, const std::string& id, Object& record) {
+                           int lun_num = 0;
+                           Outcome outcome = context.call(change_of_access(), [&] {
+                             return pool.export_lun(id, lun_num, arguments.pool.type_or_null(),
+                                                    arguments.pool.target_or_null());
+                           });
+                           if (outcome.done()) record = {{"lun_id", id}, {"lun_num", lun_num}};
+                           return outcome;
+                         });
 }
 
-using Verb = std::pair<CLI::App&, Arguments&>;
-
-/// A verb on many LUNs of a pool.
-Verb add_verb(Command_Line& commands, CLI::App& lun, const std::string& name,
-              const std::string& what, const std::vector<std::string>& examples,
-              Exit_Code (*action)(Session&, const Arguments&)) {
-  auto [verb, arguments] = commands.verb<Arguments>(lun, name, what, examples, action);
-  arguments.pool.add_to(verb);
-  add_objects(verb, "LUN_ID", arguments.luns, "The LUNs");
-  return {verb, arguments};
+Exit_Code unexport_each(Command_Context& context, const Arguments& arguments) {
+  return change_each<Pool>(context, arguments.pool, [&](Pool& pool, const std::string& id) {
+    return pool.unexport_lun(id, arguments.force);
+  });
 }
 
-Verb with_force(Verb verb, const char* help) {
-  verb.first.add_flag("--force", verb.second.force, help);
-  return verb;
+Exit_Code allow_each(Command_Context& context, const Arguments& arguments) {
+  return change_each<Pool>(context, arguments.pool, [&](Pool& pool, const std::string& id) {
+    return pool.add_lun_acls(id, arguments.pool.type_or_null());
+  });
 }
 
-void with_yes(Verb verb) {
-  add_yes(verb.first, verb.second.yes);
+Exit_Code rollback_each(Command_Context& context, const Arguments& arguments) {
+  return change_each<Pool>(
+      context, arguments.pool,
+      [&](Pool& pool, const std::string& id) { return pool.rollback_lun(id, arguments.force); },
+      "Lose what was written since the newest snapshot of", "LUNs");
 }
 
-void add_reads(Command_Line& commands, CLI::App& lun) {
-  auto [list_verb, arguments] = commands.verb<Arguments>(
-      lun, "list", "Shows the descriptions of all LUNs of a pool",
-      {"zqpool lun list POOL_UUID", "zqpool lun list POOL_UUID -o tsv"}, &list);
-  arguments.pool.add_to(list_verb);
-  add_verb(commands, lun, "show", "Shows the descriptions of LUNs",
-           {"zqpool lun show POOL_UUID LUN_ID"}, &show);
-  add_verb(commands, lun, "number", "Shows the numbers of LUNs on their target",
-           {"zqpool lun number POOL_UUID LUN_ID"}, &show_number);
-  add_verb(commands, lun, "serial", "Shows the SCSI serial numbers of LUNs",
-           {"zqpool lun serial POOL_UUID LUN_ID"}, &show_serial);
-}
-
-void add_changes(Command_Line& commands, CLI::App& lun) {
-  auto [export_verb, exported] =
-      add_verb(commands, lun, "export", "Exports LUNs to this host",
-               {"zqpool lun export POOL_UUID LUN_ID",
-                "zqpool lun export POOL_UUID LUN_ID --type iSCSI --target iqn.2026-11.lab:t1"},
-               &export_each);
-  exported.pool.add_way_to(export_verb);
-  with_force(add_verb(commands, lun, "unexport", "Withdraws the exports of LUNs",
-                      {"zqpool lun unexport POOL_UUID LUN_ID"}, &unexport_each),
-             "Also where one is in use");
-  auto [allow_verb, allowed] =
-      add_verb(commands, lun, "allow", "Lets this host, too, reach exported LUNs",
-               {"zqpool lun allow POOL_UUID LUN_ID",
-                "zqpool lun allow POOL_UUID LUN_ID --initiator iqn.2026-11.lab:host2"},
-               &allow_each);
-  allowed.pool.add_access_to(allow_verb);
-  allow_verb.add_option("--type", allowed.pool.type, "SCSI transport, such as iSCSI (the pool's)")
-      ->type_name("TYPE");
-  with_yes(
-      with_force(add_verb(commands, lun, "rollback", "Takes LUNs back to their newest snapshot",
-                          {"zqpool lun rollback POOL_UUID LUN_ID"}, &rollback_each),
-                 "Also where one is in use"));
-  with_yes(with_force(add_verb(commands, lun, "delete", "Deletes LUNs",
-                               {"zqpool lun delete POOL_UUID LUN_ID",
-                                "zqpool lun delete --yes --force POOL_UUID - < luns.txt"},
-                               &delete_each),
-                      "Also where one is exported"));
+Exit_Code delete_each(Command_Context& context, const Arguments& arguments) {
+  return change_each<Pool>(
+      context, arguments.pool,
+      [&](Pool& pool, const std::string& id) {
+        return pool.delete_lun(id, arguments.force, nullptr);
+      },
+      "Delete", "LUNs");
 }
 
 }  // namespace
 
 void add_lun(Command_Line& commands) {
-  CLI::App& lun = commands.noun("lun", "LUNs of SCSI pools");
-  add_create(commands, lun);
-  add_create_from(commands, lun);
-  add_reads(commands, lun);
-  add_changes(commands, lun);
+  const auto arguments = std::make_shared<Arguments>();
+  Arguments& a = *arguments;
+  Noun lun = commands.noun("lun", "LUNs of SCSI pools");
+  const auto verb = [&](const char* name, const char* help,
+                        const std::vector<std::string>& examples,
+                        Exit_Code (*action)(Command_Context&, const Arguments&)) {
+    return lun.verb(name, help, examples, action, arguments)
+        .argument("POOL_UUID", a.pool.uuid, "The pool");
+  };
+  const auto verb_on_luns = [&](const char* name, const char* help,
+                                const std::vector<std::string>& examples,
+                                Exit_Code (*action)(Command_Context&, const Arguments&)) {
+    return verb(name, help, examples, action).objects("LUN_ID", a.pool.names, "The LUNs");
+  };
+
+  Verb creating = verb("create", "Creates an empty LUN",
+                       {"POOL_UUID --size 10GiB", "POOL_UUID --size 10GiB --newest -o json",
+                        "POOL_UUID --size 1TiB --export --initiator iqn.2026-11.lab:host1"},
+                       &create);
+  creating.option("--size", a.size, "SIZE", "How large")
+      .required()
+      .option("--block-size", a.block_size, "SIZE", "Size of a block (the service's)")
+      .option("--retention", a.retention, "normal|newest", "What it is kept for (normal)")
+      .flag("--export", a.to_export, "Export it at once, to this host")
+      .flag("--nobody", a.nobody, "Let nobody in yet (with --export)");
+  add_initiators(creating, a.pool)
+      .flag("--newest", a.newest, "For a backup: --retention newest --export")
+      .excludes({"--block-size", "--retention", "--export", "--nobody"});
+
+  verb("create-from", "Creates LUNs with the content of snapshots",
+       {"POOL_UUID SNAPSHOT_ID", "POOL_UUID --export SNAPSHOT_ID"}, &create_from)
+      .objects("SNAPSHOT_ID", a.pool.names, "The snapshots")
+      .flag("--export", a.to_export, "Export them at once, to nobody yet");
+
+  verb("list", "Shows the descriptions of all LUNs of a pool", {"POOL_UUID", "POOL_UUID -o tsv"},
+       &list);
+  verb_on_luns("show", "Shows the descriptions of LUNs", {"POOL_UUID LUN_ID"}, &show);
+  verb_on_luns("number", "Shows the numbers of LUNs on their target", {"POOL_UUID LUN_ID"},
+               &show_number);
+  verb_on_luns("serial", "Shows the SCSI serial numbers of LUNs", {"POOL_UUID LUN_ID"},
+               &show_serial);
+
+  Verb exporting = verb_on_luns(
+      "export", "Exports LUNs to this host",
+      {"POOL_UUID LUN_ID", "POOL_UUID LUN_ID --type iSCSI --target iqn.2026-11.lab:t1"},
+      &export_each);
+  add_export(exporting, a.pool);
+  verb_on_luns("unexport", "Withdraws the exports of LUNs", {"POOL_UUID LUN_ID"}, &unexport_each)
+      .flag("--force", a.force, "Also where one is in use");
+  Verb allowing = verb_on_luns(
+      "allow", "Lets this host, too, reach exported LUNs",
+      {"POOL_UUID LUN_ID", "POOL_UUID LUN_ID --initiator iqn.2026-11.lab:host2"}, &allow_each);
+  add_initiators(allowing, a.pool)
+      .option("--type", a.pool.type, "iSCSI|FC", "SCSI transport (the pool's)");
+  verb_on_luns("rollback", "Takes LUNs back to their newest snapshot", {"POOL_UUID LUN_ID"},
+               &rollback_each)
+      .flag("--force", a.force, "Also where one is in use")
+      .yes(a.pool.yes);
+  verb_on_luns("delete", "Deletes LUNs",
+               {"POOL_UUID LUN_ID", "--yes --force POOL_UUID - < luns.txt"}, &delete_each)
+      .flag("--force", a.force, "Also where one is exported")
+      .yes(a.pool.yes);
 }
 
 }  // namespace zqpool::cli

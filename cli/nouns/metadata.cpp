@@ -1,10 +1,11 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <memory>
 
 #include "cli/command/batch.h"
-#include "cli/command/command_line.h"
 #include "cli/command/confirm.h"
+#include "cli/nouns/nouns.h"
 #include "cli/support/size.h"
 #include "utils/pool/pool_metadata_manager.h"
 
@@ -22,7 +23,7 @@ struct Arguments {
   bool yes = false;
 };
 
-/// The type is the name under which the path goes out, beside these.
+/// The type is sent as the name of the member that holds the path, next to these members.
 void check_type(const std::string& type) {
   static constexpr std::array taken = {"pool_uuid", "device_uuid", "size", "grouping"};
   if (std::find(taken.begin(), taken.end(), type) != taken.end()) {
@@ -39,63 +40,57 @@ ACE_INT64 signed_size(const std::string& text) {
   return static_cast<ACE_INT64>(size);
 }
 
-Exit_Code add(Session& session, const Arguments& arguments) {
+Exit_Code add(Command_Context& context, const Arguments& arguments) {
   check_type(arguments.type);
   const ACE_INT64 size = signed_size(arguments.size);
-  return session.change(
-      expand_objects(arguments.paths), [&](const Target& target, const std::string& path) {
-        return session.call({Effect::changes}, [&] {
-          const auto& [ssl, host, port] = target.endpoint;
-          return Pool_Metadata_Manager::add_metadata(
-              host, port, ssl, target.access_key, arguments.pool, arguments.device, arguments.type,
-              path, arguments.grouping.c_str_or_null(), size);
-        });
-      });
+  return context.change(expand_objects(arguments.paths), [&](const std::string& path, Object&) {
+    const Target& at = context.target();
+    return context.call({Effect::changes}, [&] {
+      return Pool_Metadata_Manager::add_metadata(at.host, at.port, at.ssl, at.access_key,
+                                                 arguments.pool, arguments.device, arguments.type,
+                                                 path, arguments.grouping.c_str_or_null(), size);
+    });
+  });
 }
 
-Exit_Code remove(Session& session, const Arguments& arguments) {
+Exit_Code remove(Command_Context& context, const Arguments& arguments) {
   const std::vector<std::string> paths = expand_objects(arguments.paths);
-  confirm(arguments.yes || session.is_dry_run(), "Remove what the catalog holds of", paths,
+  confirm(arguments.yes || context.is_dry_run(), "Remove what the catalog holds of", paths,
           "paths");
-  return session.change(paths, [&](const Target& target, const std::string& path) {
-    return session.call({Effect::changes}, [&] {
-      const auto& [ssl, host, port] = target.endpoint;
-      return Pool_Metadata_Manager::remove_metadata(host, port, ssl, target.access_key,
+  return context.change(paths, [&](const std::string& path, Object&) {
+    const Target& at = context.target();
+    return context.call({Effect::changes}, [&] {
+      return Pool_Metadata_Manager::remove_metadata(at.host, at.port, at.ssl, at.access_key,
                                                     arguments.pool, path,
                                                     arguments.grouping.c_str_or_null());
     });
   });
 }
 
-void add_path_options(CLI::App& verb, Arguments& arguments, const char* grouping_help) {
-  add_objects(verb, "PATH", arguments.paths, "Paths within the pool");
-  add_text(verb, "--grouping", arguments.grouping, "G", grouping_help);
-}
-
 }  // namespace
 
 void add_metadata(Command_Line& commands) {
-  CLI::App& metadata = commands.noun("metadata", "What the catalog records of the paths of a pool");
-
-  auto [add_verb, added] = commands.verb<Arguments>(
-      metadata, "add", "Records that paths of a pool lie on a device",
-      {"zqpool metadata add POOL_UUID DEVICE_UUID /jobs/a.img --size 10GiB",
-       "zqpool metadata add POOL_UUID DEVICE_UUID --type dir - < directories.txt"},
-      &add);
-  add_argument(add_verb, "POOL_UUID", added.pool, "The pool");
-  add_argument(add_verb, "DEVICE_UUID", added.device, "The device");
-  add_path_options(add_verb, added, "Under which grouping it is recorded");
-  add_verb.add_option("--type", added.type, "What the paths are (file)")->type_name("TYPE");
-  add_verb.add_option("--size", added.size, "How large each is, if known")->type_name("SIZE");
-
-  auto [remove_verb, removed] =
-      commands.verb<Arguments>(metadata, "remove", "Removes what is recorded of paths of a pool",
-                               {"zqpool metadata remove POOL_UUID /jobs/a.img",
-                                "zqpool metadata remove --yes POOL_UUID - < paths.txt"},
-                               &remove);
-  add_argument(remove_verb, "POOL_UUID", removed.pool, "The pool");
-  add_path_options(remove_verb, removed, "Only what is recorded under this grouping");
-  add_yes(remove_verb, removed.yes);
+  const auto arguments = std::make_shared<Arguments>();
+  Arguments& a = *arguments;
+  Noun metadata = commands.noun("metadata", "What the catalog records of the paths of a pool");
+  metadata
+      .verb("add", "Records that paths of a pool lie on a device",
+            {"POOL_UUID DEVICE_UUID /jobs/a.img --size 10GiB",
+             "POOL_UUID DEVICE_UUID --type dir - < directories.txt"},
+            &add, arguments)
+      .argument("POOL_UUID", a.pool, "The pool")
+      .argument("DEVICE_UUID", a.device, "The device")
+      .objects("PATH", a.paths, "Paths within the pool")
+      .option("--grouping", a.grouping, "G", "Under which grouping it is recorded")
+      .option("--type", a.type, "file|dir", "What the paths are (file)")
+      .option("--size", a.size, "SIZE", "How large each is, if known");
+  metadata
+      .verb("remove", "Removes what is recorded of paths of a pool",
+            {"POOL_UUID /jobs/a.img", "--yes POOL_UUID - < paths.txt"}, &remove, arguments)
+      .argument("POOL_UUID", a.pool, "The pool")
+      .objects("PATH", a.paths, "Paths within the pool")
+      .option("--grouping", a.grouping, "G", "Only what is recorded under this grouping")
+      .yes(a.yes);
 }
 
 }  // namespace zqpool::cli

@@ -1,8 +1,9 @@
 #include <algorithm>
+#include <memory>
 #include <utility>
 
 #include "cli/command/batch.h"
-#include "cli/command/command_line.h"
+#include "cli/nouns/nouns.h"
 #include "cli/support/json_file.h"
 #include "utils/pool/catalog_agent.h"
 #include "utils/pool/utils.h"
@@ -23,16 +24,16 @@ Outcome parse(const std::string& text, Object& record) {
   return {};
 }
 
-Exit_Code parse_each(Session& session, const std::vector<std::string>& identities) {
-  return session.derive(expand_objects(identities), &parse);
-}
-
-struct Is_CD_Arguments {
+struct Arguments {
   std::vector<std::string> identities;
   std::string catalog;
 };
 
-Exit_Code is_cd(Session& session, const Is_CD_Arguments& arguments) {
+Exit_Code parse_each(Command_Context& context, const Arguments& arguments) {
+  return context.derive(expand_objects(arguments.identities), &parse);
+}
+
+Exit_Code is_cd(Command_Context& context, const Arguments& arguments) {
   if (arguments.identities.empty() && arguments.catalog.empty()) {
     throw Usage_Error("which module? Give an identity, --catalog or both");
   }
@@ -50,14 +51,14 @@ Exit_Code is_cd(Session& session, const Is_CD_Arguments& arguments) {
     catalog = std::move(document.get_obj());
   }
   if (!arguments.identities.empty()) {
-    return session.derive(
+    return context.derive(
         expand_objects(arguments.identities), [&](const std::string& identity, Object& record) {
           record = {{"identity", identity}, {"is_cd", is_cd_modules(catalog, &identity)}};
           return Outcome();
         });
   }
   const std::string* const identity = json_spirit::object_get_str(catalog, "agent");
-  session.print(
+  context.print(
       {{arguments.catalog,
         {{"identity", identity != nullptr ? json_spirit::Value(*identity) : json_spirit::Value()},
          {"is_cd", is_cd_modules(catalog, nullptr)}}}});
@@ -67,25 +68,21 @@ Exit_Code is_cd(Session& session, const Is_CD_Arguments& arguments) {
 }  // namespace
 
 void add_module(Command_Line& commands) {
-  CLI::App& module = commands.noun("module", "Identities of agent modules; asks no service");
-
-  auto [parse_verb, identities] = commands.verb<std::vector<std::string>>(
-      module, "parse", "Takes module identities apart",
-      {"zqpool module parse File.CDP.Linux", "zqpool module parse -o tsv - < agents.txt"},
-      &parse_each);
-  add_objects(parse_verb, "IDENTITY", identities, "FEATURE.TYPE.SYSTEM");
-
-  auto [verb, arguments] = commands.verb<Is_CD_Arguments>(
-      module, "is-cd", "Tells whether a storage catalog belongs to one of the cd modules",
-      {"zqpool module is-cd file.cdp.linux", "zqpool module is-cd --catalog record.json",
-       "zqpool module is-cd --catalog record.json db.os.windows-x86"},
-      &is_cd);
-  verb.add_option("IDENTITY", arguments.identities,
-                  "Judge this identity, not the record's; - reads them from standard input")
-      ->type_name("");
-  verb.add_option("--catalog", arguments.catalog,
-                  "The storage catalog's record, JSON; - reads standard input")
-      ->type_name("FILE");
+  const auto arguments = std::make_shared<Arguments>();
+  Arguments& a = *arguments;
+  Noun module = commands.noun("module", "Identities of agent modules; asks no service");
+  module
+      .verb("parse", "Takes module identities apart", {"File.CDP.Linux", "-o tsv - < agents.txt"},
+            &parse_each, arguments)
+      .objects("IDENTITY", a.identities, "FEATURE.TYPE.SYSTEM");
+  module
+      .verb("is-cd", "Tells whether a storage catalog belongs to one of the cd modules",
+            {"file.cdp.linux", "--catalog record.json", "--catalog record.json db.os.windows-x86"},
+            &is_cd, arguments)
+      .option("IDENTITY", a.identities, "",
+              "Judge this identity, not the record's; - reads them from standard input")
+      .option("--catalog", a.catalog, "FILE",
+              "The storage catalog's record, JSON; - reads standard input");
 }
 
 }  // namespace zqpool::cli

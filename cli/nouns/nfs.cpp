@@ -1,8 +1,9 @@
+#include <memory>
 #include <utility>
 
 #include "cli/command/batch.h"
-#include "cli/command/command_line.h"
 #include "cli/command/raw_request.h"
+#include "cli/nouns/nouns.h"
 #include "cli/nouns/pool_verbs.h"
 #include "cli/support/duration.h"
 #include "utils/pool/nfs_operator.h"
@@ -21,13 +22,13 @@ struct Arguments {
   NFS_Operator::Record record;
 };
 
-/// An operator whose client repeats what provably never reached the service, as those of the other
-/// commands do.
-NFS_Operator open(const Target& target) {
+/// An operator that repeats requests which never reached the service, as the library's other
+/// operations do by default.
+NFS_Operator open(const Target& at) {
   constexpr int retries = 2;
   constexpr int retry_timeout = 30;
-  const auto& [ssl, host, port] = target.endpoint;
-  return NFS_Operator(host.c_str(), port, ssl, target.access_key.c_str(), retries, retry_timeout);
+  return NFS_Operator(at.host.c_str(), at.port, at.ssl, at.access_key.c_str(), retries,
+                      retry_timeout);
 }
 
 NFS_Operator::Record record_of(const Arguments& arguments) {
@@ -41,26 +42,26 @@ NFS_Operator::Record record_of(const Arguments& arguments) {
   return record;
 }
 
-/// How long the service is to wait, in whole seconds, a part of one counting as one. The exchange
-/// must be allowed to last longer.
-unsigned int wait_seconds(const Session& session, const std::string& text) {
+/// How long the service is to wait, in whole seconds, rounded up. Must be less than --timeout, or
+/// the exchange would end first.
+unsigned int wait_seconds(const Command_Context& context, const std::string& text) {
   if (text.empty()) return 0;
   const std::chrono::milliseconds wait = parse_duration(text);
-  if (wait >= session.timeout()) {
+  if (wait >= context.timeout()) {
     throw Usage_Error("--wait: '" + text + "' is not within --timeout, " +
-                      session.settings()[Setting_Id::timeout].text);
+                      context.settings()[Setting_Id::timeout].text);
   }
   return static_cast<unsigned int>((wait.count() + 999) / 1000);
 }
 
-/// Adds what the service holds of a record whose export did not end well. One that is there after
-/// all is as good as done.
-Outcome look_for(Session& session, const std::string& uuid, Outcome outcome) {
+/// Looks up a record whose export failed or is in doubt: if it was exported after all, the command
+/// succeeded, otherwise its state becomes part of the cause.
+Outcome look_for(Command_Context& context, const std::string& uuid, Outcome outcome) {
   if (outcome.code != Exit_Code::outcome_unknown && outcome.code != Exit_Code::unreachable) {
     return outcome;
   }
   Array records;
-  const Outcome found = list_objects(session, "/zq/r/nfs", {{"uuid", uuid}}, records);
+  const Outcome found = list_objects(context, "/zq/r/nfs", {{"uuid", uuid}}, records);
   std::string state;
   const bool is_there = found.done() && records.size() == 1 &&
                         records[0].type() == json_spirit::obj_type &&
@@ -76,85 +77,79 @@ Outcome look_for(Session& session, const std::string& uuid, Outcome outcome) {
   return outcome;
 }
 
-Exit_Code publish(Session& session, const Arguments& arguments) {
+Exit_Code publish(Command_Context& context, const Arguments& arguments) {
   const NFS_Operator::Record record = record_of(arguments);
-  const unsigned int wait = wait_seconds(session, arguments.wait);
+  const unsigned int wait = wait_seconds(context, arguments.wait);
   const std::string what = record.pool_uuid.empty() ? record.path : record.pool_uuid;
-  return session.show({what}, [&](const Target& target, const std::string&, Object& shown) {
+  return context.show({what}, [&](const std::string&, Object& shown) {
     std::string uuid;
-    Outcome outcome = session.call({Effect::changes},
-                                   [&] { return open(target).export_record(record, uuid, wait); });
+    Outcome outcome = context.call({Effect::changes}, [&] {
+      return open(context.target()).export_record(record, uuid, wait);
+    });
     if (outcome.held_back) return outcome;
-    outcome = look_for(session, uuid, std::move(outcome));
+    outcome = look_for(context, uuid, std::move(outcome));
     if (outcome.done()) shown["uuid"] = uuid;
     return outcome;
   });
 }
 
-Exit_Code update(Session& session, const Arguments& arguments) {
+Exit_Code update(Command_Context& context, const Arguments& arguments) {
   const NFS_Operator::Record record = record_of(arguments);
-  return session.change({arguments.uuid}, [&](const Target& target, const std::string& uuid) {
-    return session.call({Effect::changes},
-                        [&] { return open(target).update_record(record, uuid); });
+  return context.change({arguments.uuid}, [&](const std::string& uuid, Object&) {
+    return context.call({Effect::changes},
+                        [&] { return open(context.target()).update_record(record, uuid); });
   });
 }
 
-Exit_Code withdraw(Session& session, const Arguments& arguments) {
-  const unsigned int wait = wait_seconds(session, arguments.wait);
+Exit_Code withdraw(Command_Context& context, const Arguments& arguments) {
+  const unsigned int wait = wait_seconds(context, arguments.wait);
   const std::vector<std::string> uuids = expand_names(arguments.uuids);
-  return session.change(uuids, [&](const Target& target, const std::string& uuid) {
-    return session.call({Effect::changes},
-                        [&] { return open(target).unexport_record(uuid, wait); });
+  return context.change(uuids, [&](const std::string& uuid, Object&) {
+    return context.call({Effect::changes},
+                        [&] { return open(context.target()).unexport_record(uuid, wait); });
   });
 }
 
-void add_wait(CLI::App& verb, Arguments& arguments, const char* help) {
-  verb.add_option("--wait", arguments.wait, help)->type_name("DURATION");
-}
-
-void add_record(CLI::App& verb, Arguments& arguments) {
-  NFS_Operator::Record& record = arguments.record;
-  CLI::Option* const path = verb.add_option("--path", arguments.path, "A directory on the server");
-  path->type_name("PATH");
-  CLI::Option* const pool = verb.add_option("--pool", arguments.pool, "A storage pool");
-  pool->type_name("UUID")->excludes(path);
-  verb.add_option("--sub-dir", arguments.sub_dir, "Only this directory of the pool")
-      ->type_name("PATH")
-      ->needs(pool);
-  verb.add_option("--pseudo", record.pseudo, "NFSv4 pseudo path (the path)")->type_name("PATH");
-  verb.add_option("--fsal", record.fsal, "File-system abstraction layer (the service's choice)")
-      ->type_name("NAME");
-  verb.add_option("--squash", record.squash, "Which users are squashed (the service's choice)")
-      ->type_name("NAME");
-  verb.add_flag("--nfsv3", record.nfsv3, "NFSv3, not v4");
-  verb.add_flag("--readonly", record.readonly, "For reading only");
-  verb.add_option("--client", record.clients, "Only this client, or network; may be repeated")
-      ->type_name("CLIENT");
+void add_record(Verb& verb, Arguments& a) {
+  verb.option("--path", a.path, "PATH", "A directory on the server")
+      .option("--pool", a.pool, "UUID", "A storage pool")
+      .excludes({"--path"})
+      .option("--sub-dir", a.sub_dir, "PATH", "Only this directory of the pool")
+      .needs({"--pool"})
+      .option("--pseudo", a.record.pseudo, "PATH", "NFSv4 pseudo path (the path)")
+      .option("--fsal", a.record.fsal, "NAME",
+              "File-system abstraction layer (the service's choice)")
+      .option("--squash", a.record.squash, "root_squash|no_root_squash|all_squash",
+              "Which users are squashed (the service's choice)")
+      .flag("--nfsv3", a.record.nfsv3, "NFSv3, not v4")
+      .flag("--readonly", a.record.readonly, "For reading only")
+      .option("--client", a.record.clients, "CLIENT",
+              "Only this client, or network; may be repeated");
 }
 
 }  // namespace
 
 void add_nfs(Command_Line& commands) {
-  CLI::App& nfs = commands.noun("nfs", "NFS exports of directories and pools");
+  const auto arguments = std::make_shared<Arguments>();
+  Arguments& a = *arguments;
+  Noun nfs = commands.noun("nfs", "NFS exports of directories and pools");
 
-  auto [export_verb, exported] = commands.verb<Arguments>(
-      nfs, "export", "Publishes a directory or a pool, and shows the UUID of its record",
-      {"zqpool nfs export --path /srv/backup --readonly --client 192.0.2.0/24",
-       "zqpool nfs export --pool POOL_UUID --sub-dir jobs --wait 10s -o json"},
-      &publish);
-  add_record(export_verb, exported);
-  add_wait(export_verb, exported, "Wait so long for the export to be there");
+  Verb publishing =
+      nfs.verb("export", "Publishes a directory or a pool, and shows the UUID of its record",
+               {"--path /srv/backup --readonly --client 192.0.2.0/24",
+                "--pool POOL_UUID --sub-dir jobs --wait 10s -o json"},
+               &publish, arguments);
+  add_record(publishing, a);
+  publishing.option("--wait", a.wait, "DURATION", "Wait so long for the export to be there");
 
-  auto [update_verb, updated] = commands.verb<Arguments>(
-      nfs, "update", "Puts another export in the place of one",
-      {"zqpool nfs update UUID --path /srv/backup --squash no_root_squash"}, &update);
-  add_argument(update_verb, "UUID", updated.uuid, "The record");
-  add_record(update_verb, updated);
+  Verb updating = nfs.verb("update", "Puts another export in the place of one",
+                           {"UUID --path /srv/backup --squash no_root_squash"}, &update, arguments)
+                      .argument("UUID", a.uuid, "The record");
+  add_record(updating, a);
 
-  auto [unexport_verb, withdrawn] = commands.verb<Arguments>(
-      nfs, "unexport", "Withdraws exports", {"zqpool nfs unexport UUID --wait 10s"}, &withdraw);
-  add_objects(unexport_verb, "UUID", withdrawn.uuids, "The records");
-  add_wait(unexport_verb, withdrawn, "Wait so long for them to be gone");
+  nfs.verb("unexport", "Withdraws exports", {"UUID --wait 10s"}, &withdraw, arguments)
+      .objects("UUID", a.uuids, "The records")
+      .option("--wait", a.wait, "DURATION", "Wait so long for them to be gone");
 }
 
 }  // namespace zqpool::cli

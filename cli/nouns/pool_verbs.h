@@ -1,44 +1,81 @@
 #pragma once
 
-#include <CLI/App.hpp>
-
-#include <functional>
 #include <string>
 #include <vector>
 
 #include "cli/command/command_context.h"
+#include "cli/command/command_line.h"
+#include "cli/command/raw_request.h"
+#include "utils/pool/image_pool_manager.h"
 #include "utils/pool/scsi_target_manager.h"
 
 namespace zqpool::cli {
 
-/// The SCSI pool that a command is about, and how this host reaches what is exported from it.
-struct SCSI_Pool {
+/// The pool that a verb works on, and what of it.
+struct Pool_Arguments {
   std::string uuid;
+  std::vector<std::string> names;  ///< LUNs, snapshots or filesystems
+  bool yes = false;
+  // For exports of SCSI pools:
   std::string type;
   std::string target;
   std::vector<std::string> initiators;
 
-  /// The pool, a first argument.
-  void add_to(CLI::App& verb);
-  /// Who is let in.
-  void add_access_to(CLI::App& verb);
-  /// Over which transport and target.
-  void add_way_to(CLI::App& verb);
-
   const char* type_or_null() const { return type.empty() ? nullptr : type.c_str(); }
   const char* target_or_null() const { return target.empty() ? nullptr : target.c_str(); }
-
-  /// Calls one operation on the pool; the rest as for Session::call().
-  using Operation = std::function<bool(SCSI_Target_Manager&)>;
-  Outcome call(Session& session, const Target& service, const Way& way,
-               const Operation& operation) const;
 };
 
-/// Ends the command with a Usage_Error when the service would take one of `names`, which go into
-/// its queries as they stand, for something else.
+/// Adds the options that say who gets access to an export.
+Verb& add_initiators(Verb& verb, Pool_Arguments& pool);
+/// The same, and those for transport and target.
+Verb& add_export(Verb& verb, Pool_Arguments& pool);
+
+/// The library's manager of the pool. Each thread needs one of its own.
+template <typename Manager>
+Manager open_pool(const Target& target, const Pool_Arguments& pool);
+template <>
+inline SCSI_Target_Manager open_pool(const Target& target, const Pool_Arguments& pool) {
+  return {target.host,       target.port, target.ssl,
+          target.access_key, pool.uuid,   pool.initiators.empty() ? nullptr : &pool.initiators};
+}
+template <>
+inline Image_Pool_Manager open_pool(const Target& target, const Pool_Arguments& pool) {
+  return {target.host, target.port, target.ssl, target.access_key, pool.uuid};
+}
+
+/// How changes are judged that grant access to a SCSI pool.
+Call_Policy change_of_access();
+
+/// The arguments with "-" expanded to the lines of standard input. Throws Usage_Error for names
+/// that would change the meaning of a query, which the library sends as they are.
+std::vector<std::string> expand_names(const std::vector<std::string>& arguments);
 void check_names(const std::vector<std::string>& names);
 
-/// check_names() of expand_objects().
-std::vector<std::string> expand_names(const std::vector<std::string>& arguments);
+/// The names that the user wants to change. Where the change destroys something, `destroying`
+/// ("Delete") and `kind` ("LUNs") make the question that is asked first.
+std::vector<std::string> names_to_change(const Command_Context& context, const Pool_Arguments& pool,
+                                         const char* destroying, const char* kind);
+
+/// Prints a record of each name. `work(manager, name, record)` returns an Outcome.
+template <typename Manager, typename Work>
+Exit_Code show_each(Command_Context& context, const Pool_Arguments& pool, const Work& work) {
+  check_names({pool.uuid});
+  return context.show(expand_names(pool.names), [&](const std::string& name, Object& record) {
+    Manager manager = open_pool<Manager>(context.target(), pool);
+    return work(manager, name, record);
+  });
+}
+
+/// Changes each name. `change(manager, name)` returns the bool of the library.
+template <typename Manager, typename Change>
+Exit_Code change_each(Command_Context& context, const Pool_Arguments& pool, const Change& change,
+                      const char* destroying = nullptr, const char* kind = nullptr) {
+  check_names({pool.uuid});
+  return context.change(
+      names_to_change(context, pool, destroying, kind), [&](const std::string& name, Object&) {
+        Manager manager = open_pool<Manager>(context.target(), pool);
+        return context.call(change_of_access(), [&] { return change(manager, name); });
+      });
+}
 
 }  // namespace zqpool::cli

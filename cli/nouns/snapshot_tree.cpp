@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "cli/output/table.h"
-#include "cli/support/messages.h"
 #include "cli/support/printable.h"
 #include "cli/support/size.h"
 
@@ -55,8 +54,8 @@ std::string drawing(const std::string& root, const std::vector<Link>& links) {
 
 }  // namespace
 
-Exit_Code show_chain(Session& session, const std::string& root, const Array& snapshots,
-                     const Size_Of& size_of) {
+Exit_Code show_snapshot_tree(Command_Context& context, const std::string& root,
+                             const Array& snapshots, const Size_Of& size_of) {
   std::vector<Link> links = links_of(snapshots);
   std::vector<std::string> ids;
   std::map<std::string, Link*> by_id;
@@ -64,14 +63,14 @@ Exit_Code show_chain(Session& session, const std::string& root, const Array& sna
     ids.push_back(link.id);
     by_id[link.id] = &link;
   }
-  const Exit_Code code = session.change(ids, [&](const Target& target, const std::string& id) {
+  const Exit_Code code = context.change(ids, [&](const std::string& id, Object&) {
     std::uint64_t size = 0;
-    Outcome outcome = size_of(target, id, size);
+    Outcome outcome = size_of(id, size);
     if (outcome.done()) by_id.at(id)->adds = size;
     return outcome;
   });
-  if (session.is_table()) {
-    session.print_text(drawing(root, links));
+  if (context.is_table()) {
+    context.print_text(drawing(root, links));
     return code;
   }
   std::vector<Record> records;
@@ -83,24 +82,8 @@ Exit_Code show_chain(Session& session, const std::string& root, const Array& sna
           {"seq", link.seq},
           {"adds", link.adds ? json_spirit::Value(*link.adds) : json_spirit::Value()}}});
   }
-  session.print(records);
+  context.print(records);
   return code;
-}
-
-Outcome judge_previous(Outcome outcome, const Object& previous, const Said& said) {
-  // What was logged went wrong, also where something had been found before.
-  if (outcome.held_back || !said.errors.empty()) return outcome;
-  if (!previous.empty()) return {};
-  if (outcome.code != Exit_Code::done) return outcome;
-  return {Exit_Code::not_found, "not found: no snapshot comes before it"};
-}
-
-Outcome judge_size(Outcome outcome, const Said& said, const std::string& snapshot_id) {
-  if (outcome.done() && !said.warnings.empty()) {
-    note("warning: " + snapshot_id +
-         ": less than the snapshot before it; what it adds counts as 0");
-  }
-  return outcome;
 }
 
 }  // namespace zqpool::cli

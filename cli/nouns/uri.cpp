@@ -1,11 +1,12 @@
 #include "platform/net/uri.h"
 
 #include <limits>
+#include <memory>
 #include <optional>
 #include <utility>
 
 #include "cli/command/batch.h"
-#include "cli/command/command_line.h"
+#include "cli/nouns/nouns.h"
 #include "utils/pool/utils.h"
 #include "utils/support/uri_util.h"
 
@@ -15,22 +16,22 @@ namespace {
 
 using json_spirit::Value;
 
-/// What the parsers leave alone when a path says nothing of it; no argument can hold it.
-const std::string unsaid(1, '\0');
+/// The parsers leave an output unchanged that the path does not have. No argument can hold a NUL.
+const std::string unset(1, '\0');
 
-Value said(std::string text) {
-  return text == unsaid ? Value() : Value(std::move(text));
+Value value_if_set(std::string text) {
+  return text == unset ? Value() : Value(std::move(text));
 }
 
 bool take_http(const std::string& path, Object& record) {
   std::string device_uri;
   std::string device_uuid;
-  std::string prefix = unsaid;
+  std::string prefix = unset;
   if (!parse_http_uri(path, &device_uri, &device_uuid, &prefix)) return false;
   record["kind"] = "http";
   record["device_uri"] = std::move(device_uri);
   record["device_uuid"] = std::move(device_uuid);
-  record["prefix_path"] = said(std::move(prefix));
+  record["prefix_path"] = value_if_set(std::move(prefix));
   return true;
 }
 
@@ -38,13 +39,13 @@ bool take_lanfree(const std::string& path, Object& record) {
   std::string device_uri;
   std::string pool_uuid;
   std::string lun_id;
-  std::string prefix = unsaid;
+  std::string prefix = unset;
   if (!parse_lanfree_uri(path, &device_uri, &pool_uuid, &lun_id, &prefix)) return false;
   record["kind"] = "lanfree";
   record["device_uri"] = std::move(device_uri);
   record["pool_uuid"] = std::move(pool_uuid);
   record["lun_id"] = std::move(lun_id);
-  record["prefix_path"] = said(std::move(prefix));
+  record["prefix_path"] = value_if_set(std::move(prefix));
   return true;
 }
 
@@ -67,32 +68,28 @@ Outcome parse(const std::string& text, bool lanfree, Object& record) {
   return {Exit_Code::failed, "it is no path of a device"};
 }
 
-struct Parse_Arguments {
+struct Arguments {
   std::vector<std::string> uris;
   bool lanfree = false;
-};
-
-Exit_Code parse_each(Session& session, const Parse_Arguments& arguments) {
-  return session.derive(expand_objects(arguments.uris),
-                        [&](const std::string& text, Object& record) {
-                          return parse(text, arguments.lanfree, record);
-                        });
-}
-
-struct Adjust_Arguments {
-  std::vector<std::string> urls;
   std::string host;
   std::optional<int> port;
   std::optional<bool> ssl;
 };
 
-Exit_Code adjust(Session& session, const Adjust_Arguments& arguments) {
+Exit_Code parse_each(Command_Context& context, const Arguments& arguments) {
+  return context.derive(expand_objects(arguments.uris),
+                        [&](const std::string& text, Object& record) {
+                          return parse(text, arguments.lanfree, record);
+                        });
+}
+
+Exit_Code adjust(Command_Context& context, const Arguments& arguments) {
   Object server;
   if (!arguments.host.empty()) server["host"] = arguments.host;
   if (arguments.port) server["port"] = *arguments.port;
   if (arguments.ssl) server["ssl"] = *arguments.ssl;
   if (server.empty()) throw Usage_Error("to which server? Give --host, --port or --ssl");
-  return session.derive(expand_objects(arguments.urls),
+  return context.derive(expand_objects(arguments.uris),
                         [&](const std::string& url, Object& record) {
                           record["url"] = url;
                           if (adjust_device_url_by_backupd_device(server, record)) return Outcome();
@@ -103,29 +100,23 @@ Exit_Code adjust(Session& session, const Adjust_Arguments& arguments) {
 }  // namespace
 
 void add_uri(Command_Line& commands) {
-  CLI::App& uri = commands.noun("uri", "URLs and paths of devices; asks no service");
-
-  auto [parse_verb, parsed] = commands.verb<Parse_Arguments>(
-      uri, "parse", "Takes URLs and paths of devices apart",
-      {"zqpool uri parse /zq/data/5f3a/dir/file", "zqpool uri parse lanfree://store1/p1/l7/zq/a",
-       "zqpool uri parse -o json - < urls.txt"},
-      &parse_each);
-  add_objects(parse_verb, "URI", parsed.uris, "URLs, or paths from / on");
-  parse_verb.add_flag("--lanfree", parsed.lanfree,
-                      "Paths of LAN-free devices, also where they could be others");
-
-  auto [adjust_verb, adjusted] = commands.verb<Adjust_Arguments>(
-      uri, "adjust", "Points URLs of devices at another server",
-      {"zqpool uri adjust ws://old:9080/zq/data/5f3a --host backup1 --port 9443 --ssl true",
-       "zqpool uri adjust --host backup1 -o tsv - < urls.txt"},
-      &adjust);
-  add_objects(adjust_verb, "URL", adjusted.urls, "The URLs");
-  adjust_verb.add_option("--host", adjusted.host, "Its host name or address")->type_name("HOST");
-  adjust_verb.add_option("--port", adjusted.port, "Its port")
-      ->type_name("PORT")
-      ->check(CLI::Range(1, int{std::numeric_limits<unsigned short>::max()}));
-  adjust_verb.add_option("--ssl", adjusted.ssl, "Whether by TLS, which the scheme says")
-      ->type_name("true|false");
+  const auto arguments = std::make_shared<Arguments>();
+  Arguments& a = *arguments;
+  Noun uri = commands.noun("uri", "URLs and paths of devices; asks no service");
+  uri.verb("parse", "Takes URLs and paths of devices apart",
+           {"/zq/data/5f3a/dir/file", "lanfree://store1/p1/l7/zq/a", "-o json - < urls.txt"},
+           &parse_each, arguments)
+      .objects("URI", a.uris, "URLs, or paths from / on")
+      .flag("--lanfree", a.lanfree, "Paths of LAN-free devices, also where they could be others");
+  uri.verb("adjust", "Points URLs of devices at another server",
+           {"ws://old:9080/zq/data/5f3a --host backup1 --port 9443 --ssl true",
+            "--host backup1 -o tsv - < urls.txt"},
+           &adjust, arguments)
+      .objects("URL", a.uris, "The URLs")
+      .option("--host", a.host, "HOST", "Its host name or address")
+      .option("--port", a.port, "PORT", "Its port")
+      .range(1, std::numeric_limits<unsigned short>::max())
+      .option("--ssl", a.ssl, "true|false", "Whether by TLS, which the scheme says");
 }
 
 }  // namespace zqpool::cli

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "cli/calls/library_call.h"
 #include "platform/http/http_message.h"
 
 namespace zqpool::cli {
@@ -101,28 +102,41 @@ TEST(Exchange_Outcome, the_cause_names_phase_words_and_doubt) {
   EXPECT_EQ(judge_exchange(report, Effect::reads).cause, "HTTP status 409: the name is taken");
 }
 
-TEST(Answer_Outcome, absence_is_told_from_a_bad_answer) {
-  const auto code = [](const std::vector<std::string>& said, const char* absent) {
-    return judge_answer(said, absent, Effect::reads).code;
-  };
-  EXPECT_EQ(code({"Failed to get pool 'x' info."}, "Failed to get pool '"), Exit_Code::not_found);
-  EXPECT_EQ(code({"Failed to get pool info: value is string"}, "Failed to get pool '"),
-            Exit_Code::failed);
-  EXPECT_EQ(
-      code({"Invalid value [] of lun 'x'.", "Failed to get lun(x) info."}, "Invalid value []"),
-      Exit_Code::not_found);
-  EXPECT_EQ(code({}, ""), Exit_Code::not_found);
-  EXPECT_EQ(code({"Failed to check device info."}, ""), Exit_Code::failed);
-  EXPECT_EQ(code({}, "Failed to get pool '"), Exit_Code::failed);
-  EXPECT_EQ(code({}, nullptr), Exit_Code::failed);
-  EXPECT_EQ(code({"anything"}, nullptr), Exit_Code::failed);
+Outcome judge(const std::vector<std::string>& errors, const std::vector<Known_Failure>& known,
+              Effect effect = Effect::reads) {
+  return judge_answer({errors, {}}, known, effect);
+}
+
+TEST(Answer_Outcome, known_failures_are_told_from_a_bad_answer) {
+  const Known_Failure no_pool = {"Failed to get pool '"};
+  const Known_Failure silent = {"", Exit_Code::conflict, "several"};
+  EXPECT_EQ(judge({"Failed to get pool 'x' info."}, {no_pool}).code, Exit_Code::not_found);
+  EXPECT_EQ(judge({"Failed to get pool info: value is string"}, {no_pool}).code, Exit_Code::failed);
+  EXPECT_EQ(judge({"Failed to get pool 'x' info.", "outer"}, {silent, no_pool}).code,
+            Exit_Code::not_found);
+  EXPECT_EQ(judge({}, {no_pool, silent}).code, Exit_Code::conflict);
+  EXPECT_EQ(judge({}, {no_pool, silent}).cause, "several");
+  EXPECT_EQ(judge({"anything"}, {silent}).code, Exit_Code::failed);
+  EXPECT_EQ(judge({}, {no_pool}).code, Exit_Code::failed);
+  EXPECT_EQ(judge({}, {}).code, Exit_Code::failed);
 }
 
 TEST(Answer_Outcome, a_bad_answer_to_a_change_does_not_undo_it) {
-  EXPECT_EQ(judge_answer({"inner", "outer"}, nullptr, Effect::reads).cause,
+  EXPECT_EQ(judge({"inner", "outer"}, {}).cause,
             "the answer is not what the operation needs (outer)");
-  EXPECT_EQ(judge_answer({}, nullptr, Effect::changes).cause,
+  EXPECT_EQ(judge({}, {}, Effect::changes).cause,
             "the answer is not what the operation needs; yet the service made the change");
+}
+
+TEST(Service_Error, is_found_within_a_logged_line) {
+  const Service_Error error =
+      service_error_in(R"(Failed to extract response({"error":{"code":-404,"message":"gone"}}).)");
+  EXPECT_EQ(error.message, "gone");
+  EXPECT_EQ(error.code, -404);
+  for (const char* const line : {"", "no object", "}{", R"({"error":5})", "{broken}"}) {
+    EXPECT_EQ(service_error_in(line).message, "") << line;
+    EXPECT_EQ(service_error_in(line).code, 0) << line;
+  }
 }
 
 TEST(Exit_Codes, the_worst_is_what_needs_a_person) {

@@ -1,0 +1,64 @@
+#include "cli/nouns/snapshot_verbs.h"
+
+#include <limits>
+
+namespace zqpool::cli {
+
+Outcome list_snapshots(Command_Context& context, const Snapshot_Arguments& arguments,
+                       Array& snapshots) {
+  check_names({arguments.pool.uuid, arguments.parent});
+  return list_objects(
+      context, arguments.words.path,
+      {{"pool_id", arguments.pool.uuid}, {arguments.words.parent, arguments.parent}}, snapshots);
+}
+
+Exit_Code show_list(Command_Context& context, const Snapshot_Arguments& arguments) {
+  Array snapshots;
+  const Outcome outcome = list_snapshots(context, arguments, snapshots);
+  return outcome.done() ? context.print_list(snapshots, "snapshot_id") : context.report(outcome);
+}
+
+Outcome explain_missing(Command_Context& context, const Snapshot_Arguments& arguments,
+                        const std::string& snapshot_id, const char* if_several) {
+  Array found;
+  Outcome outcome =
+      list_objects(context, arguments.words.path,
+                   {{"pool_id", arguments.pool.uuid}, {"snapshot_id", snapshot_id}}, found);
+  if (!outcome.done()) return outcome;
+  if (found.empty()) return {Exit_Code::not_found, "not found: there is no such snapshot"};
+  if (arguments.lun_num >= 0) {
+    return {Exit_Code::not_found,
+            "not found: it is not shared under number " + std::to_string(arguments.lun_num)};
+  }
+  if (found.size() > 1 && if_several != nullptr) {
+    return {Exit_Code::conflict,
+            "it is shared under " + std::to_string(found.size()) + " numbers" + if_several};
+  }
+  return {Exit_Code::failed, "the answer is not what the operation needs"};
+}
+
+Verb Snapshot_Noun::verb(const char* name, const std::string& help,
+                         const std::vector<std::string>& examples, Action action) {
+  return noun_.verb(name, help, examples, action, arguments_)
+      .argument("POOL_UUID", arguments_->pool.uuid, "The pool");
+}
+
+Verb Snapshot_Noun::verb_on_snapshots(const char* name, const std::string& help,
+                                      const std::vector<std::string>& examples, Action action) {
+  return verb(name, help, examples, action)
+      .objects("SNAPSHOT_ID", arguments_->pool.names, "The snapshots");
+}
+
+Verb Snapshot_Noun::verb_on_parent(const char* name, const std::string& help,
+                                   const std::vector<std::string>& examples, Action action) {
+  return verb(name, help, examples, action)
+      .argument(arguments_->words.argument, arguments_->parent,
+                std::string("The ") + arguments_->words.thing);
+}
+
+Verb& Snapshot_Noun::add_lun_num(Verb& verb, const char* help) {
+  return verb.option("--lun-num", arguments_->lun_num, "N", help)
+      .range(0, std::numeric_limits<int>::max());
+}
+
+}  // namespace zqpool::cli
