@@ -1,6 +1,6 @@
 #pragma once
 
-// What the shared libraries export: everything else is hidden.
+// What libzqplatform exports: everything else is hidden.
 #if defined(ZQ_BUILDING_PLATFORM) || defined(ZQ_BUILDING_POOL)
 #define ZQ_EXPORT __attribute__((visibility("default")))
 #else

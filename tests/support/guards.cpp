@@ -22,11 +22,13 @@ void record(std::chrono::milliseconds pause) {
 Sleep_Recorder::Sleep_Recorder() {
   const std::lock_guard lock(pauses_mutex);
   recorded_pauses.clear();
-  before_ = detail::replace_sleep(&record);
+  client_before_ = detail::replace_sleep(&record);
+  operation_before_ = detail::replace_retry_sleep(&record);
 }
 
 Sleep_Recorder::~Sleep_Recorder() {
-  detail::replace_sleep(before_);
+  detail::replace_retry_sleep(operation_before_);
+  detail::replace_sleep(client_before_);
 }
 
 std::vector<std::chrono::milliseconds> Sleep_Recorder::pauses() const {

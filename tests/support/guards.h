@@ -5,11 +5,12 @@
 
 #include "platform/http/http_options.h"
 #include "platform/net/sleep.h"
+#include "utils/support/sleep.h"
 
 namespace zqpool::test {
 
-/// While it lives, nothing sleeps between attempts; the pauses asked for are recorded. One at a
-/// time. Thread-safe.
+/// While it lives, neither client nor operations sleep between attempts; the pauses asked for are
+/// recorded. One at a time. Thread-safe.
 class Sleep_Recorder {
  public:
   Sleep_Recorder();
@@ -20,7 +21,8 @@ class Sleep_Recorder {
   std::vector<std::chrono::milliseconds> pauses() const;
 
  private:
-  detail::Sleep_Function before_;
+  detail::Sleep_Function client_before_;
+  detail::Retry_Sleep operation_before_;
 };
 
 /// Puts the process's HTTP_Options back at the end of its scope.

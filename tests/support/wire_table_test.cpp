@@ -209,12 +209,12 @@ TEST(Any_Answer, reaches_the_client_as_its_kind_says) {
   EXPECT_EQ(calls, any_answers(R"({"rows":[1]})").size());
 }
 
-TEST(Sleep_Recorder, records_and_does_not_sleep) {
+TEST(Sleep_Recorder, records_the_pauses_of_client_and_operations_without_sleeping) {
   const auto start = std::chrono::steady_clock::now();
   {
     const Sleep_Recorder recorder;
     detail::sleep_between_attempts(1h);
-    detail::sleep_between_attempts(7ms);
+    detail::sleep_before_retry(7ms);
     EXPECT_EQ(recorder.pauses(), (std::vector<std::chrono::milliseconds>{1h, 7ms}));
   }
   EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);

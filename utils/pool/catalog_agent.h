@@ -2,10 +2,10 @@
 
 #include <string>
 
-#include "platform/export.h"
+#include "utils/support/export.h"
 
 /// The module identity of a backup agent, "feature.type.system". A plain value.
-struct ZQ_EXPORT Catalog_Agent {
+struct ZQPOOL_EXPORT Catalog_Agent {
   std::string featrue;  // spelt as its callers spell it
   std::string type;
   std::string system;

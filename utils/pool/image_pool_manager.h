@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "platform/export.h"
 #include "platform/json/json_spirit.h"
+#include "utils/support/export.h"
 
 /// An image pool of the storage service: its filesystems, named within the pool, and their
 /// snapshots.
@@ -30,7 +30,7 @@
 ///          pool.mount_filesystem("daily", where) && fill(where) &&
 ///          pool.create_snapshot("daily", snapshot_id, false);
 /// @endcode
-class ZQ_EXPORT Image_Pool_Manager {
+class ZQPOOL_EXPORT Image_Pool_Manager {
  public:
   /// The pool `pool_uuid` on the service at `host`:`port` (HTTPS when `ssl`), asked with
   /// `access_key` (none is sent when it is empty).

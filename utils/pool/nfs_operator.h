@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/export.h"
 #include "platform/http/rest_client.h"
 #include "platform/json/json_spirit.h"
+#include "utils/support/export.h"
 
 /// Publishes directories and storage pools as NFS exports, which the management service keeps as
 /// records, each under a UUID.
@@ -28,7 +28,7 @@
 ///   std::string uuid;
 ///   if (!exports.export_record(record, uuid, 10)) return false;
 /// @endcode
-class ZQ_EXPORT NFS_Operator {
+class ZQPOOL_EXPORT NFS_Operator {
  public:
   enum Record_Type : int {
     TYPE_PATH = 0,  ///< a path on the server

@@ -5,12 +5,12 @@
 #include <string>
 
 #include "platform/crypto/encryption.h"
-#include "platform/export.h"
 #include "platform/json/json_spirit.h"
+#include "utils/support/export.h"
 
 /// A resolved storage pool: where its data is reached, how it is encrypted, and the extras of its
 /// URL's scheme. A plain value; distinct records may be used on any number of threads at once.
-struct ZQ_EXPORT Pool_Info {
+struct ZQPOOL_EXPORT Pool_Info {
   using Ext_Attrs_T = std::map<std::string, std::string>;
   using Node_Addrs_T = std::map<std::uint32_t, std::string>;
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "platform/export.h"
 #include "platform/json/json_spirit.h"
+#include "utils/support/export.h"
 
 /// The storage catalog: its pools, the devices that make them up, and on which device each file of
 /// a pool lies.
@@ -30,7 +30,7 @@
 ///     std::puts(json_spirit::object_get_str_or_throw(device, "uuid").c_str());
 ///   }
 /// @endcode
-class ZQ_EXPORT Pool_Metadata_Manager {
+class ZQPOOL_EXPORT Pool_Metadata_Manager {
  public:
   /// The catalog's record of one pool, into `pool`. Tries again while the exchange fails, within
   /// `timeout`. False also when the catalog does not know exactly one such pool. Memory that runs

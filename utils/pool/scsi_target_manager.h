@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "platform/export.h"
 #include "platform/json/json_spirit.h"
+#include "utils/support/export.h"
 
 /// A SCSI pool of the storage service: its LUNs, which are exported to this host over iSCSI or
 /// Fibre Channel, their snapshots, and its filesystems with theirs.
@@ -36,7 +36,7 @@
 ///   return pool.create_snapshot(lun_id, snapshot_id, false) &&
 ///          pool.cal_snapshot_size(snapshot_id, added, true);
 /// @endcode
-class ZQ_EXPORT SCSI_Target_Manager {
+class ZQPOOL_EXPORT SCSI_Target_Manager {
  public:
   /// What the service keeps a LUN for.
   enum Retention_Type : int { TYPE_NONE = 0, TYPE_NORMAL = 1, TYPE_NEWEST = 2 };

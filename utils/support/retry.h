@@ -3,8 +3,8 @@
 #include <chrono>
 
 #include "platform/net/backoff.h"
-#include "platform/net/sleep.h"
 #include "utils/support/log.h"
+#include "utils/support/sleep.h"
 
 namespace zqpool::detail {
 
@@ -33,7 +33,7 @@ bool retry(const Source_Location& location, int timeout, Call&& attempt,
     if (!in_time || !(delay != end)) return false;
     ZQ_LOG_AT(location, LM_INFO, "Retry(%d) %s:%d at %u second(s) later.\n", count, location.file,
               location.line, *delay);
-    sleep_between_attempts(std::chrono::seconds(*delay));
+    sleep_before_retry(std::chrono::seconds(*delay));
   }
 }
 

@@ -63,7 +63,7 @@ def class_body(text, start):
 def operations_in(text):
     """Names of the public operations that a header declares, an overloaded one several times."""
     text = without_comments(text)
-    for found in re.finditer(r"\b(class|struct) ZQ_EXPORT (\w+) \{", text):
+    for found in re.finditer(r"\b(class|struct) ZQPOOL_EXPORT (\w+) \{", text):
         kind, name = found.groups()
         body = without_nested(class_body(text, found.end() - 1))
         access = "public" if kind == "struct" else "private"
@@ -73,7 +73,7 @@ def operations_in(text):
             elif access == "public":
                 yield from (f"{name}::{function}" for function in FUNCTION.findall(part)
                             if function != name)
-    for declaration in re.findall(r"^ZQ_EXPORT [^;]*;", text, re.M):
+    for declaration in re.findall(r"^ZQPOOL_EXPORT [^;]*;", text, re.M):
         yield from FUNCTION.findall(declaration)
 
 
