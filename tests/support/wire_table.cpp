@@ -2,9 +2,9 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <optional>
 #include <regex>
-#include <set>
 
 #include "platform/json/json_dump.h"
 #include "tests/support/guards.h"
@@ -116,7 +116,7 @@ void play(const Wire_Row& row, bool ssl, bool silent) {
   Scripted_Server server(options);
   for (const Answer& answer : row.answers)
     server.queue(answer);
-  const Options_Guard guard(options_with_test_ca());
+  const Options_Guard guard(ssl ? options_with_test_ca() : HTTP_Options::get());
   const Sleep_Recorder recorder;
   Log_Capture log;
   const testing::ScopedTrace mode(__FILE__, __LINE__, silent ? "silent" : "logging");
@@ -162,8 +162,30 @@ void play(const Wire_Row& row, bool ssl, bool silent) {
   }
 }
 
-std::string Wire_Table::name(const testing::TestParamInfo<ParamType>& row) {
-  return std::get<0>(row.param).name + (std::get<1>(row.param) ? "_https" : "_http");
+std::ostream& operator<<(std::ostream& out, const Play& play) {
+  return out << play.row.name << (play.silent ? "_silent" : play.ssl ? "_https" : "_http");
+}
+
+std::vector<Play> plays(const std::vector<Wire_Row>& rows) {
+  std::vector<Play> all;
+  for (const Wire_Row& row : rows)
+    all.push_back({row, false, false});
+  all.push_back({rows.front(), true, false});
+  const auto logs = [](const Wire_Row& row) { return !row.lines.empty(); };
+  const auto logging = std::find_if(rows.begin(), rows.end(), logs);
+  if (logging != rows.end()) all.push_back({*logging, false, true});
+  return all;
+}
+
+std::vector<Play> plays_over_both(const std::vector<Wire_Row>& rows) {
+  std::vector<Play> all = plays(rows);
+  for (auto row = rows.begin() + 1; row != rows.end(); ++row)
+    all.push_back({*row, true, false});
+  return all;
+}
+
+std::string Wire_Table::name(const testing::TestParamInfo<Play>& play) {
+  return testing::PrintToString(play.param);
 }
 
 }  // namespace zqpool::test

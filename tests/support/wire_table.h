@@ -7,7 +7,6 @@
 #include <optional>
 #include <ostream>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include "platform/json/json_spirit.h"
@@ -51,8 +50,9 @@ struct Outcome {
 ///   row.name = "device_with_one_row";
 ///   row.call = [](const Endpoint& to) {
 ///     Object device;
-///     const bool ok = Pool_Metadata_Manager::get_device(to.host, to.port, to.ssl, "key", "u",
-///     device); return Outcome{ok, {{"device", device}}};
+///     const bool ok =
+///         Pool_Metadata_Manager::get_device(to.host, to.port, to.ssl, "key", "u", device);
+///     return Outcome{ok, {{"device", device}}};
 ///   };
 ///   row.requests = {{"GET", "/zq/r/storage/catalog/device?url=u", "", "key"}};
 ///   row.answers = {json_answer(200, R"({"rows":[{"id":1}]})")};
@@ -88,26 +88,35 @@ void play(const Wire_Row& row, bool ssl, bool silent = false);
 /// Whether `text` matches an Expected_Line's text.
 bool line_matches(const std::string& pattern, const std::string& text, unsigned short port);
 
-/// A table over HTTP and HTTPS. In the test program:
+/// A row and the way to play it.
+struct Play {
+  Wire_Row row;
+  bool ssl = false;
+  bool silent = false;
+};
+
+std::ostream& operator<<(std::ostream& out, const Play& play);
+
+/// Every row over HTTP, the first one also over HTTPS, and the first one that logs also in silence:
+/// TLS and logging are the same code for every row of a table.
+std::vector<Play> plays(const std::vector<Wire_Row>& rows);
+/// The same, and every row over HTTPS.
+std::vector<Play> plays_over_both(const std::vector<Wire_Row>& rows);
+
+/// A table. In the test program:
 ///
 /// @code
 ///   TEST_P(Wire_Table, row_holds) { play(); }
-///   INSTANTIATE_TEST_SUITE_P(Catalog, Wire_Table, over_both(rows()), Wire_Table::name);
+///   INSTANTIATE_TEST_SUITE_P(Catalog, Wire_Table, testing::ValuesIn(plays(rows())),
+///                            Wire_Table::name);
 /// @endcode
-class Wire_Table : public testing::TestWithParam<std::tuple<Wire_Row, bool>> {
+class Wire_Table : public testing::TestWithParam<Play> {
  public:
-  static std::string name(const testing::TestParamInfo<ParamType>& row);
+  /// The row's name with "_http", "_https" or "_silent" behind it.
+  static std::string name(const testing::TestParamInfo<Play>& play);
 
  protected:
-  static void play() {
-    const auto& [row, ssl] = GetParam();
-    test::play(row, ssl);
-    if (!ssl && !row.lines.empty()) test::play(row, ssl, true);
-  }
+  static void play() { test::play(GetParam().row, GetParam().ssl, GetParam().silent); }
 };
-
-inline auto over_both(const std::vector<Wire_Row>& rows) {
-  return testing::Combine(testing::ValuesIn(rows), testing::Bool());
-}
 
 }  // namespace zqpool::test

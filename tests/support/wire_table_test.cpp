@@ -55,7 +55,25 @@ TEST_P(Wire_Table, row_holds) {
   play();
 }
 
-INSTANTIATE_TEST_SUITE_P(Kit, Wire_Table, over_both({good_row(), failing_row()}), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Kit, Wire_Table, testing::ValuesIn(plays({good_row(), failing_row()})),
+                         Wire_Table::name);
+
+std::vector<std::string> names(const std::vector<Play>& plays) {
+  std::vector<std::string> all;
+  for (const Play& play : plays)
+    all.push_back(testing::PrintToString(play));
+  return all;
+}
+
+TEST(Wire_Table_Harness, plays_first_row_over_https_and_first_that_logs_in_silence) {
+  const std::vector<Wire_Row> rows = {good_row(), failing_row(), failing_row()};
+  const std::vector<std::string> wanted = {"good_http", "failing_http", "failing_http",
+                                           "good_https", "failing_silent"};
+  EXPECT_EQ(names(plays(rows)), wanted);
+  std::vector<std::string> both = wanted;
+  both.insert(both.end(), 2, "failing_https");
+  EXPECT_EQ(names(plays_over_both(rows)), both);
+}
 
 // Each difference between a row and what happened fails the test.
 void finds(const Wire_Row& row, const char* complaint) {

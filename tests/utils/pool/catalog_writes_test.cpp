@@ -152,14 +152,14 @@ std::vector<Wire_Row> bind_rows() {
   };
 }
 
-INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_add_metadata, Wire_Table, over_both(add_rows()),
-                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_add_metadata, Wire_Table,
+                         testing::ValuesIn(plays(add_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_remove_metadata, Wire_Table,
-                         over_both(remove_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_offer_device, Wire_Table, over_both(offer_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(remove_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_offer_device, Wire_Table,
+                         testing::ValuesIn(plays(offer_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_bind_host_for_lanfree_device, Wire_Table,
-                         over_both(bind_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(bind_rows())), Wire_Table::name);
 
 TEST(Catalog_Writes_Any_Answer, succeed_exactly_when_the_exchange_does) {
   for (const Call& call : {add("file", "g", 1), remove("/a", "g"), Call(bind)}) {

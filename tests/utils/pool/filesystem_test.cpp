@@ -497,51 +497,51 @@ std::vector<Wire_Row> snapshot_info_rows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_filesystem, Wire_Table,
-                         over_both(create_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(create_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_create_filesystem, Wire_Table,
-                         over_both(create_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(create_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_delete_filesystem, Wire_Table,
-                         over_both(delete_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(delete_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_delete_filesystem, Wire_Table,
-                         over_both(delete_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(delete_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_rollback_filesystem, Wire_Table,
-                         over_both(rollback_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(rollback_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_rollback_filesystem, Wire_Table,
-                         over_both(rollback_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(rollback_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_list_filesystem_info, Wire_Table,
-                         over_both(info_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(info_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_list_filesystem_info_quietly, Wire_Table,
-                         over_both(quiet_info_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(quiet_info_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_list_filesystem_info, Wire_Table,
-                         over_both(info_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(info_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_mount_filesystem, Wire_Table,
-                         over_both(mount_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(mount_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_mount_filesystem, Wire_Table,
-                         over_both(mount_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(mount_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_list_mounted_filesystem, Wire_Table,
-                         over_both(list_mounted_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(list_mounted_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_list_mounted_filesystem, Wire_Table,
-                         over_both(list_mounted_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(list_mounted_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_update_filesystem_mountpoint, Wire_Table,
-                         over_both(update_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(update_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_update_filesystem_mountpoint, Wire_Table,
-                         over_both(update_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(update_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_umount_filesystem, Wire_Table,
-                         over_both(umount_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(umount_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_umount_filesystem, Wire_Table,
-                         over_both(umount_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(umount_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_filesystem_snapshot, Wire_Table,
-                         over_both(create_snapshot_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(create_snapshot_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_create_snapshot, Wire_Table,
-                         over_both(create_snapshot_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(create_snapshot_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_delete_filesystem_snapshot, Wire_Table,
-                         over_both(delete_snapshot_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(delete_snapshot_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_delete_snapshot, Wire_Table,
-                         over_both(delete_snapshot_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(delete_snapshot_rows<Image>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_filesystem_snapshot_info, Wire_Table,
-                         over_both(snapshot_info_rows<Scsi>()), Wire_Table::name);
+                         testing::ValuesIn(plays(snapshot_info_rows<Scsi>())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_get_snapshot_info, Wire_Table,
-                         over_both(snapshot_info_rows<Image>()), Wire_Table::name);
+                         testing::ValuesIn(plays(snapshot_info_rows<Image>())), Wire_Table::name);
 
 // --- Any answer, and more of both managers
 // --------------------------------------------------------

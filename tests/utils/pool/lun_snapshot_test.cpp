@@ -235,18 +235,18 @@ std::vector<Wire_Row> serial_rows() {
   };
 }
 
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_snapshot, Wire_Table, over_both(create_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_share_snapshot, Wire_Table, over_both(share_rows()),
-                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_snapshot, Wire_Table,
+                         testing::ValuesIn(plays(create_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_share_snapshot, Wire_Table,
+                         testing::ValuesIn(plays(share_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_unexport_snapshot, Wire_Table,
-                         over_both(unexport_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_delete_snapshot, Wire_Table, over_both(delete_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_snapshot_info, Wire_Table, over_both(info_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(unexport_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_delete_snapshot, Wire_Table,
+                         testing::ValuesIn(plays(delete_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_snapshot_info, Wire_Table,
+                         testing::ValuesIn(plays(info_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_snapshot_serial_number, Wire_Table,
-                         over_both(serial_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(serial_rows())), Wire_Table::name);
 
 // --- Any answer
 // -----------------------------------------------------------------------------------

@@ -516,27 +516,27 @@ std::vector<Wire_Row> serial_rows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_lun_from_size, Wire_Table,
-                         over_both(create_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(create_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_lun_from_snapshot, Wire_Table,
-                         over_both(create_from_snapshot_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(create_from_snapshot_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_create_newest_lun, Wire_Table,
-                         over_both(create_newest_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_export_lun, Wire_Table, over_both(export_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_unexport_lun, Wire_Table, over_both(unexport_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_rollback_lun, Wire_Table, over_both(rollback_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_delete_lun, Wire_Table, over_both(delete_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(create_newest_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_export_lun, Wire_Table,
+                         testing::ValuesIn(plays(export_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_unexport_lun, Wire_Table,
+                         testing::ValuesIn(plays(unexport_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_rollback_lun, Wire_Table,
+                         testing::ValuesIn(plays(rollback_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_delete_lun, Wire_Table,
+                         testing::ValuesIn(plays(delete_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_scsi_pool_lun_info, Wire_Table,
-                         over_both(info_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(info_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_list_scsi_pool_luns, Wire_Table,
-                         over_both(list_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_lun_num, Wire_Table, over_both(number_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(list_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_lun_num, Wire_Table,
+                         testing::ValuesIn(plays(number_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_serial_number, Wire_Table,
-                         over_both(serial_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(serial_rows())), Wire_Table::name);
 
 // --- Any answer
 // -----------------------------------------------------------------------------------

@@ -15,24 +15,50 @@ namespace {
 
 using json_spirit::Value;
 
+/// The files of a host of each kind, made once.
+class Host_Files {
+ public:
+  static const Host_Files& instance() {
+    static const Host_Files files;
+    return files;
+  }
+
+  std::string root(Initiators initiators) const {
+    switch (initiators) {
+      case Initiators::iscsi:
+        return directory_.path("iscsi");
+      case Initiators::fibre_channel:
+        return directory_.path("fibre_channel");
+      case Initiators::none:
+        return directory_.path("none");
+      default:  // also beside given ones, which spare the look for those
+        return directory_.path("both");
+    }
+  }
+
+ private:
+  Host_Files() {
+    for (const std::string host : {"iscsi/", "both/"})
+      write(host + "etc/iscsi", "/initiatorname.iscsi", "InitiatorName=iqn.found\n");
+    for (const std::string host : {"fibre_channel/", "both/"}) {
+      for (const std::string port : {"1", "2"})
+        write(host + "sys/class/fc_host/host" + port, "/port_name", "0xf" + port + "\n");
+    }
+  }
+
+  void write(const std::string& folder, const std::string& name, const std::string& text) {
+    std::filesystem::create_directories(directory_.path(folder));
+    directory_.write(folder + name, text);
+  }
+
+  Temp_Directory directory_;
+};
+
 /// This host, for the length of a call.
 class Host {
  public:
   explicit Host(Initiators initiators) {
-    // What is given spares the look for others, which would be found here.
-    const bool both = initiators == Initiators::both || initiators == Initiators::given;
-    if (both || initiators == Initiators::iscsi) {
-      std::filesystem::create_directories(root_.path("etc/iscsi"));
-      root_.write("etc/iscsi/initiatorname.iscsi", "InitiatorName=iqn.found\n");
-    }
-    if (both || initiators == Initiators::fibre_channel) {
-      for (const std::string port : {"1", "2"}) {
-        const std::string folder = "sys/class/fc_host/host" + port;
-        std::filesystem::create_directories(root_.path(folder));
-        root_.write(folder + "/port_name", "0xf" + port + "\n");
-      }
-    }
-    set_host_root(root_.path());
+    set_host_root(Host_Files::instance().root(initiators));
     Host_ID::instance()->set("h1");
   }
   ~Host() {
@@ -41,9 +67,6 @@ class Host {
   }
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
-
- private:
-  Temp_Directory root_;
 };
 
 void compare(const Call& call, const Endpoint& to, const Any_Answer& answer, const Judge& judge,

@@ -207,12 +207,12 @@ std::vector<Wire_Row> unexport_rows() {
   };
 }
 
-INSTANTIATE_TEST_SUITE_P(NFS_Operator_export_record, Wire_Table, over_both(export_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(NFS_Operator_update_record, Wire_Table, over_both(update_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(NFS_Operator_unexport_record, Wire_Table, over_both(unexport_rows()),
-                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(NFS_Operator_export_record, Wire_Table,
+                         testing::ValuesIn(plays(export_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(NFS_Operator_update_record, Wire_Table,
+                         testing::ValuesIn(plays(update_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(NFS_Operator_unexport_record, Wire_Table,
+                         testing::ValuesIn(plays(unexport_rows())), Wire_Table::name);
 
 TEST(Nfs_Any_Answer, records_are_taken_exactly_when_the_exchange_succeeds) {
   const Call export_it = [](const Endpoint& to) {

@@ -462,15 +462,15 @@ TEST_P(Wire_Table, row_holds) {
   play();
 }
 INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_get_pool_info, Wire_Table,
-                         over_both(pool_info_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays_over_both(pool_info_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_get_located_devices, Wire_Table,
-                         over_both(located_devices_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_get_device, Wire_Table, over_both(device_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(located_devices_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_get_device, Wire_Table,
+                         testing::ValuesIn(plays(device_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_get_device_info, Wire_Table,
-                         over_both(device_info_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(device_info_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Pool_Metadata_Manager_get_device_with_uuid, Wire_Table,
-                         over_both(device_with_uuid_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(device_with_uuid_rows())), Wire_Table::name);
 
 // Any answer at all. What each operation makes of it is told from the answer alone.
 

@@ -456,17 +456,18 @@ std::vector<Wire_Row> replica_rows() {
 TEST_P(Wire_Table, row_holds) {
   play();
 }
-INSTANTIATE_TEST_SUITE_P(get_pool_info_from_client, Wire_Table, over_both(from_client_rows()),
+INSTANTIATE_TEST_SUITE_P(get_pool_info_from_client, Wire_Table,
+                         testing::ValuesIn(plays(from_client_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_pool_info_from_host, Wire_Table,
+                         testing::ValuesIn(plays(from_host_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_pool_info_from_upstream, Wire_Table,
+                         testing::ValuesIn(plays(from_upstream_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_url_by_pool_uuid, Wire_Table, testing::ValuesIn(plays(url_rows())),
                          Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(get_pool_info_from_host, Wire_Table, over_both(from_host_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(get_pool_info_from_upstream, Wire_Table, over_both(from_upstream_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(get_url_by_pool_uuid, Wire_Table, over_both(url_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(get_replicate_pool_info, Wire_Table, over_both(replica_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(get_storaged_space_info, Wire_Table, over_both(space_rows()),
-                         Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_replicate_pool_info, Wire_Table,
+                         testing::ValuesIn(plays(replica_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(get_storaged_space_info, Wire_Table,
+                         testing::ValuesIn(plays(space_rows())), Wire_Table::name);
 
 // --- Limits of time ---------------------------------------------------------------------------
 

@@ -320,17 +320,17 @@ std::vector<Wire_Row> snapshot_acls_rows() {
 }
 
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_scsi_pool_info, Wire_Table,
-                         over_both(pool_info_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_scsi_type, Wire_Table, over_both(type_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(pool_info_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_scsi_type, Wire_Table,
+                         testing::ValuesIn(plays(type_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_scsi_pool_target_size, Wire_Table,
-                         over_both(target_size_rows()), Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_acls, Wire_Table, over_both(acls_rows()),
-                         Wire_Table::name);
-INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_add_lun_acls, Wire_Table, over_both(lun_acls_rows()),
-                         Wire_Table::name);
+                         testing::ValuesIn(plays(target_size_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_acls, Wire_Table,
+                         testing::ValuesIn(plays(acls_rows())), Wire_Table::name);
+INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_add_lun_acls, Wire_Table,
+                         testing::ValuesIn(plays(lun_acls_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_add_snapshot_acls, Wire_Table,
-                         over_both(snapshot_acls_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(snapshot_acls_rows())), Wire_Table::name);
 
 // --- Any answer
 // -----------------------------------------------------------------------------------

@@ -320,19 +320,21 @@ std::vector<Wire_Row> size_rows(const Chain& chain) {
 }
 
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_previous_snapshot, Wire_Table,
-                         over_both(previous_rows(lun_chain())), Wire_Table::name);
+                         testing::ValuesIn(plays(previous_rows(lun_chain()))), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Snapshots_described_several_times, Wire_Table,
-                         over_both(shared_snapshot_rows()), Wire_Table::name);
+                         testing::ValuesIn(plays(shared_snapshot_rows())), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_previous_filesystem_snapshot, Wire_Table,
-                         over_both(previous_rows(scsi_filesystem_chain())), Wire_Table::name);
+                         testing::ValuesIn(plays(previous_rows(scsi_filesystem_chain()))),
+                         Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_get_previous_snapshot, Wire_Table,
-                         over_both(previous_rows(image_chain())), Wire_Table::name);
+                         testing::ValuesIn(plays(previous_rows(image_chain()))), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_cal_snapshot_size, Wire_Table,
-                         over_both(size_rows(lun_chain())), Wire_Table::name);
+                         testing::ValuesIn(plays(size_rows(lun_chain()))), Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_cal_snapshot_size_of_filesystem, Wire_Table,
-                         over_both(size_rows(scsi_filesystem_chain())), Wire_Table::name);
+                         testing::ValuesIn(plays(size_rows(scsi_filesystem_chain()))),
+                         Wire_Table::name);
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_cal_snapshot_size, Wire_Table,
-                         over_both(size_rows(image_chain())), Wire_Table::name);
+                         testing::ValuesIn(plays(size_rows(image_chain()))), Wire_Table::name);
 
 // --- All kinds of chains
 // --------------------------------------------------------------------------
