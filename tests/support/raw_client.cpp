@@ -9,7 +9,7 @@
 namespace zqpool::test {
 
 Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
-                       std::chrono::milliseconds patience) {
+                       std::chrono::milliseconds patience, std::size_t awaited) {
   const File_Descriptor socket = connected_socket(to.host, to.port);
   Raw_Reply reply;
   if (send(socket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) < 0) {
@@ -18,7 +18,8 @@ Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
   }
   for (;;) {
     pollfd wait{socket.get(), POLLIN, 0};
-    if (poll(&wait, 1, static_cast<int>(patience.count())) == 0) {
+    const auto limit = reply.bytes.size() < awaited ? max_wait : patience;
+    if (poll(&wait, 1, static_cast<int>(limit.count())) == 0) {
       reply.timed_out = true;
       return reply;
     }

@@ -13,8 +13,9 @@ struct Raw_Reply {
   bool timed_out = false;  ///< nothing further for the time allowed
 };
 
-/// Opens a plain connection, sends, and reads until its end or until nothing came for so long.
+/// Opens a plain connection, sends, and reads until its end, or until at least `awaited` bytes came
+/// and then nothing for `patience`.
 Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
-                       std::chrono::milliseconds patience = std::chrono::seconds(10));
+                       std::chrono::milliseconds patience = max_wait, std::size_t awaited = 0);
 
 }  // namespace zqpool::test

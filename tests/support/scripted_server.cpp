@@ -337,7 +337,7 @@ std::size_t Scripted_Server::failed_handshakes() const {
 template <typename Done>
 bool Scripted_Server::wait_until(Done done) const {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, 10s, done);
+  return changed_.wait_for(lock, max_wait, done);
 }
 
 bool Scripted_Server::wait_for_requests(std::size_t count) const {

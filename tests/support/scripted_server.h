@@ -23,6 +23,9 @@
 
 namespace zqpool::test {
 
+/// How long to wait for what must come, however slow the machine is.
+constexpr std::chrono::milliseconds max_wait = std::chrono::minutes(1);
+
 /// Where a client finds a service.
 struct Endpoint {
   std::string host;
@@ -94,15 +97,15 @@ class Scripted_Server {
   std::uint64_t bytes_received() const;
   std::size_t failed_handshakes() const;
 
-  /// Waits until so many requests came; false after ten seconds.
+  /// Waits until so many requests came; false after max_wait.
   bool wait_for_requests(std::size_t count) const;
-  /// Waits until so many connections were taken; false after ten seconds.
+  /// Waits until so many connections were taken; false after max_wait.
   bool wait_for_connections(std::size_t count) const;
   /// Waits until so many connections were ended by the server (in order or abruptly), so that their
-  /// clients can see it; false after ten seconds.
+  /// clients can see it; false after max_wait.
   bool wait_for_closes(std::size_t count) const;
   /// Waits until every connection taken has ended, so that all that was sent has been recorded;
-  /// false after ten seconds.
+  /// false after max_wait.
   bool settle() const;
   /// Closes the listener and every connection. Further connections are refused.
   void stop();

@@ -93,7 +93,7 @@ TEST(Scripted_Server, cuts_an_answer_and_ends_as_told) {
   const Raw_Reply reset = raw_exchange(server.endpoint(), get_close);
   EXPECT_EQ(reset.bytes, "0123");
   EXPECT_TRUE(reset.reset);
-  const Raw_Reply held = raw_exchange(server.endpoint(), get_close, 30ms);
+  const Raw_Reply held = raw_exchange(server.endpoint(), get_close, 30ms, 4);
   EXPECT_EQ(held.bytes, "0123");
   EXPECT_TRUE(held.timed_out);
 }

@@ -23,7 +23,7 @@ namespace zqpool::test {
 
 namespace {
 
-constexpr std::chrono::seconds start_patience{30};
+constexpr std::chrono::seconds max_start{120};
 
 std::string content_of(const std::string& file) {
   std::ostringstream out;
@@ -144,7 +144,7 @@ Service_Process::~Service_Process() {
   if (pid_ != 0) {
     ::kill(pid_, SIGKILL);
     int result = 0;
-    reap(pid_, process_, start_patience, result);
+    reap(pid_, process_, max_start, result);
   }
   Secrets::expect_none_in(messages(), "the service's messages");
   Secrets::expect_none_in(content_of(directory_.path("log")), "the service's access log");
@@ -161,7 +161,7 @@ void Service_Process::start() {
 }
 
 void Service_Process::read_ready_line() {
-  const auto end = std::chrono::steady_clock::now() + start_patience;
+  const auto end = std::chrono::steady_clock::now() + max_start;
   std::string line;
   char next = 0;
   while (true) {
@@ -229,7 +229,7 @@ Service_Result run_service(const std::vector<std::string>& arguments) {
   const File_Descriptor out(::open(output.c_str(), O_WRONLY | O_CLOEXEC));
   const pid_t process = spawn_command(command, out.get(), directory.path("messages"));
   Service_Result result;
-  const bool in_time = reap(process, descriptor_of(process), start_patience, result.exit_code);
+  const bool in_time = reap(process, descriptor_of(process), max_start, result.exit_code);
   result.output = content_of(output);
   result.messages = content_of(directory.path("messages"));
   if (!in_time) throw std::runtime_error("zqpoold did not end by itself: " + result.messages);

@@ -53,7 +53,7 @@ class Service_Process {
   void kill();
   /// Waits for its end; returns the exit code, or minus the signal that ended it. A process that is
   /// still there after so long is killed and std::runtime_error thrown.
-  int wait(std::chrono::seconds patience = std::chrono::seconds(30));
+  int wait(std::chrono::seconds patience = std::chrono::minutes(2));
   /// Starts it again on the same state, key and certificate, on other ports. Must not be running.
   void start();
 
@@ -76,7 +76,7 @@ class Service_Process {
 };
 
 /// What a command line of zqpoold that ends by itself said. Throws std::runtime_error when it does
-/// not end within thirty seconds; it is killed then.
+/// not end within two minutes; it is killed then.
 struct Service_Result {
   int exit_code = 0;  ///< minus the signal that ended it
   std::string output;

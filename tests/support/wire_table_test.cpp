@@ -235,7 +235,7 @@ TEST(Sleep_Recorder, records_the_pauses_of_client_and_operations_without_sleepin
     detail::sleep_before_retry(7ms);
     EXPECT_EQ(recorder.pauses(), (std::vector<std::chrono::milliseconds>{1h, 7ms}));
   }
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 10s);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 30min);
 }
 
 TEST(Options_Guard, puts_the_options_back) {
