@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -22,8 +21,7 @@ const Value& untouched() {
   return value;
 }
 
-// Reads with and without room for the parser's padding, and a text to be given up: all ways must
-// say the same.
+// Reads the text from a copy, in place, and freeing it: the result must always be the same.
 bool reads(std::string text, Value& value) {
   text.shrink_to_fit();
   value = untouched();
@@ -33,10 +31,10 @@ bool reads(std::string text, Value& value) {
   Value in_place = untouched();
   EXPECT_EQ(read(text, in_place), good);
   EXPECT_EQ(in_place, value);
-  Value given_up = untouched();
+  Value freed = untouched();
   std::string same_error;
-  EXPECT_EQ(read(std::move(text), given_up, same_error), good);
-  EXPECT_EQ(given_up, value);
+  EXPECT_EQ(read(std::move(text), freed, same_error), good);
+  EXPECT_EQ(freed, value);
   EXPECT_EQ(same_error, error);
   return good;
 }
@@ -464,188 +462,6 @@ TEST(Json_Reader, the_size_of_one_document_does_not_matter_to_the_next) {
     ASSERT_TRUE(reads(text, value)) << count;
     EXPECT_EQ(write(value), text);
     expect_refused(text + "]");
-  }
-}
-
-// --- Long lists, which are read in pieces ---
-
-// Longer than three pieces.
-constexpr int long_list_size = 100000;
-
-// As many elements, made by `element` from their numbers, as a long list needs.
-template <typename Element>
-std::string long_list(Element element, const std::string& between = ",") {
-  std::string text = element(0);
-  for (int i = 1; text.size() < std::size_t{long_list_size}; ++i)
-    text += between + element(i);
-  return text;
-}
-
-// A list whose first element is no object is read at once, so it says what is right for the others.
-void expect_same_as_read_at_once(const std::string& elements, const std::string& what) {
-  Value value;
-  Value at_once;
-  std::string error;
-  std::string error_at_once;
-  const bool good = read("[" + elements + "]", value = untouched(), error);
-  ASSERT_EQ(read("[0," + elements + "]", at_once = untouched(), error_at_once), good) << what;
-  EXPECT_EQ(error, error_at_once) << what;
-  if (good) {
-    Array& list = at_once.get_array();
-    list.erase(list.begin());
-  }
-  EXPECT_TRUE(value == at_once) << what;
-}
-
-void expect_list_refused(const std::string& text, const std::string& why) {
-  Value value = untouched();
-  EXPECT_FALSE(read(text, value)) << why;
-  EXPECT_EQ(value, untouched()) << why;
-}
-
-TEST(Json_Reader_Long_List, comes_out_as_it_went_in) {
-  const auto element = [](int i) {
-    return "{\"id\":" + std::to_string(i) + ",\"name\":\"volume " + repeat("x", i % 50) +
-           "\",\"tags\":[\"a\",{\"k\":true}]}";
-  };
-  for (const std::string between : {",", " , ", "\n\t,\r\n  "}) {
-    Value value;
-    ASSERT_TRUE(reads("[ " + long_list(element, between) + " ]\n", value));
-    int i = 0;
-    for (const Value& one : value.get_array())
-      ASSERT_EQ(write(one), element(i++)) << between;
-    EXPECT_GT(i, 1000);
-  }
-}
-
-TEST(Json_Reader_Long_List, where_to_cut_is_not_always_what_it_seems) {
-  const auto number = [](int i) { return std::to_string(i); };
-  const auto same = [](const std::string& text) { return [text](int) { return text; }; };
-  const std::string inner = long_list([&](int i) { return "{\"a\":" + number(i) + "}"; });
-  const std::vector<std::pair<const char*, std::string>> lists = {
-      {"inner lists that begin alike", long_list(same(R"({"a":[{"a":1},{"a":2},{"a":3}],"b":0})"))},
-      {"one inner list longer than a piece", R"({"a":[)" + inner + R"(]},{"a":1})"},
-      {"a long one last", inner + R"(,{"a":[)" + inner + "]}"},
-      {"a long one between", inner + R"(,{"a":[)" + inner + "]}," + inner},
-      {"strings that look like a cut", long_list(same(R"({"a":"},{\"a\":","b":"},{"})"))},
-      {"strings of brackets", long_list(same(R"({"a":"]},[{[","]}":"{"})"))},
-      {"a long string", R"({"a":")" + repeat("{", long_list_size) + R"("},{"a":2})"},
-      {"a long string of almost cuts",
-       R"({"a":")" + long_list(same(R"(},{\"a\")")) + R"("},{"a":2})"},
-      {"keys with escapes", long_list(same(R"({"\"a\"":1})"))},
-      {"keys alike at the start", long_list([&](int i) { return "{\"a" + number(i) + "\":1}"; })},
-      {"each with another key", long_list([&](int i) { return "{\"" + number(i) + "\":1}"; })},
-      {"blanks inside the brace", long_list(same("{ \n \"a\" : 1 }"))},
-      {"blanks of another kind in each",
-       long_list([](int i) { return "{" + repeat(" ", i % 3) + "\"a\":1}"; })},
-      {"empty objects after the first", R"({"a":1},)" + long_list(same("{}"))},
-      {"what is no object, later", inner + ",1,null,\"x\",[]," + inner},
-      {"one long blank", R"({"a":1},)" + repeat(" ", long_list_size) + R"({"a":2})"},
-      {"the same key twice", long_list(same(R"({"a":1,"a":2})"))},
-      {"numbers at the limits", long_list(same(R"({"a":18446744073709551615,"b":-1.5e300})"))},
-      {"UTF-8", long_list(same("{\"a\":\"\xf0\x9f\x92\xbe\\ud83d\\udcbe\"}"))},
-  };
-  for (const auto& [what, elements] : lists) {
-    Value value;
-    EXPECT_TRUE(reads("[" + elements + "]", value)) << what;
-    expect_same_as_read_at_once(elements, what);
-  }
-}
-
-TEST(Json_Reader_Long_List, a_fault_is_found_wherever_it_is) {
-  const std::string list =
-      long_list([](int) { return std::string(R"({"a":"text","b":[1,{"k":null}]})"); });
-  const std::string then_list = "," + list;
-  const std::string faults[] = {"",
-                                "{",
-                                "}",
-                                "{\"a\"}",
-                                "{\"a\":1,}",
-                                "{\"a\":01}",
-                                "{\"a\":1}}",
-                                "{\"a\":[1}",
-                                "]",
-                                "[",
-                                "\"",
-                                "{\"a\":\"\x01\"}",
-                                "{\"a\":1e999}",
-                                "{\"a\":\"\xc0\x80\"}",
-                                "{\"a\":18446744073709551616}",
-                                "{\"a\":1} {\"a\":2}",
-                                R"({"a":"\ud800"})",
-                                "{\"a\":1}],[{\"a\":2}",
-                                std::string(1, '\0'),
-                                "{\"a\":" + repeat("[", 255) + repeat("]", 255) + "}"};
-  for (const std::string& fault : faults) {
-    std::string at_the_end = list;
-    at_the_end.append(",").append(fault);
-    for (const std::string& elements : {fault + then_list, at_the_end + then_list, at_the_end}) {
-      expect_list_refused("[" + elements + "]", fault);
-      expect_same_as_read_at_once(elements, fault);
-    }
-  }
-  for (const char* end : {"", "]]", "],", "]1", "}", ",]", "]\n[]", "] x"})
-    expect_list_refused("[" + list + end, end);
-  for (const char* between : {"", ";", "x", ":", "]", "\"", ",,", ", ,", ",]["})
-    expect_list_refused("[" + long_list([](int) { return R"({"a":1})"; }, between) + "]", between);
-  // Where the first cut is, after 32 KiB of objects and commas of 8 bytes.
-  const std::string tiny = long_list([](int) { return R"({"a":1})"; });
-  for (std::size_t i = 4090; i < 4102; ++i) {
-    std::string elements = tiny;
-    elements[8 * i + 7] = ';';
-    expect_list_refused("[" + elements + "]", std::to_string(i));
-    elements = tiny;
-    elements.replace(8 * i, 7, 7, ' ');
-    expect_list_refused("[" + elements + "]", "no object " + std::to_string(i));
-  }
-  // Behind a cut: a blank longer than a piece, and no bracket at the end.
-  expect_list_refused("[" + list + "," + repeat(" ", long_list_size) + R"({"a":1})", "not closed");
-  // One level less than the last of the faults.
-  const std::string deepest = "{\"a\":" + repeat("[", 254) + repeat("]", 254) + "}";
-  Value value;
-  EXPECT_TRUE(reads("[" + list + "," + deepest + then_list + "]", value));
-}
-
-TEST(Json_Reader_Long_List, cut_off_anywhere_it_is_refused) {
-  const std::string list =
-      "[" + long_list([](int i) { return "{\"a\":" + std::to_string(i) + ",\"b\":[{\"a\":1}]}"; }) +
-      "]";
-  Value value;
-  ASSERT_TRUE(reads(list, value));
-  for (std::size_t size = 1; size < list.size(); size += size < list.size() - 40 ? 1999U : 1U)
-    expect_list_refused(list.substr(0, size), "cut off at " + std::to_string(size));
-}
-
-TEST(Json_Reader_Long_List, damaged_anywhere_it_reads_as_at_once) {
-  constexpr unsigned seed = 20261122;
-  constexpr char bytes[] = "{}[]\",:\\ \n01atn\xff";
-  // With inner lists that begin with the key of the list's own objects, or with another one.
-  const auto list = [](const std::string& inner) {
-    return long_list([&inner](int i) {
-      return "{\"a\":" + std::to_string(i) + ",\"b\":[{\"" + inner + "\":1},{\"" + inner +
-             "\":\"},{\"}],\"c\":true}";
-    });
-  };
-  const std::string lists[] = {list("a"), list("k")};
-  std::minstd_rand random(seed);
-  const auto below = [&random](std::size_t limit) { return random() % limit; };
-  for (std::size_t round = 0; round < 100; ++round) {
-    std::string damaged = lists[round % 2];
-    for (std::size_t n = 1 + below(2); n > 0; --n) {
-      const std::size_t at = below(damaged.size());
-      const char byte = bytes[below(sizeof bytes - 1)];
-      switch (below(3)) {
-        case 0:
-          damaged[at] = byte;
-          break;
-        case 1:
-          damaged.insert(at, 1, byte);
-          break;
-        default:
-          damaged.erase(at, 1 + below(40));
-      }
-    }
-    expect_same_as_read_at_once(damaged, "round " + std::to_string(round));
   }
 }
 
