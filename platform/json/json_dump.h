@@ -5,12 +5,14 @@
 #include "platform/export.h"
 #include "platform/json/json_spirit.h"
 
-/// A JSON value as text, for messages: `[5]`, `{"a":1}`. Never throws except std::bad_alloc: what
-/// JSON cannot say is rendered as near as possible (NaN and infinity as null, bytes that are not
-/// UTF-8 as U+FFFD, nesting beyond json_spirit::max_depth as "...").
+/// A JSON value as text for messages: `[5]`, `{"a":1}`.
+///
+/// Throws only std::bad_alloc. What JSON cannot express is replaced: NaN and infinity by null,
+/// bytes that are not UTF-8 by U+FFFD, and containers nested deeper than json_spirit::max_depth by
+/// "...".
 class ZQ_EXPORT JSON_Dump {
  public:
-  /// With `pretty`, one member a line, indented by two blanks.
+  /// With `pretty`, one member per line, indented by two spaces per level.
   JSON_Dump(const json_spirit::Value& value, bool pretty);
   JSON_Dump(const json_spirit::Object& object, bool pretty);
   JSON_Dump(const json_spirit::Array& array, bool pretty);

@@ -8,7 +8,7 @@ namespace json_spirit {
 
 namespace {
 
-// The member when it is there with the wanted type, else null. Keeps the constness of the object.
+// The member, or null if it is missing or of another type. As const as the object.
 template <typename Any_Object>
 auto* member(Any_Object& object, const std::string& key, Value_type type) {
   const auto found = object.find(key);
@@ -122,7 +122,7 @@ bool object_get_swap(Object& object, const std::string& key, Object& out) {
   Object* const inner = object_get_object(object, key);
   if (inner == nullptr) return false;
   Object taken = std::move(*inner);
-  if (&out != &object) *inner = std::move(out);  // else `inner` would come to lie inside itself
+  if (&out != &object) *inner = std::move(out);  // or `inner` would contain itself
   out = std::move(taken);
   return true;
 }

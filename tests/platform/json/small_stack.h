@@ -6,21 +6,13 @@
 #include <cstddef>
 #include <functional>
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define ZQ_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define ZQ_SANITIZED 1
-#endif
-#endif
-
-#ifdef ZQ_SANITIZED
-constexpr std::size_t small_stack = std::size_t{2} << 20;  // their frames are many times as large
+#ifdef LIBRARY_NEEDS_LARGE_STACK
+constexpr std::size_t small_stack = std::size_t{2} << 20;
 #else
-constexpr std::size_t small_stack = std::size_t{192} << 10;
+constexpr std::size_t small_stack = std::size_t{128} << 10;
 #endif
 
-/// Runs `work` on a thread with a stack of 192 KiB, less than a product gives its own.
+/// Runs `work` on a thread that has only the stack that json_spirit::max_depth promises to suffice.
 inline void on_small_stack(std::function<void()> work) {
   pthread_attr_t attributes;
   ASSERT_EQ(pthread_attr_init(&attributes), 0);
