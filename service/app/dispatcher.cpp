@@ -9,7 +9,7 @@ namespace zqpool::service {
 
 namespace {
 
-/// The answer for a state that failed; the text for the log goes to standard error.
+/// The response to a failure of the database, whose own message goes to standard error.
 Response state_failure(const SQLite::Exception& error) {
   std::fprintf(stderr, "zqpoold: state: %s\n", error.what());
   switch (error.getErrorCode()) {
@@ -35,29 +35,29 @@ Dispatcher::Plan Dispatcher::plan(const Request& request) {
   Plan plan;
   if (access_key_) {
     if (request.access_key.empty()) {
-      plan.answer = error_response(401, "one X-Access-Key header is needed");
-      plan.answer->headers.emplace_back("WWW-Authenticate", "X-Access-Key realm=\"zqpool\"");
+      plan.response = error_response(401, "one X-Access-Key header is needed");
+      plan.response->headers.emplace_back("WWW-Authenticate", "X-Access-Key realm=\"zqpool\"");
       return plan;
     }
     if (!access_key_->matches(request.access_key)) {
-      plan.answer = error_response(403, "the access key is wrong");
+      plan.response = error_response(403, "the access key is wrong");
       return plan;
     }
   }
   const std::string allowed =
       request.path == "*" ? "GET, HEAD, POST, PUT, DELETE, OPTIONS" : router_.allowed(request.path);
   if (allowed.empty()) {
-    plan.answer = error_response(404, "there is no '" + request.path.substr(0, 200) + "'");
+    plan.response = error_response(404, "there is no '" + request.path.substr(0, 200) + "'");
     return plan;
   }
   if (request.method == Method::options) {
-    plan.answer = Response{204, "", {{"Allow", allowed}}};
+    plan.response = Response{204, "", {{"Allow", allowed}}};
     return plan;
   }
   plan.route = router_.find(request.method, request.path);
   if (!plan.route) {
-    plan.answer = error_response(405, "the path takes " + allowed);
-    plan.answer->headers.emplace_back("Allow", allowed);
+    plan.response = error_response(405, "the path takes " + allowed);
+    plan.response->headers.emplace_back("Allow", allowed);
     return plan;
   }
   // Never fault /zq/lab/, or a script could not be cleared.
@@ -68,7 +68,7 @@ Dispatcher::Plan Dispatcher::plan(const Request& request) {
 }
 
 Outcome Dispatcher::run(const Plan& plan, const Request& request) {
-  if (plan.fault && plan.fault->kind == Fault_Kind::status) {
+  if (plan.fault && !plan.fault->runs_operation()) {
     return Response{plan.fault->status, plan.fault->body, {}};
   }
   return run_handler(plan.route->access, plan.route->handler, request);
@@ -82,15 +82,16 @@ Outcome Dispatcher::run_handler(Access access, const Handler& handler, const Req
   try {
     Transaction transaction = database_.begin(access);
     Outcome outcome = handler(transaction.db(), request);
-    const Response* const answer = std::get_if<Response>(&outcome);
-    if (!answer || answer->status < 400) transaction.commit();
+    const Response* const response = std::get_if<Response>(&outcome);
+    if (!response || response->status < 400) transaction.commit();
     return outcome;
   } catch (const Request_Error& error) {
     return error_response(error.status(), error.what());
   } catch (const SQLite::Exception& error) {
     return state_failure(error);
   } catch (const std::bad_alloc&) {
-    throw;
+    return Response{
+        503, R"({"error":{"code":503,"message":"the service is short of memory"}})", {}};
   } catch (const std::exception& error) {
     std::fprintf(stderr, "zqpoold: %s %s failed: %s\n", method_name(request.method),
                  request.path.c_str(), error.what());

@@ -27,17 +27,16 @@ class Dispatcher {
 
   /// What becomes of a request, decided without touching the state.
   struct Plan {
-    std::optional<Response> answer;  ///< if set, all there is to do
+    std::optional<Response> response;  ///< if set, all there is to do
     const Router::Route* route = nullptr;
     Fault_Pointer fault;
   };
   Plan plan(const Request& request);
 
-  /// Carries out a plan without an answer of its own; blocks on the state. Throws only
-  /// std::bad_alloc.
+  /// Carries out a plan without a response of its own; blocks on the state.
   Outcome run(const Plan& plan, const Request& request);
 
-  /// Runs deferred work, whose time has come. Throws only std::bad_alloc.
+  /// Runs deferred work, whose time has come.
   Outcome run(const Deferred& deferred, const Request& request);
 
   Statistics& statistics() { return statistics_; }
