@@ -6,7 +6,6 @@
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
 #include "utils/support/service_call.h"
-#include "utils/support/snprintf_t.h"
 
 using std::string;
 using zqpool::detail::Service_Call;
@@ -42,6 +41,26 @@ Object body_of(const NFS_Operator::Record& record, const string& uuid) {
   return body;
 }
 
+bool is_set_up(const JSON_RESTful_Client* client) {
+  return client != nullptr ||
+         ZQ_EMERGENCY("Unexpected error in %s:%d, client_ is NULL:\n%s\n", __FILE__, __LINE__,
+                      zqpool::detail::call_stack().c_str());
+}
+
+/// Beyond the range of int a negative number is sent, as the service knows it.
+string sync_value(unsigned timeout) {
+  return std::to_string(static_cast<int>(timeout));
+}
+
+bool send_record(JSON_RESTful_Client* client, int method, const NFS_Operator::Record& record,
+                 const string& uuid, unsigned timeout) {
+  if (!is_set_up(client)) return false;
+  if (!is_valid(record)) return ZQ_ERROR("Invalid NFS record.\n");
+  Service_Call call(*client, method, nfs_path);
+  if (timeout != 0) call.raw("sync", sync_value(timeout));
+  return call.body(body_of(record, uuid)).send();
+}
+
 }  // namespace
 
 NFS_Operator::NFS_Operator(const char* host, unsigned short port, bool ssl, const char* access_key,
@@ -66,32 +85,17 @@ bool NFS_Operator::reset(const char* host, unsigned short port, bool ssl, const 
 
 bool NFS_Operator::export_record(const Record& record, string& uuid, unsigned int timeout) {
   uuid_string(uuid, false);
-  return manage_record(record, uuid, false, timeout);
+  return send_record(client_.get(), HTTP_METHOD_POST, record, uuid, timeout);
 }
 
 bool NFS_Operator::update_record(const Record& record, const string& uuid) {
-  return manage_record(record, uuid, true, 0);
-}
-
-bool NFS_Operator::manage_record(const Record& record, const string& uuid, bool update,
-                                 unsigned int timeout) {
-  if (client_ == nullptr) {
-    return ZQ_EMERGENCY("Unexpected error in %s:%d, client_ is NULL:\n%s\n", __FILE__, __LINE__,
-                        zqpool::detail::call_stack().c_str());
-  }
-  if (!is_valid(record)) return ZQ_ERROR("Invalid NFS record.\n");
-  Service_Call call(*client_, update ? HTTP_METHOD_PUT : HTTP_METHOD_POST, nfs_path);
-  // Beyond the range of int it is sent as a negative number, as the service knows it.
-  if (timeout != 0) call.query(snprintf_t<16>("sync=%d", static_cast<int>(timeout)).c_str());
-  return call.body(body_of(record, uuid)).send();
+  return send_record(client_.get(), HTTP_METHOD_PUT, record, uuid, 0);
 }
 
 bool NFS_Operator::unexport_record(const string& uuid, unsigned int timeout) {
-  if (client_ == nullptr) {
-    return ZQ_EMERGENCY("Unexpected error in %s:%d, client_ is NULL:\n%s\n", __FILE__, __LINE__,
-                        zqpool::detail::call_stack().c_str());
-  }
+  if (!is_set_up(client_.get())) return false;
   return Service_Call(*client_, HTTP_METHOD_DELETE, nfs_path)
-      .query(snprintf_t<64>("uuid=%s&sync=%d", uuid.c_str(), static_cast<int>(timeout)).c_str())
+      .raw("uuid", uuid)
+      .raw("sync", sync_value(timeout))
       .send();
 }

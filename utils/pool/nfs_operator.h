@@ -75,8 +75,5 @@ class ZQPOOL_EXPORT NFS_Operator {
   bool unexport_record(const std::string& uuid, unsigned int timeout);
 
  private:
-  bool manage_record(const Record& record, const std::string& uuid, bool update,
-                     unsigned int timeout);
-
   std::unique_ptr<JSON_RESTful_Client> client_;
 };

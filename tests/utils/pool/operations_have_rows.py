@@ -1,22 +1,24 @@
 #!/usr/bin/env python3
 """Refuses a public operation that asks a service and has no wire table.
 
-usage: operations_have_rows.py TEST_PROGRAM... -- HEADER...
+usage: operations_have_rows.py LIBRARY TEST_PROGRAM...
 
-The operations are what the headers declare for others to call. The table of Class::operation is the
-suite that some of the test programs instantiate as Class_operation (of a free function: operation)
-over Wire_Table; it must have rows. Prints what is missing, and what below is no longer true.
+The operations are the functions that the library exports. The table of Class::operation is the suite
+that some of the test programs instantiate as Class_operation (of a free function: operation) over
+Wire_Table; it must have rows. Prints what is missing, and what below is no longer true.
 """
 
 import re
 import subprocess
 import sys
 
-# What asks no service, so that nothing can go out or come.
-ASKS_NOBODY = {
+# Operations that send no request.
+SENDS_NOTHING = {
     "Catalog_Agent::generate",
     "Catalog_Agent::parse",
     "NFS_Operator::reset",
+    "Pool_Info::operator<<",
+    "Pool_Info::operator>>",
     "SCSI_Target_Manager::generate_target_name",
     "SCSI_Target_Manager::get_scsi_pool_portal",
     "SCSI_Target_Manager::init",
@@ -28,6 +30,9 @@ ASKS_NOBODY = {
     "parse_http_uri",
     "parse_lanfree_uri",
     "parse_pool_info",
+    "string_sprintf",
+    "string_sprintf_append",
+    "string_vsprintf",
 }
 
 # A name that stands for several operations has a table for each of them.
@@ -36,45 +41,18 @@ OVERLOADS = {
     "get_pool_info": ("from_client", "from_host", "from_upstream"),
 }
 
-FUNCTION = re.compile(r"(\w+)\s*\([^()]*\)(?:\s*const)?\s*;")
 
-
-def without_comments(text):
-    return re.sub(r"//[^\n]*", "", text)
-
-
-def without_nested(body):
-    """A class's body without what stands in braces inside it."""
-    before = None
-    while before != body:
-        before, body = body, re.sub(r"\{[^{}]*\}", ";", body)
-    return body
-
-
-def class_body(text, start):
-    depth = 0
-    for end in range(start, len(text)):
-        depth += {"{": 1, "}": -1}.get(text[end], 0)
-        if depth == 0:
-            return text[start + 1:end]
-    raise ValueError("a class without an end")
-
-
-def operations_in(text):
-    """Names of the public operations that a header declares, an overloaded one several times."""
-    text = without_comments(text)
-    for found in re.finditer(r"\b(class|struct) ZQPOOL_EXPORT (\w+) \{", text):
-        kind, name = found.groups()
-        body = without_nested(class_body(text, found.end() - 1))
-        access = "public" if kind == "struct" else "private"
-        for part in re.split(r"\b((?:public|protected|private):)", body):
-            if part.endswith(":"):
-                access = part[:-1]
-            elif access == "public":
-                yield from (f"{name}::{function}" for function in FUNCTION.findall(part)
-                            if function != name)
-    for declaration in re.findall(r"^ZQPOOL_EXPORT [^;]*;", text, re.M):
-        yield from FUNCTION.findall(declaration)
+def operations_of(library):
+    """Names of the functions that a library exports, an overloaded one several times."""
+    lines = subprocess.run(["nm", "-DC", "--defined-only", library], check=True,
+                           capture_output=True, text=True).stdout.splitlines()
+    for line in lines:
+        _, kind, symbol = line.split(" ", 2)
+        name = re.split(r"[(\[]", symbol)[0]
+        scopes = name.split("::")
+        constructor = len(scopes) > 1 and scopes[-1].lstrip("~") == scopes[-2]
+        if kind == "T" and not constructor and not name.startswith("zqpool::detail::"):
+            yield name
 
 
 def tables_of(program):
@@ -90,26 +68,22 @@ def tables_of(program):
 
 
 def main():
-    split = sys.argv.index("--")
-    programs, headers = sys.argv[1:split], sys.argv[split + 1:]
+    library, *programs = sys.argv[1:]
+    exported = list(operations_of(library))
     tables = {table for program in programs for table in tables_of(program)}
-    declared = []
-    for path in headers:
-        with open(path, encoding="utf-8") as header:
-            declared += operations_in(header.read())
 
     wanted = set()
-    complaints = [f"declared nowhere: {name}"
-                  for name in sorted((ASKS_NOBODY | OVERLOADS.keys()) - set(declared))]
-    for name in sorted(set(declared) - ASKS_NOBODY):
+    complaints = [f"exported no more: {name}"
+                  for name in sorted((SENDS_NOTHING | OVERLOADS.keys()) - set(exported))]
+    for name in sorted(set(exported) - SENDS_NOTHING):
         variants = OVERLOADS.get(name, ("",))
-        if declared.count(name) != len(variants):
-            complaints.append(f"{declared.count(name)} overloads, {len(variants)} known: {name}")
+        if exported.count(name) != len(variants):
+            complaints.append(f"{exported.count(name)} overloads, {len(variants)} known: {name}")
         wanted |= {"_".join(filter(None, (name.replace("::", "_"), variant)))
                    for variant in variants}
     complaints += [f"no wire table: {table}" for table in sorted(wanted - tables)]
     print(*complaints, sep="\n", end="\n" if complaints else "")
-    print(f"{len(declared)} operations, {len(wanted)} tables wanted, {len(complaints)} complaints")
+    print(f"{len(exported)} operations, {len(wanted)} tables wanted, {len(complaints)} complaints")
     return 1 if complaints or not wanted else 0
 
 
