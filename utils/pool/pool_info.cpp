@@ -6,7 +6,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/crypto/base64.h"
+#include "utils/pool/detail/read_base64.h"
 #include "utils/support/json_util.h"
 
 namespace {
@@ -18,14 +18,6 @@ std::string to_base64(const std::string& bytes) {
       reinterpret_cast<const ACE_Byte*>(bytes.data()), bytes.size(), &length, false));
   if (text == nullptr) throw std::bad_alloc();
   return std::string(reinterpret_cast<const char*>(text.get()), length);
-}
-
-void load_base64(const Object& object, const char* key, std::string& bytes) {
-  const std::string* text = json_spirit::object_get_str(object, key);
-  Base64_Decoder decoder;
-  if (text != nullptr && decoder.set(text->data(), text->size())) {
-    bytes.assign(decoder.get(), decoder.length());
-  }
 }
 
 void load_cipher(const Object& object, Encryption_Algorithm& cipher) {
@@ -53,8 +45,8 @@ Pool_Info& Pool_Info::operator<<(const Object& object) {
   json_spirit::object_get(object, "multidevice", multidevice);
   json_spirit::object_get(object, "server_side_encryption", server_side_encryption);
   load_cipher(object, cipher);
-  load_base64(object, "key", key);
-  load_base64(object, "iv", iv);
+  zqpool::detail::read_base64(object, "key", key);
+  zqpool::detail::read_base64(object, "iv", iv);
   json_spirit::object_get(object, "preferred_source_address", preferred_source_address);
   json_spirit::object_get(object, "tenant_access_key", tenant_access_key);
   if (const Object* attributes = json_spirit::object_get_object(object, "ext_attrs")) {

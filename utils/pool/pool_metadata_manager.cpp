@@ -29,7 +29,7 @@ bool Pool_Metadata_Manager::get_pool_info(const string& host, unsigned short por
                                           Object& pool, int timeout) {
   Service_Call call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_GET,
                     "/zq/r/storage/catalog/pool");
-  call.field("uuid", pool_uuid.c_str());
+  call.field("uuid", pool_uuid);
   json_spirit::Value answer;
   if (!zqpool::detail::retry(ZQ_HERE, timeout,
                              [&] { return call.send(&answer) ? Attempt::done : Attempt::again; })) {
@@ -75,7 +75,7 @@ bool Pool_Metadata_Manager::get_device(const string& host, unsigned short port, 
   json_spirit::Value answer;
   const bool ok = Service_Call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_GET,
                                "/zq/r/storage/catalog/device")
-                      .field("url", device_url.c_str())
+                      .field("url", device_url)
                       .send(&answer);
   if (!ok || !is_object(answer)) {
     return ZQ_ERROR("Failed to GET data from '%s'.\n", device_url.c_str());
@@ -104,7 +104,7 @@ bool Pool_Metadata_Manager::get_device_with_uuid(const string& host, unsigned sh
                                                  int timeout) {
   Service_Call call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_GET,
                     "/zq/r/storage/catalog/device");
-  call.field("uuid", device_uuid.c_str());
+  call.field("uuid", device_uuid);
   json_spirit::Value answer;
   if (!zqpool::detail::retry(ZQ_HERE, timeout, [&] {
         return call.send(&answer) && is_object(answer) ? Attempt::done : Attempt::again;
@@ -138,7 +138,7 @@ bool Pool_Metadata_Manager::remove_metadata(const string& host, unsigned short p
                                             const string& path, const char* grouping) {
   Service_Call call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_DELETE,
                     "/zq/r/storage/catalog/device/metadata");
-  call.field("pool_uuid", pool_uuid.c_str()).field("path", path.c_str());
+  call.field("pool_uuid", pool_uuid).field("path", path);
   if (grouping != nullptr) call.field("grouping", grouping);
   return call.send() || ZQ_ERROR("Failed to remove metadata from pool '%s'.\n", pool_uuid.c_str());
 }
@@ -149,7 +149,7 @@ bool Pool_Metadata_Manager::offer_device(const string& host, unsigned short port
   json_spirit::Value answer;
   const bool ok = Service_Call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_GET,
                                "/zq/r/storage/catalog/device/info")
-                      .field("pool_uuid", pool_uuid.c_str())
+                      .field("pool_uuid", pool_uuid)
                       .send(&answer);
   if (!ok || !is_object(answer)) {
     return ZQ_ERROR("Failed to offer device from pool '%s'.\n", pool_uuid.c_str());
@@ -165,7 +165,7 @@ bool Pool_Metadata_Manager::bind_host_for_lanfree_device(const string& host, uns
                                                          const string& sysname) {
   return Service_Call({host.c_str(), port, ssl, access_key.c_str()}, HTTP_METHOD_PUT,
                       "/zq/r/storage/catalog/device")
-             .field("uuid", dev_uuid.c_str())
+             .field("uuid", dev_uuid)
              .body(Object_Maker().insert("host_id", host_id).insert("sysname", sysname).take())
              .send() ||
          ZQ_ERROR("Failed to bind host to device '%s'.\n", dev_uuid.c_str());

@@ -20,13 +20,14 @@
 #include "utils/pool/detail/snapshot_chain.h"
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
+#include "utils/support/member_reader.h"
 #include "utils/support/service_call.h"
-#include "utils/support/snprintf_t.h"
 
 using std::string;
 using zqpool::detail::Filesystem_Protocol;
 using zqpool::detail::is_array;
 using zqpool::detail::is_object;
+using zqpool::detail::Member_Reader;
 using zqpool::detail::Service_Call;
 using zqpool::detail::Service_Endpoint;
 using zqpool::detail::take_only_object;
@@ -66,10 +67,6 @@ Filesystem_Protocol filesystems(const SCSI_Target_Manager& pool,
   return {location, endpoint_of(pool), pool.pool_uuid_};
 }
 
-const char* word(bool flag) {
-  return flag ? "true" : "false";
-}
-
 /// An object whose way is told when it is exported.
 Object export_body(const SCSI_Target_Manager& pool, const char* key, const string& id,
                    const char* transport, const char* target) {
@@ -79,11 +76,9 @@ Object export_body(const SCSI_Target_Manager& pool, const char* key, const strin
   return body;
 }
 
-/// Throws when the answer to a creation lacks what it must hold.
-void read_new_lun(const Object& answer, string& lun_id, int& lun, bool to_export) {
-  const Const_Object_Throw_Extractor extract(answer);
-  extract("lun_id", lun_id, true);
-  extract("lun_num", lun, to_export);
+/// Reads the answer to a creation. Only an exported LUN must have a number.
+bool read_new_lun(Member_Reader& read, string& lun_id, int& lun, bool to_export) {
+  return read("lun_id", lun_id) && (read("lun_num", lun) || !to_export);
 }
 
 }  // namespace
@@ -126,7 +121,8 @@ const char* SCSI_Target_Manager::type_to_name(int type) {
 bool SCSI_Target_Manager::get_scsi_pool_info(Object& info) {
   json_spirit::Value answer;
   const bool ok = call(*this, HTTP_METHOD_GET, "/zq/r/pool")
-                      .query(snprintf_t<100>("type=scsi&pool_id=%s", pool_uuid_.c_str()).c_str())
+                      .raw("type", "scsi")
+                      .raw("pool_id", pool_uuid_)
                       .retries(0)
                       .send(&answer);
   if (!ok) return ZQ_ERROR("Failed to get scsi pool '%s' info.\n", pool_uuid_.c_str());
@@ -162,14 +158,9 @@ bool SCSI_Target_Manager::get_scsi_pool_target_size(string& target, ACE_UINT64& 
   if (!get_scsi_pool_info(info)) {
     return ZQ_ERROR("Failed to get SCSI pool info of %s \n", pool_uuid_.c_str());
   }
-  try {
-    const Const_Object_Throw_Extractor extract(info);
-    extract("target", target, true);
-    extract("total_size", size, true);
-  } catch (const std::exception& error) {
-    return ZQ_ERROR("Invalid value from SCSI pool: %s\n", error.what());
-  }
-  return true;
+  Member_Reader read(info);
+  return (read("target", target) && read("total_size", size)) ||
+         ZQ_ERROR("Invalid value from SCSI pool: %s\n", read.error());
 }
 
 string SCSI_Target_Manager::generate_target_name() const {
@@ -203,12 +194,9 @@ bool SCSI_Target_Manager::create_lun(const ACE_UINT64 size, string& lun_id, int&
       !is_object(answer)) {
     return false;
   }
-  try {
-    read_new_lun(answer.get_obj(), lun_id, lun, to_export);
-  } catch (const std::exception& error) {
-    return ZQ_ERROR("Failed to create lun in %s :%s\n", pool_uuid_.c_str(), error.what());
-  }
-  return true;
+  Member_Reader read(answer.get_obj());
+  return read_new_lun(read, lun_id, lun, to_export) ||
+         ZQ_ERROR("Failed to create lun in %s :%s\n", pool_uuid_.c_str(), read.error());
 }
 
 bool SCSI_Target_Manager::create_lun(const string& snapshot_id, string& lun_id, int& lun,
@@ -222,13 +210,10 @@ bool SCSI_Target_Manager::create_lun(const string& snapshot_id, string& lun_id, 
                                 .take())
                       .send(&answer);
   if (!ok || !is_object(answer)) return false;
-  try {
-    read_new_lun(answer.get_obj(), lun_id, lun, to_export);
-  } catch (const std::exception& error) {
-    return ZQ_ERROR("Failed to create lun in %s based on snapshot %s: %s\n", pool_uuid_.c_str(),
-                    snapshot_id.c_str(), error.what());
-  }
-  return true;
+  Member_Reader read(answer.get_obj());
+  return read_new_lun(read, lun_id, lun, to_export) ||
+         ZQ_ERROR("Failed to create lun in %s based on snapshot %s: %s\n", pool_uuid_.c_str(),
+                  snapshot_id.c_str(), read.error());
 }
 
 bool SCSI_Target_Manager::create_newest_lun(const ACE_UINT64 size, string& lun_id, int& lun) {
@@ -244,19 +229,16 @@ bool SCSI_Target_Manager::export_lun(const string& lun_id, int& lun_num, const c
       !is_object(answer)) {
     return false;
   }
-  try {
-    return Const_Object_Throw_Extractor(answer.get_obj())("lun_num", lun_num, true);
-  } catch (const std::exception& error) {
-    return ZQ_ERROR("Failed to export lun(id=%s) in pool(id=%s): %s\n", lun_id.c_str(),
-                    pool_uuid_.c_str(), error.what());
-  }
+  Member_Reader read(answer.get_obj());
+  return read("lun_num", lun_num) || ZQ_ERROR("Failed to export lun(id=%s) in pool(id=%s): %s\n",
+                                              lun_id.c_str(), pool_uuid_.c_str(), read.error());
 }
 
 bool SCSI_Target_Manager::unexport_lun(const string& lun_id, bool force) const {
   return call(*this, HTTP_METHOD_DELETE, lun_export_path)
-      .query(snprintf_t<100>("pool_id=%s&lun_id=%s&force=%s", pool_uuid_.c_str(), lun_id.c_str(),
-                             word(force))
-                 .c_str())
+      .raw("pool_id", pool_uuid_)
+      .raw("lun_id", lun_id)
+      .flag("force", force)
       .send();
 }
 
@@ -274,20 +256,19 @@ bool SCSI_Target_Manager::rollback_lun(const string& lun_id, bool force) const {
 
 bool SCSI_Target_Manager::delete_lun(const string& lun_id, bool force, int* status) const {
   return call(*this, HTTP_METHOD_DELETE, lun_path)
-      .query(snprintf_t<100>("pool_id=%s&lun_id=%s&force=%s", pool_uuid_.c_str(), lun_id.c_str(),
-                             word(force))
-                 .c_str())
+      .raw("pool_id", pool_uuid_)
+      .raw("lun_id", lun_id)
+      .flag("force", force)
       .status(status)
       .send();
 }
 
 bool SCSI_Target_Manager::get_scsi_pool_lun_info(const string& lun_id, Object& info) const {
   json_spirit::Value answer;
-  const bool ok =
-      call(*this, HTTP_METHOD_GET, lun_path)
-          .query(
-              snprintf_t<100>("pool_id=%s&lun_id=%s", pool_uuid_.c_str(), lun_id.c_str()).c_str())
-          .send(&answer);
+  const bool ok = call(*this, HTTP_METHOD_GET, lun_path)
+                      .raw("pool_id", pool_uuid_)
+                      .raw("lun_id", lun_id)
+                      .send(&answer);
   if (!ok || !is_array(answer)) {
     return ZQ_ERROR("Failed to get lun '%s' info.\n", lun_id.c_str());
   }
@@ -298,9 +279,7 @@ bool SCSI_Target_Manager::get_scsi_pool_lun_info(const string& lun_id, Object& i
 
 bool SCSI_Target_Manager::list_scsi_pool_luns(Array& luns) const {
   json_spirit::Value answer;
-  const bool ok = call(*this, HTTP_METHOD_GET, lun_path)
-                      .query(snprintf_t<100>("pool_id=%s", pool_uuid_.c_str()).c_str())
-                      .send(&answer);
+  const bool ok = call(*this, HTTP_METHOD_GET, lun_path).raw("pool_id", pool_uuid_).send(&answer);
   if (!ok || !is_array(answer)) return ZQ_ERROR("Failed to get luns.\n");
   luns.swap(answer.get_array());
   return true;
@@ -342,11 +321,9 @@ bool SCSI_Target_Manager::create_snapshot(const string& lun_id, string& snapshot
                                 .take())
                       .send(&answer);
   if (!ok || !is_object(answer)) return false;
-  try {
-    return Const_Object_Throw_Extractor(answer.get_obj())("snapshot_id", snapshot_id, true);
-  } catch (const std::exception& error) {
-    return ZQ_ERROR("Failed to get snapshot id: %s\n", error.what());
-  }
+  Member_Reader read(answer.get_obj());
+  return read("snapshot_id", snapshot_id) ||
+         ZQ_ERROR("Failed to get snapshot id: %s\n", read.error());
 }
 
 bool SCSI_Target_Manager::share_snapshot(const string& snapshot_id, const char* transport,
@@ -358,27 +335,24 @@ bool SCSI_Target_Manager::share_snapshot(const string& snapshot_id, const char* 
       !is_object(answer)) {
     return false;
   }
-  try {
-    return Const_Object_Throw_Extractor(answer.get_obj())("lun_num", lun, true);
-  } catch (const std::exception& error) {
-    return ZQ_ERROR("Failed to share snapshot: %s\n", error.what());
-  }
+  Member_Reader read(answer.get_obj());
+  return read("lun_num", lun) || ZQ_ERROR("Failed to share snapshot: %s\n", read.error());
 }
 
 bool SCSI_Target_Manager::unexport_snapshot(const string& snapshot_id, int lun_num) const {
   return call(*this, HTTP_METHOD_DELETE, snapshot_export_path)
-      .query(snprintf_t<100>("pool_id=%s&snapshot_id=%s&lun_num=%d", pool_uuid_.c_str(),
-                             snapshot_id.c_str(), lun_num)
-                 .c_str())
+      .raw("pool_id", pool_uuid_)
+      .raw("snapshot_id", snapshot_id)
+      .raw("lun_num", std::to_string(lun_num))
       .send();
 }
 
 bool SCSI_Target_Manager::delete_snapshot(const string& snapshot_id,
                                           const bool delete_empty_lun) const {
   return call(*this, HTTP_METHOD_DELETE, snapshot_path)
-      .query(snprintf_t<100>("pool_id=%s&snapshot_id=%s&delete_empty_lun=%s", pool_uuid_.c_str(),
-                             snapshot_id.c_str(), word(delete_empty_lun))
-                 .c_str())
+      .raw("pool_id", pool_uuid_)
+      .raw("snapshot_id", snapshot_id)
+      .flag("delete_empty_lun", delete_empty_lun)
       .send();
 }
 
@@ -386,9 +360,8 @@ bool SCSI_Target_Manager::get_snapshot_info(const string& snapshot_id, Object& i
                                             int lun) const {
   json_spirit::Value answer;
   const bool ok = call(*this, HTTP_METHOD_GET, snapshot_path)
-                      .query(snprintf_t<100>("pool_id=%s&snapshot_id=%s", pool_uuid_.c_str(),
-                                             snapshot_id.c_str())
-                                 .c_str())
+                      .raw("pool_id", pool_uuid_)
+                      .raw("snapshot_id", snapshot_id)
                       .send(&answer);
   if (!ok || !is_array(answer)) {
     return ZQ_ERROR("Failed to get snapshot '%s' info.\n", snapshot_id.c_str());
@@ -425,7 +398,8 @@ bool SCSI_Target_Manager::get_previous_snapshot(const string& snapshot_id, Objec
   };
   const auto list = [&](const string& lun_id, json_spirit::Value& answer) {
     return call(*this, HTTP_METHOD_GET, snapshot_path)
-        .query(snprintf_t<100>("pool_id=%s&lun_id=%s", pool_uuid_.c_str(), lun_id.c_str()).c_str())
+        .raw("pool_id", pool_uuid_)
+        .raw("lun_id", lun_id)
         .send(&answer);
   };
   const auto report_bad_entry = [](const json_spirit::Value& answer, const string& lun_id) {

@@ -5,7 +5,6 @@
 #include <sstream>
 #include <utility>
 
-#include "platform/crypto/base64.h"
 #include "platform/crypto/encryption.h"
 #include "platform/crypto/s3_key.h"
 #include "platform/host/host_id.h"
@@ -15,11 +14,11 @@
 #include "platform/net/uri.h"
 #include "platform/rpc/json_rpc.h"
 #include "utils/pool/detail/parse_url.h"
+#include "utils/pool/detail/read_base64.h"
 #include "utils/support/json_util.h"
 #include "utils/support/log.h"
 #include "utils/support/retry.h"
 #include "utils/support/service_call.h"
-#include "utils/support/snprintf_t.h"
 #include "utils/support/uri_util.h"
 
 using json_spirit::object_get;
@@ -41,17 +40,9 @@ bool is_text(const Object& object, const char* key, const char* wanted) {
   return text != nullptr && *text == wanted;
 }
 
-void read_base64(const Object& pool, const char* key, Base64_Decoder& decoder, string& bytes) {
-  const string* text = object_get_str(pool, key);
-  if (text != nullptr && decoder.set(text->data(), text->size())) {
-    bytes.assign(decoder.get(), decoder.length());
-  }
-}
-
 void read_pool_members(const Object& pool, Pool_Info& info) {
-  Base64_Decoder decoder;
-  read_base64(pool, "key", decoder, info.key);
-  read_base64(pool, "iv", decoder, info.iv);
+  zqpool::detail::read_base64(pool, "key", info.key);
+  zqpool::detail::read_base64(pool, "iv", info.iv);
   if (const string* cipher = object_get_str(pool, "encryption")) {
     info.cipher = encryption_name_to_value(cipher->data(), cipher->size());
   }
@@ -108,7 +99,7 @@ bool take_backup_service(const Object& storage, const Object& attributes, Pool_I
     return ZQ_ERROR("Failed to get server socket info.\n");
   }
   info.ext_attrs["backupd_host"] = socket->host();
-  info.ext_attrs["backupd_port"] = snprintf_t<16>("%d", static_cast<int>(socket->port())).c_str();
+  info.ext_attrs["backupd_port"] = std::to_string(socket->port());
   info.ext_attrs["backupd_access_key"] = Host_Manager::instance()->access_key();
   // The key's presence is the flag.
   if (socket->ssl()) {
@@ -191,12 +182,12 @@ bool take_nodes(const Array& storages, Pool_Info& info) {
   });
 }
 
-/// Whether an answer to a failed request leaves hope. One that does not say changes nothing.
-bool is_worth_repeating(const json_spirit::Value& answer, bool so_far) {
+/// Whether the error code permits a retry. An answer without one changes nothing.
+bool permits_retry(const json_spirit::Value& answer, bool so_far) {
   if (answer.type() != json_spirit::obj_type) return so_far;
   const Object* error = object_get_object(answer.get_obj(), "error");
   if (error == nullptr) return so_far;
-  // Only its sign counts, so a code that needs 64 bits is as good as another.
+  // Only the sign counts, of codes of up to 64 bits.
   return object_get_or_default(*error, "code", std::int64_t{0}) > 0 ||
          object_get_or_default(*error, "code", std::uint64_t{0}) > 0;
 }
@@ -254,17 +245,17 @@ bool get_pool_info(JSON_RESTful_Client& client, const char* pool_uuid, const cha
   Service_Call call(client, HTTP_METHOD_GET, "/zq/r/storages/pool");
   call.field("uuid", pool_uuid);
   if (is_agent) call.field("agent_uuid", Host_ID::instance()->c_str());
-  if (network_id >= 0) call.field("network_id", snprintf_t<16>("%d", network_id).c_str());
+  if (network_id >= 0) call.field("network_id", std::to_string(network_id));
   if (to_restore) call.field("restore_setting", "1");
   if (server_uuid != nullptr) call.field("server_uuid", server_uuid);
   if (account_uuid != nullptr) call.field("account_uuid", account_uuid);
 
   json_spirit::Value answer;
-  bool hope = true;
+  bool may_retry = true;
   const auto attempt = [&] {
     if (call.send(&answer)) return Attempt::done;
-    hope = is_worth_repeating(answer, hope);
-    return hope ? Attempt::again : Attempt::stop;
+    may_retry = permits_retry(answer, may_retry);
+    return may_retry ? Attempt::again : Attempt::stop;
   };
   if (!zqpool::detail::retry(ZQ_HERE, timeout, attempt)) return false;
   if (answer.type() != json_spirit::obj_type) {

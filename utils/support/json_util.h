@@ -184,6 +184,18 @@ bool object_read(const Object& object, const std::string& key, T& out) {
   }
 }
 
+/// What is wrong with member `key` as a T: names the key, the type wanted and the type found.
+template <typename T>
+std::string member_error(const Object& object, const std::string& key) {
+  const auto found = object.find(key);
+  std::string text = "\"" + key + "\": wanted " + Json_Type<T>::name + ", found ";
+  if (found == object.end()) return text + "nothing";
+  text += json_type_name(found->second.type());
+  constexpr bool integer = std::is_integral_v<T> && !std::is_same_v<T, bool>;
+  if (integer && found->second.type() == json_spirit::int_type) text += " out of its range";
+  return text;
+}
+
 }  // namespace zqpool::detail
 
 /// Member `key` as a T (Object, Array or std::string), or null when it is missing or of another
@@ -227,25 +239,10 @@ class Const_Object_Throw_Extractor {
   template <typename T>
   bool operator()(const std::string& key, T& out, bool required) const {
     if (zqpool::detail::object_read(object_, key, out)) return true;
-    if (required) {
-      constexpr bool integer = std::is_integral_v<T> && !std::is_same_v<T, bool>;
-      fail(key, zqpool::detail::Json_Type<T>::name, integer);
-    }
+    if (required) throw std::runtime_error(zqpool::detail::member_error<T>(object_, key));
     return false;
   }
 
  private:
-  [[noreturn]] void fail(const std::string& key, const char* wanted, bool integer) const {
-    const auto found = object_.find(key);
-    std::string text = "\"" + key + "\": wanted " + wanted + ", found ";
-    if (found == object_.end()) {
-      text += "nothing";
-    } else {
-      text += zqpool::detail::json_type_name(found->second.type());
-      if (integer && found->second.type() == json_spirit::int_type) text += " out of its range";
-    }
-    throw std::runtime_error(text);
-  }
-
   const Object& object_;
 };

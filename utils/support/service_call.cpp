@@ -1,17 +1,10 @@
 #include "utils/support/service_call.h"
 
-#include <cstddef>
 #include <utility>
 
 #include "utils/support/log.h"
 
 namespace zqpool::detail {
-namespace {
-
-// Room that spares the usual query its growing; reserve() leaves a string that has more alone.
-constexpr std::size_t usual_query = 128;
-
-}  // namespace
 
 Service_Call::Service_Call(const Service_Endpoint& endpoint, int method, const char* path)
     : own_client_(std::in_place, endpoint.host, endpoint.port, endpoint.ssl, true),
@@ -24,15 +17,18 @@ Service_Call::Service_Call(const Service_Endpoint& endpoint, int method, const c
 Service_Call::Service_Call(JSON_RESTful_Client& client, int method, const char* path)
     : client_(client), method_(method), request_(method, path, false) {}
 
-Service_Call& Service_Call::query(const char* text) {
-  request_.query_string(text);
+Service_Call& Service_Call::field(const char* name, const std::string& value) {
+  build_query_(name, value.c_str());
   return *this;
 }
 
-Service_Call& Service_Call::field(const char* name, const char* value) {
-  query_.reserve(usual_query);
-  build_query_(name, value);
-  return query(query_.c_str());
+Service_Call& Service_Call::raw(const char* name, const std::string& value) {
+  build_query_(name, value.c_str(), false, false);
+  return *this;
+}
+
+Service_Call& Service_Call::flag(const char* name, bool value) {
+  return raw(name, value ? "true" : "false");
 }
 
 Service_Call& Service_Call::body(json_spirit::Value value) {
@@ -56,6 +52,7 @@ Service_Call& Service_Call::status(int* status) {
 }
 
 bool Service_Call::send(json_spirit::Value* answer) {
+  if (!query_.empty()) request_.query_string(query_.c_str());
   const json_spirit::Value* const body = body_ ? &*body_ : nullptr;
   switch (method_) {
     case HTTP_METHOD_GET: {

@@ -38,10 +38,13 @@ class Service_Call {
   Service_Call(const Service_Call&) = delete;
   Service_Call& operator=(const Service_Call&) = delete;
 
-  /// Takes a whole query string as it stands. Not beside field().
-  Service_Call& query(const char* text);
   /// Adds a field to the query string, name and value percent-encoded.
-  Service_Call& field(const char* name, const char* value);
+  Service_Call& field(const char* name, const std::string& value);
+  /// Adds a field to the query string as it stands: a "&", "=", "+" or "%" in the value is not
+  /// escaped, and the value ends at a zero byte.
+  Service_Call& raw(const char* name, const std::string& value);
+  /// The same, with "true" or "false".
+  Service_Call& flag(const char* name, bool value);
   /// What POST and PUT carry; they carry nothing without it.
   Service_Call& body(json_spirit::Value value);
   /// How often the client itself repeats a failed exchange.

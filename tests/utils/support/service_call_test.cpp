@@ -33,8 +33,10 @@ class Service_Call_Test : public testing::Test {
 TEST_F(Service_Call_Test, get_sends_method_path_query_and_access_key) {
   server.queue(json_answer(200, R"({"a":1})"));
   Value answer;
-  EXPECT_TRUE(
-      Service_Call(endpoint(), HTTP_METHOD_GET, path).query("pool_id=p&lun_id=l").send(&answer));
+  EXPECT_TRUE(Service_Call(endpoint(), HTTP_METHOD_GET, path)
+                  .raw("pool_id", "p")
+                  .raw("lun_id", "l")
+                  .send(&answer));
   EXPECT_EQ(text(answer), R"({"a":1})");
   const Recorded_Request sent = server.request(0);
   EXPECT_EQ(sent.line, "GET /zq/r/scsipool/lun?pool_id=p&lun_id=l HTTP/1.1");
@@ -58,10 +60,23 @@ TEST_F(Service_Call_Test, fields_are_percent_encoded_in_their_order) {
   EXPECT_EQ(server.request(0).target, std::string(path) + "?uuid=a+b%2fc&empty=&path=%c3%a9%26%3d");
 }
 
-TEST_F(Service_Call_Test, query_goes_out_as_it_stands) {
+TEST_F(Service_Call_Test, raw_fields_go_out_as_they_stand) {
   server.queue(json_answer(200, "{}"));
-  EXPECT_TRUE(Service_Call(endpoint(), HTTP_METHOD_GET, path).query("name=a&b=c%41+'").send());
-  EXPECT_EQ(server.request(0).target, std::string(path) + "?name=a&b=c%41+'");
+  EXPECT_TRUE(Service_Call(endpoint(), HTTP_METHOD_GET, path)
+                  .raw("name", "a&b=c%41+'")
+                  .raw("empty", "")
+                  .flag("force", true)
+                  .flag("delete_empty_lun", false)
+                  .send());
+  EXPECT_EQ(server.request(0).target,
+            std::string(path) + "?name=a&b=c%41+'&empty=&force=true&delete_empty_lun=false");
+}
+
+TEST_F(Service_Call_Test, field_longer_than_any_buffer_is_sent_whole) {
+  server.queue(json_answer(200, "{}"));
+  const std::string name(5000, 'n');
+  EXPECT_TRUE(Service_Call(endpoint(), HTTP_METHOD_GET, path).raw("name", name).send());
+  EXPECT_EQ(server.request(0).target, std::string(path) + "?name=" + name);
 }
 
 TEST_F(Service_Call_Test, empty_access_key_sends_no_header) {
@@ -106,8 +121,10 @@ TEST_F(Service_Call_Test, post_without_body) {
 
 TEST_F(Service_Call_Test, delete_sends_no_body) {
   server.queue(http_answer(204, ""));
-  EXPECT_TRUE(
-      Service_Call(endpoint(), HTTP_METHOD_DELETE, path).query("lun_id=l&force=true").send());
+  EXPECT_TRUE(Service_Call(endpoint(), HTTP_METHOD_DELETE, path)
+                  .raw("lun_id", "l")
+                  .flag("force", true)
+                  .send());
   EXPECT_EQ(server.request(0).line, "DELETE /zq/r/scsipool/lun?lun_id=l&force=true HTTP/1.1");
   EXPECT_EQ(server.request(0).body, "");
 }

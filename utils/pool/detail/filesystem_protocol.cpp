@@ -7,7 +7,6 @@
 #include "utils/pool/detail/answer.h"
 #include "utils/pool/detail/snapshot_chain.h"
 #include "utils/support/json_util.h"
-#include "utils/support/string_sprintf.h"
 
 using std::string;
 
@@ -32,10 +31,6 @@ Object Filesystem_Protocol::named(string name) const {
   return Object_Maker().insert("pool_id", pool_uuid_).insert("name", std::move(name)).take();
 }
 
-string Filesystem_Protocol::by_name(const string& name) const {
-  return string_sprintf("pool_id=%s&name=%s", pool_uuid_.c_str(), name.c_str());
-}
-
 bool Filesystem_Protocol::create(string name, const string* snapshot_id,
                                  const string* mount_point) const {
   return call(HTTP_METHOD_POST, fs_path)
@@ -49,7 +44,11 @@ bool Filesystem_Protocol::create(string name, const string* snapshot_id,
 }
 
 bool Filesystem_Protocol::destroy(const string& name, int* status) const {
-  return call(HTTP_METHOD_DELETE, fs_path).query(by_name(name).c_str()).status(status).send();
+  return call(HTTP_METHOD_DELETE, fs_path)
+      .raw("pool_id", pool_uuid_)
+      .raw("name", name)
+      .status(status)
+      .send();
 }
 
 bool Filesystem_Protocol::rollback(string name) const {
@@ -60,7 +59,7 @@ bool Filesystem_Protocol::describe(const string& name, Object& info,
                                    std::optional<bool> logging_error, int* status) const {
   int got_status = 0;
   Service_Call request(endpoint_, HTTP_METHOD_GET, fs_path);
-  request.query(by_name(name).c_str()).status(&got_status);
+  request.raw("pool_id", pool_uuid_).raw("name", name).status(&got_status);
   if (logging_error) request.logging_error(*logging_error);
   json_spirit::Value answer;
   if (!request.send(&answer) || !is_list_of_one(answer)) {
@@ -81,11 +80,11 @@ bool Filesystem_Protocol::mount(const string& name, string& mount_point) const {
 }
 
 bool Filesystem_Protocol::list_mounted(Array& info, const string* name) const {
-  const string query = unless_empty(name) != nullptr
-                           ? by_name(*name)
-                           : string_sprintf("pool_id=%s", pool_uuid_.c_str());
+  Service_Call request(endpoint_, HTTP_METHOD_GET, mount_path);
+  request.raw("pool_id", pool_uuid_);
+  if (unless_empty(name) != nullptr) request.raw("name", *name);
   json_spirit::Value answer;
-  if (!call(HTTP_METHOD_GET, mount_path).query(query.c_str()).send(&answer) || !is_array(answer)) {
+  if (!request.send(&answer) || !is_array(answer)) {
     return ZQ_LOG_AT(location_, LM_ERROR, "Failed to get filesystem mount info.\n");
   }
   info.swap(answer.get_array());
@@ -107,7 +106,7 @@ bool Filesystem_Protocol::move_mount(const string& name, const string& mount_poi
 }
 
 bool Filesystem_Protocol::umount(const string& name) const {
-  return call(HTTP_METHOD_DELETE, mount_path).query(by_name(name).c_str()).send();
+  return call(HTTP_METHOD_DELETE, mount_path).raw("pool_id", pool_uuid_).raw("name", name).send();
 }
 
 bool Filesystem_Protocol::create_snapshot(const string& name, string& snapshot_id,
@@ -135,18 +134,17 @@ bool Filesystem_Protocol::create_snapshot(const string& name, string& snapshot_i
 
 bool Filesystem_Protocol::delete_snapshot(const string& snapshot_id, bool delete_empty_fs) const {
   return call(HTTP_METHOD_DELETE, snapshot_path)
-      .query(string_sprintf("pool_id=%s&snapshot_id=%s&delete_empty_fs=%s", pool_uuid_.c_str(),
-                            snapshot_id.c_str(), delete_empty_fs ? "true" : "false")
-                 .c_str())
+      .raw("pool_id", pool_uuid_)
+      .raw("snapshot_id", snapshot_id)
+      .flag("delete_empty_fs", delete_empty_fs)
       .send();
 }
 
 bool Filesystem_Protocol::describe_snapshot(const string& snapshot_id, Object& info) const {
   json_spirit::Value answer;
   const bool ok = call(HTTP_METHOD_GET, snapshot_path)
-                      .query(string_sprintf("pool_id=%s&snapshot_id=%s", pool_uuid_.c_str(),
-                                            snapshot_id.c_str())
-                                 .c_str())
+                      .raw("pool_id", pool_uuid_)
+                      .raw("snapshot_id", snapshot_id)
                       .send(&answer);
   if (!ok || !is_list_of_one(answer)) {
     return ZQ_LOG_AT(location_, LM_ERROR, "Failed to get snapshot %s info.\n", snapshot_id.c_str());
@@ -159,7 +157,10 @@ bool Filesystem_Protocol::describe_snapshot(const string& snapshot_id, Object& i
 bool Filesystem_Protocol::get_previous_snapshot(const string& snapshot_id, Object& info) const {
   const auto describe = [&](Object& current) { return describe_snapshot(snapshot_id, current); };
   const auto list = [&](const string& fs_name, json_spirit::Value& answer) {
-    return call(HTTP_METHOD_GET, snapshot_path).query(by_name(fs_name).c_str()).send(&answer);
+    return call(HTTP_METHOD_GET, snapshot_path)
+        .raw("pool_id", pool_uuid_)
+        .raw("name", fs_name)
+        .send(&answer);
   };
   const auto report_bad_entry = [&](const json_spirit::Value& answer, const string& fs_name) {
     ZQ_LOG_AT(location_, LM_ERROR, "Invalid value %s of filesystem '%s'.\n",

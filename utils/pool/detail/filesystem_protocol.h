@@ -42,8 +42,6 @@ class Filesystem_Protocol {
   Service_Call call(int method, const char* path) const;
   /// A filesystem of the pool, as it is named in a body.
   Object named(std::string name) const;
-  /// The same in a query, as it stands.
-  std::string by_name(const std::string& name) const;
 
   const Source_Location location_;
   const Service_Endpoint endpoint_;

@@ -8,12 +8,11 @@ struct Sizes {
   std::uint64_t rfer = 0;
 };
 
-Sizes read_sizes(const Object& snapshot) {
-  Sizes sizes;
-  const Const_Object_Throw_Extractor extract(snapshot);
-  extract("excl_size", sizes.excl, true);
-  extract("rfer_size", sizes.rfer, true);
-  return sizes;
+/// False, after a message, when the snapshot does not tell both.
+bool read_sizes(const Source_Location& location, const Object& snapshot, Sizes& sizes) {
+  Member_Reader read(snapshot);
+  return (read("excl_size", sizes.excl) && read("rfer_size", sizes.rfer)) ||
+         ZQ_LOG_AT(location, LM_ERROR, "Failed to calculate snapshot size: %s\n", read.error());
 }
 
 /// For "%llu".
@@ -27,12 +26,8 @@ bool added_size(const Source_Location& location, const Object& current, const Ob
                 std::uint64_t& size) {
   Sizes before;
   Sizes now;
-  try {
-    if (!previous.empty()) before = read_sizes(previous);
-    now = read_sizes(current);
-  } catch (const std::exception& error) {
-    return ZQ_LOG_AT(location, LM_ERROR, "Failed to calculate snapshot size: %s\n", error.what());
-  }
+  if (!previous.empty() && !read_sizes(location, previous, before)) return false;
+  if (!read_sizes(location, current, now)) return false;
   if (before.rfer == 0 && before.excl == 0) {
     size = now.rfer + now.excl;
     return true;

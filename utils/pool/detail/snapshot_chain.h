@@ -1,13 +1,12 @@
 #pragma once
 
 #include <cstdint>
-#include <exception>
 #include <string>
 
 #include "platform/json/json_spirit.h"
 #include "utils/pool/detail/answer.h"
-#include "utils/support/json_util.h"
 #include "utils/support/log.h"
+#include "utils/support/member_reader.h"
 
 // The order of snapshots of one parent (a LUN or a filesystem), and what each adds to the one
 // before it. Messages are logged with the caller's `location`.
@@ -32,12 +31,9 @@ bool get_previous_snapshot(const Source_Location& location, const std::string& s
   }
   std::string parent_id;
   int current_seq = 0;
-  try {
-    const Const_Object_Throw_Extractor extract(current);
-    extract("parent_id", parent_id, true);
-    extract("seq", current_seq, true);
-  } catch (const std::exception& error) {
-    return ZQ_LOG_AT(location, LM_ERROR, "Failed to get previous snapshot: %s\n", error.what());
+  Member_Reader read(current);
+  if (!read("parent_id", parent_id) || !read("seq", current_seq)) {
+    return ZQ_LOG_AT(location, LM_ERROR, "Failed to get previous snapshot: %s\n", read.error());
   }
   json_spirit::Value answer;
   if (!list(parent_id, answer) || !is_array(answer)) {
