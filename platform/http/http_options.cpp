@@ -25,8 +25,8 @@ Current& current() {
 
 }  // namespace
 
-std::shared_ptr<TLS_Trust> Transport_Settings::trust() const {
-  std::call_once(loaded_, [this] { trust_ = std::make_shared<TLS_Trust>(options); });
+std::shared_ptr<TLS_Context> Transport_Settings::trust() const {
+  std::call_once(loaded_, [this] { trust_ = std::make_shared<TLS_Context>(options); });
   return trust_;
 }
 

@@ -19,11 +19,11 @@ class Transport_Settings {
  public:
   explicit Transport_Settings(HTTP_Options all) : options(std::move(all)) {}
   const HTTP_Options options;
-  std::shared_ptr<TLS_Trust> trust() const;
+  std::shared_ptr<TLS_Context> trust() const;
 
  private:
   mutable std::once_flag loaded_;
-  mutable std::shared_ptr<TLS_Trust> trust_;
+  mutable std::shared_ptr<TLS_Context> trust_;
 };
 
 /// What is in force now; a call keeps what it began with.

@@ -117,19 +117,13 @@ void start_quiet_thread(std::shared_ptr<Look_Up> look_up) {
 }  // namespace
 
 std::string Address::text() const {
-  if (storage.ss_family == AF_INET6) {
-    char buffer[INET6_ADDRSTRLEN] = "";
-    inet_ntop(AF_INET6, &reinterpret_cast<const sockaddr_in6*>(&storage)->sin6_addr, buffer,
-              sizeof buffer);
-    return buffer;
-  }
-  // inet_ntop() would print these four numbers with printf(), at ten times the cost.
-  const auto* const part = reinterpret_cast<const unsigned char*>(
-      &reinterpret_cast<const sockaddr_in*>(&storage)->sin_addr);
-  std::string text = std::to_string(part[0]);
-  for (int i = 1; i < 4; ++i)
-    text.append(1, '.').append(std::to_string(part[i]));
-  return text;
+  char buffer[INET6_ADDRSTRLEN] = "";
+  const void* const bytes =
+      storage.ss_family == AF_INET6
+          ? static_cast<const void*>(&reinterpret_cast<const sockaddr_in6*>(&storage)->sin6_addr)
+          : &reinterpret_cast<const sockaddr_in*>(&storage)->sin_addr;
+  inet_ntop(storage.ss_family, bytes, buffer, sizeof buffer);
+  return buffer;
 }
 
 bool is_address_literal(const std::string& host) {

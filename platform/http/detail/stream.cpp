@@ -1,7 +1,6 @@
 #include "platform/http/detail/stream.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <openssl/bio.h>
@@ -9,7 +8,6 @@
 #include <openssl/x509_vfy.h>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -20,20 +18,11 @@
 namespace zqpool::detail {
 namespace {
 
-// How long an address may keep silent before the next one is tried beside it.
-constexpr std::chrono::milliseconds silent_address{250};
+// RFC 8305's Connection Attempt Delay.
+constexpr std::chrono::milliseconds attempt_delay{250};
 
-// Below this a request leaves in one packet, which Nagle's algorithm never holds back.
-constexpr std::size_t one_packet = 1200;
-
-// How long receiving sleeps before it looks at its deadline again. The kernel's plain timeouts,
-// unlike those of poll(), come late by up to an eighth of their length, but cost a sleep next to
-// nothing.
-constexpr std::chrono::milliseconds longest_sleep{500};
-
-// A service close by answers within microseconds. Looking for these few costs less than
-// being put to sleep and woken, on a virtual machine above all.
-constexpr int looks_before_sleep = 20;
+// How long looking at an idle TLS connection may take when its peer sends records without end.
+constexpr std::chrono::milliseconds max_look{50};
 
 constexpr const char* no_answer = "no answer in time";
 constexpr const char* not_taken = "the service took no more of the request in time";
@@ -42,11 +31,6 @@ constexpr const char* not_taken = "the service took no more of the request in ti
 bool system_failure(const char* too_late, Failure& failure) {
   return errno == EAGAIN ? failure.set(HTTP_Error::timeout, too_late)
                          : failure.set(HTTP_Error::broken, errno_text(errno));
-}
-
-void send_at_once(int fd) noexcept {
-  const int on = 1;
-  setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
 }
 
 // --- OpenSSL's view of the socket -------------------------------------------------------------
@@ -105,22 +89,7 @@ bool attach(SSL* ssl, Socket& socket) {
   return true;
 }
 
-/// SSL_get_error() takes errors that somebody left in this thread's queue for the call's own.
-/// Looking first is a third of the work of clearing all sixteen places of an empty queue.
-void clear_old_errors() {
-  if (ERR_peek_error() != 0) ERR_clear_error();
-}
-
 // --- Connecting -------------------------------------------------------------------------------
-
-/// The state of a non-blocking connect: 0 connected, EINPROGRESS not yet, else the errno.
-int begin_connect(int fd, const Address& address) noexcept {
-  if (::connect(fd, address.get(), address.length) == 0) return 0;
-  if (errno != EINPROGRESS) return errno;
-  // On the same host the peer has answered by now; asking again is cheaper than poll().
-  if (::connect(fd, address.get(), address.length) == 0 || errno == EISCONN) return 0;
-  return errno == EALREADY ? EINPROGRESS : errno;
-}
 
 int connect_result(int fd) noexcept {
   int error = 0;
@@ -128,83 +97,76 @@ int connect_result(int fd) noexcept {
   return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
 }
 
-/// Connects to several addresses side by side, begun one after the other.
-class Connect_Race {
+/// Connects to several addresses side by side, begun one after the other (RFC 8305).
+class Happy_Eyeballs {
  public:
-  Connect_Race(const Addresses& addresses, Deadline deadline)
-      : addresses_(addresses), deadline_(deadline) {}
+  Happy_Eyeballs(const Addresses& addresses, Deadline deadline)
+      : next_(addresses.begin()), end_(addresses.end()), deadline_(deadline) {}
 
-  /// The index of the address that `winner` is connected to, or the number of addresses.
-  std::size_t run(Socket& winner, Failure& failure) {
-    while (next_ < addresses_.size() || !runners_.empty()) {
-      if (next_ < addresses_.size() && (runners_.empty() || next_begin_.passed())) {
-        if (begin_next(winner)) return next_ - 1;
+  /// The address that `winner` is connected to, or null.
+  const Address* connect(Socket& winner, Failure& failure) {
+    while (next_ != end_ || !attempts_.empty()) {
+      if (next_ != end_ && (attempts_.empty() || next_start_.passed())) {
+        begin(*next_++);
         continue;
       }
       if (deadline_.passed()) {
         failure.set(HTTP_Error::timeout, "no answer to connecting in time");
-        return addresses_.size();
+        return nullptr;
       }
-      const std::size_t index = wait_for_one(winner);
-      if (index < addresses_.size()) return index;
+      if (const Address* const connected = wait_for_one(winner)) return connected;
     }
     failure.set(HTTP_Error::connect, errno_text(last_error_));
-    return addresses_.size();
+    return nullptr;
   }
 
  private:
-  struct Runner {
+  struct Attempt {
     Socket socket;
-    std::size_t index;
+    const Address* address;
   };
 
-  bool begin_next(Socket& winner) {
-    const Address& address = addresses_[next_++];
-    next_begin_ = Deadline::in(silent_address);
+  void begin(const Address& address) {
+    next_start_ = Deadline::in(attempt_delay);
     Socket socket(
         ::socket(address.storage.ss_family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!socket.is_open()) {
-      last_error_ = errno;
-      return false;
-    }
-    const int state = begin_connect(socket.fd(), address);
-    if (state == 0) {
-      winner = std::move(socket);
-      return true;
-    }
-    if (state == EINPROGRESS) {
-      runners_.push_back({std::move(socket), next_ - 1});
+    if (socket.is_open() &&
+        (::connect(socket.fd(), address.get(), address.length) == 0 || errno == EINPROGRESS)) {
+      attempts_.push_back({std::move(socket), &address});
     } else {
-      last_error_ = state;
+      last_error_ = errno;
     }
-    return false;
   }
 
-  std::size_t wait_for_one(Socket& winner) {
+  const Address* wait_for_one(Socket& winner) {
     std::vector<pollfd> entries;
-    for (const Runner& runner : runners_)
-      entries.push_back({runner.socket.fd(), POLLOUT, 0});
-    const Deadline end = next_ < addresses_.size() ? deadline_.or_sooner(next_begin_) : deadline_;
-    if (poll(entries.data(), entries.size(), end.poll_timeout()) <= 0) return addresses_.size();
-    for (std::size_t i = entries.size(); i-- > 0;) {
+    for (const Attempt& attempt : attempts_)
+      entries.push_back({attempt.socket.fd(), POLLOUT, 0});
+    const Deadline end = next_ != end_ ? deadline_.or_sooner(next_start_) : deadline_;
+    if (poll(entries.data(), entries.size(), end.poll_timeout()) <= 0) return nullptr;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
       if (entries[i].revents == 0) continue;
-      const auto runner = runners_.begin() + static_cast<std::ptrdiff_t>(i);
-      const int error = connect_result(runner->socket.fd());
+      Attempt& attempt = attempts_[i];
+      const int error = connect_result(attempt.socket.fd());
       if (error == 0) {
-        winner = std::move(runner->socket);
-        return runner->index;
+        winner = std::move(attempt.socket);
+        return attempt.address;
       }
       last_error_ = error;
-      runners_.erase(runner);
+      attempt.socket.close();
     }
-    return addresses_.size();
+    attempts_.erase(
+        std::remove_if(attempts_.begin(), attempts_.end(),
+                       [](const Attempt& attempt) { return !attempt.socket.is_open(); }),
+        attempts_.end());
+    return nullptr;
   }
 
-  const Addresses& addresses_;
+  Addresses::const_iterator next_;
+  const Addresses::const_iterator end_;
   const Deadline deadline_;
-  Deadline next_begin_{Clock::time_point::min()};
-  std::size_t next_ = 0;
-  std::vector<Runner> runners_;
+  Deadline next_start_{Clock::time_point::min()};
+  std::vector<Attempt> attempts_;
   int last_error_ = 0;
 };
 
@@ -219,7 +181,7 @@ Socket& Socket::operator=(Socket&& other) noexcept {
     close();
     fd_ = std::exchange(other.fd_, -1);
     deadline_ = other.deadline_;
-    receive_limit_ = other.receive_limit_;
+    may_wait_ = other.may_wait_;
   }
   return *this;
 }
@@ -229,36 +191,34 @@ void Socket::close() noexcept {
   fd_ = -1;
 }
 
-ssize_t Socket::send(const void* data, std::size_t size) noexcept {
-  for (;;) {
-    const ssize_t n = ::send(fd_, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
-    if (n >= 0 || (errno != EAGAIN && errno != EINTR)) return n;
-    pollfd entry{fd_, POLLOUT, 0};
-    const int ready = poll(&entry, 1, deadline_.poll_timeout());
-    if (ready < 0 && errno != EINTR) return -1;
-    if (ready == 0) {
-      errno = EAGAIN;
-      return -1;
-    }
+bool Socket::wait_for(short event) noexcept {
+  pollfd entry{fd_, event, 0};
+  while (const int left = deadline_.poll_timeout()) {
+    const int ready = poll(&entry, 1, may_wait_ ? left : 0);
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) return false;
+    if (!may_wait_) break;
   }
+  errno = EAGAIN;
+  return false;
+}
+
+ssize_t Socket::send(const void* data, std::size_t size) noexcept {
+  while (!deadline_.passed()) {
+    const ssize_t n = ::send(fd_, data, size, MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (n >= 0 || errno != EAGAIN) return n;
+    if (!wait_for(POLLOUT)) return -1;
+  }
+  errno = EAGAIN;
+  return -1;
 }
 
 ssize_t Socket::receive(void* buffer, std::size_t size) noexcept {
-  for (int look = 0; look < looks_before_sleep; ++look) {
+  while (wait_for(POLLIN)) {
     const ssize_t n = ::recv(fd_, buffer, size, MSG_DONTWAIT);
-    if (n >= 0 || (errno != EAGAIN && errno != EINTR)) return n;
+    if (n >= 0 || errno != EAGAIN) return n;
   }
-  for (;;) {
-    const std::chrono::milliseconds limit = std::min(deadline_.left(), longest_sleep);
-    if (limit.count() == 0) return ::recv(fd_, buffer, size, MSG_DONTWAIT);
-    if (limit != receive_limit_) {
-      const timeval time{0, static_cast<suseconds_t>(limit.count() * 1000)};
-      if (setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &time, sizeof time) != 0) return -1;
-      receive_limit_ = limit;
-    }
-    const ssize_t n = ::recv(fd_, buffer, size, 0);
-    if (n >= 0 || (errno != EAGAIN && errno != EINTR)) return n;
-  }
+  return -1;
 }
 
 Stream::~Stream() {
@@ -268,29 +228,29 @@ Stream::~Stream() {
 }
 
 bool Stream::connect(const Addresses& addresses, Deadline deadline, Failure& failure) {
-  const std::size_t index = Connect_Race(addresses, deadline).run(socket_, failure);
-  if (index == addresses.size()) return false;
-  peer_ = addresses[index];
-  // From here on receiving waits in the kernel.
-  return fcntl(socket_.fd(), F_SETFL, 0) == 0 ||
-         failure.set(HTTP_Error::connect, errno_text(errno));
+  const Address* const connected = Happy_Eyeballs(addresses, deadline).connect(socket_, failure);
+  if (connected == nullptr) return false;
+  peer_ = *connected;
+  // A request goes out at once, whatever of it is still unacknowledged.
+  const int on = 1;
+  setsockopt(socket_.fd(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+  return true;
 }
 
-bool Stream::start_tls(std::shared_ptr<TLS_Trust> trust, const std::string& host,
+bool Stream::start_tls(std::shared_ptr<TLS_Context> context, const std::string& host,
                        std::string endpoint, Deadline deadline, Failure& failure) {
-  if (!trust->error().empty()) {
+  if (!context->error().empty()) {
     failure.permanent = true;
-    return failure.set(HTTP_Error::tls, trust->error());
+    return failure.set(HTTP_Error::tls, context->error());
   }
-  trust_ = std::move(trust);
+  context_ = std::move(context);
   endpoint_ = std::move(endpoint);
-  clear_old_errors();
-  ssl_ = trust_->make_client(host, is_address_literal(host), endpoint_);
+  ERR_clear_error();
+  ssl_ = context_->make_client(host, is_address_literal(host), endpoint_);
   if (ssl_ == nullptr || !attach(ssl_.get(), socket_)) {
     return failure.set(HTTP_Error::tls, "cannot set up TLS: " + openssl_error_text());
   }
-  send_at_once(socket_.fd());
-  socket_.deadline(deadline);
+  socket_.limit(deadline);
   const int result = SSL_do_handshake(ssl_.get());
   if (result == 1) return true;
   tls_failure(result, "handshake", failure);
@@ -331,8 +291,7 @@ bool Stream::tls_failure(int result, const char* doing, Failure& failure) {
 }
 
 bool Stream::send(std::string_view data, Deadline deadline, bool& touched, Failure& failure) {
-  socket_.deadline(deadline);
-  if (ssl_ == nullptr && data.size() > one_packet) send_at_once(socket_.fd());
+  socket_.limit(deadline);
   while (!data.empty()) {
     std::size_t n = 0;
     if (ssl_ == nullptr) {
@@ -343,7 +302,7 @@ bool Stream::send(std::string_view data, Deadline deadline, bool& touched, Failu
     } else {
       // A part of a record may leave whatever the result says.
       touched = true;
-      clear_old_errors();
+      ERR_clear_error();
       const int result = SSL_write_ex(ssl_.get(), data.data(), data.size(), &n);
       if (result != 1) return tls_failure(result, "stream", failure);
     }
@@ -353,40 +312,31 @@ bool Stream::send(std::string_view data, Deadline deadline, bool& touched, Failu
 }
 
 ssize_t Stream::receive(char* buffer, std::size_t size, Deadline deadline, Failure& failure) {
-  socket_.deadline(deadline);
-  std::size_t n = 0;
+  socket_.limit(deadline);
   if (ssl_ == nullptr) {
     const ssize_t result = socket_.receive(buffer, size);
     if (result < 0) system_failure(no_answer, failure);
-    if (result <= 0) return result;
-    n = static_cast<std::size_t>(result);
-  } else {
-    clear_old_errors();
-    const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
-    // The flag SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
-    if (result != 1 && SSL_get_error(ssl_.get(), result) == SSL_ERROR_ZERO_RETURN) return 0;
-    if (result != 1) {
-      tls_failure(result, "stream", failure);
-      return -1;
-    }
+    return result;
   }
-  // A peer that never stops sending must not outrun the deadline.
-  if (deadline.passed()) {
-    failure.set(HTTP_Error::timeout, no_answer);
-    return -1;
-  }
-  return static_cast<ssize_t>(n);
+  std::size_t n = 0;
+  ERR_clear_error();
+  const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
+  if (result == 1) return static_cast<ssize_t>(n);
+  // The flag SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
+  if (SSL_get_error(ssl_.get(), result) == SSL_ERROR_ZERO_RETURN) return 0;
+  tls_failure(result, "stream", failure);
+  return -1;
 }
 
 bool Stream::is_idle() noexcept {
   if (!socket_.is_open()) return false;
   char byte = 0;
   if (ssl_ == nullptr) {
-    return ::recv(socket_.fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 &&
-           (errno == EAGAIN || errno == EINTR);
+    return ::recv(socket_.fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
   }
-  socket_.deadline(Deadline(Clock::time_point()));  // long ago: look, but do not wait
-  clear_old_errors();
+  // By way of OpenSSL, because what has come may be session tickets, which do no harm.
+  socket_.limit(Deadline::in(max_look), false);
+  ERR_clear_error();
   std::size_t n = 0;
   const int result = SSL_peek_ex(ssl_.get(), &byte, 1, &n);
   return result != 1 && SSL_get_error(ssl_.get(), result) == SSL_ERROR_WANT_READ;

@@ -29,17 +29,23 @@ class Socket {
   bool is_open() const noexcept { return fd_ >= 0; }
   void close() noexcept;
 
-  /// Sets when send() and receive() stop waiting.
-  void deadline(Deadline deadline) noexcept { deadline_ = deadline; }
-  /// As the system's send() and recv(), waiting until the deadline and failing with EAGAIN then.
-  /// Once it has passed they try without waiting. They raise no SIGPIPE and never end with EINTR.
+  /// send() and receive() wait until the deadline, or not at all. Once it has passed they fail even
+  /// if they could go on, so that no peer can keep OpenSSL busy beyond it.
+  void limit(Deadline deadline, bool may_wait = true) noexcept {
+    deadline_ = deadline;
+    may_wait_ = may_wait;
+  }
+  /// As the system's send() and recv(), but fail with EAGAIN when their limit ends them. They raise
+  /// no SIGPIPE and never end with EINTR.
   ssize_t send(const void* data, std::size_t size) noexcept;
   ssize_t receive(void* buffer, std::size_t size) noexcept;
 
  private:
+  bool wait_for(short event) noexcept;
+
   int fd_ = -1;
   Deadline deadline_{Clock::time_point()};
-  std::chrono::milliseconds receive_limit_{0};  // what the kernel knows
+  bool may_wait_ = true;
 };
 
 /// A TCP connection, with TLS or without, of which every step ends by a deadline. Never raises
@@ -59,8 +65,8 @@ class Stream {
   const Address& peer() const noexcept { return peer_; }
 
   /// TLS over the connection, for the service `host`; `endpoint` names it in the session cache.
-  bool start_tls(std::shared_ptr<TLS_Trust> trust, const std::string& host, std::string endpoint,
-                 Deadline deadline, Failure& failure);
+  bool start_tls(std::shared_ptr<TLS_Context> context, const std::string& host,
+                 std::string endpoint, Deadline deadline, Failure& failure);
   bool tls_resumed() const noexcept { return ssl_ != nullptr && SSL_session_reused(ssl_.get()); }
 
   /// Sends all of `data`. `touched` becomes true once any byte of it may have left, also when the
@@ -82,8 +88,8 @@ class Stream {
 
   Socket socket_;
   Address peer_{};
-  std::shared_ptr<TLS_Trust> trust_;  // outlives ssl_, whose callbacks use it
-  std::string endpoint_;              // as does this
+  std::shared_ptr<TLS_Context> context_;  // outlives ssl_, whose callbacks use it
+  std::string endpoint_;                  // as does this
   SSL_Ptr ssl_;
 };
 

@@ -1,7 +1,5 @@
 #include "platform/http/detail/tls.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <openssl/err.h>
 #include <openssl/x509v3.h>
 
@@ -11,17 +9,7 @@
 namespace zqpool::detail {
 namespace {
 
-constexpr std::size_t most_sessions = 1024;
-
-/// Says which address the certificate is to be for. As X509_VERIFY_PARAM_set1_ip_asc(), which reads
-/// the text with scanf() at ten times the cost.
-bool expect_address(SSL* ssl, const char* text) {
-  unsigned char bytes[sizeof(in6_addr)];
-  const std::size_t size = inet_pton(AF_INET, text, bytes) == 1    ? sizeof(in_addr)
-                           : inet_pton(AF_INET6, text, bytes) == 1 ? sizeof(in6_addr)
-                                                                   : 0;
-  return size != 0 && X509_VERIFY_PARAM_set1_ip(SSL_get0_param(ssl), bytes, size) == 1;
-}
+constexpr std::size_t max_sessions = 1024;
 
 }  // namespace
 
@@ -33,7 +21,7 @@ void TLS_Session_Cache::put(const std::string& endpoint, SSL_Session_Ptr session
     by_age_.splice(by_age_.end(), by_age_, found->second.age);
     return;
   }
-  if (entries_.size() >= most_sessions) {
+  if (entries_.size() >= max_sessions) {
     entries_.erase(by_age_.front());
     by_age_.pop_front();
   }
@@ -49,7 +37,7 @@ SSL_Session_Ptr TLS_Session_Cache::get(const std::string& endpoint) {
   return SSL_Session_Ptr(found->second.session.get());
 }
 
-TLS_Trust::TLS_Trust(const HTTP_Options& options) : context_(SSL_CTX_new(TLS_client_method())) {
+TLS_Context::TLS_Context(const HTTP_Options& options) : context_(SSL_CTX_new(TLS_client_method())) {
   if (context_ == nullptr) {
     error_ = "cannot make a TLS context: " + openssl_error_text();
   } else {
@@ -57,14 +45,14 @@ TLS_Trust::TLS_Trust(const HTTP_Options& options) : context_(SSL_CTX_new(TLS_cli
   }
 }
 
-void TLS_Trust::load(const HTTP_Options& options) {
+void TLS_Context::load(const HTTP_Options& options) {
   SSL_CTX* const context = context_.get();
   SSL_CTX_set_min_proto_version(context, TLS1_2_VERSION);
   SSL_CTX_set_mode(context, SSL_MODE_ENABLE_PARTIAL_WRITE | SSL_MODE_ACCEPT_MOVING_WRITE_BUFFER);
   SSL_CTX_set_read_ahead(context, 1);
   SSL_CTX_set_verify(context, options.verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
   SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
-  SSL_CTX_sess_set_new_cb(context, &TLS_Trust::keep_session);
+  SSL_CTX_sess_set_new_cb(context, &TLS_Context::keep_session);
   SSL_CTX_set_app_data(context, this);
 
   if (options.verify) {
@@ -98,9 +86,9 @@ void TLS_Trust::load(const HTTP_Options& options) {
   }
 }
 
-int TLS_Trust::keep_session(SSL* ssl, SSL_SESSION* session) {
+int TLS_Context::keep_session(SSL* ssl, SSL_SESSION* session) {
   const auto* endpoint = static_cast<const std::string*>(SSL_get_app_data(ssl));
-  auto* trust = static_cast<TLS_Trust*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
+  auto* trust = static_cast<TLS_Context*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(ssl)));
   try {
     trust->sessions_.put(*endpoint, SSL_Session_Ptr(session));
   } catch (const std::bad_alloc&) {
@@ -109,7 +97,8 @@ int TLS_Trust::keep_session(SSL* ssl, SSL_SESSION* session) {
   return 1;
 }
 
-SSL_Ptr TLS_Trust::make_client(const std::string& host, bool literal, const std::string& endpoint) {
+SSL_Ptr TLS_Context::make_client(const std::string& host, bool literal,
+                                 const std::string& endpoint) {
   SSL_Ptr ssl(SSL_new(context_.get()));
   if (ssl == nullptr) return ssl;
   SSL_set_connect_state(ssl.get());
@@ -119,10 +108,11 @@ SSL_Ptr TLS_Trust::make_client(const std::string& host, bool literal, const std:
   std::string name = host.substr(0, literal ? host.find('%') : std::string::npos);
   if (!literal && name.back() == '.') name.pop_back();
   // The call behind SSL_set_tlsext_host_name(), a macro whose cast g++ warns about.
-  const bool named = literal ? expect_address(ssl.get(), name.c_str())
-                             : SSL_ctrl(ssl.get(), SSL_CTRL_SET_TLSEXT_HOSTNAME,
-                                        TLSEXT_NAMETYPE_host_name, name.data()) == 1 &&
-                                   SSL_set1_host(ssl.get(), name.c_str()) == 1;
+  const bool named =
+      literal ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl.get()), name.c_str()) == 1
+              : SSL_ctrl(ssl.get(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
+                         name.data()) == 1 &&
+                    SSL_set1_host(ssl.get(), name.c_str()) == 1;
   if (!named) return nullptr;
   if (const SSL_Session_Ptr session = sessions_.get(endpoint)) {
     SSL_set_session(ssl.get(), session.get());

@@ -39,11 +39,11 @@ class TLS_Session_Cache {
 /// Whom a process trusts and who it is, loaded once and never changed: the certificates, the
 /// client's own certificate, and the sessions made under them. A resumed session skips the
 /// certificate checks, so sessions live and die with the trust they were checked against.
-class TLS_Trust {
+class TLS_Context {
  public:
-  explicit TLS_Trust(const HTTP_Options& options);
-  TLS_Trust(const TLS_Trust&) = delete;
-  TLS_Trust& operator=(const TLS_Trust&) = delete;
+  explicit TLS_Context(const HTTP_Options& options);
+  TLS_Context(const TLS_Context&) = delete;
+  TLS_Context& operator=(const TLS_Context&) = delete;
 
   /// Why nothing can be done under this trust; "" when it is good.
   const std::string& error() const noexcept { return error_; }

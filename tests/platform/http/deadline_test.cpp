@@ -1,6 +1,10 @@
 // Each call ends by its limit, whatever it waits for, and not before.
 
+#include <poll.h>
+#include <sys/socket.h>
+
 #include <csignal>
+#include <thread>
 
 #include "tests/platform/http/http_test.h"
 #include "tests/support/signal_storm.h"
@@ -117,6 +121,45 @@ TEST_P(HTTP_Deadline_Test, holds_under_a_storm_of_signals) {
   const Signal_Storm storm;
   expect_timely_end();
   EXPECT_GT(storm.count(), 3);
+}
+
+/// Sends a TLS client HelloRequests, which it passes over while it waits for a ServerHello, until
+/// the client leaves; at the latest after ten seconds.
+class Endless_Hello_Requests {
+ public:
+  Endless_Hello_Requests() {
+    listen(listener_.get(), 1);
+    thread_ = std::thread([this] { serve(); });
+  }
+  ~Endless_Hello_Requests() { thread_.join(); }
+  Endpoint endpoint() const { return {"127.0.0.1", port_of(listener_), true}; }
+
+ private:
+  void serve() {
+    pollfd waiting{listener_.get(), POLLIN, 0};
+    poll(&waiting, 1, 10000);
+    const File_Descriptor client(accept(listener_.get(), nullptr, nullptr));
+    std::string records;
+    for (int i = 0; i < 10000; ++i)
+      records.append("\x16\x03\x03\x00\x04\x00\x00\x00\x00", 9);
+    const auto end = std::chrono::steady_clock::now() + 10s;
+    while (send(client.get(), records.data(), records.size(), MSG_NOSIGNAL) > 0 &&
+           std::chrono::steady_clock::now() < end) {
+    }
+  }
+
+  File_Descriptor listener_ = bound_socket("127.0.0.1");
+  std::thread thread_;
+};
+
+using HTTP_Deadline_Flood_Test = HTTP_Test;
+
+TEST_F(HTTP_Deadline_Flood_Test, ends_a_handshake_whose_peer_never_stops_sending) {
+  set_options([](HTTP_Options& options) { options.exchange_timeout = limit; });
+  Endless_Hello_Requests service;
+  const Called called = call(service.endpoint());
+  EXPECT_EQ(called.report.error, HTTP_Error::timeout) << called.report.text;
+  EXPECT_EQ(called.report.phase, HTTP_Phase::tls);
 }
 
 class HTTP_Connect_Limit_Test : public HTTP_Test {};
