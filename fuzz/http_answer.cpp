@@ -16,7 +16,7 @@
 #include <utility>
 
 #include "fuzz/check.h"
-#include "platform/http/detail/exchange.h"
+#include "platform/http/detail/response.h"
 #include "platform/json/json_spirit.h"
 
 namespace {
@@ -27,7 +27,7 @@ constexpr std::size_t whole = 32 * 1024;
 
 struct Outcome {
   bool answered = false;
-  Wire_Answer answer;
+  Wire_Response answer;
   HTTP_Headers headers;
   Failure failure;
 };
@@ -53,20 +53,19 @@ Connection connection_with(std::string_view bytes, std::size_t packet) {
   return connection;
 }
 
-Outcome read_answer(const Wire_Request& request, std::string_view bytes, std::size_t packet,
-                    std::size_t largest) {
+Outcome read_response(std::string_view bytes, std::size_t packet, std::size_t largest) {
   Stream stream;
   Connection connection = connection_with(bytes, packet);
   stream.adopt(std::move(connection.client));
   Outcome outcome;
   HTTP_Exchange_Report report;
-  outcome.answered = converse(stream, request, Deadline::in(std::chrono::seconds(10)), largest,
-                              outcome.answer, &outcome.headers, report, outcome.failure);
+  outcome.answered = receive_response(stream, Deadline::in(std::chrono::seconds(10)), largest,
+                                      outcome.answer, &outcome.headers, report, outcome.failure);
   return outcome;
 }
 
 void check_outcome(const Outcome& outcome, std::size_t largest) {
-  const Wire_Answer& answer = outcome.answer;
+  const Wire_Response& answer = outcome.answer;
   if (!outcome.answered) {
     check(outcome.failure.error != HTTP_Error::none && !outcome.failure.text.empty());
     check(answer.status == 0 && answer.body.empty() && !answer.keep_connection);
@@ -85,13 +84,11 @@ void check_outcome(const Outcome& outcome, std::size_t largest) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 2) return 0;
   const std::string_view bytes(reinterpret_cast<const char*>(data) + 2, std::min(size - 2, whole));
-  Wire_Request request;
-  request.text = "asked";
   const std::size_t packet = std::max<std::size_t>(data[0], bytes.size() / 128 + 1);
   const std::size_t largest = data[1] * std::size_t{64};
 
-  const Outcome at_once = read_answer(request, bytes, whole, largest);
-  const Outcome in_parts = read_answer(request, bytes, packet, largest);
+  const Outcome at_once = read_response(bytes, whole, largest);
+  const Outcome in_parts = read_response(bytes, packet, largest);
   check_outcome(at_once, largest);
   check_outcome(in_parts, largest);
   check(at_once.answered == in_parts.answered);

@@ -1,58 +1,14 @@
 #include "platform/http/http_exchange_report.h"
 
-#include <sys/random.h>
-
-#include <algorithm>
-#include <array>
-#include <random>
-
 #include "platform/http/detail/exchange.h"
 
-namespace {
-
-HTTP_Exchange_Report& thread_report() {
+HTTP_Exchange_Report& zqpool::detail::thread_report() {
   thread_local HTTP_Exchange_Report report;
   return report;
 }
 
-/// 32 random hexadecimal digits, from the system: distinct also after a fork.
-std::string make_request_id() {
-  std::array<unsigned char, 16> bytes{};
-  if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    std::random_device device;
-    std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<unsigned char>(device()); });
-  }
-  constexpr char digits[] = "0123456789abcdef";
-  std::string id(bytes.size() * 2, '\0');
-  auto out = id.begin();
-  for (const unsigned char byte : bytes) {
-    *out++ = digits[byte >> 4];
-    *out++ = digits[byte & 0xf];
-  }
-  return id;
-}
-
-}  // namespace
-
-namespace zqpool::detail {
-
-HTTP_Exchange_Report& begin_report(const Endpoint& endpoint, int method) {
-  HTTP_Exchange_Report& report = thread_report();
-  report = HTTP_Exchange_Report();
-  report.method = method;
-  report.ssl = endpoint.ssl;
-  report.host = endpoint.host;
-  report.port = endpoint.port;
-  report.request_id = make_request_id();
-  // What stands if memory runs out on the way.
-  report.error = HTTP_Error::broken;
-  return report;
-}
-
-}  // namespace zqpool::detail
-
 HTTP_Exchange_Report last_http_exchange() {
-  return thread_report();
+  return zqpool::detail::thread_report();
 }
 
 const char* http_error_name(HTTP_Error error) noexcept {

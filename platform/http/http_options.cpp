@@ -5,7 +5,7 @@
 #include <mutex>
 #include <utility>
 
-#include "platform/http/detail/exchange.h"
+#include "platform/http/detail/transport_settings.h"
 #include "platform/json/json_spirit.h"
 
 namespace zqpool::detail {
@@ -25,9 +25,9 @@ Current& current() {
 
 }  // namespace
 
-std::shared_ptr<TLS_Context> Transport_Settings::trust() const {
-  std::call_once(loaded_, [this] { trust_ = std::make_shared<TLS_Context>(options); });
-  return trust_;
+std::shared_ptr<TLS_Context> Transport_Settings::tls_context() const {
+  std::call_once(loaded_, [this] { tls_context_ = std::make_shared<TLS_Context>(options); });
+  return tls_context_;
 }
 
 std::shared_ptr<const Transport_Settings> transport_settings() {

@@ -54,10 +54,10 @@ class ZQ_EXPORT HTTP_Session_Factory {
 /// JSON exchanges over a session. One thread at a time.
 class ZQ_EXPORT JSON_HTTP_Session {
  public:
-  /// A session that was idle for `longest_idle` seconds counts as lost. An exchange ends after
-  /// `longest_exchange` seconds, if neither the session's own limit nor that of HTTP_Options is
+  /// A session that was idle for `max_idle` seconds counts as lost. An exchange ends after
+  /// `max_exchange` seconds, if neither the session's own limit nor that of HTTP_Options is
   /// sooner. `session` may be empty.
-  JSON_HTTP_Session(HTTP_Session_Ptr session, int longest_idle, int longest_exchange);
+  JSON_HTTP_Session(HTTP_Session_Ptr session, int max_idle, int max_exchange);
 
   void reset(HTTP_Session_Ptr session);
   /// Whether there is a session that can carry an exchange.
@@ -70,6 +70,6 @@ class ZQ_EXPORT JSON_HTTP_Session {
 
  private:
   HTTP_Session_Ptr session_;
-  int longest_idle_;
-  int longest_exchange_;
+  int max_idle_;
+  int max_exchange_;
 };

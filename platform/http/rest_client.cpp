@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
 #include <mutex>
+#include <optional>
 #include <random>
 #include <stdexcept>
 #include <utility>
@@ -21,40 +21,42 @@ namespace {
 using namespace zqpool::detail;
 
 constexpr std::chrono::milliseconds first_pause{100};
-constexpr std::chrono::milliseconds longest_pause{2000};
+constexpr std::chrono::milliseconds max_pause{2000};
 // How long a service that said it would close may take to do so.
 constexpr std::chrono::milliseconds end_of_file_wait{50};
 // Services drop idle connections after five seconds or more; a request must never meet that.
-constexpr std::chrono::seconds longest_idle{4};
-constexpr std::size_t most_idle = 16;
+constexpr std::chrono::seconds max_idle_time{4};
+constexpr std::size_t max_idle_connections = 16;
 
 std::minstd_rand& pause_generator() {
   thread_local std::minstd_rand generator{std::random_device{}()};
   return generator;
 }
 
-/// Connections of a client that lives on, for its next calls.
-class Idle_Connections {
+/// The idle connections of a client that keeps them between calls.
+class Connection_Pool {
  public:
-  /// One that may carry a request now and was made under `settings`, or null.
+  /// One that was made under `settings` and may carry a request now, or null.
   std::unique_ptr<Stream> take(const std::shared_ptr<const Transport_Settings>& settings) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    while (!idle_.empty()) {
-      Idle candidate = std::move(idle_.back());
-      idle_.pop_back();
+    while (std::optional<Idle> idle = newest()) {
       // After a fork the connection is the parent's.
-      if (candidate.owner == getpid() && candidate.settings == settings &&
-          Clock::now() - candidate.since < longest_idle && candidate.stream->is_idle()) {
-        return std::move(candidate.stream);
+      if (idle->owner == getpid() && idle->settings == settings &&
+          Clock::now() - idle->since < max_idle_time && idle->stream->is_idle()) {
+        return std::move(idle->stream);
       }
     }
     return nullptr;
   }
 
   void give(std::unique_ptr<Stream> stream, std::shared_ptr<const Transport_Settings> settings) {
+    Idle idle{std::move(stream), std::move(settings), Clock::now(), getpid()};
+    std::optional<Idle> oldest;  // closed without the lock
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (idle_.size() == most_idle) idle_.erase(idle_.begin());
-    idle_.push_back({std::move(stream), std::move(settings), Clock::now(), getpid()});
+    if (idle_.size() == max_idle_connections) {
+      oldest = std::move(idle_.front());
+      idle_.erase(idle_.begin());
+    }
+    idle_.push_back(std::move(idle));
   }
 
  private:
@@ -64,9 +66,50 @@ class Idle_Connections {
     Clock::time_point since;
     pid_t owner;
   };
+
+  std::optional<Idle> newest() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (idle_.empty()) return std::nullopt;
+    std::optional<Idle> idle = std::move(idle_.back());
+    idle_.pop_back();
+    return idle;
+  }
+
   std::mutex mutex_;
   std::vector<Idle> idle_;
 };
+
+/// The words of a refusal's body, {"error":{"message":...}}.
+std::string error_message(const json_spirit::Value& body) {
+  constexpr std::size_t most = 1000;
+  if (body.type() != json_spirit::obj_type) return "";
+  const Object* const error = json_spirit::object_get_object(body.get_obj(), "error");
+  const std::string* const message =
+      error != nullptr ? json_spirit::object_get_str(*error, "message") : nullptr;
+  if (message == nullptr) return "";
+  std::size_t end = std::min(message->size(), most);
+  // Never in the middle of a character.
+  while (end < message->size() && end > 0 &&
+         (static_cast<unsigned char>((*message)[end]) & 0xc0) == 0x80)
+    --end;
+  return message->substr(0, end);
+}
+
+void log_failure(const HTTP_Exchange_Report& report, std::string authority) {
+  // A host that was refused for its control bytes must not write lines of its own.
+  std::replace_if(
+      authority.begin(), authority.end(),
+      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }, '?');
+  // Bounded, because ACE cuts a long line together with its end.
+  constexpr int max_host = 300;
+  constexpr int max_path = 1500;
+  constexpr int max_text = 1000;
+  const bool has_phase = report.error != HTTP_Error::status && report.error != HTTP_Error::bad_json;
+  ACE_ERROR((LM_ERROR, "%s %s://%.*s%.*s failed: %s%s%.*s.\n", http_method_name(report.method),
+             report.ssl ? "https" : "http", max_host, authority.c_str(), max_path,
+             report.path.c_str(), has_phase ? http_phase_name(report.phase) : "",
+             has_phase ? ": " : "", max_text, report.text.c_str()));
+}
 
 }  // namespace
 
@@ -86,62 +129,33 @@ class JSON_RESTful_Client::Impl {
   bool logging_error = true;
   bool keep_connections = false;
   HTTP_Headers default_headers;
-  Idle_Connections idle;
+
+ private:
+  class Call;
+  Connection_Pool connections_;
 };
 
-namespace {
-
-/// The words of a refusal's body, {"error":{"message":...}}.
-std::string error_message(const json_spirit::Value& body) {
-  constexpr std::size_t most = 1000;
-  if (body.type() != json_spirit::obj_type) return "";
-  const Object* const error = json_spirit::object_get_object(body.get_obj(), "error");
-  const std::string* const message =
-      error != nullptr ? json_spirit::object_get_str(*error, "message") : nullptr;
-  if (message == nullptr) return "";
-  std::size_t end = std::min(message->size(), most);
-  // Never in the middle of a character.
-  while (end < message->size() && end > 0 &&
-         (static_cast<unsigned char>((*message)[end]) & 0xc0) == 0x80)
-    --end;
-  return message->substr(0, end);
-}
-
-/// One client call: its attempts, its deadline and its report.
-template <class Client>
-class Call {
+/// One call of a client: its attempts and what comes of the last.
+class JSON_RESTful_Client::Impl::Call {
  public:
-  Call(Client& client, HTTP_Exchange_Report& report)
-      : client_(client),
-        report_(report),
-        settings_(transport_settings()),
-        start_(Clock::now()),
-        deadline_(Deadline::after(start_, settings_->options.exchange_timeout)) {}
+  Call(Impl& client, int method)
+      : client_(client), exchange_(client.endpoint, method, transport_settings()) {}
 
   bool run(const HTTP_Request& request, const json_spirit::Value* body, HTTP_Response* response,
            json_spirit::Value* answer) {
     HTTP_Headers* const headers = response != nullptr ? &response->headers() : nullptr;
-    if (prepare(request, body)) {
-      while (!attempt(headers) && may_repeat() && pause()) {
+    if (make_request(request, body)) {
+      while (!attempt(headers) && may_retry() && pause()) {
       }
     }
     // In this order, because the service needs a moment to end the connection.
     read_body(answer);
     end_connection();
-    if (response != nullptr) response->status(got_.status);
-    report_.status = got_.status;
-    report_.error = failure_.error;
-    report_.text = std::move(failure_.text);
-    report_.total = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start_);
-    return report_.ok();
+    return exchange_.finish(response);
   }
 
  private:
-  bool prepare(const HTTP_Request& request, const json_spirit::Value* body) {
-    report_path(request, report_);
-    if (request.method() != report_.method) {
-      return failure_.set(HTTP_Error::refused_request, "the request was made for another method");
-    }
+  bool make_request(const HTTP_Request& request, const json_spirit::Value* body) {
     std::string text;
     if (body != nullptr) {
       try {
@@ -150,43 +164,38 @@ class Call {
         return failure_.set(HTTP_Error::refused_request, std::string("the body: ") + error.what());
       }
     }
-    return make_wire_request(client_.endpoint, request, client_.default_headers,
-                             body != nullptr ? &text : nullptr, client_.keep_connections,
-                             settings_->options.user_agent, report_.request_id, wire_, failure_) &&
-           check_may_send(settings_->options, wire_, failure_);
+    return exchange_.make_request(request, client_.default_headers,
+                                  body != nullptr ? &text : nullptr, client_.keep_connections);
   }
 
   bool attempt(HTTP_Headers* headers) {
     failure_ = Failure();
-    got_ = Wire_Answer();
+    response_ = Wire_Response();
     begin_attempt_report();
-    std::unique_ptr<Stream> stream = client_.idle.take(settings_);
+    std::unique_ptr<Stream> stream = client_.connections_.take(exchange_.settings);
     report_.connection_reused = stream != nullptr;
     if (stream != nullptr) {
       report_.address = stream->peer().text();
     } else {
       stream = std::make_unique<Stream>();
-      const Deadline end = deadline_.or_sooner(Deadline::in(settings_->options.connect_timeout));
-      if (!open_connection(*settings_, client_.endpoint, end, *stream, report_, failure_)) {
+      const auto limit = exchange_.settings->options.connect_timeout;
+      if (!exchange_.connect(*stream, exchange_.deadline.or_sooner(Deadline::in(limit)))) {
         return false;
       }
     }
-    if (!converse(*stream, wire_, deadline_, settings_->options.largest_answer, got_, headers,
-                  report_, failure_)) {
-      return false;
-    }
-    if (!got_.keep_connection) {
+    if (!exchange_.send_and_receive(*stream, headers)) return false;
+    if (!response_.keep_connection) {
       ending_ = std::move(stream);
-    } else if (wire_.keep_connection) {
-      client_.idle.give(std::move(stream), settings_);
+    } else if (client_.keep_connections) {
+      client_.connections_.give(std::move(stream), exchange_.settings);
     }
-    if (got_.status / 100 == 2) return true;
-    return failure_.set(HTTP_Error::status, "HTTP status " + std::to_string(got_.status));
+    if (response_.status / 100 == 2) return true;
+    return failure_.set(HTTP_Error::status, "HTTP status " + std::to_string(response_.status));
   }
 
   void end_connection() {
     if (ending_ == nullptr) return;
-    ending_->close_after_peer(deadline_.or_sooner(Deadline::in(end_of_file_wait)));
+    ending_->close_after_peer(exchange_.deadline.or_sooner(Deadline::in(end_of_file_wait)));
     ending_.reset();
   }
 
@@ -199,18 +208,18 @@ class Call {
     report_.bytes_sent = report_.bytes_received = 0;
   }
 
-  bool may_repeat() const {
+  bool may_retry() const {
     if (failure_.permanent || report_.attempts > client_.retries) return false;
     if (!report_.sent) return true;
     // From here on the service may have acted, and only a read is harmless twice.
-    if (wire_.method != HTTP_METHOD_GET) return false;
+    if (report_.method != HTTP_METHOD_GET) return false;
     switch (failure_.error) {
       case HTTP_Error::broken:
       case HTTP_Error::tls:
       case HTTP_Error::malformed:
         return true;
       case HTTP_Error::status:
-        return got_.status == 429 || (got_.status >= 502 && got_.status <= 504);
+        return response_.status == 429 || (response_.status >= 502 && response_.status <= 504);
       default:
         return false;
     }
@@ -219,74 +228,44 @@ class Call {
   bool pause() {
     end_connection();
     const auto slot =
-        std::min(first_pause * (1 << std::min(report_.attempts - 1, 10)), longest_pause).count();
+        std::min(first_pause * (1 << std::min(report_.attempts - 1, 10)), max_pause).count();
     std::uniform_int_distribution<std::chrono::milliseconds::rep> jitter(slot / 2, slot);
     const std::chrono::milliseconds time{jitter(pause_generator())};
-    const Deadline last_start = deadline_.or_sooner(Deadline::after(start_, client_.retry_timeout));
+    const Deadline last_start =
+        exchange_.deadline.or_sooner(Deadline::after(exchange_.start, client_.retry_timeout));
     if (Clock::now() + time >= last_start.end()) return false;
     sleep_between_attempts(time);
     return true;
   }
 
-  /// The final attempt's body, into `answer` where there is one.
+  /// Reads the last attempt's body into `answer`, where the caller wants it.
   void read_body(json_spirit::Value* answer) {
-    if (got_.body.empty()) return;
     const bool success = failure_.error == HTTP_Error::none;
     const bool wanted = answer != nullptr && (success || client_.keep_error_body);
     json_spirit::Value unwanted;
     json_spirit::Value& value = wanted ? *answer : unwanted;
-    std::string why;
-    if (json_spirit::read(std::move(got_.body), value, why)) {
-      if (!success) report_.service_message = error_message(value);
-    } else if (success) {
-      failure_.set(HTTP_Error::bad_json, "the answer's body is not JSON: " + why);
-    }
+    if (exchange_.read_body(value) && !success) report_.service_message = error_message(value);
   }
 
-  Client& client_;
-  HTTP_Exchange_Report& report_;
-  const std::shared_ptr<const Transport_Settings> settings_;
-  const Clock::time_point start_;
-  const Deadline deadline_;
-  Wire_Request wire_;
-  Wire_Answer got_;
+  Impl& client_;
+  Exchange exchange_;
+  HTTP_Exchange_Report& report_ = exchange_.report;
+  Wire_Response& response_ = exchange_.response;
+  Failure& failure_ = exchange_.failure;
   std::unique_ptr<Stream> ending_;  // the connection that has served the last attempt
-  Failure failure_;
 };
-
-void log_failure(const HTTP_Exchange_Report& report, std::string authority) {
-  // A host that was refused for its control bytes must not write lines of its own.
-  std::replace_if(
-      authority.begin(), authority.end(),
-      [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }, '?');
-  // Bounded, because ACE cuts a long line together with its end.
-  constexpr int most_host = 300;
-  constexpr int most_path = 1500;
-  constexpr int most_text = 1000;
-  const bool has_phase = report.error != HTTP_Error::status && report.error != HTTP_Error::bad_json;
-  ACE_ERROR((LM_ERROR, "%s %s://%.*s%.*s failed: %s%s%.*s.\n", http_method_name(report.method),
-             report.ssl ? "https" : "http", most_host, authority.c_str(), most_path,
-             report.path.c_str(), has_phase ? http_phase_name(report.phase) : "",
-             has_phase ? ": " : "", most_text, report.text.c_str()));
-}
-
-}  // namespace
 
 bool JSON_RESTful_Client::Impl::call(int method, const HTTP_Request& request,
                                      const json_spirit::Value* body, HTTP_Response* response,
                                      json_spirit::Value* answer) {
-  HTTP_Exchange_Report& report = begin_report(endpoint, method);
-  if (Call<Impl>(*this, report).run(request, body, response, answer)) return true;
-  if (logging_error) log_failure(report, endpoint.authority(true));
+  if (Call(*this, method).run(request, body, response, answer)) return true;
+  if (logging_error) log_failure(thread_report(), endpoint.authority());
   return false;
 }
 
 JSON_RESTful_Client::JSON_RESTful_Client(const char* host, unsigned short port, bool ssl,
                                          bool keep_error_body)
     : impl_(std::make_unique<Impl>(make_endpoint(host, port, ssl), keep_error_body)) {}
-
-JSON_RESTful_Client::JSON_RESTful_Client(std::unique_ptr<Impl> impl) noexcept
-    : impl_(std::move(impl)) {}
 
 JSON_RESTful_Client::~JSON_RESTful_Client() = default;
 
@@ -337,32 +316,19 @@ void JSON_RESTful_Client::logging_error(bool on) noexcept {
 
 void JSON_RESTful_Client::set_header(int id, const char* text) {
   impl_->default_headers.put(id, text != nullptr ? text : "", true);
-  impl_->keep_connections = true;
+  impl_->keep_connections = true;  // part of what set_header() promises
 }
-
-namespace {
-
-/// Where the process's upstream client stands. Clients that were replaced stay, because their
-/// callers may still hold them, in a chain that shows leak checkers that they are not lost.
-struct Upstream {
-  Upstream_JSON_RESTful_Client* client;
-  const Upstream* replaced;
-};
-std::atomic<const Upstream*> upstream{nullptr};
-
-}  // namespace
 
 Common_JSON_RESTful_Client::Common_JSON_RESTful_Client(const char* host, unsigned short port,
                                                        bool ssl, bool is_on_backupd,
                                                        bool keep_error_body)
-    : JSON_RESTful_Client([&] {
-        auto impl = std::make_unique<Impl>(make_endpoint(host, port, ssl), keep_error_body);
-        if (is_on_backupd) {
-          impl->default_headers.put(HTTP_HEAD_X_ACCESS_KEY,
-                                    Host_Manager::instance()->access_key().c_str(), true);
-        }
-        return impl;
-      }()) {}
+    : JSON_RESTful_Client(host, port, ssl, keep_error_body) {
+  // Not by set_header(), which would keep the connection.
+  if (is_on_backupd) {
+    impl_->default_headers.put(HTTP_HEAD_X_ACCESS_KEY,
+                               Host_Manager::instance()->access_key().c_str(), true);
+  }
+}
 
 Upstream_JSON_RESTful_Client::Upstream_JSON_RESTful_Client(const char* host, unsigned short port,
                                                            bool ssl, const char* access_key)
@@ -370,19 +336,34 @@ Upstream_JSON_RESTful_Client::Upstream_JSON_RESTful_Client(const char* host, uns
   set_header(HTTP_HEAD_X_ACCESS_KEY, access_key);
 }
 
+namespace {
+
+/// Every upstream client that was configured, the last in force. Earlier ones stay, because their
+/// callers may still hold them.
+struct Upstream_Clients {
+  std::mutex mutex;
+  std::vector<std::unique_ptr<Upstream_JSON_RESTful_Client>> all;
+};
+
+Upstream_Clients& upstream() {
+  // Never destroyed: other threads may still be in a call when the process ends.
+  static Upstream_Clients& instance = *new Upstream_Clients;
+  return instance;
+}
+
+}  // namespace
+
 Upstream_JSON_RESTful_Client& Upstream_JSON_RESTful_Client::instance() {
-  static Upstream_JSON_RESTful_Client& unconfigured =
-      *new Upstream_JSON_RESTful_Client(nullptr, 0, false, nullptr);
-  const Upstream* const configured = upstream.load();
-  return configured != nullptr ? *configured->client : unconfigured;
+  const std::lock_guard<std::mutex> lock(upstream().mutex);
+  auto& all = upstream().all;
+  if (all.empty()) all.emplace_back(new Upstream_JSON_RESTful_Client(nullptr, 0, false, nullptr));
+  return *all.back();
 }
 
 void Upstream_JSON_RESTful_Client::configure(const char* host, unsigned short port, bool ssl,
                                              const char* access_key) {
   std::unique_ptr<Upstream_JSON_RESTful_Client> client(
       new Upstream_JSON_RESTful_Client(host, port, ssl, access_key));
-  auto* const next = new Upstream{client.get(), upstream.load()};
-  while (!upstream.compare_exchange_weak(next->replaced, next)) {
-  }
-  static_cast<void>(client.release());  // kept for good: callers may still hold it
+  const std::lock_guard<std::mutex> lock(upstream().mutex);
+  upstream().all.push_back(std::move(client));
 }

@@ -13,8 +13,8 @@
 /// JSON. The answer value receives the body also when the call failed, if there is one that
 /// parses; otherwise it is left as it was. Nothing is thrown but std::bad_alloc.
 ///
-/// Each call opens its own connection. A client that was given headers of its own with set_header()
-/// is meant to live on and keeps its connection between calls instead.
+/// Each call opens its own connection, unless set_header() was called: then connections are kept
+/// open between calls.
 ///
 /// Calls may run on several threads at once; retries(), retry_timeout(), logging_error() and
 /// set_header() may not run beside them. last_http_exchange() tells a thread what its call did.
@@ -45,15 +45,15 @@ class ZQ_EXPORT JSON_RESTful_Client {
   /// Whether a failed call writes one LM_ERROR line (method, URL without the query, reason); true
   /// unless set.
   void logging_error(bool on) noexcept;
-  /// A header for every request of this client; null or "" removes it. A request's own header of
-  /// the same id wins.
+  /// Sets a header for every request of this client; null or "" removes it. A request's own header
+  /// of the same id wins. From now on the client also keeps its connections between calls: a client
+  /// with a header of its own is meant to live on.
   void set_header(int id, const char* text);
 
- protected:
-  class Impl;
-  explicit JSON_RESTful_Client(std::unique_ptr<Impl> impl) noexcept;
-
  private:
+  friend class Common_JSON_RESTful_Client;
+
+  class Impl;
   std::unique_ptr<Impl> impl_;
 };
 

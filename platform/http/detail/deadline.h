@@ -8,6 +8,10 @@ namespace zqpool::detail {
 
 using Clock = std::chrono::steady_clock;
 
+inline std::chrono::microseconds micros_since(Clock::time_point start) noexcept {
+  return std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - start);
+}
+
 /// The moment at which waiting ends.
 class Deadline {
  public:
@@ -18,8 +22,8 @@ class Deadline {
     return after(Clock::now(), limit);
   }
   static Deadline after(Clock::time_point start, std::chrono::milliseconds limit) noexcept {
-    constexpr std::chrono::milliseconds longest = std::chrono::hours(24 * 3650);
-    return Deadline(start + std::clamp(limit, std::chrono::milliseconds(0), longest));
+    constexpr std::chrono::milliseconds max_limit = std::chrono::hours(24 * 3650);
+    return Deadline(start + std::clamp(limit, std::chrono::milliseconds(0), max_limit));
   }
 
   Clock::time_point end() const noexcept { return end_; }

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <signal.h>
 
+#include <algorithm>
 #include <atomic>
 #include <condition_variable>
 #include <cstring>
@@ -53,6 +54,18 @@ int look_up(const std::string& host, unsigned short port, int flags, Addresses& 
     addresses.push_back(make_address(entry->ai_addr, entry->ai_addrlen, port));
   }
   return addresses.empty() ? EAI_NONAME : 0;
+}
+
+/// Lets the address families take turns (RFC 8305, section 4), so that one that leads nowhere from
+/// this host does not come before all of the other. Within a family the system's order stands.
+void interleave_families(Addresses& addresses) {
+  for (auto i = addresses.begin(); i != addresses.end(); ++i) {
+    const auto other = std::find_if(i + 1, addresses.end(), [i](const Address& address) {
+      return address.storage.ss_family != i->storage.ss_family;
+    });
+    if (other == addresses.end()) return;
+    std::rotate(i + 1, other, other + 1);
+  }
 }
 
 bool parse_literal(const std::string& host, unsigned short port, Addresses& addresses) {
@@ -153,6 +166,7 @@ bool resolve(const std::string& host, unsigned short port, Deadline deadline, Ad
   }
   if (look_up->code != 0) return failure.set(HTTP_Error::name, gai_strerror(look_up->code));
   addresses.swap(look_up->addresses);
+  interleave_families(addresses);
   return true;
 }
 

@@ -23,9 +23,9 @@ using Addresses = std::vector<Address>;
 /// Whether `host` is an address literal (IPv6 without brackets, a zone allowed).
 bool is_address_literal(const std::string& host);
 
-/// The addresses of `host` in the order to try them. Literals need no look-up. A name is looked up
-/// by the system on a thread of its own, which is left behind when the deadline passes first; only
-/// so many may be left behind at a time.
+/// The addresses of `host` in the order to try them (RFC 8305). Literals need no look-up. A name is
+/// looked up by the system on a thread of its own, which is left behind when the deadline passes
+/// first; only so many may be left behind at a time.
 bool resolve(const std::string& host, unsigned short port, Deadline deadline, Addresses& addresses,
              Failure& failure);
 

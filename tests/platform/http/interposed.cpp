@@ -26,6 +26,7 @@ struct State {
   std::map<std::string, Known_Name> names;
   std::map<std::string, int> look_ups;
   std::map<unsigned short, unsigned short> ports;
+  std::vector<std::string> connects;
   int under_way = 0;
   std::function<void()> after_connect;
 };
@@ -48,6 +49,7 @@ Interposed_Network::Interposed_Network() {
   state().names.clear();
   state().look_ups.clear();
   state().ports.clear();
+  state().connects.clear();
   state().after_connect = nullptr;
   state().active = true;
 }
@@ -85,6 +87,11 @@ int Interposed_Network::look_ups(const std::string& name) const {
   const std::lock_guard lock(state().mutex);
   const auto found = state().look_ups.find(name);
   return found != state().look_ups.end() ? found->second : 0;
+}
+
+std::vector<std::string> Interposed_Network::connects() const {
+  const std::lock_guard lock(state().mutex);
+  return state().connects;
 }
 
 void Interposed_Network::redirect(unsigned short port, unsigned short to) {
@@ -152,6 +159,9 @@ extern "C" __attribute__((visibility("default"))) int connect(int fd, const sock
   auto& port = reinterpret_cast<sockaddr_in*>(&changed)->sin_port;
   {
     const std::lock_guard lock(state().mutex);
+    char text[INET6_ADDRSTRLEN];
+    getnameinfo(addr, len, text, sizeof text, nullptr, 0, NI_NUMERICHOST);
+    state().connects.emplace_back(text);
     const auto found = state().ports.find(ntohs(port));
     if (state().active && found != state().ports.end()) port = htons(found->second);
   }

@@ -26,6 +26,8 @@ class Interposed_Network {
   void release();
   /// How many look-ups of the name began.
   int look_ups(const std::string& name) const;
+  /// The addresses that connecting was begun to, in that order.
+  std::vector<std::string> connects() const;
   /// Connections to the first port go to the second.
   void redirect(unsigned short port, unsigned short to);
   /// Called once, after the next connect() of the transport has returned.

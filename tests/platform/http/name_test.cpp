@@ -87,6 +87,17 @@ TEST_F(HTTP_Name_Test, several_dead_addresses_do_not_eat_the_deadline) {
   EXPECT_TRUE(called.ok) << called.report.text;
 }
 
+TEST_F(HTTP_Name_Test, the_address_families_take_turns) {
+  if (!has_ipv6()) GTEST_SKIP() << "this machine has no ::1";
+  const Refused_Port two("127.0.0.2", server_.port());
+  const Refused_Port three("127.0.0.3", server_.port());
+  const Refused_Port six("::1", server_.port());
+  network_.name("pool.test", {"127.0.0.2", "127.0.0.3", "127.0.0.1", "::1"});
+  EXPECT_TRUE(call_once(named("pool.test")).ok) << last_http_exchange().text;
+  EXPECT_THAT(network_.connects(),
+              testing::ElementsAre("127.0.0.2", "::1", "127.0.0.3", "127.0.0.1"));
+}
+
 TEST_F(HTTP_Name_Test, all_addresses_refusing_is_reported_in_the_systems_words) {
   const Refused_Port one("127.0.0.2", server_.port());
   const Refused_Port two("127.0.0.3", server_.port());
