@@ -17,6 +17,7 @@ int main(int argc, char** argv) {
   add_uri(commands);
   add_module(commands);
   add_config(commands);
+  add_completion(commands);
   add_lab(commands);
   return commands.run(argc, argv);
 }

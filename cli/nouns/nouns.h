@@ -5,6 +5,7 @@
 namespace zqpool::cli {
 
 // Each adds one noun with its verbs.
+void add_completion(Command_Line& commands);
 void add_config(Command_Line& commands);
 void add_device(Command_Line& commands);
 void add_fs(Command_Line& commands);

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "tests/cli/programs/program.h"
+#include "tests/support/temp_directory.h"
 
 namespace zqpool::test {
 namespace {
@@ -128,59 +129,107 @@ TEST(Documentation, the_manual_has_every_verb_and_option) {
   EXPECT_THAT(missing(all_options(), manual), testing::IsEmpty());
 }
 
-Words bash_completion(const std::string& line) {
-  const std::string script =
-      "source " ZQPOOL_SOURCE_DIR
-      "/packaging/completion/zqpool.bash\n"
-      "COMP_WORDS=(" +
-      line +
-      ")\n"
-      "[[ '" +
-      line +
-      "' == *' ' ]] && COMP_WORDS+=('')\n"
-      "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
-      "_zqpool && ((${#COMPREPLY[@]})) && printf '%s\\n' \"${COMPREPLY[@]}\"\n";
-  const Run_Result result = run_program({"/bin/bash", "-u", "-c", script});
+/// What bash offers at the end of each line. One shell for all: each start of one takes time.
+std::map<std::string, Words> bash_completions(const Words& lines) {
+  std::string script = zqpool({"completion", "bash"}).out +
+                       "complete_line() {\n"
+                       "  read -ra COMP_WORDS <<<\"$1\"\n"
+                       "  [[ $1 != *' ' ]] || COMP_WORDS+=('')\n"
+                       "  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n"
+                       "  _zqpool\n"
+                       "  printf '%s\\t' \"$1\" \"${COMPREPLY[@]}\"\n"
+                       "  printf '\\n'\n"
+                       "}\n";
+  for (const std::string& line : lines)
+    script += "complete_line '" + line + "'\n";
+  Run_Options options;
+  options.input = script;
+  const Run_Result result = run_program({"/bin/bash", "-u"}, options);
   EXPECT_EQ(result.err, "");
-  Words words;
-  std::istringstream lines(result.out);
-  for (std::string word; std::getline(lines, word);)
-    words.push_back(word.substr(0, word.find(' ')));
-  return words;
+  std::map<std::string, Words> found;
+  std::istringstream rows(result.out);
+  for (std::string row; std::getline(rows, row);) {
+    std::istringstream fields(row);
+    std::string line;
+    std::getline(fields, line, '\t');
+    for (std::string word; std::getline(fields, word, '\t');)
+      if (!word.empty()) found[line].push_back(word);
+  }
+  return found;
 }
 
-TEST(Documentation, bash_completes_every_noun_verb_and_option) {
-  EXPECT_THAT(bash_completion("zqpool "),
-              testing::UnorderedElementsAreArray(listed_under(zqpool({"--help"}).out, "Nouns")));
-  std::map<std::string, Words> verbs_of;
-  for (const Verb& verb : all_verbs())
-    verbs_of[verb.noun].push_back(verb.name);
-  for (auto& [noun, verbs] : verbs_of) {
-    const Words inner = listed_under(help_of(noun), "Nouns");
-    verbs.insert(verbs.end(), inner.begin(), inner.end());
-    EXPECT_THAT(bash_completion("zqpool " + noun + " "), testing::UnorderedElementsAreArray(verbs));
-    EXPECT_THAT(bash_completion("zqpool --jobs 2 --trace " + noun + " "),
-                testing::UnorderedElementsAreArray(verbs));
-  }
+TEST(Completion, bash_offers_every_noun_verb_and_option) {
+  std::map<std::string, Words> wanted;
+  wanted["zqpool "] = listed_under(help_of(""), "Nouns");
   for (const Verb& verb : all_verbs()) {
-    EXPECT_THAT(bash_completion("zqpool " + verb.noun + " " + verb.name + " --"),
-                testing::UnorderedElementsAreArray(long_options(verb.help)));
+    wanted["zqpool " + verb.noun + " "].push_back(verb.name);
+    wanted["zqpool --jobs 2 --trace " + verb.noun + " "].push_back(verb.name);
+    const std::set<std::string> options = long_options(verb.help);
+    wanted["zqpool " + verb.noun + " " + verb.name + " --"].assign(options.begin(), options.end());
   }
-  EXPECT_THAT(bash_completion("zqpool po"), testing::ElementsAre("pool"));
-  EXPECT_THAT(bash_completion("zqpool pool show --output j"), testing::ElementsAre("json"));
-  EXPECT_THAT(bash_completion("zqpool pool show --endpoint "), testing::IsEmpty());
+  for (const char* const noun : {"fs", "image"}) {
+    wanted[std::string("zqpool ") + noun + " "].emplace_back("snapshot");
+    wanted[std::string("zqpool --jobs 2 --trace ") + noun + " "].emplace_back("snapshot");
+  }
+  Words lines;
+  for (const auto& [line, words] : wanted)
+    lines.push_back(line);
+  std::map<std::string, Words> offered = bash_completions(lines);
+  for (const auto& [line, words] : wanted)
+    EXPECT_THAT(offered[line], testing::UnorderedElementsAreArray(words)) << line;
 }
 
-TEST(Documentation, zsh_completes_every_noun_verb_and_option) {
-  const std::string script = file_text("packaging/completion/_zqpool");
-  EXPECT_EQ(script.rfind("#compdef zqpool\n", 0), 0U);
-  Words words = all_options();
-  for (const Verb& verb : all_verbs()) {
-    for (const std::string& noun : split(verb.noun))
-      words.push_back("'" + noun + ":");
-    words.push_back("'" + verb.name + ":");
+TEST(Completion, bash_offers_the_values_of_options_and_arguments) {
+  const std::string tree = ZQPOOL_SOURCE_DIR "/";
+  const std::map<std::string, Words> wanted = {
+      {"zqpool po", {"pool"}},
+      {"zqpool pool show --output j", {"json"}},
+      {"zqpool -o ", {"table", "json", "tsv"}},
+      {"zqpool pool show --endpoint ", {}},
+      {"zqpool pool show --endpoint pool ", {}},
+      {"zqpool lun create p-1 --retention n", {"normal", "newest"}},
+      {"zqpool lun export p-1 l-1 --type ", {"iSCSI", "FC"}},
+      {"zqpool metadata add --type d", {"dir"}},
+      {"zqpool lab fault reset_", {"reset_before_commit", "reset_after_commit"}},
+      {"zqpool lab fault cut res", {}},
+      {"zqpool lab scenario " + tree + "LICEN", {tree + "LICENSE"}},
+      {"zqpool config show --access-key-file " + tree + "LICEN", {tree + "LICENSE"}},
+      {"zqpool --host-root " + tree + "exampl", {tree + "examples"}},
+      {"zqpool completion ", {"bash", "zsh", "fish"}}};
+  Words lines;
+  for (const auto& [line, words] : wanted)
+    lines.push_back(line);
+  std::map<std::string, Words> offered = bash_completions(lines);
+  for (const auto& [line, words] : wanted)
+    EXPECT_THAT(offered[line], testing::UnorderedElementsAreArray(words)) << line;
+}
+
+/// Where the shell is installed, it must find nothing wrong with the script.
+void check_syntax(const std::string& shell, const std::string& script) {
+  const Temp_Directory directory;
+  const std::string file = directory.write("script", script);
+  const Run_Result result = run_program(
+      {"/bin/sh", "-c", "! command -v \"$0\" >/dev/null || \"$0\" -n \"$1\"", shell, file});
+  EXPECT_EQ(result.exit_code, 0) << shell << ": " << result.err;
+}
+
+TEST(Completion, each_script_is_sound_and_knows_every_verb_and_option) {
+  for (const std::string shell : {"bash", "zsh", "fish"}) {
+    const Run_Result result = zqpool({"completion", shell});
+    EXPECT_EQ(result.exit_code, 0) << result.err;
+    check_syntax(shell, result.out);
+    Words words;
+    for (const Verb& verb : all_verbs())
+      words.push_back("'zqpool " + verb.noun + " " + verb.name + "'");
+    EXPECT_THAT(missing(words, result.out), testing::IsEmpty()) << shell;
+    words = all_options();
+    if (shell == "fish") {
+      for (std::string& option : words)
+        option = "-l " + option.substr(2) + " ";
+    }
+    EXPECT_THAT(missing(words, result.out), testing::IsEmpty()) << shell;
   }
-  EXPECT_THAT(missing(words, script), testing::IsEmpty());
+  EXPECT_THAT(zqpool({"completion", "zsh"}).out, testing::StartsWith("#compdef zqpool\n"));
 }
 
 }  // namespace
