@@ -36,8 +36,7 @@ Image_Pool_Manager::Image_Pool_Manager(const string& url, const string& access_k
   ssl_ = uri.is_ssl();
 }
 
-// --- Filesystems
-// ----------------------------------------------------------------------------------
+// --- Filesystems -------------------------------------------------------------------------------
 
 bool Image_Pool_Manager::create_filesystem(const string& name, const string* snapshot_id,
                                            const string* mount_point) const {
@@ -74,8 +73,7 @@ bool Image_Pool_Manager::umount_filesystem(const string& name) const {
   return filesystems(*this, ZQ_HERE).umount(name);
 }
 
-// --- Snapshots
-// ------------------------------------------------------------------------------------
+// --- Snapshots ---------------------------------------------------------------------------------
 
 bool Image_Pool_Manager::create_snapshot(const string& name, string& snapshot_id,
                                          bool recyclable) const {

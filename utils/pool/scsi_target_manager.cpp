@@ -115,8 +115,7 @@ const char* SCSI_Target_Manager::type_to_name(int type) {
   return row->key;
 }
 
-// --- The pool
-// -------------------------------------------------------------------------------------
+// --- The pool ----------------------------------------------------------------------------------
 
 bool SCSI_Target_Manager::get_scsi_pool_info(Object& info) {
   json_spirit::Value answer;
@@ -171,8 +170,7 @@ string SCSI_Target_Manager::generate_target_name() const {
   return name;
 }
 
-// --- LUNs
-// -----------------------------------------------------------------------------------------
+// --- LUNs --------------------------------------------------------------------------------------
 
 bool SCSI_Target_Manager::create_lun(const ACE_UINT64 size, string& lun_id, int& lun,
                                      int block_size, bool to_export, bool with_acls,
@@ -307,8 +305,7 @@ bool SCSI_Target_Manager::get_serial_number(const string& lun_id, string& serial
   return json_spirit::object_get_swap(info, "vpd_serial_number", serial_number);
 }
 
-// --- Snapshots of LUNs
-// ----------------------------------------------------------------------------
+// --- Snapshots of LUNs -------------------------------------------------------------------------
 
 bool SCSI_Target_Manager::create_snapshot(const string& lun_id, string& snapshot_id,
                                           bool recyclable) const {
@@ -428,8 +425,7 @@ bool SCSI_Target_Manager::cal_snapshot_size(const string& snapshot_id, ACE_UINT6
   return zqpool::detail::added_size(ZQ_HERE, current, previous, size);
 }
 
-// --- Who may reach them
-// ---------------------------------------------------------------------------
+// --- Who may reach them ------------------------------------------------------------------------
 
 bool SCSI_Target_Manager::get_acls(Object& params, const char* transport) {
   if (transport == nullptr && (!get_scsi_type() || scsi_type_.empty())) {
@@ -478,8 +474,7 @@ bool SCSI_Target_Manager::add_snapshot_acls(const string& snapshot_id, int lun) 
          call(*this, HTTP_METHOD_PUT, snapshot_export_path).body(std::move(body)).send();
 }
 
-// --- Filesystems
-// ----------------------------------------------------------------------------------
+// --- Filesystems -------------------------------------------------------------------------------
 
 bool SCSI_Target_Manager::create_filesystem(string name, const string* snapshot_id,
                                             const string* mount_point) const {

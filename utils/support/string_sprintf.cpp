@@ -6,7 +6,7 @@
 
 namespace {
 
-constexpr std::size_t least_room = 128;
+constexpr std::size_t min_room = 128;
 
 void cut_back(std::string& out, std::size_t start) {
   if (start == 0) {
@@ -19,8 +19,8 @@ void cut_back(std::string& out, std::size_t start) {
 ssize_t vsprintf_at(std::string& out, std::size_t start, const char* format, std::va_list args) {
   for (bool guessed = false;;) {
     std::size_t room = out.size() - start;
-    if (room < least_room) {
-      room = least_room;
+    if (room < min_room) {
+      room = min_room;
       out.resize(start + room);
     }
     std::va_list pass;
@@ -47,7 +47,7 @@ ssize_t vsprintf_at(std::string& out, std::size_t start, const char* format, std
       guessed = true;
       // Not to be "fixed": on a C library that does not tell how much is needed the answer is only
       // ACE's guess, and growing by one would crawl.
-      length += least_room;
+      length += min_room;
     } else {
       guessed = false;
     }

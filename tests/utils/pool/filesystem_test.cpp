@@ -22,8 +22,7 @@ const std::string fs_path = "/zq/r/scsipool/fs";
 const std::string mount_path = "/zq/r/scsipool/fs/mount";
 const std::string snapshot_path = "/zq/r/scsipool/fs/snapshot";
 
-// --- The operations, whatever their manager calls them
-// --------------------------------------------
+// --- The operations, whatever their manager calls them -----------------------------------------
 
 /// Null for nullptr, which a std::string cannot hold.
 struct Text {
@@ -171,8 +170,7 @@ Call describe_snapshot() {
   };
 }
 
-// --- Their rows
-// -----------------------------------------------------------------------------------
+// --- Their rows --------------------------------------------------------------------------------
 
 template <typename Manager>
 std::vector<Wire_Row> create_rows() {
@@ -543,8 +541,7 @@ INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_filesystem_snapshot_info, Wire_
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_get_snapshot_info, Wire_Table,
                          testing::ValuesIn(plays(snapshot_info_rows<Image>())), Wire_Table::name);
 
-// --- Any answer, and more of both managers
-// --------------------------------------------------------
+// --- Any answer, and more of both managers -----------------------------------------------------
 
 template <typename Manager>
 class Filesystem_Test : public testing::Test {};

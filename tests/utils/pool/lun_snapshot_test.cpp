@@ -248,8 +248,7 @@ INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_snapshot_info, Wire_Table,
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_snapshot_serial_number, Wire_Table,
                          testing::ValuesIn(plays(serial_rows())), Wire_Table::name);
 
-// --- Any answer
-// -----------------------------------------------------------------------------------
+// --- Any answer --------------------------------------------------------------------------------
 
 TEST(Lun_Snapshot_Any_Answer, create_snapshot) {
   judge_any_answer(create_snapshot(true), R"({"snapshot_id":"s1","seq":1})", [](const Value* body) {

@@ -538,8 +538,7 @@ INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_lun_num, Wire_Table,
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_get_serial_number, Wire_Table,
                          testing::ValuesIn(plays(serial_rows())), Wire_Table::name);
 
-// --- Any answer
-// -----------------------------------------------------------------------------------
+// --- Any answer --------------------------------------------------------------------------------
 
 /// What a creation makes of an answer, when it says `failure` of a bad object.
 Judge creation(const std::string& failure) {

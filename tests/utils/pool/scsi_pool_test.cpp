@@ -332,8 +332,7 @@ INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_add_lun_acls, Wire_Table,
 INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_add_snapshot_acls, Wire_Table,
                          testing::ValuesIn(plays(snapshot_acls_rows())), Wire_Table::name);
 
-// --- Any answer
-// -----------------------------------------------------------------------------------
+// --- Any answer --------------------------------------------------------------------------------
 
 std::vector<std::string> pool_messages(const Value* body) {
   if (body == nullptr) return {"Failed to get scsi pool 'p1' info.\n"};
@@ -396,8 +395,7 @@ TEST(Scsi_Pool_Any_Answer, additions_to_access_lists_succeed_exactly_when_the_ex
                           judge);
 }
 
-// --- The manager itself
-// ---------------------------------------------------------------------------
+// --- The manager itself ------------------------------------------------------------------------
 
 TEST(Scsi_Target_Manager_Test, retention_types_have_names) {
   EXPECT_STREQ(SCSI_Target_Manager::type_to_name(SCSI_Target_Manager::TYPE_NORMAL), "normal");

@@ -94,8 +94,7 @@ Call cal_size(const Chain& chain) {
   };
 }
 
-// --- Predecessors
-// ---------------------------------------------------------------------------------
+// --- Predecessors ------------------------------------------------------------------------------
 
 std::vector<Wire_Row> previous_rows(const Chain& chain) {
   const std::string none = R"({"info":{}})";
@@ -207,8 +206,7 @@ std::vector<Wire_Row> shared_snapshot_rows() {
   };
 }
 
-// --- Sizes
-// ----------------------------------------------------------------------------------------
+// --- Sizes -------------------------------------------------------------------------------------
 
 std::vector<Wire_Row> size_rows(const Chain& chain) {
   const auto description = [](const std::string& seq, const std::string& excl,
@@ -336,8 +334,7 @@ INSTANTIATE_TEST_SUITE_P(SCSI_Target_Manager_cal_snapshot_size_of_filesystem, Wi
 INSTANTIATE_TEST_SUITE_P(Image_Pool_Manager_cal_snapshot_size, Wire_Table,
                          testing::ValuesIn(plays(size_rows(image_chain()))), Wire_Table::name);
 
-// --- All kinds of chains
-// --------------------------------------------------------------------------
+// --- All kinds of chains -----------------------------------------------------------------------
 
 class Snapshot_Chain_Test : public testing::TestWithParam<Chain> {
  public:
