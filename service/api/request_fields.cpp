@@ -12,26 +12,6 @@ using json_spirit::Value;
 
 namespace {
 
-const char* type_name(json_spirit::Value_type type) {
-  switch (type) {
-    case json_spirit::obj_type:
-      return "an object";
-    case json_spirit::array_type:
-      return "an array";
-    case json_spirit::str_type:
-      return "a string";
-    case json_spirit::bool_type:
-      return "true or false";
-    case json_spirit::int_type:
-      return "an integer";
-    case json_spirit::real_type:
-      return "a number with a fraction";
-    case json_spirit::null_type:
-      break;
-  }
-  return "null";
-}
-
 std::string listed(std::initializer_list<const char*> words) {
   std::string out;
   for (const char* word : words) {
