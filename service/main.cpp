@@ -14,7 +14,6 @@
 #include "platform/crypto/s3_key.h"
 #include "service/app/access_key.h"
 #include "service/app/dispatcher.h"
-#include "service/app/secret_file.h"
 #include "service/assemble.h"
 #include "service/http/access_log.h"
 #include "service/http/certificate.h"
@@ -80,10 +79,10 @@ void serve(const Options& options) {
   if (options.no_access_key) {
     std::fputs("zqpoold: WARNING: no access key is asked for; everybody is let in\n", stderr);
   } else {
-    key = Access_Key::from_file(options.access_key_file);
+    key = Access_Key(read_secret(options.access_key_file, "access key"));
   }
   if (!options.s3_secret_file.empty()) {
-    set_s3_key_secret(read_secret_file(options.s3_secret_file, "S3 secret"));
+    set_s3_key_secret(read_secret(options.s3_secret_file, "S3 secret"));
   }
   Resources resources = assemble(options.nfs_delay);
   Database database(options.state_file, [&](Connection& db) {

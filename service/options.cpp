@@ -6,6 +6,8 @@
 #include <iostream>
 #include <thread>
 
+#include "platform/text/host_port.h"
+
 namespace zqpool::service {
 
 namespace {
@@ -15,17 +17,17 @@ constexpr int usage_exit = 2;
 /// "127.0.0.1:8480", "[::1]:8480". Throws CLI::ValidationError.
 Listen_Address read_address(const std::string& option, const std::string& text) {
   const std::size_t colon = text.rfind(':');
-  Listen_Address out;
   if (colon != std::string::npos) {
-    out.address = text.substr(0, colon);
-    if (out.address.size() > 2 && out.address.front() == '[' && out.address.back() == ']') {
-      out.address = out.address.substr(1, out.address.size() - 2);
-    } else if (out.address.find(':') != std::string::npos) {
-      out.address.clear();  // an IPv6 address without brackets: which colon is the port's?
-    }
+    const std::string_view host = std::string_view(text).substr(0, colon);
+    const std::string_view address = text::without_brackets(host);
+    // Without brackets, an IPv6 address does not tell which colon is the port's.
+    const bool ambiguous = address == host && host.find(':') != std::string_view::npos;
+    unsigned short port = 0;
     const char* const end = text.data() + text.size();
-    const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, out.port);
-    if (error == std::errc() && stop == end && !out.address.empty()) return out;
+    const auto [stop, error] = std::from_chars(text.data() + colon + 1, end, port);
+    if (error == std::errc() && stop == end && !address.empty() && !ambiguous) {
+      return {std::string(address), port};
+    }
   }
   throw CLI::ValidationError(option, "'" + text + "' is not ADDRESS:PORT");
 }
@@ -67,11 +69,11 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
   app.add_flag("--reload-scenario", options.reload_scenario,
                "Load the scenario also into an existing state, whose content is lost");
   app.add_option("--access-key-file", options.access_key_file,
-                 "Its first line is the key that requests must carry")
+                 "Holds the key that requests must carry")
       ->type_name("FILE");
   app.add_flag("--no-access-key", options.no_access_key, "Let everybody in");
   app.add_option("--s3-secret-file", options.s3_secret_file,
-                 "Its first line is the secret, shared with the hosts, that seals keys of S3 pools")
+                 "Holds the secret, shared with the hosts, that seals the keys of S3 pools")
       ->type_name("FILE");
   app.add_option("--access-log", options.access_log, "One line a request; - is standard output")
       ->type_name("FILE")

@@ -3,11 +3,25 @@
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
 
+#include <cstdio>
 #include <stdexcept>
 
-#include "service/app/secret_file.h"
+#include "platform/text/secret_file.h"
 
 namespace zqpool::service {
+
+std::string read_secret(const std::string& file, const std::string& what) {
+  try {
+    text::Secret_File read = text::read_secret_file(file);
+    if (read.open_to_others) {
+      std::fprintf(stderr, "zqpoold: warning: %s file '%s' can be read by others\n", what.c_str(),
+                   file.c_str());
+    }
+    return std::move(read.secret);
+  } catch (const std::runtime_error& error) {
+    throw std::runtime_error("cannot read an " + what + " from '" + file + "': " + error.what());
+  }
+}
 
 Access_Key::Access_Key(std::string_view key) : digest_(digest(key)) {}
 
@@ -19,14 +33,10 @@ Access_Key::Digest Access_Key::digest(std::string_view text) {
   return out;
 }
 
-// Digests have one length, so that not even the key's own shows in the time.
+// Digests all have one length, so not even the key's length shows in the time.
 bool Access_Key::matches(std::string_view given) const {
   const Digest other = digest(given);
   return CRYPTO_memcmp(digest_.data(), other.data(), digest_.size()) == 0;
-}
-
-Access_Key Access_Key::from_file(const std::string& file) {
-  return Access_Key(read_secret_file(file, "access key"));
 }
 
 }  // namespace zqpool::service

@@ -6,15 +6,16 @@
 
 namespace zqpool::service {
 
+/// Reads a file that holds a secret, such as an "access key", and warns on standard error if other
+/// users can read it. Throws std::runtime_error, which names the file.
+std::string read_secret(const std::string& file, const std::string& what);
+
 /// The key that requests must carry. Only its digest is kept.
 class Access_Key {
  public:
   explicit Access_Key(std::string_view key);
-  /// Takes the same time whatever the given key is.
+  /// Takes the same time for every key.
   bool matches(std::string_view given) const;
-
-  /// The first line of a file, as read_secret_file() reads it.
-  static Access_Key from_file(const std::string& file);
 
  private:
   using Digest = std::array<unsigned char, 32>;

@@ -22,22 +22,22 @@ constexpr std::array<std::pair<Fault_Kind, const char*>, 9> kind_names{
      {Fault_Kind::huge, "huge"},
      {Fault_Kind::wrong_type, "wrong_type"}}};
 
-constexpr std::int64_t most_faults = 1000;
-constexpr std::int64_t longest_wait_ms = 600000;
-constexpr std::int64_t most_garbage = 64 << 20;
-constexpr std::int64_t most_huge = std::int64_t{1} << 40;
+constexpr std::int64_t max_faults = 1000;
+constexpr std::int64_t max_wait_ms = 600000;
+constexpr std::int64_t max_garbage = 64 << 20;
+constexpr std::int64_t max_huge = std::int64_t{1} << 40;
 
 std::int64_t bounded(Request_Fields& fields, const std::string& key, std::int64_t otherwise,
-                     std::int64_t least, std::int64_t most) {
+                     std::int64_t min, std::int64_t max) {
   const std::int64_t value = fields.count_or(key, otherwise);
-  if (value < least || value > most) {
-    fields.refuse(key, "must be from " + std::to_string(least) + " to " + std::to_string(most));
+  if (value < min || value > max) {
+    fields.refuse(key, "must be from " + std::to_string(min) + " to " + std::to_string(max));
   }
   return value;
 }
 
 void read_what(Request_Fields& fields, Fault& fault) {
-  fault.delay_ms = bounded(fields, "delay_ms", 0, 0, longest_wait_ms);
+  fault.delay_ms = bounded(fields, "delay_ms", 0, 0, max_wait_ms);
   fault.delay_after_commit = fields.flag_or("delay_after_commit", false);
   switch (fault.kind) {
     case Fault_Kind::status: {
@@ -62,14 +62,14 @@ void read_what(Request_Fields& fields, Fault& fault) {
       break;
     case Fault_Kind::drip:
       fault.bytes = bounded(fields, "bytes", 1, 1, 1 << 20);
-      fault.interval_ms = bounded(fields, "interval_ms", 100, 1, longest_wait_ms);
+      fault.interval_ms = bounded(fields, "interval_ms", 100, 1, max_wait_ms);
       break;
     case Fault_Kind::garbage:
-      fault.bytes = bounded(fields, "bytes", 256, 1, most_garbage);
+      fault.bytes = bounded(fields, "bytes", 256, 1, max_garbage);
       fault.whole_answer = fields.flag_or("whole_answer", false);
       break;
     case Fault_Kind::huge:
-      fault.bytes = bounded(fields, "bytes", 0, 2, most_huge);
+      fault.bytes = bounded(fields, "bytes", 0, 2, max_huge);
       break;
     case Fault_Kind::wrong_type:
       fault.member = fields.text_or("member", "");
@@ -151,8 +151,8 @@ Array Fault_Script::add(const Object& document) {
     fresh.push_back({std::move(fault), std::mt19937_64(seed)});
   }
   const std::lock_guard<std::mutex> hold(mutex_);
-  if (entries_.size() + fresh.size() > static_cast<std::size_t>(most_faults)) {
-    throw Request_Error(422, "more than " + std::to_string(most_faults) + " faults at once");
+  if (entries_.size() + fresh.size() > static_cast<std::size_t>(max_faults)) {
+    throw Request_Error(422, "more than " + std::to_string(max_faults) + " faults at once");
   }
   Array ids;
   for (Entry& entry : fresh) {

@@ -7,15 +7,17 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 
+#include "platform/text/percent.h"
 #include "service/api/text.h"
 
 namespace zqpool::service {
 
 namespace {
 
-constexpr std::size_t longest_target = 4096;
+constexpr std::size_t max_target = 4096;
 
 int open_log(const std::string& file) {
   if (file == "-") return ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0);
@@ -23,9 +25,9 @@ int open_log(const std::string& file) {
 }
 
 bool names_a_secret(std::string_view field_name) {
-  std::string name;
-  if (!decode_query_text(field_name, name)) return true;  // who knows
-  name = lower_case(name);
+  const std::optional<std::string> decoded = text::decode_query_text(field_name);
+  if (!decoded) return true;  // to be on the safe side
+  const std::string name = lower_case(*decoded);
   for (const char* word :
        {"key", "secret", "token", "password", "passwd", "credential", "signature"}) {
     if (name.find(word) != std::string::npos) return true;
@@ -34,9 +36,9 @@ bool names_a_secret(std::string_view field_name) {
 }
 
 std::string shortened(std::string text) {
-  if (text.size() <= longest_target) return text;
-  const std::size_t more = text.size() - longest_target;
-  text.resize(longest_target);
+  if (text.size() <= max_target) return text;
+  const std::size_t more = text.size() - max_target;
+  text.resize(max_target);
   return text + "...(" + std::to_string(more) + " more)";
 }
 

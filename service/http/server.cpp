@@ -21,6 +21,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "platform/text/host_port.h"
 #include "service/http/connection.h"
 
 namespace zqpool::service {
@@ -42,10 +43,8 @@ std::string openssl_reason() {
 }
 
 std::string url_of(const tcp::endpoint& endpoint, bool tls) {
-  const std::string address = endpoint.address().to_string();
   return (tls ? "https://" : "http://") +
-         (endpoint.address().is_v6() ? '[' + address + ']' : address) + ':' +
-         std::to_string(endpoint.port());
+         text::host_port(endpoint.address().to_string(), endpoint.port());
 }
 
 }  // namespace
