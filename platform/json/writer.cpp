@@ -1,5 +1,3 @@
-#include <simdjson.h>
-
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -8,6 +6,7 @@
 
 #include "platform/json/detail/text_writer.h"
 #include "platform/json/json_spirit.h"
+#include "platform/text/utf8.h"
 
 namespace json_spirit {
 
@@ -30,19 +29,16 @@ constexpr std::array<char, 256> escapes = [] {
   return table;
 }();
 
-// The text with U+FFFD for each byte that is not UTF-8.
+// The text with U+FFFD in place of each byte that is not UTF-8.
 std::string repaired(std::string_view text) {
   std::string good;
   while (!text.empty()) {
     const auto lead = static_cast<unsigned char>(text.front());
     const std::size_t length = lead < 0x80 ? 1 : lead < 0xe0 ? 2 : lead < 0xf0 ? 3 : 4;
-    if (length <= text.size() && simdjson::validate_utf8(text.data(), length)) {
-      good += text.substr(0, length);
-      text.remove_prefix(length);
-    } else {
-      good += "\xef\xbf\xbd";
-      text.remove_prefix(1);
-    }
+    const std::string_view character = text.substr(0, length);
+    const bool valid = zqpool::text::is_utf8(character);
+    good += valid ? character : "\xef\xbf\xbd";
+    text.remove_prefix(valid ? length : 1);
   }
   return good;
 }
@@ -163,9 +159,9 @@ void append(const Tree& tree, Text_Style style, std::string& out) {
   const std::size_t size = out.size();
   try {
     Writer(style, out).put(tree, 0);
-    // All that is not from the tree's strings is ASCII, so the whole text can be checked at once.
+    // Only the tree's strings can hold other bytes than ASCII, so one check of the whole suffices.
     const std::string_view text = std::string_view(out).substr(size);
-    if (simdjson::validate_utf8(text)) return;
+    if (zqpool::text::is_utf8(text)) return;
     if (!style.lenient) throw std::runtime_error("JSON has no text for a string that is not UTF-8");
     out.replace(size, out.npos, repaired(text));
   } catch (...) {

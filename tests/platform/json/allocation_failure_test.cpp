@@ -22,7 +22,7 @@ std::atomic<long> live{0};
 // Bytes that this thread has allocated and not released, now and at most.
 thread_local long in_use = 0;
 thread_local long max_in_use = 0;
-// Allocations of this thread that still succeed; negative: all do.
+// Allocations of this thread that will succeed; negative for all.
 thread_local long budget = -1;
 
 void* allocate_or_null(std::size_t size) noexcept {
@@ -53,7 +53,7 @@ void release(void* memory) noexcept {
 
 }  // namespace
 
-// All forms: under a sanitizer the others do not come down to the first.
+// All forms, because under a sanitizer the others do not call the first.
 void* operator new(std::size_t size) {
   return allocate(size);
 }
@@ -88,21 +88,27 @@ const Value& untouched() {
   return value;
 }
 
-// Runs `work` until it succeeds, with one more allocation each time; returns how many failed.
+// Whether `work` fails when only `allocations` succeed.
+template <typename Work>
+bool fails_after(long allocations, Work work) {
+  budget = allocations;
+  bool failed = false;
+  try {
+    work();
+  } catch (const std::bad_alloc&) {
+    failed = true;
+  }
+  budget = -1;
+  return failed;
+}
+
+// Runs `work` with one more allocation each time until it succeeds; returns how many runs failed.
 long fail_at_each_allocation(const std::function<void()>& work,
                              const std::function<void()>& check_untouched) {
   for (long n = 0;; ++n) {
     const long before = live;
-    bool failed = false;
-    budget = n;
-    try {
-      work();
-    } catch (const std::bad_alloc&) {
-      failed = true;
-    }
-    budget = -1;
-    if (!failed) return n;
-    EXPECT_EQ(live, before) << "left behind by a failure at allocation " << n;
+    if (!fails_after(n, work)) return n;
+    EXPECT_EQ(live, before) << "leaked by a failure at allocation " << n;
     check_untouched();
   }
 }
@@ -128,8 +134,7 @@ Value tree() {
 
 class Json_Allocation_Failure : public testing::Test {
  protected:
-  // simdjson chooses its code for the processor once in a process, keeps what that allocates, and
-  // cannot report a failure there.
+  // simdjson selects its code for the processor once per process; it cannot report a failure there.
   static void SetUpTestSuite() {
     Value value = untouched();
     ASSERT_TRUE(json_spirit::read(document(), value));
@@ -138,86 +143,60 @@ class Json_Allocation_Failure : public testing::Test {
 
 TEST_F(Json_Allocation_Failure, read_leaves_the_value_as_it_was) {
   const Value expected = tree();
-  // On a thread of its own the reader's working memory is allocated too, and grows again after
-  // each failure; what the thread keeps is released when it ends.
+  // A new thread also has to allocate the reader's working memory.
   std::thread([&expected] {
     Value value = untouched();
     const auto work = [&value] { ASSERT_TRUE(json_spirit::read(document(), value)); };
+    // The first attempt that allocates all working memory keeps it, so leaks cannot be counted yet.
     long failures = 0;
-    // The working memory stays from the attempt that got so far, so count only what read() owns.
-    for (;; ++failures) {
-      budget = failures;
-      bool failed = false;
-      try {
-        work();
-      } catch (const std::bad_alloc&) {
-        failed = true;
-      }
-      budget = -1;
-      if (!failed) break;
+    for (; fails_after(failures, work); ++failures)
       ASSERT_EQ(value, untouched());
-    }
     EXPECT_GT(failures, 50);
     EXPECT_EQ(value, expected);
-    // With the working memory there, every failure must leave nothing.
+    // Now that the working memory is there, no failure may leak.
     value = untouched();
     EXPECT_GT(fail_at_each_allocation(work, [&value] { EXPECT_EQ(value, untouched()); }), 50);
     EXPECT_EQ(value, expected);
   }).join();
 }
 
-TEST_F(Json_Allocation_Failure, read_on_a_fresh_thread_leaves_nothing_behind) {
+TEST_F(Json_Allocation_Failure, read_on_a_fresh_thread_leaks_nothing) {
   for (long n = 0;; ++n) {
     bool failed = false;
     const long before = live;
     std::thread([n, &failed] {
       Value value = untouched();
-      budget = n;
-      try {
-        EXPECT_TRUE(json_spirit::read(document(), value));
-      } catch (const std::bad_alloc&) {
-        failed = true;
-      }
-      budget = -1;
+      failed = fails_after(n, [&value] { EXPECT_TRUE(json_spirit::read(document(), value)); });
       if (!failed) return;
       EXPECT_EQ(value, untouched());
-      // The same thread goes on as if nothing had been.
+      // The thread can go on reading.
       EXPECT_TRUE(json_spirit::read(document(), value));
       EXPECT_EQ(value, tree());
     }).join();
-    EXPECT_EQ(live, before) << "left behind by a failure at allocation " << n;
+    EXPECT_EQ(live, before) << "leaked by a failure at allocation " << n;
     if (!failed) break;
   }
 }
 
-TEST_F(Json_Allocation_Failure, read_of_a_growing_document_leaves_nothing_behind) {
+TEST_F(Json_Allocation_Failure, read_of_a_growing_document_leaves_the_value_as_it_was) {
   std::thread([] {
     Value value;
     ASSERT_TRUE(json_spirit::read("[]", value));
     const std::string larger = "[\"" + std::string(100000, 'x') + "\"]";
-    for (long n = 0;; ++n) {
-      value = untouched();
-      budget = n;
-      bool failed = false;
-      try {
-        ASSERT_TRUE(json_spirit::read(larger, value));
-      } catch (const std::bad_alloc&) {
-        failed = true;
-      }
-      budget = -1;
-      if (!failed) {
-        EXPECT_GT(n, 2);
-        break;
-      }
+    const auto work = [&] { ASSERT_TRUE(json_spirit::read(larger, value)); };
+    long failures = 0;
+    for (value = untouched(); fails_after(failures, work); ++failures) {
       ASSERT_EQ(value, untouched());
-      // Back to a small parser, so that the next attempt has to grow again.
+      // Replaces the parser with a small one, so that the next attempt has to grow it again.
       ASSERT_TRUE(json_spirit::read("[1,{\"a\":2}]", value));
       ASSERT_EQ(json_spirit::write(value), "[1,{\"a\":2}]");
+      value = untouched();
     }
+    EXPECT_GT(failures, 2);
   }).join();
 }
 
-TEST_F(Json_Allocation_Failure, read_above_the_kept_size_leaves_nothing_behind) {
+TEST_F(Json_Allocation_Failure, read_above_the_kept_size_leaks_nothing) {
   const std::string large =
       "[\"" + std::string(std::size_t{1} << 20, 'x') + "\",[1,\"" + std::string(100, 'y') + "\"]]";
   Value value = untouched();
@@ -267,7 +246,7 @@ TEST_F(Json_Allocation_Failure, write_leaves_the_text_as_it_was) {
             2);
 }
 
-TEST_F(Json_Allocation_Failure, dump_leaves_nothing_behind) {
+TEST_F(Json_Allocation_Failure, dump_leaks_nothing) {
   Value value = tree();
   value.get_obj()["bad"] = std::string(500, '\xff');
   std::string text;
@@ -276,7 +255,7 @@ TEST_F(Json_Allocation_Failure, dump_leaves_nothing_behind) {
   EXPECT_GE(failures, 3);
 }
 
-TEST_F(Json_Allocation_Failure, copy_leaves_nothing_behind_and_assignment_the_old_value) {
+TEST_F(Json_Allocation_Failure, copy_leaks_nothing_and_assignment_keeps_the_old_value) {
   const Value value = tree();
   EXPECT_GT(fail_at_each_allocation([&value] { static_cast<void>(Value(value)); }, [] {}), 50);
   Value assigned = untouched();

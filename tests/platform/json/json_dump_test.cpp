@@ -65,6 +65,7 @@ TEST(Json_Dump, bytes_that_are_not_utf8_become_the_replacement_character) {
   EXPECT_EQ(dump("\xed\xa0\x80"), "\"" + mark + mark + mark + "\"");
   EXPECT_EQ(dump("\n\xff\""), "\"\\n" + mark + "\\\"\"");
   EXPECT_EQ(JSON_Dump(Object{{"\xff", 1}}, false).str(), "{\"" + mark + "\":1}");
+  EXPECT_EQ(JSON_Dump(Array{"\xc3", "\xa9"}, false).str(), "[\"" + mark + "\",\"" + mark + "\"]");
   const std::string tail = "\xff";
   EXPECT_EQ(dump(std::string(9999, 'x') + tail), "\"" + std::string(9999, 'x') + mark + "\"");
 }

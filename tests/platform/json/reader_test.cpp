@@ -456,7 +456,7 @@ TEST(Json_Reader, documents_around_the_size_of_a_kept_parser) {
 }
 
 TEST(Json_Reader, the_size_of_one_document_does_not_matter_to_the_next) {
-  for (const int count : {1, 10, 5000, 3, 40000, 2, 400000, 1}) {
+  for (const int count : {1, 10, 5000, 3, 40000, 2, 120000, 1}) {
     const std::string text = "[1" + repeat(",{\"k\":\"v\"}", count) + "]";
     Value value;
     ASSERT_TRUE(reads(text, value)) << count;
@@ -496,11 +496,11 @@ TEST(Json_Reader, many_threads_read_and_write_at_once) {
   ASSERT_GT(large.size(), std::size_t{1} << 20);
   const std::string small = R"({"a":[1,2.5,"x"],"b":{"c":null}})";
   std::vector<std::thread> threads;
-  std::vector<int> good(8);
+  std::vector<int> good(4);
   threads.reserve(good.size());
   for (int& count : good) {
     threads.emplace_back([&large, &small, &count] {
-      for (int round = 0; round < 200; ++round) {
+      for (int round = 0; round < 100; ++round) {
         Value value;
         const std::string& text = round % 100 == 50 ? large : small;
         count += read(text, value) && write(value) == text && !read("[1,", value) ? 1 : 0;
@@ -509,7 +509,7 @@ TEST(Json_Reader, many_threads_read_and_write_at_once) {
   }
   for (std::thread& thread : threads)
     thread.join();
-  EXPECT_EQ(good, std::vector<int>(8, 200));
+  EXPECT_EQ(good, std::vector<int>(4, 100));
 }
 
 // A thread's objects go in reverse order: this one is made before the reader's own, so it reads

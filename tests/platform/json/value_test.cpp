@@ -241,7 +241,8 @@ TEST(Json_Value, the_greatest_depth_needs_little_stack) {
   for (const auto& nested : {nested_arrays, nested_objects}) {
     on_small_stack([&nested] {
       const Value value = nested(max_depth);
-      const Value copy = value;
+      Value copy;
+      copy = value;
       EXPECT_TRUE(copy == value);
       Value read;
       EXPECT_TRUE(json_spirit::read(json_spirit::write(value), read));

