@@ -10,18 +10,18 @@ namespace zqpool::cli {
 
 namespace {
 
-thread_local Dry_Run* here = nullptr;
+thread_local Dry_Run* current = nullptr;
 
 constexpr const char* end_of_line = "\r\n";
 
-/// A request in its parts. It is one that the transport wrote, so it has them all.
+/// The parts of a request. Always well-formed: our transport wrote it.
 struct Parts {
   std::string method, target, version;
   std::vector<std::pair<std::string, std::string>> headers;
   std::string body;
 };
 
-Parts take_apart(const std::string& request) {
+Parts parse_request(const std::string& request) {
   Parts parts;
   std::size_t begin = 0;
   const auto next = [&](const std::string& stop) {
@@ -41,7 +41,7 @@ Parts take_apart(const std::string& request) {
     parts.headers.emplace_back(name, std::move(value));
   }
   parts.body = request.substr(begin);
-  // A scenario holds keys.
+  // The body may be a scenario, which holds keys.
   json_spirit::Value body;
   if (json_spirit::read(parts.body, body) && body.type() == json_spirit::obj_type) {
     hide_keys(body.get_obj());
@@ -53,24 +53,24 @@ Parts take_apart(const std::string& request) {
 }  // namespace
 
 Dry_Run::Dry_Run(Effect effect) : effect_(effect) {
-  here = this;
+  current = this;
 }
 
 Dry_Run::~Dry_Run() {
-  here = nullptr;
+  current = nullptr;
 }
 
 bool Dry_Run::may_send(std::string_view request) {
-  if (here == nullptr) return true;
+  if (current == nullptr) return true;
   const bool reads = request.substr(0, 4) == "GET ";
-  if (here->effect_ == Effect::changes && reads) return true;
-  // What follows a request that was held back does not go out either.
-  if (!here->request_) here->request_ = std::string(request);
+  if (current->effect_ == Effect::changes && reads) return true;
+  // Once a request was held back, none after it is sent.
+  if (!current->request_) current->request_ = std::string(request);
   return false;
 }
 
 std::string shown_request(const std::string& request) {
-  const Parts parts = take_apart(request);
+  const Parts parts = parse_request(request);
   std::string text = printable(parts.method + ' ' + parts.target + ' ' + parts.version) + '\n';
   for (const auto& [name, value] : parts.headers)
     text.append(printable(name)).append(": ").append(printable(value)).append("\n");
@@ -79,7 +79,7 @@ std::string shown_request(const std::string& request) {
 }
 
 Object request_record(const std::string& request) {
-  Parts parts = take_apart(request);
+  Parts parts = parse_request(request);
   Object headers;
   for (auto& [name, value] : parts.headers)
     headers[name] = std::move(value);

@@ -9,9 +9,8 @@
 
 namespace zqpool::cli {
 
-/// Holds back, for its life and on its thread, the requests that a dry run is not to send: the
-/// first of an operation that reads, and what changes something. Reads on the way to a change go
-/// out.
+/// Holds back requests of its thread during its lifetime. An operation that reads sends nothing;
+/// one that changes something sends the reads before its first change.
 class Dry_Run {
  public:
   explicit Dry_Run(Effect effect);
@@ -22,7 +21,7 @@ class Dry_Run {
   /// For HTTP_Options::may_send.
   static bool may_send(std::string_view request);
 
-  /// The request that was held back, if any.
+  /// The first request that was held back, if any.
   const std::optional<std::string>& request() const noexcept { return request_; }
 
  private:
@@ -30,7 +29,7 @@ class Dry_Run {
   std::optional<std::string> request_;
 };
 
-/// A request as it would go out, for a person; keys are hidden.
+/// A request for people to read; keys are hidden.
 std::string shown_request(const std::string& request);
 
 /// The same as a record: "method", "target", "headers", "body" (its JSON, null for none).

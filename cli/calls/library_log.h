@@ -17,18 +17,17 @@ struct Captured_Log {
   bool has_error(const std::string& prefix) const;
 };
 
-/// Takes the library's log away from standard error, for the process's life: shown only when the
-/// user asked for it. One object a process.
+/// Captures the library's log instead of letting it go to standard error. One object per process.
 class Library_Log : private ACE_Log_Msg_Backend {
  public:
-  /// With `show`, each line goes to standard error. `retrying` is called, on the thread that is
-  /// about to pause, when an operation announces that it will ask again.
+  /// With `show`, each line also goes to standard error. `retrying` is called on the operation's
+  /// thread when it logs that it will try again.
   Library_Log(bool show, std::function<void()> retrying);
   ~Library_Log() override;
   Library_Log(const Library_Log&) = delete;
   Library_Log& operator=(const Library_Log&) = delete;
 
-  /// What this thread logged since the last call.
+  /// What this thread logged since its last call.
   static Captured_Log take();
 
  private:

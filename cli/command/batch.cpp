@@ -28,7 +28,7 @@ void run_batch(std::size_t count, std::size_t jobs, const std::function<void(std
   std::size_t done = 0;
   std::vector<bool> is_done(count, false);
   std::vector<std::thread> threads;
-  const auto work_off = [&] {
+  const auto run_some = [&] {
     std::unique_lock<std::mutex> lock(mutex);
     while (next < count) {
       const std::size_t mine = next++;
@@ -42,10 +42,10 @@ void run_batch(std::size_t count, std::size_t jobs, const std::function<void(std
   };
   while (threads.size() < std::min(jobs, count)) {
     try {
-      threads.emplace_back(work_off);
+      threads.emplace_back(run_some);
     } catch (const std::system_error&) {
       if (threads.empty()) throw;
-      break;  // the system has no more: fewer do
+      break;  // no more threads available: use those there are
     }
   }
 

@@ -80,7 +80,7 @@ Command_Context::Command_Context(std::string command, const Settings& settings, 
       flags_(flags),
       format_(parsed(settings[Setting_Id::output], parse_output_format)),
       log_(flags.verbose, [this] { report_retry(); }) {
-  be_quiet(flags.quiet);
+  set_quiet(flags.quiet);
   const Setting_Value& host_root = settings[Setting_Id::host_root];
   if (host_root.given) set_host_root(host_root.text);
 }

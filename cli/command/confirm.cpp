@@ -18,8 +18,8 @@ void confirm(bool yes, const std::string& doing, const std::vector<std::string>&
     throw Usage_Error(question + " Say so with --yes (there is no terminal to ask on)");
   }
   write_all(terminal.get(), printable(question) + " [y/N] ");
-  constexpr std::size_t longest_answer = 4096;
-  const std::string answer = read_text(terminal.get(), true, longest_answer, "the answer");
+  constexpr std::size_t max_answer = 4096;
+  const std::string answer = read_line(terminal.get(), max_answer, "the answer");
   if (answer != "y\n" && answer != "yes\n") {
     throw Command_Error(Exit_Code::failed, "not confirmed, nothing was done");
   }

@@ -6,8 +6,8 @@
 namespace zqpool::cli {
 
 /// Asks on the terminal, unless `yes`, before something is destroyed: "DOING OBJECT?" or "DOING 3
-/// KIND?". Nothing is asked about no objects. Ends the command with a Command_Error when the user
-/// declines, and with a Usage_Error when there is no terminal to ask on.
+/// KIND?". Does not ask when there are no objects. Throws Command_Error when the user declines, and
+/// Usage_Error when there is no terminal.
 void confirm(bool yes, const std::string& doing, const std::vector<std::string>& objects,
              const std::string& kind);
 

@@ -10,7 +10,7 @@
 
 namespace zqpool::cli {
 
-/// Fields of a query string, not yet encoded.
+/// The fields of a query string, not encoded yet.
 using Query = std::vector<std::pair<const char*, std::string>>;
 
 /// One exchange with the service, for what the library has no operation for. `body` may be null.

@@ -13,11 +13,11 @@ namespace zqpool::cli {
 
 namespace {
 
-/// One `key = value` a line, taken whole: no arrays, no sections; "#" begins a comment.
+/// One `key = value` a line; no arrays; "#" begins a comment.
 class Plain_Config : public CLI::ConfigBase {
  public:
   Plain_Config() {
-    // With bounds that no text holds, blanks and commas belong to the value.
+    // With these bounds, which no text holds, blanks and commas belong to the value.
     arrayStart = '\x01';
     arrayEnd = '\x02';
   }
@@ -30,7 +30,7 @@ const Setting* find_setting(const std::string& key) {
   return nullptr;
 }
 
-/// A path in a file: "~/" is the home folder, anything relative begins at the file's own folder.
+/// A path in a file: "~/" is the home folder, a relative path starts at the folder of the file.
 std::string resolve_path(const std::string& path, const std::string& file) {
   if (path.rfind("~/", 0) == 0) {
     const char* const home = std::getenv("HOME");

@@ -8,7 +8,7 @@
 
 namespace zqpool::cli {
 
-/// What can be set by an argument, the environment and the configuration files.
+/// Settings come from an argument, the environment or a configuration file.
 enum class Setting_Id {
   endpoint,
   access_key_file,
@@ -26,36 +26,37 @@ struct Setting {
   const char* key;       ///< in a configuration file
   const char* option;    ///< on the command line
   const char* variable;  ///< in the environment
-  const char* fallback;  ///< when it is set nowhere, or null
+  const char* fallback;  ///< its default, or null
   const char* type;
   const char* help;
-  bool path;  ///< in a file, relative to the file's folder
+  bool path;  ///< a path; in a configuration file relative to the folder of that
 };
 
 constexpr std::size_t setting_count = 9;
 /// All settings, in the order of Setting_Id.
 const std::array<Setting, setting_count>& all_settings() noexcept;
 
-/// One setting's value and where it came from.
+/// The value of a setting and where it came from.
 struct Setting_Value {
-  bool given = false;  ///< false: neither set anywhere nor with a fallback
+  bool given = false;  ///< false: not set and without a default
   std::string text;
   std::string source;  ///< "--endpoint", "ZQPOOL_ENDPOINT", "/etc/zqpool/config", "default", ""
 };
 
-/// The configuration files, the user's before the system's; a path may be "" (none).
+/// The paths of the configuration files, "" for none.
 struct Config_Files {
   std::string user;
   std::string system;
 };
 
-/// What a source outside the files says about a setting, or null when it says nothing.
+/// Looks a setting up in a source other than the files; null when it is not set there.
 using Setting_Lookup = std::function<const char*(const Setting&)>;
 
-/// The settings in force: argument, then environment, then user's file, then system's file.
+/// The settings in force. Arguments override the environment, then comes the user's file, then the
+/// system's.
 class Settings {
  public:
-  /// Throws Usage_Error when a file cannot be read or holds what is no setting.
+  /// Throws Usage_Error when a file cannot be read or holds an unknown setting.
   Settings(const Setting_Lookup& argument, const Setting_Lookup& environment,
            const Config_Files& files);
 

@@ -44,7 +44,7 @@ void introduce_host(Command_Context& context, const Resolution& wanted) {
     }
   }
   const Setting_Value& secret = context.settings()[Setting_Id::s3_secret_file];
-  if (secret.given) set_s3_key_secret(read_secret_file(secret.text, "S3 secret"));
+  if (secret.given) set_s3_key_secret(read_secret(secret.text, "S3 secret"));
 
   const Target& at = context.target();
   if (wanted.backupd.empty()) backupd = {at.ssl, at.host, at.port};

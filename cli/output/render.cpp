@@ -20,7 +20,7 @@ namespace {
 
 using json_spirit::Value;
 
-/// What an object is and how large comes first, the rest by name.
+/// Identity and size come first, the rest by name.
 bool comes_before(const std::string& a, const std::string& b) {
   static constexpr std::array<std::string_view, 8> first = {"uuid",  "name", "url",  "type",
                                                             "state", "size", "used", "free"};
@@ -33,7 +33,7 @@ bool comes_before(const std::string& a, const std::string& b) {
 bool counts_bytes(std::string_view key) {
   static constexpr std::array<std::string_view, 5> words = {"size", "capacity", "used", "free",
                                                             "available"};
-  if (key.substr(0, 5) == "files") return false;  // a file system counts these, too
+  if (key.substr(0, 5) == "files") return false;  // a number of files
   return std::any_of(words.begin(), words.end(), [key](std::string_view word) {
     return key.size() >= word.size() && key.substr(key.size() - word.size()) == word;
   });
@@ -70,14 +70,14 @@ std::string list_cell(const Array& array) {
   return text.empty() ? "-" : text;
 }
 
-/// An object as it is shown: its plain members, those of nested objects among them, and its lists
-/// of objects.
-struct Shown {
+/// The members of an object and of the objects within it: plain ones as cells, and lists of
+/// objects.
+struct Flat_Object {
   std::vector<std::pair<std::string, std::string>> cells;
   std::vector<std::pair<std::string, const Array*>> lists;
 };
 
-void collect(const std::string& prefix, const Object& object, Shown& shown) {
+void collect(const std::string& prefix, const Object& object, Flat_Object& flat) {
   std::vector<std::string> keys;
   for (const auto& [key, value] : object)
     keys.push_back(key);
@@ -87,16 +87,16 @@ void collect(const std::string& prefix, const Object& object, Shown& shown) {
     const std::string name = prefix + printable(key);
     if (value.type() == json_spirit::obj_type) {
       if (value.get_obj().empty()) {
-        shown.cells.emplace_back(name, "-");
+        flat.cells.emplace_back(name, "-");
       } else {
-        collect(name + '.', value.get_obj(), shown);
+        collect(name + '.', value.get_obj(), flat);
       }
     } else if (value.type() != json_spirit::array_type) {
-      shown.cells.emplace_back(name, cell(key, value));
+      flat.cells.emplace_back(name, cell(key, value));
     } else if (all_objects(value.get_array())) {
-      shown.lists.emplace_back(name, &value.get_array());
+      flat.lists.emplace_back(name, &value.get_array());
     } else {
-      shown.cells.emplace_back(name, list_cell(value.get_array()));
+      flat.cells.emplace_back(name, list_cell(value.get_array()));
     }
   }
 }
@@ -117,18 +117,18 @@ bool fits(const std::string& lines, std::size_t width) {
 
 std::string object_text(const Object& object, std::size_t indent, std::size_t width);
 
-/// One object a line, with a column for each member that one of them has.
+/// One object per line, with a column for each member that any of them has.
 std::string rows_text(const std::vector<const Object*>& objects, std::size_t indent) {
   std::vector<std::map<std::string, std::string>> rows;
   std::vector<std::string> columns;
   for (const Object* const object : objects) {
-    Shown shown;
-    collect("", *object, shown);
-    for (const auto& [key, array] : shown.lists)
-      shown.cells.emplace_back(key, list_cell(*array));
-    for (const auto& [key, text] : shown.cells)
+    Flat_Object flat;
+    collect("", *object, flat);
+    for (const auto& [key, array] : flat.lists)
+      flat.cells.emplace_back(key, list_cell(*array));
+    for (const auto& [key, text] : flat.cells)
       columns.push_back(key);
-    rows.emplace_back(shown.cells.begin(), shown.cells.end());
+    rows.emplace_back(flat.cells.begin(), flat.cells.end());
   }
   std::sort(columns.begin(), columns.end(), comes_before);
   columns.erase(std::unique(columns.begin(), columns.end()), columns.end());
@@ -147,7 +147,7 @@ std::string rows_text(const std::vector<const Object*>& objects, std::size_t ind
   return table.text(indent);
 }
 
-/// Several objects: a line each where lines are short enough, else one after the other.
+/// Several objects: one per line if the lines fit, else one after the other.
 std::string objects_text(const std::vector<const Object*>& objects, std::size_t indent,
                          std::size_t width) {
   std::string rows = rows_text(objects, indent);
@@ -160,19 +160,19 @@ std::string objects_text(const std::vector<const Object*>& objects, std::size_t 
   return out;
 }
 
-/// One object, a member a line.
+/// One object, one member per line.
 std::string object_text(const Object& object, std::size_t indent, std::size_t width) {
-  Shown shown;
-  collect("", object, shown);
+  Flat_Object flat;
+  collect("", object, flat);
   std::size_t widest = 0;
-  for (const auto& [key, text] : shown.cells)
+  for (const auto& [key, text] : flat.cells)
     widest = std::max(widest, display_width(key));
   std::string out;
-  for (const auto& [key, text] : shown.cells) {
+  for (const auto& [key, text] : flat.cells) {
     out += std::string(indent, ' ') + key;
     out += std::string(widest - display_width(key) + 2, ' ') + text + '\n';
   }
-  for (const auto& [key, array] : shown.lists) {
+  for (const auto& [key, array] : flat.lists) {
     std::vector<const Object*> objects;
     for (const Value& element : *array)
       objects.push_back(&element.get_obj());
@@ -199,7 +199,7 @@ std::string key_part(const std::string& key) {
   return out;
 }
 
-/// A line for each plain value below `value`.
+/// Appends a line for each plain value in `value`.
 void append_tsv(const std::string& name, const std::string& key, const Value& value,
                 std::string& out) {
   const std::string start = key.empty() ? "" : key + '.';

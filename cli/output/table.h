@@ -6,7 +6,7 @@
 
 namespace zqpool::cli {
 
-/// Aligned columns. Cells must be printable text.
+/// A table with aligned columns. Cells must be printable.
 class Table {
  public:
   explicit Table(std::vector<std::string> header) { rows_.push_back(std::move(header)); }

@@ -1,34 +1,16 @@
 #include "cli/support/credentials.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
+#include <stdexcept>
 
 #include "cli/support/exit_code.h"
 #include "cli/support/messages.h"
 #include "cli/support/process.h"
 #include "cli/support/terminal.h"
+#include "platform/text/secret_file.h"
 
 namespace zqpool::cli {
 
 namespace {
-
-constexpr std::size_t longest_key = 4096;
-
-std::string checked(std::string key, const std::string& what) {
-  while (!key.empty() && (key.back() == '\n' || key.back() == '\r'))
-    key.pop_back();
-  if (key.empty()) throw Usage_Error(what + ": it is empty");
-  for (const char c : key) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte < 0x20 || byte > 0x7e) {
-      throw Usage_Error(what + ": it is more than one line of printable ASCII");
-    }
-  }
-  return key;
-}
 
 std::string ask_for_key(const std::string& endpoint) {
   const Descriptor terminal = open_terminal();
@@ -42,28 +24,33 @@ std::string ask_for_key(const std::string& endpoint) {
     const No_Echo no_echo(terminal.get());
     if (!no_echo.off()) throw Usage_Error("no access key: the terminal's echo stays on");
     write_all(terminal.get(), "Access key for " + endpoint + ": ");
-    key = read_text(terminal.get(), true, longest_key, "access key");
+    key = read_line(terminal.get(), text::max_secret_size + 1, "access key");
   }
   write_all(terminal.get(), "\n");
-  return checked(std::move(key), "access key");
+  try {
+    return text::checked_secret(std::move(key));
+  } catch (const std::runtime_error& error) {
+    throw Usage_Error(std::string("access key: ") + error.what());
+  }
 }
 
 }  // namespace
 
-std::string read_secret_file(const std::string& file, const std::string& kind) {
+std::string read_secret(const std::string& file, const std::string& kind) {
   const std::string what = kind + " file " + file;
-  const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_NOCTTY | O_CLOEXEC));
-  if (!descriptor.is_open()) throw Usage_Error(what + ": " + std::strerror(errno));
-  struct stat status = {};
-  if (fstat(descriptor.get(), &status) == 0 && S_ISREG(status.st_mode) &&
-      (status.st_mode & S_IROTH) != 0) {
-    note("warning: " + what + ": every user of this machine may read it (chmod o-r)");
+  try {
+    text::Secret_File read = text::read_secret_file(file);
+    if (read.open_to_others) {
+      note("warning: " + what + ": every user of this machine may read or write it (chmod o-rw)");
+    }
+    return std::move(read.secret);
+  } catch (const std::runtime_error& error) {
+    throw Usage_Error(what + ": " + error.what());
   }
-  return checked(read_text(descriptor.get(), false, longest_key, what), what);
 }
 
 std::string obtain_access_key(const std::string& file, const std::string& endpoint) {
-  return file.empty() ? ask_for_key(endpoint) : read_secret_file(file, "access key");
+  return file.empty() ? ask_for_key(endpoint) : read_secret(file, "access key");
 }
 
 }  // namespace zqpool::cli

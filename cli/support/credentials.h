@@ -4,13 +4,12 @@
 
 namespace zqpool::cli {
 
-/// The access key from a file ("" asks on the terminal, without echo). Ends of line after the key
-/// are cut. Throws Usage_Error when there is no usable key or no terminal to ask on. A file that
-/// everybody may read gets a note.
+/// Reads the access key from a file, or asks on the terminal when `file` is "". Throws Usage_Error
+/// when there is no usable key or no terminal.
 std::string obtain_access_key(const std::string& file, const std::string& endpoint);
 
-/// What a file keeps secret, one line; `kind` ("access key") names it in messages. The rest as
-/// above.
-std::string read_secret_file(const std::string& file, const std::string& kind);
+/// Reads the secret in a file, and warns when other users can reach it. `kind` ("access key") names
+/// it in messages. Throws Usage_Error when the file holds no usable secret.
+std::string read_secret(const std::string& file, const std::string& kind);
 
 }  // namespace zqpool::cli

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::array<std::pair<std::string_view, std::int64_t>, 4> units = {
     {{"h", 3'600'000}, {"m", 60'000}, {"s", 1'000}, {"ms", 1}}};
-constexpr std::int64_t longest = std::numeric_limits<int>::max();
+constexpr std::int64_t max_milliseconds = std::numeric_limits<int>::max();
 
 }  // namespace
 
@@ -42,7 +42,7 @@ std::chrono::milliseconds parse_duration(const std::string& text) {
       unit = units[next_unit++].second;
     }
     rest.remove_prefix(name.size());
-    if (number > (longest - total) / unit) throw refuse("too long");
+    if (number > (max_milliseconds - total) / unit) throw refuse("too long");
     total += number * unit;
   } while (!rest.empty());
   return std::chrono::milliseconds(total);

@@ -13,8 +13,8 @@ struct Endpoint {
   std::string text() const;  ///< "https://[::1]:8443"
 };
 
-/// Reads "http://HOST[:PORT]" or "https://HOST[:PORT]"; the port is 80 or 443 when it is left out.
-/// Throws Usage_Error, with a text that says what is wrong, for anything else.
+/// Reads "http://HOST[:PORT]" or "https://HOST[:PORT]"; the default port is 80 or 443. Throws
+/// Usage_Error for anything else.
 Endpoint parse_endpoint(const std::string& text);
 
 }  // namespace zqpool::cli

@@ -6,8 +6,8 @@
 
 namespace zqpool::cli {
 
-/// The JSON document in a file ("-": on standard input). Throws Usage_Error when it cannot be read
-/// or is none.
+/// Reads a JSON document from a file, or from standard input for "-". Throws Usage_Error on
+/// failure.
 json_spirit::Value read_document(const std::string& file);
 
 }  // namespace zqpool::cli

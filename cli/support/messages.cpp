@@ -26,13 +26,13 @@ void put_line(std::string_view start, std::string_view text) {
   line += start;
   line += printable(text);
   line += '\n';
-  // Standard error that takes nothing leaves nowhere to say so.
+  // If standard error fails there is nowhere left to report it.
   write_all(STDERR_FILENO, line);
 }
 
 }  // namespace
 
-void be_quiet(bool quiet) {
+void set_quiet(bool quiet) {
   quiet_wanted = quiet;
 }
 
@@ -68,7 +68,7 @@ bool write_all(int descriptor, std::string_view text) {
     const ssize_t written = write(descriptor, text.data(), text.size());
     if (written < 0) {
       if (errno == EAGAIN) {
-        // Somebody who shares the descriptor made it non-blocking.
+        // Another process that shares the descriptor made it non-blocking.
         pollfd wanted = {descriptor, POLLOUT, 0};
         poll(&wanted, 1, -1);
       } else if (errno != EINTR) {

@@ -3,19 +3,19 @@
 #include <locale.h>
 #include <wchar.h>
 
-#include <array>
+#include "platform/text/hex.h"
 
 namespace zqpool::cli {
 
 namespace {
 
-/// One character of a text: its bytes, and the columns it takes, -1 for what cannot be shown.
+/// One character: its bytes and its columns, -1 if it cannot be shown.
 struct Character {
   std::size_t bytes;
   int columns;
 };
 
-/// UTF-8 whatever the user's locale is: the library's records are UTF-8.
+/// The library's records are UTF-8, whatever the user's locale.
 locale_t utf8_locale() {
   static const locale_t locale = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
   return locale;
@@ -32,7 +32,7 @@ class Use_UTF8 {
   locale_t before_;
 };
 
-/// The first character of a text that is not empty; call it under Use_UTF8.
+/// The first character of a text that is not empty. Needs Use_UTF8.
 Character first_character(std::string_view text) {
   const auto byte = static_cast<unsigned char>(text.front());
   if (byte >= 0x20 && byte < 0x7f) return {1, 1};
@@ -40,7 +40,7 @@ Character first_character(std::string_view text) {
   mbstate_t state{};
   const std::size_t bytes = mbrtowc(&wide, text.data(), text.size(), &state);
   if (bytes == 0 || bytes > text.size()) return {1, -1};
-  // What the C library does not know is taken for a letter; C1 controls are controls.
+  // Characters unknown to wcwidth() count as one column, except the C1 controls.
   const int columns = wcwidth(wide);
   return {bytes, columns >= 0 ? columns : (wide < 0xa0 ? -1 : 1)};
 }
@@ -59,7 +59,6 @@ std::size_t display_width(std::string_view text) {
 }
 
 std::string printable(std::string_view text) {
-  static constexpr std::string_view digits = "0123456789abcdef";
   const Use_UTF8 utf8;
   std::string out;
   out.reserve(text.size());
@@ -69,10 +68,8 @@ std::string printable(std::string_view text) {
       out += text.substr(0, character.bytes);
     } else {
       for (const char c : text.substr(0, character.bytes)) {
-        const auto byte = static_cast<unsigned char>(c);
         out += "\\x";
-        out += digits[byte >> 4];
-        out += digits[byte & 15];
+        text::append_hex(out, static_cast<unsigned char>(c));
       }
     }
     text.remove_prefix(character.bytes);

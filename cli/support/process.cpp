@@ -12,7 +12,7 @@ namespace zqpool::cli {
 
 namespace {
 
-// What a signal handler reads: the descriptor is set last and cleared first.
+// Read by a signal handler: the descriptor is set last and cleared first.
 std::atomic<int> echo_terminal{-1};
 termios echo_before;
 
@@ -23,7 +23,7 @@ void restore_echo() {
 
 void end_process(int signal_number) {
   restore_echo();
-  // Whatever stands in the terminal's line (progress, a prompt) is left behind.
+  // Ends the line of a prompt or the progress.
   if (isatty(STDERR_FILENO) != 0 && write(STDERR_FILENO, "\n", 1) < 0) {
   }
   _exit(128 + signal_number);
@@ -33,7 +33,7 @@ void end_process(int signal_number) {
 
 void prepare_process() {
   for (int descriptor = 0; descriptor <= 2; ++descriptor) {
-    // Open takes the lowest free number. The wrong direction on purpose: using it is an error.
+    // open() takes the lowest free number. The wrong direction on purpose: using it is an error.
     if (fcntl(descriptor, F_GETFD) < 0) open("/dev/null", descriptor == 0 ? O_WRONLY : O_RDONLY);
   }
   struct sigaction action = {};
@@ -44,7 +44,7 @@ void prepare_process() {
   for (const int ending : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) {
     struct sigaction before = {};
     sigaction(ending, nullptr, &before);
-    // Ignored by who started us (nohup, a background job): so it stays.
+    // Already ignored by our parent (nohup): leave it so.
     if (before.sa_handler != SIG_IGN) sigaction(ending, &action, nullptr);
   }
 }

@@ -4,12 +4,13 @@
 
 namespace zqpool::cli {
 
-/// SIGINT ends the process at once with 130; a closed pipe is an error of write(), no signal; the
-/// three standard descriptors are open, so that no socket takes their place.
+/// Sets up signals and descriptors: signals that end the process restore the terminal first, a
+/// closed pipe is an error of write() instead of a signal, and the three standard descriptors are
+/// open, so that no socket takes their place.
 void prepare_process();
 
-/// Switches a terminal's echo off for its life. A signal that ends the process puts it back, too.
-/// One at a time.
+/// Switches a terminal's echo off during its lifetime. A signal that ends the process restores it,
+/// too. One at a time.
 class No_Echo {
  public:
   explicit No_Echo(int terminal);

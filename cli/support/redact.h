@@ -4,7 +4,7 @@
 
 namespace zqpool::cli {
 
-/// Puts "(hidden)" in the place of each text in `object` and below it whose name ends in "key".
+/// Replaces each text whose name ends in "key" by "(hidden)", in nested objects, too.
 void hide_keys(Object& object);
 
 }  // namespace zqpool::cli

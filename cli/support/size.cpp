@@ -42,7 +42,7 @@ std::string readable_size(std::uint64_t bytes) {
   const std::uint64_t rest = bytes & ((std::uint64_t{1} << (10 * unit)) - 1);
   std::string text = std::to_string(bytes >> (10 * unit));
   if (rest != 0) {
-    // The hundredths from the ten bits below the unit: nothing overflows.
+    // From the ten bits below the unit, so that nothing overflows.
     const std::uint64_t hundredths = (rest >> (10 * (unit - 1))) * 100 / 1024;
     text += hundredths < 10 ? ".0" : ".";
     text += std::to_string(hundredths);

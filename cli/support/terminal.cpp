@@ -18,7 +18,7 @@ Descriptor open_terminal() {
   return Descriptor(open("/dev/tty", O_RDWR | O_NOCTTY | O_CLOEXEC));
 }
 
-std::string read_text(int descriptor, bool line, std::size_t most, const std::string& what) {
+std::string read_line(int descriptor, std::size_t max_size, const std::string& what) {
   std::string text;
   char buffer[512];
   for (;;) {
@@ -26,8 +26,8 @@ std::string read_text(int descriptor, bool line, std::size_t most, const std::st
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) throw Usage_Error(what + ": " + std::strerror(errno));
     text.append(buffer, static_cast<std::size_t>(n));
-    if (text.size() > most) throw Usage_Error(what + ": it is too long");
-    if (n == 0 || (line && text.find('\n') != std::string::npos)) return text;
+    if (text.size() > max_size) throw Usage_Error(what + ": it is too long");
+    if (n == 0 || text.find('\n') != std::string::npos) return text;
   }
 }
 

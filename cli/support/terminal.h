@@ -5,7 +5,7 @@
 
 namespace zqpool::cli {
 
-/// An open file, or none; closed when it ends.
+/// Owns a file descriptor, or none (-1).
 class Descriptor {
  public:
   explicit Descriptor(int number) noexcept : number_(number) {}
@@ -20,12 +20,11 @@ class Descriptor {
   int number_;
 };
 
-/// The terminal at which the user sits, whatever the standard streams are; not open when there is
-/// none.
+/// Opens the user's terminal, whatever the standard streams are; not open when there is none.
 Descriptor open_terminal();
 
-/// Reads to the end of the file, or of the line with `line`. Throws Usage_Error, which begins with
-/// `what`, when that fails or gives more than `most` bytes.
-std::string read_text(int descriptor, bool line, std::size_t most, const std::string& what);
+/// Reads a line, with its end, or what comes before the end of the input. Throws Usage_Error, which
+/// begins with `what`, on an error and for more than `max_size` bytes.
+std::string read_line(int descriptor, std::size_t max_size, const std::string& what);
 
 }  // namespace zqpool::cli

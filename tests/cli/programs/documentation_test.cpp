@@ -129,8 +129,8 @@ TEST(Documentation, the_manual_has_every_verb_and_option) {
   EXPECT_THAT(missing(all_options(), manual), testing::IsEmpty());
 }
 
-/// What bash offers at the end of each line. One shell for all: each start of one takes time.
-std::map<std::string, Words> bash_completions(const Words& lines) {
+/// Checks what bash offers at the end of each line, with one shell for all of them.
+void expect_bash_offers(const std::map<std::string, Words>& wanted) {
   std::string script = zqpool({"completion", "bash"}).out +
                        "complete_line() {\n"
                        "  read -ra COMP_WORDS <<<\"$1\"\n"
@@ -140,22 +140,23 @@ std::map<std::string, Words> bash_completions(const Words& lines) {
                        "  printf '%s\\t' \"$1\" \"${COMPREPLY[@]}\"\n"
                        "  printf '\\n'\n"
                        "}\n";
-  for (const std::string& line : lines)
+  for (const auto& [line, words] : wanted)
     script += "complete_line '" + line + "'\n";
   Run_Options options;
   options.input = script;
   const Run_Result result = run_program({"/bin/bash", "-u"}, options);
   EXPECT_EQ(result.err, "");
-  std::map<std::string, Words> found;
+  std::map<std::string, Words> offered;
   std::istringstream rows(result.out);
   for (std::string row; std::getline(rows, row);) {
     std::istringstream fields(row);
     std::string line;
     std::getline(fields, line, '\t');
     for (std::string word; std::getline(fields, word, '\t');)
-      if (!word.empty()) found[line].push_back(word);
+      if (!word.empty()) offered[line].push_back(word);
   }
-  return found;
+  for (const auto& [line, words] : wanted)
+    EXPECT_THAT(offered[line], testing::UnorderedElementsAreArray(words)) << line;
 }
 
 TEST(Completion, bash_offers_every_noun_verb_and_option) {
@@ -171,12 +172,7 @@ TEST(Completion, bash_offers_every_noun_verb_and_option) {
     wanted[std::string("zqpool ") + noun + " "].emplace_back("snapshot");
     wanted[std::string("zqpool --jobs 2 --trace ") + noun + " "].emplace_back("snapshot");
   }
-  Words lines;
-  for (const auto& [line, words] : wanted)
-    lines.push_back(line);
-  std::map<std::string, Words> offered = bash_completions(lines);
-  for (const auto& [line, words] : wanted)
-    EXPECT_THAT(offered[line], testing::UnorderedElementsAreArray(words)) << line;
+  expect_bash_offers(wanted);
 }
 
 TEST(Completion, bash_offers_the_values_of_options_and_arguments) {
@@ -196,12 +192,7 @@ TEST(Completion, bash_offers_the_values_of_options_and_arguments) {
       {"zqpool config show --access-key-file " + tree + "LICEN", {tree + "LICENSE"}},
       {"zqpool --host-root " + tree + "exampl", {tree + "examples"}},
       {"zqpool completion ", {"bash", "zsh", "fish"}}};
-  Words lines;
-  for (const auto& [line, words] : wanted)
-    lines.push_back(line);
-  std::map<std::string, Words> offered = bash_completions(lines);
-  for (const auto& [line, words] : wanted)
-    EXPECT_THAT(offered[line], testing::UnorderedElementsAreArray(words)) << line;
+  expect_bash_offers(wanted);
 }
 
 /// Where the shell is installed, it must find nothing wrong with the script.

@@ -87,7 +87,7 @@ TEST_F(Lab, a_change_without_a_final_word_has_an_unknown_outcome_and_is_sent_onc
     EXPECT_EQ(server_.request_count(), before + 1);
   }
   server_.otherwise(silent());
-  EXPECT_EQ(run({"lab", "clear", "--timeout", "300ms"}).exit_code, 8);
+  EXPECT_EQ(run({"lab", "clear", "--timeout", "1s"}).exit_code, 8);
 }
 
 TEST_F(Lab, a_change_that_never_went_out_is_unreachable) {

@@ -23,7 +23,8 @@ namespace zqpool::test {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-constexpr std::chrono::seconds longest_run{20};
+// Less than the minute that zqpool itself waits for a service.
+constexpr std::chrono::seconds max_run{50};
 
 int checked(int result, const char* what) {
   if (result < 0) throw std::system_error(errno, std::generic_category(), what);
@@ -140,7 +141,7 @@ bool Program::wait_for_output(const std::string& text) {
 }
 
 bool Program::wait_for(const std::string& shown, const std::string& text) {
-  const Clock::time_point end = Clock::now() + longest_run;
+  const Clock::time_point end = Clock::now() + max_run;
   while (shown.find(text) == std::string::npos) {
     if (Clock::now() > end || !read_some(1000)) return false;
   }
@@ -179,7 +180,7 @@ bool Program::read_some(int milliseconds) {
 }
 
 Run_Result Program::wait() {
-  const Clock::time_point end = Clock::now() + longest_run;
+  const Clock::time_point end = Clock::now() + max_run;
   while (read_some(1000)) {
     if (Clock::now() > end) {
       kill(pid_, SIGKILL);

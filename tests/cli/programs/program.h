@@ -42,7 +42,7 @@ class Program {
   pid_t pid() const { return pid_; }
   /// Types on the program's terminal.
   void type(const std::string& text);
-  /// Reads until the terminal has shown `text`; false after twenty seconds or when the program
+  /// Reads until the terminal has shown `text`; false after fifty seconds or when the program
   /// ended before.
   bool wait_for_terminal(const std::string& text);
   /// The same for its standard output.
@@ -52,7 +52,7 @@ class Program {
   void send(int signal_number);
   /// Takes no more of its standard output.
   void close_output();
-  /// Reads all that it says until it ends. After twenty seconds it is killed (signal 9 then).
+  /// Reads all that it says until it ends. After fifty seconds it is killed (signal 9 then).
   Run_Result wait();
 
  private:

@@ -1,7 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <chrono>
-
 #include "tests/cli/programs/command_fixture.h"
 
 namespace zqpool::test {
@@ -53,9 +51,7 @@ TEST_F(Space, only_200_with_an_object_is_an_answer) {
 
 TEST_F(Space, unreachable_and_too_late_are_one) {
   server_.otherwise(silent());
-  const auto start = std::chrono::steady_clock::now();
   EXPECT_EQ(run({"space", "--timeout", "300ms"}).exit_code, 7);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(5));
   const Refused_Port port;
   EXPECT_EQ(zqpool({"space", "--endpoint", "http://127.0.0.1:" + std::to_string(port.port()),
                     "--access-key-file", key_file_})
