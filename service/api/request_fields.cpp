@@ -124,9 +124,18 @@ bool Request_Fields::flag_or(const std::string& key, bool otherwise) {
   return value ? value->get_bool() : otherwise;
 }
 
-const Object* Request_Fields::optional_object(const std::string& key) {
+Request_Fields* Request_Fields::optional_object(const std::string& key) {
   const Value* value = find(key, json_spirit::obj_type, "an object");
-  return value ? &value->get_obj() : nullptr;
+  if (!value) return nullptr;
+  std::vector<Request_Fields>& inner = inner_[key];
+  inner.clear();
+  return &inner.emplace_back(value->get_obj(), place(key));
+}
+
+const Object& Request_Fields::whole() {
+  for (const auto& [key, value] : object_)
+    asked_.insert(key);
+  return object_;
 }
 
 const Array* Request_Fields::optional_array(const std::string& key) {
@@ -144,10 +153,15 @@ void Request_Fields::finish() const {
   for (const auto& [key, value] : object_) {
     if (!asked_.count(key)) refuse(key, "is not known here", 400);
   }
+  for (const auto& [key, inner] : inner_) {
+    for (const Request_Fields& fields : inner)
+      fields.finish();
+  }
 }
 
-std::vector<Request_Fields> Request_Fields::optional_objects(const std::string& key) {
-  std::vector<Request_Fields> out;
+std::vector<Request_Fields>& Request_Fields::optional_objects(const std::string& key) {
+  std::vector<Request_Fields>& out = inner_[key];
+  out.clear();
   const Array* elements = optional_array(key);
   if (!elements) return out;
   for (std::size_t i = 0; i < elements->size(); ++i) {
@@ -179,7 +193,10 @@ Request_Error placed(const Request_Error& error, const std::string& place) {
           text.rfind(place, 0) == 0 ? text : place + ": " + text};
 }
 
-Object body_object(const Request& request) {
+namespace {
+
+Object read_body(const Request& request) {
+  if (request.method != Method::post && request.method != Method::put) return {};
   const std::string_view type =
       std::string_view(request.content_type).substr(0, request.content_type.find_first_of("; \t"));
   if (!type.empty() && lower_case(type) != "application/json") {
@@ -197,6 +214,8 @@ Object body_object(const Request& request) {
   }
   return std::move(value.get_obj());
 }
+
+}  // namespace
 
 Query_Fields::Query_Fields(const Request& request) {
   std::string_view rest = request.query;
@@ -277,8 +296,12 @@ void Query_Fields::finish() const {
   }
 }
 
-void no_query(const Request& request) {
-  Query_Fields(request).finish();
+Parsed_Request::Parsed_Request(const Request& request)
+    : object_(read_body(request)), query(request), body(object_, "") {}
+
+void Parsed_Request::finish() const {
+  query.finish();
+  body.finish();
 }
 
 }  // namespace zqpool::service

@@ -15,7 +15,7 @@ namespace zqpool::service {
 
 /// Reads the members of one JSON object strictly. Each reader throws Request_Error, whose text
 /// begins with the member's place ("devices[3].url: ..."): 400 when a member is missing or of
-/// another type, 422 when its value makes no sense. finish() refuses members that nobody asked for.
+/// another type, 422 when its value makes no sense. finish() refuses members that nobody read.
 class Request_Fields {
  public:
   /// `object` must outlive this. `place` is empty or where the object stands ("devices[3]").
@@ -36,12 +36,15 @@ class Request_Fields {
   std::optional<double> optional_real(const std::string& key);
   bool flag(const std::string& key);
   bool flag_or(const std::string& key, bool otherwise);
-  const Object* optional_object(const std::string& key);
   const Array* optional_array(const std::string& key);
-  /// The elements of an array of objects, none when it is missing.
-  std::vector<Request_Fields> optional_objects(const std::string& key);
   const json_spirit::Value* optional_value(const std::string& key);
+  /// The member's own fields, null when it is missing. finish() finishes them, too.
+  Request_Fields* optional_object(const std::string& key);
+  /// The same for each element of an array of objects; none when it is missing.
+  std::vector<Request_Fields>& optional_objects(const std::string& key);
   bool has(const std::string& key) const { return object_.count(key) != 0; }
+  /// The object itself: all its members count as read.
+  const Object& whole();
 
   void finish() const;
   std::string place(const std::string& key) const;
@@ -57,6 +60,7 @@ class Request_Fields {
   const Object& object_;
   std::string place_;
   std::set<std::string> asked_;
+  std::map<std::string, std::vector<Request_Fields>> inner_;  ///< of objects and their arrays
 };
 
 /// The member "created", or now.
@@ -64,9 +68,6 @@ std::string read_created(Request_Fields& fields);
 
 /// The refusal of something that stands at `place`, with a text that begins with it.
 Request_Error placed(const Request_Error& error, const std::string& place);
-
-/// The request's body as a JSON object. Throws Request_Error: 400, or 415 for another content type.
-Object body_object(const Request& request);
 
 /// The fields of a query string, each at most once. Throws Request_Error (400) from the constructor
 /// for a broken escape, a text that is not UTF-8, or a field given twice.
@@ -80,7 +81,7 @@ class Query_Fields {
   std::optional<std::int64_t> integer(const std::string& name);  ///< of either sign
   std::int64_t needed_count(const std::string& name);
   bool flag_or(const std::string& name, bool otherwise);  ///< "true" or "false"
-  /// Refuses fields that nobody asked for.
+  /// Refuses fields that nobody read.
   void finish() const;
 
  private:
@@ -91,7 +92,23 @@ class Query_Fields {
   std::set<std::string> asked_;
 };
 
-/// Refuses every query field.
-void no_query(const Request& request);
+/// A request whose query and body are read as fields: what a handler gets. The body of POST and PUT
+/// is a JSON object; that of other methods is ignored. Throws Request_Error: 400 for a query or
+/// body that cannot be read, 415 for a body that is not application/json.
+class Parsed_Request {
+  Object object_;  // before the fields that read it
+
+ public:
+  explicit Parsed_Request(const Request& request);
+  Parsed_Request(const Parsed_Request&) = delete;
+  Parsed_Request& operator=(const Parsed_Request&) = delete;
+
+  Query_Fields query;
+  Request_Fields body;
+
+  /// Refuses what nobody read of both. Done after each handler; one whose effect is not undone with
+  /// the transaction does it before.
+  void finish() const;
+};
 
 }  // namespace zqpool::service

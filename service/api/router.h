@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "service/api/message.h"
+#include "service/api/request_fields.h"
 #include "service/store/database.h"
 
 namespace zqpool::service {
@@ -17,16 +18,16 @@ struct Deferred;
 /// What a request leads to: the answer, or work that gives it later.
 using Outcome = std::variant<Response, Deferred>;
 
-/// Carries out one request on the state, inside a transaction. It is rolled back when the answer's
-/// status is 400 or more, or when a Request_Error or anything else is thrown; otherwise it is
-/// committed.
-using Handler = std::function<Outcome(Connection&, const Request&)>;
+/// Carries out one request inside a transaction. It is rolled back when the response's status is
+/// 400 or more, when anything is thrown, or when the handler left a part of the request unread;
+/// otherwise it is committed.
+using Handler = std::function<Outcome(Connection&, Parsed_Request&)>;
 
-/// A handler to run after a time, in a transaction of its own.
+/// What to run after a time, in a transaction of its own.
 struct Deferred {
   std::chrono::milliseconds after{0};
   Access access = Access::read;
-  Handler handler;
+  std::function<Outcome(Connection&)> handler;
 };
 
 /// Which handler answers which method and path. Filled at start, read-only afterwards.

@@ -25,7 +25,7 @@ Object Scenario::load(Connection& db, const Object& document, bool replace) cons
   fields.optional_text("comment");
   for (const Scenario_Section& section : sections_)
     fields.optional_array(section.name);
-  fields.finish();
+  fields.finish();  // before anything is changed
 
   if (replace) {
     for (auto it = sections_.rbegin(); it != sections_.rend(); ++it)
@@ -35,27 +35,21 @@ Object Scenario::load(Connection& db, const Object& document, bool replace) cons
   for (const Scenario_Section& section : sections_) {
     std::set<std::string> identities;
     std::int64_t number = 0;
-    if (const Array* entries = fields.optional_array(section.name)) {
-      for (const Value& value : *entries) {
-        const std::string place = section.name + '[' + std::to_string(number) + ']';
-        if (value.type() != json_spirit::obj_type) {
-          throw Request_Error(400, place + ": must be an object");
-        }
-        Request_Fields entry(value.get_obj(), place);
-        try {
-          section.load(db, entry);
-        } catch (const Request_Error& error) {
-          throw placed(error, place);
-        } catch (const SQLite::Exception& error) {
-          if (error.getErrorCode() != SQLITE_CONSTRAINT) throw;
-          throw Request_Error(422, place + ": contradicts another entry: " + error.what());
-        }
-        entry.finish();
-        if (!identities.insert(section.identity(value.get_obj())).second) {
-          throw Request_Error(422, place + ": is given twice");
-        }
-        ++number;
+    for (Request_Fields& entry : fields.optional_objects(section.name)) {
+      const std::string place = section.name + '[' + std::to_string(number) + ']';
+      try {
+        section.load(db, entry);
+      } catch (const Request_Error& error) {
+        throw placed(error, place);
+      } catch (const SQLite::Exception& error) {
+        if (error.getErrorCode() != SQLITE_CONSTRAINT) throw;
+        throw Request_Error(422, place + ": contradicts another entry: " + error.what());
       }
+      entry.finish();
+      if (!identities.insert(section.identity(entry.whole())).second) {
+        throw Request_Error(422, place + ": is given twice");
+      }
+      ++number;
     }
     loaded.emplace(section.name, number);
   }

@@ -71,20 +71,32 @@ Outcome Dispatcher::run(const Plan& plan, const Request& request) {
   if (plan.fault && !plan.fault->runs_operation()) {
     return Response{plan.fault->status, plan.fault->body, {}};
   }
-  return run_handler(plan.route->access, plan.route->handler, request);
+  return run_safely(request, [&] {
+    Parsed_Request parsed(request);
+    return in_transaction(plan.route->access, [&](Connection& db) {
+      Outcome outcome = plan.route->handler(db, parsed);
+      parsed.finish();
+      return outcome;
+    });
+  });
 }
 
 Outcome Dispatcher::run(const Deferred& deferred, const Request& request) {
-  return run_handler(deferred.access, deferred.handler, request);
+  return run_safely(request, [&] { return in_transaction(deferred.access, deferred.handler); });
 }
 
-Outcome Dispatcher::run_handler(Access access, const Handler& handler, const Request& request) {
+Outcome Dispatcher::in_transaction(Access access,
+                                   const std::function<Outcome(Connection&)>& action) {
+  Transaction transaction = database_.begin(access);
+  Outcome outcome = action(transaction.db());
+  const Response* const response = std::get_if<Response>(&outcome);
+  if (!response || response->status < 400) transaction.commit();
+  return outcome;
+}
+
+Outcome Dispatcher::run_safely(const Request& request, const std::function<Outcome()>& action) {
   try {
-    Transaction transaction = database_.begin(access);
-    Outcome outcome = handler(transaction.db(), request);
-    const Response* const response = std::get_if<Response>(&outcome);
-    if (!response || response->status < 400) transaction.commit();
-    return outcome;
+    return action();
   } catch (const Request_Error& error) {
     return error_response(error.status(), error.what());
   } catch (const SQLite::Exception& error) {

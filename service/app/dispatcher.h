@@ -43,7 +43,10 @@ class Dispatcher {
   Fault_Script& faults() { return faults_; }
 
  private:
-  Outcome run_handler(Access access, const Handler& handler, const Request& request);
+  /// Commits unless the action throws or its response is an error.
+  Outcome in_transaction(Access access, const std::function<Outcome(Connection&)>& action);
+  /// Turns what the action throws into a response. Throws only std::bad_alloc.
+  Outcome run_safely(const Request& request, const std::function<Outcome()>& action);
 
   Database& database_;
   const Router& router_;

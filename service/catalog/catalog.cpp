@@ -73,15 +73,13 @@ Array pool_rows(Statement&& pools) {
   return rows;
 }
 
-Response get_pools(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_pools(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::optional<std::string> uuid = query.text("uuid");
   if (uuid) {
-    query.finish();
     return rows_answer(pool_rows({db, pools_select + " WHERE p.uuid = ? GROUP BY p.uuid", *uuid}));
   }
   const Page page(query);
-  query.finish();
   return page.answer(
       pool_rows({db, pools_select + " GROUP BY p.uuid ORDER BY p.uuid LIMIT ? OFFSET ?",
                  page.limit(), page.offset()}),
@@ -97,23 +95,20 @@ Array device_rows(Statement&& devices) {
   return rows;
 }
 
-Response get_devices(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_devices(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::optional<std::string> uuid = query.text("uuid");
   std::optional<std::string> url = query.text("url");
   if (uuid && url) throw Request_Error(400, "give one of the query fields 'uuid' and 'url'");
   if (uuid) {
-    query.finish();
     return rows_answer(device_rows({db, devices_select + "WHERE d.uuid = ?", *uuid}));
   }
   if (url) {
-    query.finish();
     return rows_answer(
         device_rows({db, devices_select + "WHERE d.url = ? ORDER BY d.uuid", tidy_url(*url)}));
   }
   const std::optional<std::string> pool = query.text("pool_uuid");
   const Page page(query);
-  query.finish();
   if (pool) {
     return page.answer(
         device_rows({db, devices_select + "WHERE d.pool_uuid = ? ORDER BY d.uuid LIMIT ? OFFSET ?",
@@ -143,13 +138,10 @@ Object device_info(const Statement& row, std::string path) {
 
 /// The device on which a URL lies: the one whose own URL is the longest that the asked one begins
 /// with, segment by segment.
-Response find_device_info(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response find_device_info(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const std::optional<std::string> pool = fields.optional_text("pool_uuid");
   const std::string url = tidy_url(fields.text("url"));
-  fields.finish();
 
   for (std::string above = url; !above.empty(); above = url_above(above)) {
     Statement row(db, devices_with_pool + "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",
@@ -167,10 +159,9 @@ Response find_device_info(Connection& db, const Request& request) {
 
 /// The device of a pool that new data is to go to: of those that take data from any host, the one
 /// with the most room.
-Response offer_device(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response offer_device(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string pool = query.needed_text("pool_uuid");
-  query.finish();
   need_pool(db, pool);
   Statement row(db,
                 devices_with_pool +
@@ -188,15 +179,12 @@ bool is_lanfree(const std::string& url) {
 
 /// Two hosts that write to one LUN destroy what is on it: a device changes hands only by way of
 /// nobody's.
-Response bind_host(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response bind_host(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string uuid = query.needed_text("uuid");
-  query.finish();
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+  Request_Fields& fields = request.body;
   const std::string host_id = fields.needed_text("host_id");
   const std::string sysname = fields.needed_text("sysname");
-  fields.finish();
   if (host_id.empty() != sysname.empty()) {
     throw Request_Error(422, "host_id and sysname: both, or neither to release the device");
   }

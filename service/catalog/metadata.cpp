@@ -15,14 +15,11 @@ constexpr std::size_t longest_type = 64;
 
 /// The devices on which a path lies: those recorded for it, else for the nearest directory above it
 /// that is recorded. With a grouping only what was recorded under it counts.
-Response find_located_devices(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response find_located_devices(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const std::string pool = fields.text("pool_uuid");
   const std::string path = read_path(fields, "path");
   const std::optional<std::string> grouping = fields.optional_text("grouping");
-  fields.finish();
 
   for (std::string above = path; !above.empty(); above = parent_of(above)) {
     Statement row(
@@ -70,16 +67,12 @@ std::string type_of(const Object& body) {
   return *type;
 }
 
-Response add_metadata(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  const std::string type = type_of(body);
-  Request_Fields fields(body, "");
+Response add_metadata(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const std::string type = type_of(fields.whole());
   const Metadata entry{fields.text("pool_uuid"),       fields.text("device_uuid"),
                        read_path(fields, type),        type,
                        fields.text_or("grouping", ""), fields.optional_count("size")};
-  fields.finish();
-
   need_pool(db, entry.pool_uuid);
   switch (record(db, entry)) {
     case Recorded::done:
@@ -98,12 +91,11 @@ Response add_metadata(Connection& db, const Request& request) {
   return json_response(metadata_record(row));
 }
 
-Response remove_metadata(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response remove_metadata(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string pool = query.needed_text("pool_uuid");
   const std::string path = tidy_path(query.needed_text("path"));
   const std::optional<std::string> grouping = query.text("grouping");
-  query.finish();
   need_pool(db, pool);
   const int removed = db.execute(
       "DELETE FROM catalog_metadata "

@@ -43,12 +43,11 @@ std::string read_network_url(Request_Fields& fields, const std::string& network)
 /// Copies an object of texts that is there.
 void take_table(Request_Fields& fields, const char* key, Object& out,
                 std::string (*read)(Request_Fields&, const std::string&) = read_text) {
-  const Object* table = fields.optional_object(key);
+  Request_Fields* const table = fields.optional_object(key);
   if (!table) return;
-  Request_Fields rows(*table, fields.place(key));
   Object copy;
-  for (const auto& [name, value] : *table)
-    copy.emplace(name, read(rows, name));
+  for (const auto& [name, value] : table->whole())
+    copy.emplace(name, read(*table, name));
   out.emplace(key, std::move(copy));
 }
 
@@ -235,8 +234,8 @@ std::optional<std::string> said(Query_Fields& query, const char* name) {
   return text;
 }
 
-Response get_pool(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_pool(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string uuid = query.needed_text("uuid");
   Question ask;
   ask.agent = said(query, "agent_uuid");
@@ -246,7 +245,6 @@ Response get_pool(Connection& db, const Request& request) {
   ask.server = said(query, "server_uuid");
   ask.account = said(query, "account_uuid");
   const std::string restore = query.text("restore_setting").value_or("0");
-  query.finish();
   if (restore != "0" && restore != "1") {
     throw Request_Error(400, "query field 'restore_setting' must be 0 or 1");
   }
@@ -305,10 +303,8 @@ Response rpc_error(Value id, int code, const std::string& message) {
                     Object{{"code", code}, {"message", printable(message)}});
 }
 
-Response call_method(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response call_method(Connection& db, Parsed_Request& request) {
+  Request_Fields fields(request.body.whole(), "");
   Value id;
   std::string method;
   Object parameters;
@@ -322,7 +318,9 @@ Response call_method(Connection& db, const Request& request) {
     id = *given;
     if (fields.text("jsonrpc") != "2.0") fields.refuse("jsonrpc", "must be 2.0");
     method = fields.text("method");
-    if (const Object* named = fields.optional_object("params")) parameters = *named;
+    if (Request_Fields* const named = fields.optional_object("params")) {
+      parameters = named->whole();
+    }
     fields.finish();
   } catch (const Request_Error& error) {
     return rpc_error(std::move(id), invalid_request, error.what());

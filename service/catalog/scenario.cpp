@@ -74,11 +74,9 @@ void load_device(Connection& db, Request_Fields& fields) {
 
   std::optional<std::string> host_id;
   std::optional<std::string> sysname;
-  if (const Object* bound = fields.optional_object("bound_host")) {
-    Request_Fields host(*bound, fields.place("bound_host"));
-    host_id = host.text("host_id");
-    sysname = host.text("sysname");
-    host.finish();
+  if (Request_Fields* const host = fields.optional_object("bound_host")) {
+    host_id = host->text("host_id");
+    sysname = host->text("sysname");
   }
   db.execute(
       R"sql(INSERT INTO catalog_device (uuid, pool_uuid, name, type, role, state, url, path_prefix,

@@ -26,10 +26,9 @@ std::int64_t bytes_of(std::uint64_t blocks, std::uint64_t block_size) {
              : count_of(bytes);
 }
 
-Response statfs(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response statfs(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string uri = tidy_path(query.needed_text("uri"));
-  query.finish();
   if (uri != "/zq/data") throw Request_Error(404, "there is no data root '" + uri + "'");
   struct statvfs figures {};
   if (::statvfs(db.database().getFilename().c_str(), &figures) != 0) {

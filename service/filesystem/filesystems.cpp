@@ -28,10 +28,8 @@ struct Wanted {
   std::optional<std::string> mount_point;
 };
 
-Wanted read_wanted(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Wanted read_wanted(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   Wanted out;
   out.volume.pool = need_volume_pool(db, fields.text("pool_id"), Access::write).uuid;
   out.volume.kind = kind;
@@ -41,7 +39,6 @@ Wanted read_wanted(Connection& db, const Request& request) {
     out.origin = need_snapshot(db, out.volume.pool, kind, lower_case(*snapshot));
   }
   if (said(fields, "mount_point")) out.mount_point = read_mount_point(fields, "mount_point");
-  fields.finish();
   return out;
 }
 
@@ -65,7 +62,7 @@ bool is_as_wanted(Connection& db, const Filesystem& there, const Wanted& wanted)
 
 // ---- /zq/r/scsipool/fs
 
-Response create_filesystem(Connection& db, const Request& request) {
+Response create_filesystem(Connection& db, Parsed_Request& request) {
   const Wanted wanted = read_wanted(db, request);
   if (const auto there = find_filesystem(db, wanted.volume.pool, wanted.volume.name)) {
     if (!is_as_wanted(db, *there, wanted)) {
@@ -78,11 +75,10 @@ Response create_filesystem(Connection& db, const Request& request) {
   return json_response(filesystem_record(db, made), 201);
 }
 
-Response get_filesystems(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_filesystems(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> name = query.text("name");
-  query.finish();
   Array out;
   if (name) {
     out.emplace_back(filesystem_record(db, need_filesystem(db, pool.uuid, *name)));
@@ -94,24 +90,20 @@ Response get_filesystems(Connection& db, const Request& request) {
   return json_response(std::move(out));
 }
 
-Response roll_back_filesystem(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response roll_back_filesystem(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const Volume_Pool pool = need_volume_pool(db, fields.text("pool_id"), Access::write);
   const Filesystem filesystem = need_filesystem(db, pool.uuid, fields.text("name"));
-  fields.finish();
   // Files would change under the feet of who has them open.
   if (filesystem.mounted) throw Request_Error(409, described(filesystem.volume) + " is mounted");
   const Snapshot newest = roll_back_volume(db, filesystem.volume);
   return json_response(Object{{"name", filesystem.volume.name}, {"snapshot_id", newest.id}});
 }
 
-Response delete_filesystem(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response delete_filesystem(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string name = query.needed_text("name");
-  query.finish();
   if (const auto filesystem = find_undeleted_filesystem(db, pool.uuid, name)) {
     delete_volume(db, filesystem->volume, false);
   }

@@ -29,13 +29,10 @@ Object mount_record(const Filesystem& filesystem) {
   return {{"name", filesystem.volume.name}, {"mountpoint", filesystem.mount_point.value()}};
 }
 
-Response mount(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response mount(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const Volume_Pool pool = need_mountable(db, fields.text("pool_id"));
   Filesystem filesystem = need_filesystem(db, pool.uuid, fields.text("name"));
-  fields.finish();
   if (!filesystem.mount_point) {
     filesystem.mount_point = "/pools/" + pool.uuid + '/' + filesystem.volume.name;
     set_mount_point(db, filesystem, *filesystem.mount_point);
@@ -44,11 +41,10 @@ Response mount(Connection& db, const Request& request) {
   return json_response(mount_record(filesystem));
 }
 
-Response get_mounts(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_mounts(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> name = query.text("name");
-  query.finish();
   Array out;
   const auto add = [&](const Filesystem& filesystem) {
     if (filesystem.mounted) out.emplace_back(mount_record(filesystem));
@@ -63,14 +59,11 @@ Response get_mounts(Connection& db, const Request& request) {
 }
 
 /// Answers the new mount point as a text alone.
-Response move_mount(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response move_mount(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const Volume_Pool pool = need_mountable(db, fields.text("pool_id"));
   const Filesystem filesystem = need_filesystem(db, pool.uuid, fields.text("name"));
   const std::string mount_point = read_mount_point(fields, "mount_point");
-  fields.finish();
   if (filesystem.mount_point != mount_point) {
     need_unexported(db, filesystem);
     set_mount_point(db, filesystem, mount_point);
@@ -78,11 +71,10 @@ Response move_mount(Connection& db, const Request& request) {
   return json_response(mount_point);
 }
 
-Response unmount(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response unmount(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const Volume_Pool pool = need_mountable(db, query.needed_text("pool_id"));
   const std::string name = query.needed_text("name");
-  query.finish();
   if (const auto filesystem = find_undeleted_filesystem(db, pool.uuid, name)) {
     need_unexported(db, *filesystem);
     set_mounted(db, *filesystem, false);

@@ -37,16 +37,13 @@ std::vector<std::string> read_names(Request_Fields& fields) {
 }
 
 /// All of them or none, each of one moment.
-Response create_snapshots(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response create_snapshots(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const Volume_Pool pool = need_volume_pool(db, fields.text("pool_id"), Access::write);
   const std::vector<std::string> names = read_names(fields);
   Snapshot wanted;
   wanted.recyclable = fields.flag("recycle");
   wanted.created = utc_now();
-  fields.finish();
   Array out;
   for (const std::string& name : names) {
     const Volume filesystem = need_volume(db, pool.uuid, kind, name);
@@ -57,12 +54,11 @@ Response create_snapshots(Connection& db, const Request& request) {
   return json_response(std::move(out), 201);
 }
 
-Response get_snapshots(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_snapshots(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> id = query.text("snapshot_id");
   const std::optional<std::string> name = query.text("name");
-  query.finish();
   if (id && name) throw Request_Error(400, "give one of the query fields 'snapshot_id' and 'name'");
 
   Array out;
@@ -85,12 +81,11 @@ Response get_snapshots(Connection& db, const Request& request) {
   return json_response(std::move(out));
 }
 
-Response delete_snapshot_of_filesystem(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response delete_snapshot_of_filesystem(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const Volume_Pool pool = need_volume_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string id = lower_case(query.needed_text("snapshot_id"));
   const bool delete_empty = query.flag_or("delete_empty_fs", false);
-  query.finish();
   if (!was_snapshot_deleted(db, pool.uuid, kind, id)) {
     delete_snapshot(db, need_snapshot(db, pool.uuid, kind, id), delete_empty);
   }

@@ -46,15 +46,12 @@ Volume read_written(Connection& db, Request_Fields& fields) {
   return need_lun(db, pool.volumes.uuid, fields.text("lun_id"));
 }
 
-Response write_as_guest(Connection& db, const Request& request) {
-  no_query(request);
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+Response write_as_guest(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
   const Volume volume = read_written(db, fields);
   const std::int64_t offset = fields.count("offset");
   const std::int64_t length = fields.count("length");
   const bool discard = fields.flag_or("discard", false);
-  fields.finish();
 
   const bool is_lun = volume.kind == Volume_Kind::lun;
   if (is_lun) need_blocks(db, volume, offset, length);
@@ -73,10 +70,9 @@ Response write_as_guest(Connection& db, const Request& request) {
              {"reclaimed", std::move(reclaimed)}});
 }
 
-Response get_visible(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_visible(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string initiator = query.needed_text("initiator");
-  query.finish();
   Array luns;
   for (const Export& each : seen_by(db, initiator)) {
     Object lun{{"pool_id", each.pool},

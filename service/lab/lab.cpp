@@ -16,10 +16,9 @@ std::int64_t monotonic_seconds() {
   return now.tv_sec;
 }
 
-bool read_replace(const Request& request) {
-  Query_Fields query(request);
+bool read_replace(Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::string mode = query.text("mode").value_or("replace");
-  query.finish();
   if (mode != "replace" && mode != "merge") {
     throw Request_Error(400, "query field 'mode' must be replace or merge");
   }
@@ -48,41 +47,34 @@ void add_lab(Resources& resources, Dispatcher& dispatcher) {
   const Statistics& statistics = dispatcher.statistics();
   router.add(
       Method::post, "/zq/lab/scenario", Access::write,
-      [&scenario](Connection& db, const Request& request) {
+      [&scenario](Connection& db, Parsed_Request& request) {
         const bool replace = read_replace(request);
-        return json_response(Object{{"loaded", scenario.load(db, body_object(request), replace)}});
+        return json_response(Object{{"loaded", scenario.load(db, request.body.whole(), replace)}});
       });
-  router.add(Method::get, "/zq/lab/scenario", Access::read,
-             [&scenario](Connection& db, const Request& request) {
-               no_query(request);
-               return json_response(scenario.dump(db));
-             });
+  router.add(
+      Method::get, "/zq/lab/scenario", Access::read,
+      [&scenario](Connection& db, Parsed_Request&) { return json_response(scenario.dump(db)); });
   router.add(Method::post, "/zq/lab/faults", Access::read,
-             [&faults](Connection&, const Request& request) {
-               no_query(request);
-               return json_response(Object{{"ids", faults.add(body_object(request))}}, 201);
+             [&faults](Connection&, Parsed_Request& request) {
+               const Object& script = request.body.whole();
+               request.finish();
+               return json_response(Object{{"ids", faults.add(script)}}, 201);
              });
-  router.add(Method::get, "/zq/lab/faults", Access::read,
-             [&faults](Connection&, const Request& request) {
-               no_query(request);
-               return json_response(Object{{"faults", faults.list()}});
-             });
+  router.add(Method::get, "/zq/lab/faults", Access::read, [&faults](Connection&, Parsed_Request&) {
+    return json_response(Object{{"faults", faults.list()}});
+  });
   router.add(Method::del, "/zq/lab/faults", Access::read,
-             [&faults](Connection&, const Request& request) {
-               no_query(request);
+             [&faults](Connection&, Parsed_Request& request) {
+               request.finish();
                return json_response(Object{{"removed", faults.clear()}});
              });
   router.add(Method::get, "/zq/lab/check", Access::read,
-             [&checks](Connection& db, const Request& request) {
-               no_query(request);
-               return check_state(checks, db);
-             });
+             [&checks](Connection& db, Parsed_Request&) { return check_state(checks, db); });
   add_guest_io(router);
   const std::int64_t started = monotonic_seconds();
   router.add(
       Method::get, "/zq/lab/health", Access::read,
-      [&statistics, started](Connection&, const Request& request) {
-        no_query(request);
+      [&statistics, started](Connection&, Parsed_Request&) {
         return json_response(Object{{"status", "ok"},
                                     {"version", ZQPOOL_VERSION},
                                     {"schema", static_cast<std::int64_t>(schema_version)},

@@ -218,7 +218,7 @@ Outcome answer_in_time(const Kept_Record& kept, unsigned status, std::optional<s
   const std::int64_t patience = *sync < 0 || *sync > most ? to_go : *sync * 1000;
   const std::string uuid = kept.record.uuid;
   return Deferred{std::chrono::milliseconds(std::min(to_go, patience)), Access::read,
-                  [uuid, status](Connection& db, const Request&) {
+                  [uuid, status](Connection& db) {
                     const Kept_Record now = need_record(db, uuid);
                     if (now.milliseconds_to_go() > 0) {
                       throw Request_Error(503, "NFS record '" + uuid + "' is still " + now.state());
@@ -227,10 +227,9 @@ Outcome answer_in_time(const Kept_Record& kept, unsigned status, std::optional<s
                   }};
 }
 
-Response get_records(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_records(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const std::optional<std::string> uuid = query.text("uuid");
-  query.finish();
   Array out;
   if (uuid) {
     const Kept_Record kept = need_record(db, *uuid);
@@ -251,20 +250,17 @@ struct Wanted {
   std::optional<std::int64_t> sync;
 };
 
-Wanted read_wanted(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Wanted read_wanted(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   Wanted out;
   out.sync = query.integer("sync");
-  query.finish();
-  const Object body = body_object(request);
-  Request_Fields fields(body, "");
+  Request_Fields& fields = request.body;
   out.record = read_record(db, fields);
   fields.one_of("state", {"pending"});
-  fields.finish();
   return out;
 }
 
-Outcome make_record(Connection& db, const Request& request, std::chrono::milliseconds delay) {
+Outcome make_record(Connection& db, Parsed_Request& request, std::chrono::milliseconds delay) {
   const Wanted wanted = read_wanted(db, request);
   std::optional<Kept_Record> there = find_record(db, wanted.record.uuid);
   if (!there || there->withdrawn) {
@@ -276,7 +272,7 @@ Outcome make_record(Connection& db, const Request& request, std::chrono::millise
   return answer_in_time(*there, 201, wanted.sync);
 }
 
-Outcome change_record(Connection& db, const Request& request, std::chrono::milliseconds delay) {
+Outcome change_record(Connection& db, Parsed_Request& request, std::chrono::milliseconds delay) {
   const Wanted wanted = read_wanted(db, request);
   Kept_Record there = need_record(db, wanted.record.uuid);
   if (there.withdrawn) {
@@ -289,11 +285,10 @@ Outcome change_record(Connection& db, const Request& request, std::chrono::milli
   return answer_in_time(there, 200, wanted.sync);
 }
 
-Outcome withdraw_record(Connection& db, const Request& request, std::chrono::milliseconds delay) {
-  Query_Fields query(request);
+Outcome withdraw_record(Connection& db, Parsed_Request& request, std::chrono::milliseconds delay) {
+  Query_Fields& query = request.query;
   const std::string uuid = query.needed_text("uuid");
   const std::optional<std::int64_t> sync = query.integer("sync");
-  query.finish();
   Kept_Record there = need_record(db, uuid);
   if (!there.withdrawn) {
     db.execute("UPDATE nfs_export SET withdrawn = 1, final_at = ? WHERE uuid = ?",
@@ -350,8 +345,8 @@ std::optional<std::string> nfs_export_of_mount(Connection& db, const std::string
 
 void add_nfs(Resources& resources, std::chrono::milliseconds delay) {
   const auto with_delay =
-      [delay](Outcome (*handler)(Connection&, const Request&, std::chrono::milliseconds)) {
-        return [handler, delay](Connection& db, const Request& request) {
+      [delay](Outcome (*handler)(Connection&, Parsed_Request&, std::chrono::milliseconds)) {
+        return [handler, delay](Connection& db, Parsed_Request& request) {
           return handler(db, request, delay);
         };
       };

@@ -165,7 +165,6 @@ Access_List read_access(Request_Fields& fields) {
   Access_List out;
   for (Request_Fields& entry : fields.optional_objects("acls")) {
     out.push_back({read_name(entry, "initiator"), entry.text("host_uuid")});
-    entry.finish();
   }
   return out;
 }

@@ -62,45 +62,43 @@ Object lun_record(Connection& db, const Volume& lun) {
 
 // ---- /zq/r/scsipool/lun
 
-Response create_lun(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const bool to_export = change.fields.flag("export");
+Response create_lun(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const bool to_export = fields.flag("export");
   Volume wanted;
-  wanted.pool = change.pool.volumes.uuid;
+  wanted.pool = pool.volumes.uuid;
   wanted.name = random_uuid();
   wanted.created = utc_now();
   LUN_Traits traits;
   Access_List access;
   std::optional<Snapshot> origin;
-  if (change.fields.has("snapshot_id")) {
-    origin =
-        need_snapshot(db, wanted.pool, lun_kind, lower_case(change.fields.text("snapshot_id")));
+  if (fields.has("snapshot_id")) {
+    origin = need_snapshot(db, wanted.pool, lun_kind, lower_case(fields.text("snapshot_id")));
     const Volume parent = volume_by_number(db, origin->volume);
     wanted.size = parent.size;
     traits.block_size = traits_of(db, parent).block_size;
   } else {
-    traits = read_traits(change.fields);
-    wanted.size = read_size(change.fields, "lun_size", traits);
-    access = read_access(change.fields);
+    traits = read_traits(fields);
+    wanted.size = read_size(fields, "lun_size", traits);
+    access = read_access(fields);
   }
-  change.fields.finish();
 
   // Room is taken when it is written to, but a LUN that would not fit is not made.
   if (!origin) make_room(db, wanted.pool, *wanted.size);
   const Volume lun = make_lun(db, wanted, traits, origin);
   Object out{{"lun_id", lun.name}};
   if (to_export) {
-    const Target target{change.pool.target, change.pool.transport};
+    const Target target{pool.target, pool.transport};
     out.emplace("lun_num", export_lun(db, lun, target, access).lun_num);
   }
   return json_response(std::move(out), 201);
 }
 
-Response get_luns(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_luns(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> id = query.text("lun_id");
-  query.finish();
   Array out;
   if (id) {
     out.emplace_back(lun_record(db, need_lun(db, pool.volumes.uuid, *id)));
@@ -112,11 +110,11 @@ Response get_luns(Connection& db, const Request& request) {
   return json_response(std::move(out));
 }
 
-Response roll_back_lun(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
-  const bool force = change.fields.flag("force");
-  change.fields.finish();
+Response roll_back_lun(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const Volume lun = need_lun(db, pool.volumes.uuid, fields.text("lun_id"));
+  const bool force = fields.flag("force");
   // A guest would see its disk change under its feet.
   if (!force && export_of(db, lun)) throw Request_Error(409, described(lun) + " is exported");
   const Snapshot newest = roll_back_volume(db, lun);
@@ -130,20 +128,19 @@ struct Removal {
   bool force = false;
 };
 
-Removal read_removal(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Removal read_removal(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::write);
   Removal out;
   out.lun_id = lower_case(query.needed_text("lun_id"));
   out.force = query.flag_or("force", false);
-  query.finish();
   if (!was_volume_deleted(db, pool.volumes.uuid, lun_kind, out.lun_id)) {
     out.lun = need_lun(db, pool.volumes.uuid, out.lun_id);
   }
   return out;
 }
 
-Response delete_lun(Connection& db, const Request& request) {
+Response delete_lun(Connection& db, Parsed_Request& request) {
   const Removal what = read_removal(db, request);
   if (what.lun) delete_volume(db, *what.lun, what.force);
   return json_response(Object{{"lun_id", what.lun_id}});
@@ -151,22 +148,22 @@ Response delete_lun(Connection& db, const Request& request) {
 
 // ---- /zq/r/scsipool/lun/export
 
-Response create_export(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
-  const Target target = read_target(change.fields, change.pool);
-  const Access_List access = read_needed_access(change.fields);
-  change.fields.finish();
+Response create_export(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const Volume lun = need_lun(db, pool.volumes.uuid, fields.text("lun_id"));
+  const Target target = read_target(fields, pool);
+  const Access_List access = read_needed_access(fields);
   const Export made = export_lun(db, lun, target, access);
   return json_response(Object{{"lun_num", made.lun_num}});
 }
 
-Response add_access(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
-  change.fields.one_of("action", {"add"});
-  const Access_List access = read_needed_access(change.fields);
-  change.fields.finish();
+Response add_access(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const Volume lun = need_lun(db, pool.volumes.uuid, fields.text("lun_id"));
+  fields.one_of("action", {"add"});
+  const Access_List access = read_needed_access(fields);
   const std::optional<Export> there = export_of(db, lun);
   if (!there) throw Request_Error(409, described(lun) + " is not exported");
   allow(db, *there, access);
@@ -175,7 +172,7 @@ Response add_access(Connection& db, const Request& request) {
   return json_response(std::move(out));
 }
 
-Response delete_export(Connection& db, const Request& request) {
+Response delete_export(Connection& db, Parsed_Request& request) {
   const Removal what = read_removal(db, request);
   const std::optional<Export> there = what.lun ? export_of(db, *what.lun) : std::nullopt;
   if (there) {
@@ -208,7 +205,6 @@ void load_shares(Connection& db, const SCSI_Pool& pool, Request_Fields& fields,
                  const Snapshot& snapshot) {
   for (Request_Fields& share : fields.optional_objects("shares")) {
     const Wanted_Export wanted = read_wanted_export(share, pool);
-    share.finish();
     share_snapshot(db, pool.volumes.uuid, snapshot, wanted.target, wanted.access, wanted.lun_num);
   }
 }
@@ -236,10 +232,8 @@ void load_lun(Connection& db, Request_Fields& fields) {
   load_history(db, lun, fields, [&](Request_Fields& step, const Snapshot& snapshot) {
     load_shares(db, pool, step, snapshot);
   });
-  if (const Object* exported = fields.optional_object("export")) {
-    Request_Fields inner(*exported, fields.place("export"));
-    const Wanted_Export how = read_wanted_export(inner, pool);
-    inner.finish();
+  if (Request_Fields* const exported = fields.optional_object("export")) {
+    const Wanted_Export how = read_wanted_export(*exported, pool);
     export_lun(db, lun, how.target, how.access, how.lun_num);
   }
 }

@@ -29,11 +29,10 @@ Object pool_record(Connection& db, const SCSI_Pool& pool) {
 }
 
 /// `type` is the catalog's: here only pools of type "scsi" are described.
-Response get_pools(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_pools(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const bool scsi = query.text("type").value_or("scsi") == "scsi";
   const std::optional<std::string> uuid = query.text("pool_id");
-  query.finish();
   Array out;
   if (uuid) {
     if (!scsi) throw Request_Error(404, "there is no pool '" + *uuid + "' of this type");
@@ -100,11 +99,6 @@ SCSI_Pool need_scsi_pool(Connection& db, const std::string& uuid, Access access)
   if (!row.is_null(2)) out.portal = row.text(2);
   return out;
 }
-
-SCSI_Change::SCSI_Change(Connection& db, const Request& request)
-    : body((no_query(request), body_object(request))),
-      fields(body, ""),
-      pool(need_scsi_pool(db, fields.text("pool_id"), Access::write)) {}
 
 void add_scsi_pools(Resources& resources) {
   resources.router.add(Method::get, "/zq/r/pool", Access::read, get_pools);

@@ -22,17 +22,6 @@ struct SCSI_Pool {
 /// Throws Request_Error as need_volume_pool().
 SCSI_Pool need_scsi_pool(Connection& db, const std::string& uuid, Access access);
 
-/// What a body asks to change, and the pool that it names. Throws Request_Error.
-struct SCSI_Change {
-  SCSI_Change(Connection& db, const Request& request);
-  SCSI_Change(const SCSI_Change&) = delete;
-  SCSI_Change& operator=(const SCSI_Change&) = delete;
-
-  const Object body;
-  Request_Fields fields;  ///< of the body; the pool's is taken
-  const SCSI_Pool pool;
-};
-
 /// The paths /zq/r/pool, /zq/r/scsipool/lun and /zq/r/scsipool/snapshot with what is below them,
 /// the scenario sections "scsi_pools" and "luns", and the check of exports.
 void add_scsi_pools(Resources& resources);

@@ -45,23 +45,22 @@ void add_records(Connection& db, const Volume& lun, const Snapshot& snapshot,
 
 // ---- /zq/r/scsipool/snapshot
 
-Response create_snapshot_of_lun(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const Volume lun = need_lun(db, change.pool.volumes.uuid, change.fields.text("lun_id"));
+Response create_snapshot_of_lun(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const Volume lun = need_lun(db, pool.volumes.uuid, fields.text("lun_id"));
   Snapshot wanted;
   wanted.id = random_uuid();
-  wanted.recyclable = change.fields.flag("recycle");
+  wanted.recyclable = fields.flag("recycle");
   wanted.created = utc_now();
-  change.fields.finish();
   return json_response(Object{{"snapshot_id", create_snapshot(db, lun, wanted).id}}, 201);
 }
 
-Response get_snapshots(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response get_snapshots(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::read);
   const std::optional<std::string> id = query.text("snapshot_id");
   const std::optional<std::string> lun_id = query.text("lun_id");
-  query.finish();
   if (id && lun_id)
     throw Request_Error(400, "give one of the query fields 'snapshot_id' and 'lun_id'");
 
@@ -92,12 +91,11 @@ std::optional<Snapshot> find_undeleted(Connection& db, const SCSI_Pool& pool,
   return need_lun_snapshot(db, pool, id);
 }
 
-Response delete_snapshot_of_lun(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response delete_snapshot_of_lun(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string id = lower_case(query.needed_text("snapshot_id"));
   const bool delete_empty = query.flag_or("delete_empty_lun", false);
-  query.finish();
   if (const auto snapshot = find_undeleted(db, pool, id)) {
     delete_snapshot(db, *snapshot, delete_empty);
   }
@@ -106,13 +104,13 @@ Response delete_snapshot_of_lun(Connection& db, const Request& request) {
 
 // ---- /zq/r/scsipool/snapshot/export
 
-Response create_share(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const Snapshot snapshot = need_lun_snapshot(db, change.pool, change.fields.text("snapshot_id"));
-  const Target target = read_target(change.fields, change.pool);
-  const Access_List access = read_needed_access(change.fields);
-  change.fields.finish();
-  const Export share = share_snapshot(db, change.pool.volumes.uuid, snapshot, target, access);
+Response create_share(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const Snapshot snapshot = need_lun_snapshot(db, pool, fields.text("snapshot_id"));
+  const Target target = read_target(fields, pool);
+  const Access_List access = read_needed_access(fields);
+  const Export share = share_snapshot(db, pool.volumes.uuid, snapshot, target, access);
   return json_response(Object{{"lun_num", share.lun_num}});
 }
 
@@ -123,13 +121,13 @@ std::optional<Export> find_share(Connection& db, const Snapshot& snapshot, std::
   return std::nullopt;
 }
 
-Response add_access(Connection& db, const Request& request) {
-  SCSI_Change change(db, request);
-  const Snapshot snapshot = need_lun_snapshot(db, change.pool, change.fields.text("snapshot_id"));
-  const std::int64_t lun_num = change.fields.count("lun_num");
-  change.fields.one_of("action", {"add"});
-  const Access_List access = read_needed_access(change.fields);
-  change.fields.finish();
+Response add_access(Connection& db, Parsed_Request& request) {
+  Request_Fields& fields = request.body;
+  const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
+  const Snapshot snapshot = need_lun_snapshot(db, pool, fields.text("snapshot_id"));
+  const std::int64_t lun_num = fields.count("lun_num");
+  fields.one_of("action", {"add"});
+  const Access_List access = read_needed_access(fields);
   const std::optional<Export> share = find_share(db, snapshot, lun_num);
   if (!share) {
     throw Request_Error(409, "snapshot '" + snapshot.id + "' is not shared under number " +
@@ -141,12 +139,11 @@ Response add_access(Connection& db, const Request& request) {
   return json_response(std::move(out));
 }
 
-Response delete_share(Connection& db, const Request& request) {
-  Query_Fields query(request);
+Response delete_share(Connection& db, Parsed_Request& request) {
+  Query_Fields& query = request.query;
   const SCSI_Pool pool = need_scsi_pool(db, query.needed_text("pool_id"), Access::write);
   const std::string id = lower_case(query.needed_text("snapshot_id"));
   const std::int64_t lun_num = query.needed_count("lun_num");
-  query.finish();
   if (const auto snapshot = find_undeleted(db, pool, id)) {
     const std::optional<Export> share = find_share(db, *snapshot, lun_num);
     if (share) withdraw(db, *share);

@@ -17,30 +17,30 @@ Snapshot read_step(Request_Fields& fields) {
 
 void load_step(Connection& db, const Volume& volume, Request_Fields& step,
                const std::function<void(Request_Fields&, const Snapshot&)>& load_more) {
-  const Object* what = nullptr;
-  const char* kind = nullptr;
+  Request_Fields* what = nullptr;
+  std::string kind;
   for (const char* each : {"write", "discard", "snapshot"}) {
     if (!step.has(each)) continue;
-    if (kind) step.refuse(each, "stands beside another step");
+    if (what) step.refuse(each, "stands beside another step");
     kind = each;
     what = step.optional_object(each);
   }
-  step.finish();
-  if (!what) step.refuse("write", "is missing, and so are discard and snapshot", 400);
-
-  Request_Fields fields(*what, step.place(kind));
-  if (kind == std::string("snapshot")) {
-    load_more(fields, create_snapshot(db, volume, read_step(fields)));
-  } else {
-    const std::int64_t offset = fields.count("offset");
-    const std::int64_t length = fields.count("length");
-    if (kind == std::string("write")) {
-      write_volume(db, volume, offset, length, Reclaim::no);
-    } else {
-      discard_volume(db, volume, offset, length);
-    }
+  if (!what) {
+    step.finish();
+    step.refuse("write", "is missing, and so are discard and snapshot", 400);
   }
-  fields.finish();
+
+  if (kind == "snapshot") {
+    load_more(*what, create_snapshot(db, volume, read_step(*what)));
+    return;
+  }
+  const std::int64_t offset = what->count("offset");
+  const std::int64_t length = what->count("length");
+  if (kind == "write") {
+    write_volume(db, volume, offset, length, Reclaim::no);
+  } else {
+    discard_volume(db, volume, offset, length);
+  }
 }
 
 void dump_ranges(const char* kind, const std::vector<Extent_Map::Range>& ranges, Array& steps) {

@@ -163,6 +163,14 @@ TEST_F(Catalog_Writes, a_path_to_remove_is_tidied) {
   EXPECT_EQ(remove("%2f%2fjobs%2f"), 2);
 }
 
+TEST_F(Catalog_Writes, a_removal_with_an_unknown_field_removes_nothing) {
+  const Value before = lab_.dump();
+  EXPECT_EQ(
+      lab_.refusal("DELETE", metadata_path + "?pool_uuid=" + pool_uuid(1) + "&path=/jobs&device=d"),
+      "400 query field 'device' is not known here");
+  EXPECT_EQ(Value(lab_.dump()), before);
+}
+
 TEST_F(Catalog_Writes, a_removal_that_makes_no_sense_is_refused) {
   const std::string pool = "pool_uuid=" + pool_uuid(1);
   EXPECT_EQ(lab_.refusal("DELETE", metadata_path + "?path=/a"),
@@ -248,7 +256,7 @@ TEST_F(Offer, goes_to_the_next_device_when_one_is_bound) {
 TEST_F(Offer, needs_a_pool) {
   EXPECT_EQ(lab_.refusal("GET", info_path), "400 query field 'pool_uuid' is missing");
   EXPECT_EQ(lab_.refusal("GET", info_path + "?pool_uuid=p"), "404 there is no pool 'p'");
-  EXPECT_EQ(lab_.refusal("GET", info_path + "?pool_uuid=p&url=u"),
+  EXPECT_EQ(lab_.refusal("GET", info_path + "?pool_uuid=" + pool_uuid(1) + "&url=u"),
             "400 query field 'url' is not known here");
 }
 

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "tests/service/fixtures/lab_service.h"
+
 namespace zqpool::service {
 namespace {
 
@@ -213,6 +215,17 @@ TEST(Fault_Script, changes_the_type_of_an_answer_or_a_member) {
   EXPECT_EQ(changed(R"(,"member":"none")", R"({"rows":[]})"), "no");
   EXPECT_EQ(changed(R"(,"member":"rows")", "[]"), "no");
   EXPECT_EQ(changed("", ""), "no");
+}
+
+TEST(Fault_Script, stays_as_it_is_when_a_request_is_refused) {
+  test::Lab_Service lab;
+  const std::string path = "/zq/lab/faults";
+  const std::string body = R"({"faults":[{"path":"/zq/r/x","kind":"reset_before_commit"}]})";
+  EXPECT_EQ(lab.refusal("POST", path + "?x=1", body), "400 query field 'x' is not known here");
+  EXPECT_EQ(lab.good("GET", path), object(R"({"faults":[]})"));
+  EXPECT_EQ(lab.ask("POST", path, body).status, 201U);
+  EXPECT_EQ(lab.refusal("DELETE", path + "?x=1"), "400 query field 'x' is not known here");
+  EXPECT_EQ(lab.good("GET", path).get_obj().at("faults").get_array().size(), 1U);
 }
 
 TEST(Fault_Script, garbage_is_the_same_for_the_same_seed) {

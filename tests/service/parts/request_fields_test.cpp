@@ -30,6 +30,7 @@ std::string refusal(const std::function<void()>& action) {
 
 Request with_body(const std::string& body, const std::string& type = "application/json") {
   Request request;
+  request.method = Method::post;
   request.body = body;
   request.content_type = type;
   return request;
@@ -49,7 +50,7 @@ TEST(Request_Fields, read_what_is_there) {
   EXPECT_EQ(fields.text("t"), "x");
   EXPECT_EQ(fields.count("n"), 5);
   EXPECT_TRUE(fields.flag_or("f", false));
-  EXPECT_EQ(fields.optional_object("o")->size(), 1U);
+  EXPECT_EQ(fields.optional_object("o")->count("a"), 1);
   EXPECT_EQ(fields.optional_array("a")->size(), 1U);
   EXPECT_EQ(fields.optional_real("r"), 0.5);
   EXPECT_EQ(fields.optional_real("n"), 5.0);
@@ -109,17 +110,48 @@ TEST(Request_Fields, refuse_what_nobody_asked_for) {
   EXPECT_EQ(refusal([&] { fields.finish(); }), "400 pools[0].uid: is not known here");
 }
 
-TEST(Body, is_one_json_object) {
-  EXPECT_EQ(body_object(with_body(R"({"a":1})")).size(), 1U);
-  EXPECT_EQ(body_object(with_body(R"({"a":1})", "")).size(), 1U);
-  EXPECT_EQ(body_object(with_body(R"({"a":1})", "Application/JSON; charset=utf-8")).size(), 1U);
-  EXPECT_EQ(refusal([] { body_object(with_body("")); }), "400 the body is missing");
-  EXPECT_EQ(refusal([] { body_object(with_body("{\"a\":")); }).substr(0, 25),
-            "400 the body is not JSON:");
-  EXPECT_EQ(refusal([] { body_object(with_body("[1]")); }),
-            "400 the body must be an object, not an array");
-  EXPECT_EQ(refusal([] { body_object(with_body("{}", "text/plain")); }),
-            "415 the body must be application/json");
+TEST(Request_Fields, finish_what_is_inside_them) {
+  const Object members = object(R"({"one":{"a":1,"x":2},"many":[{"a":1},{"y":2}]})");
+  Request_Fields fields(members, "");
+  fields.optional_object("one")->count("a");
+  EXPECT_EQ(fields.optional_objects("many").size(), 2U);
+  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 many[0].a: is not known here");
+  for (Request_Fields& each : fields.optional_objects("many"))
+    each.whole();
+  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 one.x: is not known here");
+  fields.optional_object("one")->whole();
+  EXPECT_EQ(refusal([&] { fields.finish(); }), "");
+}
+
+TEST(Parsed_Request, has_one_json_object_as_its_body) {
+  const auto read = [](const std::string& body, const std::string& type) {
+    return refusal([&] { EXPECT_EQ(Parsed_Request(with_body(body, type)).body.count("a"), 1); });
+  };
+  EXPECT_EQ(read(R"({"a":1})", "application/json"), "");
+  EXPECT_EQ(read(R"({"a":1})", ""), "");
+  EXPECT_EQ(read(R"({"a":1})", "Application/JSON; charset=utf-8"), "");
+  EXPECT_EQ(read("", ""), "400 the body is missing");
+  EXPECT_EQ(read("{\"a\":", "").substr(0, 25), "400 the body is not JSON:");
+  EXPECT_EQ(read("[1]", ""), "400 the body must be an object, not an array");
+  EXPECT_EQ(read("{}", "text/plain"), "415 the body must be application/json");
+}
+
+TEST(Parsed_Request, ignores_a_body_where_none_belongs) {
+  Request request = with_body("no JSON");
+  request.method = Method::del;
+  EXPECT_EQ(refusal([&] { Parsed_Request(request).finish(); }), "");
+}
+
+TEST(Parsed_Request, refuses_what_nobody_read) {
+  Request request = with_body(R"({"a":1,"b":2})");
+  request.query = "c=3";
+  Parsed_Request parsed(request);
+  parsed.body.count("a");
+  EXPECT_EQ(refusal([&] { parsed.finish(); }), "400 query field 'c' is not known here");
+  parsed.query.count("c");
+  EXPECT_EQ(refusal([&] { parsed.finish(); }), "400 b: is not known here");
+  parsed.body.count("b");
+  EXPECT_EQ(refusal([&] { parsed.finish(); }), "");
 }
 
 TEST(Query, is_decoded) {
@@ -185,7 +217,7 @@ TEST(Message, methods_have_their_names_and_no_others) {
 }
 
 TEST(Router, finds_a_path_as_a_whole) {
-  const auto nothing = [](Connection&, const Request&) { return Response(); };
+  const auto nothing = [](Connection&, const Parsed_Request&) { return Response(); };
   Router router;
   router.add(Method::get, "/a", Access::read, nothing);
   router.add(Method::put, "/a", Access::write, nothing);

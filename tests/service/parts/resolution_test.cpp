@@ -218,7 +218,8 @@ TEST_F(Resolution, questions_that_make_no_sense_are_refused) {
             "400 query field 'network_id' must be a number, 0 or more");
   EXPECT_EQ(refusal("?uuid=none&restore_setting=yes"),
             "400 query field 'restore_setting' must be 0 or 1");
-  EXPECT_EQ(refusal("?uuid=none&device_uuid=x"), "400 query field 'device_uuid' is not known here");
+  EXPECT_EQ(refusal("?uuid=" + pool_uuid(1) + "&device_uuid=x"),
+            "400 query field 'device_uuid' is not known here");
 }
 
 // ---- JSON-RPC
