@@ -1,3 +1,4 @@
+#include <array>
 #include <boost/asio/connect.hpp>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/ip/tcp.hpp>
@@ -50,9 +51,12 @@ bool plain_call(const Target& target) {
   beast::tcp_stream stream(context);
   stream.connect(resolver.resolve(target.host, std::to_string(target.port)));
   const bool good = exchange(stream, target);
-  beast::error_code ignored;
-  stream.socket().shutdown(tcp::socket::shutdown_both, ignored);
-  return good;
+  // As the library, which leaves the wait for stray packets to the service.
+  beast::error_code end;
+  std::array<char, 512> scrap;
+  while (!end)
+    stream.read_some(net::buffer(scrap), end);
+  return good && end == net::error::eof;
 }
 
 bool tls_call(const Target& target, ssl::context& trust, Session& session) {

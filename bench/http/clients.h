@@ -46,7 +46,7 @@ Make_Call curl_tuned(const Target& target);
 Make_Call httplib(const Target& target);
 
 /// Boost.Beast over Asio as its examples have it, with a shared ssl::context and, which they lack,
-/// resumed sessions.
+/// resumed sessions and a wait for the service's end of the connection.
 Make_Call beast(const Target& target);
 
 }  // namespace zqpool::bench
