@@ -5,6 +5,7 @@
 
 #include "platform/host/detail/host_root.h"
 #include "platform/host/detail/published.h"
+#include "platform/text/hex.h"
 
 namespace {
 
@@ -22,7 +23,8 @@ std::string read_machine_uuid() {
   std::ifstream file(host_path("/etc/machine-id"));
   std::string text;
   std::getline(file, text);
-  if (text.size() != 32 || text.find_first_not_of("0123456789abcdef") != std::string::npos) {
+  if (text.size() != 32 ||
+      text.find_first_not_of(zqpool::text::lower_hex_digits) != std::string::npos) {
     return "";
   }
   for (const std::size_t hyphen : {8U, 13U, 18U, 23U})

@@ -5,8 +5,7 @@
 #include <string_view>
 
 #include "platform/net/detail/ip_literal.h"
-
-using namespace zqpool::detail;
+#include "platform/text/host_port.h"
 
 int ip_extended_format(const char* host, std::string& text) {
   if (host == nullptr) return -1;
@@ -15,8 +14,8 @@ int ip_extended_format(const char* host, std::string& text) {
     text = host;
     return 0;
   }
-  const std::string_view literal = without_brackets(host);
-  if (!parse_ipv6_literal(literal)) return -1;
+  const std::string_view literal = zqpool::text::without_brackets(host);
+  if (!zqpool::detail::parse_ipv6_literal(literal)) return -1;
   text.assign("[").append(literal).append("]");
   return 0;
 }
@@ -27,10 +26,5 @@ ACE_Addr_String::ACE_Addr_String(const ACE_INET_Addr& address, bool with_port) {
   if (host == nullptr) return;
   constexpr std::string_view mapped_prefix = "::ffff:";
   if (address.is_ipv4_mapped_ipv6()) host += mapped_prefix.size();
-  if (!with_port) {
-    text_ = host;
-    return;
-  }
-  ip_extended_format(host, text_);
-  text_ += ':' + std::to_string(address.get_port_number());
+  text_ = with_port ? zqpool::text::host_port(host, address.get_port_number()) : host;
 }

@@ -1,20 +1,22 @@
 #include "platform/net/uri.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
-#include <cstdint>
 #include <ostream>
 #include <string_view>
 #include <utility>
 
 #include "platform/net/detail/ip_literal.h"
+#include "platform/text/host_port.h"
+#include "platform/text/percent.h"
 
 namespace {
 
 using zqpool::detail::parse_ipv6_literal;
 using zqpool::detail::unreserved_characters;
-using zqpool::detail::without_brackets;
+using zqpool::text::append_percent_encoded;
+using zqpool::text::starts_with_percent_encoding;
+using zqpool::text::without_brackets;
 
 struct Scheme_Pair {
   std::string_view plain;
@@ -39,43 +41,35 @@ const Scheme_Pair* find_pair(std::string_view scheme) noexcept {
   return found != std::end(scheme_pairs) ? found : nullptr;
 }
 
-// What may stand for itself in which component.
-enum Component : std::uint8_t { in_host = 1, in_userinfo = 2, in_path = 4, in_query = 8 };
+enum class Component { host, userinfo, path, query };
 
-constexpr std::array<std::uint8_t, 256> components_by_byte = [] {
-  std::array<std::uint8_t, 256> table{};
-  const auto allow = [&table](std::string_view characters, int components) {
-    for (const char c : characters) {
-      auto& entry = table[static_cast<unsigned char>(c)];
-      entry = static_cast<std::uint8_t>(entry | components);
-    }
-  };
-  allow(unreserved_characters, in_host | in_userinfo | in_path | in_query);
-  allow("!$&'()*+,;=", in_host | in_userinfo | in_path | in_query);
-  allow(":", in_userinfo | in_path | in_query);
-  allow("@/", in_path | in_query);
-  allow("?", in_query);
-  // Not the RFC's, but device URLs carry file names as they are.
-  allow(" ", in_path | in_query);
-  for (std::size_t byte = 0x80; byte < table.size(); ++byte)
-    table[byte] = in_path | in_query;
-  return table;
-}();
-
+/// Whether a byte may stand in the component as it is.
 bool allowed(char c, Component component) noexcept {
-  return (components_by_byte[static_cast<unsigned char>(c)] & component) != 0;
-}
-
-bool is_percent_encoding(std::string_view text) noexcept {
-  return text.size() >= 3 && text[0] == '%' &&
-         text.substr(1, 2).find_first_not_of("0123456789ABCDEFabcdef") == std::string_view::npos;
+  constexpr std::string_view sub_delimiters = "!$&'()*+,;=";
+  if (unreserved_characters.find(c) != std::string_view::npos ||
+      sub_delimiters.find(c) != std::string_view::npos) {
+    return true;
+  }
+  // Not the RFC's, but device URLs carry file names as they are.
+  const bool in_file_names = c == ' ' || static_cast<unsigned char>(c) >= 0x80;
+  switch (component) {
+    case Component::host:
+      return false;
+    case Component::userinfo:
+      return c == ':';
+    case Component::path:
+      return c == ':' || c == '@' || c == '/' || in_file_names;
+    case Component::query:
+      return c == ':' || c == '@' || c == '/' || c == '?' || in_file_names;
+  }
+  return false;
 }
 
 bool is_valid(std::string_view text, Component component) noexcept {
   while (!text.empty()) {
     if (allowed(text.front(), component)) {
       text.remove_prefix(1);
-    } else if (is_percent_encoding(text)) {
+    } else if (starts_with_percent_encoding(text)) {
       text.remove_prefix(3);
     } else {
       return false;
@@ -85,15 +79,13 @@ bool is_valid(std::string_view text, Component component) noexcept {
 }
 
 std::string encode(std::string_view text, Component component, bool keep_encodings) {
-  constexpr char digits[] = "0123456789ABCDEF";
   std::string out;
   for (; !text.empty(); text.remove_prefix(1)) {
     const char c = text.front();
-    if (allowed(c, component) || (keep_encodings && is_percent_encoding(text))) {
+    if (allowed(c, component) || (keep_encodings && starts_with_percent_encoding(text))) {
       out += c;
     } else {
-      const auto byte = static_cast<unsigned char>(c);
-      out += {'%', digits[byte >> 4], digits[byte & 15]};
+      append_percent_encoded(out, c);
     }
   }
   return out;
@@ -141,7 +133,7 @@ bool read_host_and_port(std::string_view text, std::string& host,
     if (end == std::string_view::npos) return false;
     ++end;
     if (!parse_ipv6_literal(plain_literal(text.substr(0, end)))) return false;
-  } else if (!is_valid(text.substr(0, end), in_host)) {
+  } else if (!is_valid(text.substr(0, end), Component::host)) {
     return false;
   }
   host = text.substr(0, end);
@@ -172,7 +164,7 @@ void URI::host(const std::string& text, bool as_in_url) {
     if (!literal->zone.empty()) host_.append("%25").append(literal->zone);
     host_ += ']';
   } else {
-    host_ = encode(text, in_host, as_in_url);
+    host_ = encode(text, Component::host, as_in_url);
   }
 }
 
@@ -198,7 +190,7 @@ void URI::ssl(bool on) {
 }
 
 void URI::path(const std::string& text, bool as_in_url) {
-  path_ = encode(text, in_path, as_in_url);
+  path_ = encode(text, Component::path, as_in_url);
   if (!path_.empty() && path_.front() != '/') path_.insert(0, 1, '/');
   if (path_.empty() || path_.compare(0, 2, "//") == 0) has_authority_ = true;
 }
@@ -237,7 +229,7 @@ bool URI_Parser::parse(const char* text, URI& out) {
     uri.has_authority_ = true;
     std::string_view userinfo = authority;
     if (const auto after_userinfo = cut(userinfo, '@')) {
-      if (!is_valid(userinfo, in_userinfo)) return false;
+      if (!is_valid(userinfo, Component::userinfo)) return false;
       uri.userinfo_ = userinfo;
       authority = *after_userinfo;
     }
@@ -248,8 +240,8 @@ bool URI_Parser::parse(const char* text, URI& out) {
   const Scheme_Pair* const pair = find_pair(uri.scheme_);
   if (pair != nullptr && pair->needs_host && uri.host_.empty()) return false;
 
-  if (!is_valid(rest, in_path) || !is_valid(query.value_or(""), in_query) ||
-      !is_valid(fragment.value_or(""), in_query)) {
+  if (!is_valid(rest, Component::path) || !is_valid(query.value_or(""), Component::query) ||
+      !is_valid(fragment.value_or(""), Component::query)) {
     return false;
   }
   uri.path_ = rest;

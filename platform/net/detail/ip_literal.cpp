@@ -25,9 +25,4 @@ std::optional<IPv6_Literal> parse_ipv6_literal(std::string_view text) {
   return literal;
 }
 
-std::string_view without_brackets(std::string_view text) noexcept {
-  const bool brackets = text.size() >= 2 && text.front() == '[' && text.back() == ']';
-  return brackets ? text.substr(1, text.size() - 2) : text;
-}
-
 }  // namespace zqpool::detail

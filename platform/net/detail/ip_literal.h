@@ -18,7 +18,4 @@ struct IPv6_Literal {
 /// Reads "::1" or "fe80::1%eth0", without brackets; the parts point into `text`.
 std::optional<IPv6_Literal> parse_ipv6_literal(std::string_view text);
 
-/// The text between "[" and "]" when it has both, else the text itself.
-std::string_view without_brackets(std::string_view text) noexcept;
-
 }  // namespace zqpool::detail
