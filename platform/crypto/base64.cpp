@@ -14,7 +14,7 @@ using namespace zqpool::detail;
 
 std::string zqpool::detail::base64_encode(std::string_view bytes) {
   std::string text((bytes.size() + 2) / 3 * 4, '\0');
-  // Writes a NUL behind the text, where a string has its own.
+  // Writes a NUL where the string has its own.
   EVP_EncodeBlock(bytes_of(text), bytes_of(bytes), static_cast<int>(bytes.size()));
   return text;
 }
@@ -26,15 +26,15 @@ Base64_Decoder::~Base64_Decoder() {
 bool Base64_Decoder::set(const char* text, std::size_t length) {
   wipe(bytes_);
   if (length == 0) return true;
-  constexpr std::size_t most = std::numeric_limits<int>::max();
-  if (text == nullptr || length % 4 != 0 || length > most) return false;
+  constexpr std::size_t max_length = std::numeric_limits<int>::max();
+  if (text == nullptr || length % 4 != 0 || length > max_length) return false;
   const std::string_view encoded(text, length);
 
   bytes_.resize(length / 4 * 3);
   const bool whole = EVP_DecodeBlock(bytes_of(bytes_), bytes_of(encoded),
                                      static_cast<int>(length)) == static_cast<int>(bytes_.size());
-  // What OpenSSL forgives: blanks at the ends make it decode less, padding counts as zero bits
-  // wherever it stands, and bits behind the last byte are dropped.
+  // OpenSSL skips blanks at both ends, which decodes to fewer bytes, takes padding anywhere for
+  // zero bits, and drops the unused bits. Refuse all three.
   const std::string_view last = encoded.substr(length - 4);
   const std::size_t padding = last[3] != '=' ? 0 : last[2] != '=' ? 1 : 2;
   bytes_.resize(bytes_.size() - padding);

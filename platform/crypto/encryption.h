@@ -4,7 +4,7 @@
 
 #include "platform/export.h"
 
-/// The ciphers by which a pool's data may be encrypted. The numbers are kept in stored records.
+/// The ciphers for a pool's data. The numbers are stored in records and must not change.
 enum Encryption_Algorithm : int {
   ENCRYPT_UNKNOWN = -1,
   ENCRYPT_NONE = 0,
@@ -51,8 +51,9 @@ enum Encryption_Algorithm : int {
   ENCRYPT_EC = 41
 };
 
-/// The cipher whose enumerator, without "ENCRYPT_", is the name: "aes-256-gcm", "AES_256_GCM",
-/// "none". Letters of either case, "-" or "_". ENCRYPT_UNKNOWN for every other name and for null.
+/// Returns the cipher of a name, which is its enumerator without "ENCRYPT_", in any case, with "-"
+/// or
+/// "_": "aes-256-gcm", "AES_256_GCM", "none". ENCRYPT_UNKNOWN for any other name and for null.
 /// Thread-safe.
 ZQ_EXPORT Encryption_Algorithm encryption_name_to_value(const char* name,
                                                         std::size_t length) noexcept;

@@ -16,7 +16,7 @@ using namespace zqpool::detail;
 
 namespace {
 
-// Keeps the key apart from any other that may once be derived from the same secret.
+// Separates this key from others that may be derived from the same secret.
 constexpr std::string_view key_purpose = "zqpool s3 secret key v1";
 
 struct Sealing_Key {
@@ -25,7 +25,7 @@ struct Sealing_Key {
 };
 
 Sealing_Key& current() {
-  // Never destroyed: other threads may still be in a call when the process ends.
+  // Never destroyed: other threads may still use it when the process ends.
   static Sealing_Key& instance = *new Sealing_Key;
   return instance;
 }
@@ -62,7 +62,7 @@ bool decrypt_s3_key(const char* url, std::string& secret) {
                         clear)) {
     return false;
   }
-  // Copied, not moved: a short text's own buffer would keep its bytes.
+  // Copied, not moved: a moved-from short string keeps its bytes.
   secret = clear;
   wipe(clear);
   return true;

@@ -18,7 +18,7 @@ Published<std::string>& identity() {
   return instance;
 }
 
-// "" unless the file holds 32 hexadecimal digits, as it does not in an image before its first boot.
+// "" unless the file holds 32 hexadecimal digits: before an image's first boot it does not.
 std::string read_machine_uuid() {
   std::ifstream file(host_path("/etc/machine-id"));
   std::string text;

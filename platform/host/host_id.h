@@ -4,18 +4,18 @@
 
 #include "platform/export.h"
 
-/// The UUID by which this host is known to the services. Thread-safe.
+/// The UUID that identifies this host to services. Thread-safe.
 class ZQ_EXPORT Host_ID {
  public:
-  /// Never null, and good until the process ends.
+  /// Never null; valid until the process ends.
   static Host_ID* instance() noexcept;
 
-  /// What the process set, or else the system's machine id ("/etc/machine-id") in the form of a
-  /// UUID, read once. "" when there is neither; then the next call looks again. The text stays good
-  /// and unchanged until the process ends, also when another one is set.
+  /// The UUID set by the process or, if there is none, the machine id ("/etc/machine-id") as a
+  /// UUID, which is read once. "" if there is neither; the next call tries again. The text is valid
+  /// and unchanged until the process ends, also after set().
   const char* c_str() const;
 
-  /// Sets the UUID, as it is. "" takes it back: the machine id counts again and is read anew.
+  /// Sets the UUID, without checking it. "" goes back to the machine id, which is read again.
   void set(const std::string& uuid);
 
   Host_ID(const Host_ID&) = delete;

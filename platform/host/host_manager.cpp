@@ -10,7 +10,7 @@ struct Access_Key {
 };
 
 Access_Key& current() {
-  // Never destroyed: other threads may still be in a call when the process ends.
+  // Never destroyed: other threads may still use it when the process ends.
   static Access_Key& instance = *new Access_Key;
   return instance;
 }

@@ -7,10 +7,10 @@
 /// This host's access key for the services of the backup server. Thread-safe.
 class ZQ_EXPORT Host_Manager {
  public:
-  /// Never null, and good until the process ends.
+  /// Never null; valid until the process ends.
   static Host_Manager* instance() noexcept;
 
-  /// "" until one is set. A secret: it belongs into no log.
+  /// The access key, "" until one is set. A secret: do not log it.
   std::string access_key() const;
   void access_key(const std::string& key);
 

@@ -16,21 +16,21 @@ std::string trimmed(const std::string& text) {
   return boost::algorithm::trim_copy(text, std::locale::classic());
 }
 
-/// What "InitiatorName = NAME  # comment" names, "" for any other line.
+/// The name in a line "InitiatorName = NAME  # comment", "" for any other line.
 std::string initiator_in(const std::string& line) {
-  const std::string said = line.substr(0, line.find('#'));
-  const std::size_t sign = said.find('=');
-  if (sign == std::string::npos || trimmed(said.substr(0, sign)) != "InitiatorName") return "";
-  const std::string name = trimmed(said.substr(sign + 1));
-  return name.substr(0, name.find_first_of(" \t"));  // a name holds no blanks
+  const std::string setting = line.substr(0, line.find('#'));
+  const std::size_t sign = setting.find('=');
+  if (sign == std::string::npos || trimmed(setting.substr(0, sign)) != "InitiatorName") return "";
+  const std::string name = trimmed(setting.substr(sign + 1));
+  return name.substr(0, name.find_first_of(" \t"));  // a name has no blanks
 }
 
-/// The host's numbers by their value: "host2" before "host10".
+/// Orders by number: "host2" before "host10".
 bool comes_before(const std::string& a, const std::string& b) {
   return a.size() != b.size() ? a.size() < b.size() : a < b;
 }
 
-/// The names of what is in a folder; none when it cannot be read.
+/// The names in a folder; none if it cannot be read.
 std::vector<std::string> entries_of(const std::filesystem::path& folder) {
   std::vector<std::string> names;
   std::error_code error;
@@ -41,7 +41,7 @@ std::vector<std::string> entries_of(const std::filesystem::path& folder) {
   return names;
 }
 
-/// Adapters that are not up yet say one of these.
+/// Ports that are not up yet have no WWN, or one of two placeholders.
 bool is_wwn(const std::string& text) {
   return !text.empty() && text != "0x0" && text != "0xffffffffffffffff";
 }

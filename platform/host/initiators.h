@@ -5,23 +5,23 @@
 
 #include "platform/export.h"
 
-/// Puts `prefix` before "/etc" and "/sys" wherever the identity of the host is read from there, so
-/// that a container or a test can point it at a folder; "" (the beginning) for none. Thread-safe.
+/// Sets the folder under which the host's identity is read from "etc" and "sys", for containers and
+/// tests. The default is "", the root. Thread-safe.
 ZQ_EXPORT void set_host_root(const std::string& prefix);
 
-/// Appends this host's iSCSI initiator names, the "InitiatorName" lines of
-/// "/etc/iscsi/initiatorname.iscsi" in their order. False, with `names` as they were, when there is
-/// none. Thread-safe.
+/// Appends this host's iSCSI initiator names, from the "InitiatorName" lines of
+/// "/etc/iscsi/initiatorname.iscsi". Returns false and leaves `names` alone if there is none.
+/// Thread-safe.
 ZQ_EXPORT bool get_iscsi_initiator_name(std::vector<std::string>& names);
 
-/// This host's Fibre Channel ports. Distinct objects may be used on any number of threads at once.
+/// This host's Fibre Channel ports. Not thread-safe.
 class ZQ_EXPORT FC_Info {
  public:
-  /// Reads the ports anew from "/sys/class/fc_host". False when there is none.
+  /// Reads the ports from "/sys/class/fc_host". Returns false if there is none.
   bool init();
 
-  /// Appends the WWNs of the ports, as the system writes them ("0x100000109b1c2d3e"), in the order
-  /// of the ports' numbers. False, with `wwns` as they were, when there is none.
+  /// Appends the WWNs of the ports as the system writes them ("0x100000109b1c2d3e"), ordered by
+  /// port number. Returns false and leaves `wwns` alone if there is none.
   bool get_port_wwn(std::vector<std::string>& wwns) const;
 
  private:

@@ -6,7 +6,7 @@
 #include <locale>
 
 void uuid_string(std::string& out, bool upper_case) {
-  // Asks the system each time: a generator with a state of its own would repeat itself after fork.
+  // From the system each time: a generator's state would be the same on both sides of a fork.
   out = boost::uuids::to_string(boost::uuids::random_generator_pure()());
   if (upper_case) boost::algorithm::to_upper(out, std::locale::classic());
 }

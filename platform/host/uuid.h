@@ -4,7 +4,7 @@
 
 #include "platform/export.h"
 
-/// Replaces `out` by a new random UUID (version 4) with hyphens, in lower case or, with
-/// `upper_case`, in upper case. Thread-safe, and distinct in both processes after a fork. Throws
-/// boost::uuids::entropy_error, a std::runtime_error, when the system gives no random numbers.
+/// Sets `out` to a new random UUID (version 4) with hyphens, in lower case unless `upper_case`.
+/// Parent and child get different ones after a fork. Throws std::runtime_error if the system has no
+/// random numbers. Thread-safe.
 ZQ_EXPORT void uuid_string(std::string& out, bool upper_case);

@@ -5,16 +5,16 @@
 
 #include "platform/export.h"
 
-/// Where the backup server's socket is for this process. Thread-safe.
+/// The address of the backup server's socket. Thread-safe.
 ///
-/// An instance never changes: a later configure() makes another one. So host, port and TLS flag
-/// read through one pointer belong together, and the pointer stays good until the process ends.
+/// An instance never changes; configure() makes a new one. So host, port and TLS flag of an
+/// instance belong together, and it is valid until the process ends.
 class ZQ_EXPORT WebSocket_Options {
  public:
-  /// Null until configure() is called and after clear().
+  /// Null before configure() and after clear().
   static const WebSocket_Options* instance();
 
-  /// `host` may be null: then host() of the instance is null.
+  /// `host` may be null; then host() is null.
   static void configure(const char* host, unsigned short port, bool ssl);
   static void clear();
 

@@ -6,57 +6,57 @@
 
 #include "platform/export.h"
 
-/// Why an exchange failed. Where it stood at that moment is HTTP_Phase.
+/// Why an exchange failed. HTTP_Phase says in which phase.
 enum class HTTP_Error {
-  none,             ///< a 2xx answer with a good body
-  refused_request,  ///< host, path, header or method is not sendable; nothing was sent
+  none,             ///< it succeeded: status 2xx, and a body that is empty or JSON
+  refused_request,  ///< host, path, header, method or body cannot be sent; nothing was
   name,             ///< the host name has no address
-  connect,          ///< no address took the connection
+  connect,          ///< no address accepted the connection
   tls,              ///< handshake, certificate or TLS settings
   timeout,          ///< the deadline passed
-  broken,           ///< the connection broke, or ended before the answer did
-  malformed,        ///< the answer is not HTTP
-  too_large,        ///< the answer is larger than HTTP_Options::largest_answer
-  bad_json,         ///< a 2xx answer whose body is not JSON
-  status,           ///< an HTTP status other than 2xx
+  broken,           ///< the connection broke or ended before the response was complete
+  malformed,        ///< the response is not HTTP
+  too_large,        ///< the response is larger than HTTP_Options::largest_answer
+  bad_json,         ///< the status is 2xx, but the body is not JSON
+  status,           ///< the status is not 2xx
 };
 
-/// How far an exchange came.
+/// How far an exchange got.
 enum class HTTP_Phase { none, name, connect, tls, send, wait, body, done };
 
 ZQ_EXPORT const char* http_error_name(HTTP_Error error) noexcept;  ///< "timeout"
 ZQ_EXPORT const char* http_phase_name(HTTP_Phase phase) noexcept;  ///< "name look-up", "connect"...
 
-/// What one client call did. Times belong to the last attempt, except `total`.
+/// Report of one client call. Times and byte counts are those of the last attempt, except `total`.
 struct HTTP_Exchange_Report {
   int method = -1;
   bool ssl = false;
   std::string host;
   unsigned short port = 0;
   std::string path;        ///< as sent, without the query
-  std::string request_id;  ///< X-Request-Id, the same over the attempts of one call
-  std::string address;     ///< numeric address of the peer, "" before connecting
-  unsigned status = 0;     ///< 0 when no HTTP answer came
+  std::string request_id;  ///< X-Request-Id, the same for all attempts of a call
+  std::string address;     ///< numeric address of the peer, "" if not connected
+  unsigned status = 0;     ///< 0 if no response was received
   HTTP_Error error = HTTP_Error::none;
   HTTP_Phase phase = HTTP_Phase::none;
-  std::string text;  ///< the transport's own words on a failure, "" on success
-  /// The service's words for a refusal, {"error":{"message":...}}; at most 1000 bytes, "" if none.
+  std::string text;  ///< what went wrong, "" on success
+  /// The service's error message, {"error":{"message":...}}, cut to 1000 bytes; "" if none.
   std::string service_message;
-  int attempts = 0;   ///< requests tried, 0 when refused before the first
-  bool sent = false;  ///< any byte of the request went out on the last attempt
+  int attempts = 0;   ///< 0 if the request was refused before the first
+  bool sent = false;  ///< at least a byte of the request was sent in the last attempt
   bool connection_reused = false;
   bool tls_resumed = false;
   std::chrono::microseconds name_time{0};
   std::chrono::microseconds connect_time{0};
   std::chrono::microseconds tls_time{0};
-  std::chrono::microseconds first_byte_time{0};  ///< from the request's end to the first byte
-  std::chrono::microseconds total{0};            ///< whole call, attempts and their pauses included
-  std::uint64_t bytes_sent = 0;                  ///< HTTP bytes, TLS not counted
+  std::chrono::microseconds first_byte_time{0};  ///< from the request's end to the response's start
+  std::chrono::microseconds total{0};            ///< the whole call with its retries and pauses
+  std::uint64_t bytes_sent = 0;                  ///< without TLS's own
   std::uint64_t bytes_received = 0;
 
   bool ok() const noexcept { return error == HTTP_Error::none; }
-  /// A change may have been made although the call failed: the request went out, at least partly,
-  /// and no final word of the service came back.
+  /// Whether a failed change may have been made: the request was sent, at least partly, and no
+  /// complete response was received.
   bool outcome_unknown() const noexcept {
     return sent && (error == HTTP_Error::timeout || error == HTTP_Error::broken ||
                     error == HTTP_Error::malformed || error == HTTP_Error::too_large ||
@@ -64,5 +64,5 @@ struct HTTP_Exchange_Report {
   }
 };
 
-/// What this thread's last client call did; a fresh report when it made none.
+/// Returns the report of this thread's last client call; a new one if there was none.
 ZQ_EXPORT HTTP_Exchange_Report last_http_exchange();

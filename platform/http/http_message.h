@@ -22,10 +22,10 @@ enum HTTP_Method {
   NUM_HTTP_METHOD_STRINGS = 11
 };
 
-/// The method's word ("GET"), or "" for a code that has none.
+/// Returns the method's name ("GET"), or "" for an unknown method.
 ZQ_EXPORT const char* http_method_name(int method) noexcept;
 
-/// Header ids: the common ones from 0, the extension headers from HTTP_HEAD_X_ACCESS_KEY (48).
+/// Header ids: standard headers from 0, extension headers from HTTP_HEAD_X_ACCESS_KEY (48).
 enum HTTP_Head {
   HTTP_HEAD_ACCEPT = 0,
   HTTP_HEAD_ACCEPT_CHARSET,
@@ -80,17 +80,17 @@ enum HTTP_Head {
   NUM_HTTP_HEAD_STRINGS = 50
 };
 
-/// The header's text on the wire ("X-Access-Key"), or "" for an id that has none.
+/// Returns the header's name ("X-Access-Key"), or "" for an unknown id.
 ZQ_EXPORT const char* http_head_name(int id) noexcept;
 
-/// A small collection of headers in the order of their first putting. Not thread-safe.
+/// A small collection of headers, in insertion order. Not thread-safe.
 class ZQ_EXPORT HTTP_Headers {
  public:
-  /// Sets header `id` to `text`. With `replace` an earlier value goes; without it an earlier value
-  /// stays and the call does nothing. An unknown id or a null text is ignored. A header whose text
-  /// is empty is not sent.
+  /// Sets header `id` to `text`. If it has a value already, that is replaced in its place with
+  /// `replace`, and kept without. Does nothing for an unknown id or a null text. A header whose
+  /// text is empty is not sent.
   void put(int id, const char* text, bool replace);
-  /// The value, or null when the header was not put.
+  /// Returns the value, or null if the header was not put.
   const char* get(int id) const noexcept;
   void clear() noexcept { fields_.clear(); }
 
@@ -101,7 +101,7 @@ class ZQ_EXPORT HTTP_Headers {
   Fields fields_;
 };
 
-/// What requests and responses share: their headers.
+/// The headers of a request or response.
 class ZQ_EXPORT CGI_Base {
  public:
   HTTP_Headers& headers() noexcept { return headers_; }
@@ -119,16 +119,16 @@ class ZQ_EXPORT CGI_Base {
   HTTP_Headers headers_;
 };
 
-/// The request line and headers of one exchange. May be sent any number of times.
+/// Request line and headers. Can be sent any number of times.
 class ZQ_EXPORT HTTP_Request : public CGI_Base {
  public:
-  /// `method` is one of HTTP_Method, `path` an absolute path without query (null: "/").
-  /// `keep_alive` asks a session to keep its connection; the REST clients decide that themselves.
+  /// `method` is an HTTP_Method, `path` an absolute path without a query; null counts as "/".
+  /// `keep_alive` asks an HTTP_Session to keep its connection; REST clients ignore it.
   HTTP_Request(int method, const char* path, bool keep_alive);
 
-  /// Sets the query, without its "?"; null or "" for none. What HTTP forbids in a request target
+  /// Sets the query, without "?"; null or "" for none. What HTTP forbids in a request target
   /// (blanks, control bytes, bytes above 0x7e, "<>\^`{|} and #) is percent-encoded when the request
-  /// is sent, everything else goes out as it stands here.
+  /// is sent; everything else is sent as it is.
   void query_string(const char* query);
 
   int method() const noexcept { return method_; }
@@ -145,7 +145,7 @@ class ZQ_EXPORT HTTP_Request : public CGI_Base {
 
 class ZQ_EXPORT CGI_Response : public CGI_Base {
  public:
-  /// HTTP status of the exchange; 0 when no HTTP answer came.
+  /// The HTTP status; 0 if no response was received.
   unsigned status() const noexcept { return status_; }
   void status(unsigned status) noexcept { status_ = status; }
 

@@ -18,7 +18,7 @@ struct Current {
 };
 
 Current& current() {
-  // Never destroyed: other threads may still be in a call when the process ends.
+  // Never destroyed: other threads may still make calls when the process ends.
   static Current& instance = *new Current;
   return instance;
 }

@@ -22,9 +22,9 @@ using namespace zqpool::detail;
 
 constexpr std::chrono::milliseconds first_pause{100};
 constexpr std::chrono::milliseconds max_pause{2000};
-// How long a service that said it would close may take to do so.
+// How long to wait for a service to close a connection that it is done with.
 constexpr std::chrono::milliseconds end_of_file_wait{50};
-// Services drop idle connections after five seconds or more; a request must never meet that.
+// Services close idle connections after five seconds or more; a request must not race with that.
 constexpr std::chrono::seconds max_idle_time{4};
 constexpr std::size_t max_idle_connections = 16;
 
@@ -33,13 +33,13 @@ std::minstd_rand& pause_generator() {
   return generator;
 }
 
-/// The idle connections of a client that keeps them between calls.
+/// The idle connections of a client. Thread-safe.
 class Connection_Pool {
  public:
-  /// One that was made under `settings` and may carry a request now, or null.
+  /// Returns a usable connection that was made under `settings`, or null.
   std::unique_ptr<Stream> take(const std::shared_ptr<const Transport_Settings>& settings) {
     while (std::optional<Idle> idle = newest()) {
-      // After a fork the connection is the parent's.
+      // After a fork() the connection belongs to the parent.
       if (idle->owner == getpid() && idle->settings == settings &&
           Clock::now() - idle->since < max_idle_time && idle->stream->is_idle()) {
         return std::move(idle->stream);
@@ -50,7 +50,7 @@ class Connection_Pool {
 
   void give(std::unique_ptr<Stream> stream, std::shared_ptr<const Transport_Settings> settings) {
     Idle idle{std::move(stream), std::move(settings), Clock::now(), getpid()};
-    std::optional<Idle> oldest;  // closed without the lock
+    std::optional<Idle> oldest;  // is closed after the lock is released
     const std::lock_guard<std::mutex> lock(mutex_);
     if (idle_.size() == max_idle_connections) {
       oldest = std::move(idle_.front());
@@ -79,16 +79,16 @@ class Connection_Pool {
   std::vector<Idle> idle_;
 };
 
-/// The words of a refusal's body, {"error":{"message":...}}.
+/// The message of an error body, {"error":{"message":...}}.
 std::string error_message(const json_spirit::Value& body) {
-  constexpr std::size_t most = 1000;
+  constexpr std::size_t max_size = 1000;
   if (body.type() != json_spirit::obj_type) return "";
   const Object* const error = json_spirit::object_get_object(body.get_obj(), "error");
   const std::string* const message =
       error != nullptr ? json_spirit::object_get_str(*error, "message") : nullptr;
   if (message == nullptr) return "";
-  std::size_t end = std::min(message->size(), most);
-  // Never in the middle of a character.
+  std::size_t end = std::min(message->size(), max_size);
+  // Not in the middle of a UTF-8 character.
   while (end < message->size() && end > 0 &&
          (static_cast<unsigned char>((*message)[end]) & 0xc0) == 0x80)
     --end;
@@ -96,11 +96,11 @@ std::string error_message(const json_spirit::Value& body) {
 }
 
 void log_failure(const HTTP_Exchange_Report& report, std::string authority) {
-  // A host that was refused for its control bytes must not write lines of its own.
+  // A host that was refused for its control bytes must not forge log lines.
   std::replace_if(
       authority.begin(), authority.end(),
       [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }, '?');
-  // Bounded, because ACE cuts a long line together with its end.
+  // Bounded, because ACE cuts the end off a line that is too long.
   constexpr int max_host = 300;
   constexpr int max_path = 1500;
   constexpr int max_text = 1000;
@@ -118,7 +118,7 @@ class JSON_RESTful_Client::Impl {
   Impl(Endpoint service, bool read_error_body)
       : endpoint(std::move(service)), keep_error_body(read_error_body) {}
 
-  /// One call by `method`, which is also what the request must have been made for.
+  /// Makes one call. Fails unless `request` was made for `method`.
   bool call(int method, const HTTP_Request& request, const json_spirit::Value* body,
             HTTP_Response* response, json_spirit::Value* answer);
 
@@ -135,7 +135,7 @@ class JSON_RESTful_Client::Impl {
   Connection_Pool connections_;
 };
 
-/// One call of a client: its attempts and what comes of the last.
+/// One call of a client with its retries.
 class JSON_RESTful_Client::Impl::Call {
  public:
   Call(Impl& client, int method)
@@ -148,7 +148,7 @@ class JSON_RESTful_Client::Impl::Call {
       while (!attempt(headers) && may_retry() && pause()) {
       }
     }
-    // In this order, because the service needs a moment to end the connection.
+    // In this order, because the service needs a moment to close the connection.
     read_body(answer);
     end_connection();
     return exchange_.finish(response);
@@ -211,7 +211,7 @@ class JSON_RESTful_Client::Impl::Call {
   bool may_retry() const {
     if (failure_.permanent || report_.attempts > client_.retries) return false;
     if (!report_.sent) return true;
-    // From here on the service may have acted, and only a read is harmless twice.
+    // The service may have acted on the request: only a GET is safe to repeat.
     if (report_.method != HTTP_METHOD_GET) return false;
     switch (failure_.error) {
       case HTTP_Error::broken:
@@ -238,7 +238,7 @@ class JSON_RESTful_Client::Impl::Call {
     return true;
   }
 
-  /// Reads the last attempt's body into `answer`, where the caller wants it.
+  /// Parses the last response's body, into `answer` if the caller wants it.
   void read_body(json_spirit::Value* answer) {
     const bool success = failure_.error == HTTP_Error::none;
     const bool wanted = answer != nullptr && (success || client_.keep_error_body);
@@ -252,7 +252,7 @@ class JSON_RESTful_Client::Impl::Call {
   HTTP_Exchange_Report& report_ = exchange_.report;
   Wire_Response& response_ = exchange_.response;
   Failure& failure_ = exchange_.failure;
-  std::unique_ptr<Stream> ending_;  // the connection that has served the last attempt
+  std::unique_ptr<Stream> ending_;  // a connection that the service is about to close
 };
 
 bool JSON_RESTful_Client::Impl::call(int method, const HTTP_Request& request,
@@ -323,7 +323,7 @@ Common_JSON_RESTful_Client::Common_JSON_RESTful_Client(const char* host, unsigne
                                                        bool ssl, bool is_on_backupd,
                                                        bool keep_error_body)
     : JSON_RESTful_Client(host, port, ssl, keep_error_body) {
-  // Not by set_header(), which would keep the connection.
+  // Not with set_header(), which makes a client keep its connections.
   if (is_on_backupd) {
     impl_->default_headers.put(HTTP_HEAD_X_ACCESS_KEY,
                                Host_Manager::instance()->access_key().c_str(), true);
@@ -338,15 +338,15 @@ Upstream_JSON_RESTful_Client::Upstream_JSON_RESTful_Client(const char* host, uns
 
 namespace {
 
-/// Every upstream client that was configured, the last in force. Earlier ones stay, because their
-/// callers may still hold them.
+/// All upstream clients so far; the last is the current one. Earlier ones are kept, because callers
+/// may still hold them.
 struct Upstream_Clients {
   std::mutex mutex;
   std::vector<std::unique_ptr<Upstream_JSON_RESTful_Client>> all;
 };
 
 Upstream_Clients& upstream() {
-  // Never destroyed: other threads may still be in a call when the process ends.
+  // Never destroyed: other threads may still use a client when the process ends.
   static Upstream_Clients& instance = *new Upstream_Clients;
   return instance;
 }

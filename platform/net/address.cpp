@@ -21,7 +21,7 @@ int ip_extended_format(const char* host, std::string& text) {
 }
 
 ACE_Addr_String::ACE_Addr_String(const ACE_INET_Addr& address, bool with_port) {
-  char buffer[INET6_ADDRSTRLEN + 16];  // with the number of an interface
+  char buffer[INET6_ADDRSTRLEN + 16];  // with room for a zone
   const char* host = address.get_host_addr(buffer, sizeof buffer);
   if (host == nullptr) return;
   constexpr std::string_view mapped_prefix = "::ffff:";

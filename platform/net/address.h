@@ -6,14 +6,13 @@
 
 #include "platform/export.h"
 
-/// Writes an address literal as it stands before ":port": an IPv4 one as it is, an IPv6 one in
-/// brackets (which `host` may already have). Returns 0; -1, with `text` untouched, when `host` is
-/// null or no literal (a name). Looks nothing up. Thread-safe.
+/// Writes an address literal to `text` as it stands before ":port": an IPv6 literal in brackets,
+/// which `host` may have already. Returns 0, or -1 and leaves `text` alone if `host` is null or not
+/// a literal. Looks nothing up. Thread-safe.
 ZQ_EXPORT int ip_extended_format(const char* host, std::string& text);
 
-/// An Internet address as text, numeric always: "192.0.2.1:3260", "[2001:db8::7]:3260", or without
-/// the port "192.0.2.1", "2001:db8::7". An IPv4 address mapped into IPv6 shows as IPv4. Looks
-/// nothing up.
+/// An Internet address as numeric text: "192.0.2.1:3260", "[2001:db8::7]:3260", or without the port
+/// "192.0.2.1", "2001:db8::7". An IPv4-mapped IPv6 address is written as IPv4. Looks nothing up.
 class ZQ_EXPORT ACE_Addr_String {
  public:
   ACE_Addr_String(const ACE_INET_Addr& address, bool with_port);

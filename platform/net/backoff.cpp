@@ -46,7 +46,7 @@ void Exponential_Backoff_Iterator::draw() noexcept {
 Exponential_Backoff_Iterator& Exponential_Backoff_Iterator::operator++() noexcept {
   if (done()) return *this;
   ++i_;
-  // Sums beyond the type stay at its end, so that a time limit is never met by wrapping round.
+  // Saturates, because a sum that wrapped round would restart the time limit.
   if (__builtin_add_overflow(cumulation_, value_, &cumulation_)) cumulation_ = ~0U;
   slot_time_exp_ = slot_time_exp_ > capped_ / 2 ? capped_ : slot_time_exp_ * 2;
   draw();

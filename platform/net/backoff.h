@@ -4,26 +4,26 @@
 
 #include "platform/export.h"
 
-/// A forward iterator over retry delays in whole seconds.
+/// A forward iterator over the delays between retries, in seconds.
 ///
-/// The slot doubles from `slot_time` up to `capped`; the delay is the slot or, with jitter, a
-/// uniform whole number of seconds from 1 to the slot. After `max_retries` steps the iterator
-/// equals a default-made one. An iterator belongs to one thread.
+/// The slot starts at `slot_time` and doubles with each step, up to `capped`. The delay is the slot
+/// or, with `jitter`, a uniform random number of whole seconds from 1 to the slot. After
+/// `max_retries` steps the iterator equals a default-constructed one. Not thread-safe.
 class ZQ_EXPORT Exponential_Backoff_Iterator {
  public:
-  Exponential_Backoff_Iterator() noexcept = default;  ///< the end
+  Exponential_Backoff_Iterator() noexcept = default;  ///< the end iterator
   Exponential_Backoff_Iterator(unsigned slot_time, unsigned max_retries, unsigned capped,
                                bool jitter) noexcept;
 
   void init(unsigned slot_time, unsigned max_retries, unsigned capped, bool jitter) noexcept;
-  void reset() noexcept;  ///< back to the first delay
+  void reset() noexcept;  ///< goes back to the first delay
 
   unsigned operator*() const noexcept { return value_; }
   Exponential_Backoff_Iterator& operator++() noexcept;
   bool done() const noexcept { return i_ >= max_retries_; }
-  /// Steps on; the new delay, or 0 at the end.
+  /// Advances and returns the new delay, 0 at the end.
   unsigned next() noexcept;
-  /// Sum of the delays already stepped past, in seconds.
+  /// Sum of the delays before the current one.
   unsigned cumulation() const noexcept { return cumulation_; }
 
   bool operator==(const Exponential_Backoff_Iterator& other) const noexcept;
@@ -31,7 +31,7 @@ class ZQ_EXPORT Exponential_Backoff_Iterator {
     return !(*this == other);
   }
 
-  /// Makes the jitter of this thread's iterators repeatable (tests).
+  /// Seeds the jitter of this thread's iterators, for tests.
   static void seed_jitter(std::uint64_t seed) noexcept;
 
  private:

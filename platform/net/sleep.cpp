@@ -12,7 +12,7 @@ using Clock = std::chrono::steady_clock;
 
 void sleep_for_real(std::chrono::milliseconds time) {
   const Clock::time_point end = Clock::now() + time;
-  // A handled signal ends ACE's sleep early, so go on with what is left.
+  // A signal ends ACE's sleep early.
   for (auto left = end - Clock::now(); left > Clock::duration::zero(); left = end - Clock::now()) {
     ACE_OS::sleep(ACE_Time_Value(std::chrono::ceil<std::chrono::microseconds>(left)));
   }

@@ -6,14 +6,14 @@
 
 namespace zqpool::detail {
 
-/// The one place where the process sleeps between attempts.
+/// Sleeps for the given time.
 using Sleep_Function = void (*)(std::chrono::milliseconds);
 
-/// Sleeps the whole time also when signals are handled meanwhile.
+/// Sleeps between two attempts. All retries of the process sleep here. Signals do not end it early.
 ZQ_EXPORT void sleep_between_attempts(std::chrono::milliseconds time);
 
-/// Replaces what sleep_between_attempts() does and returns what it did before; null puts the real
-/// sleep back. For tests, so that none of them sleeps.
+/// Replaces the function behind sleep_between_attempts() and returns the previous one; null
+/// restores the real sleep. For tests.
 ZQ_EXPORT Sleep_Function replace_sleep(Sleep_Function function) noexcept;
 
 }  // namespace zqpool::detail

@@ -43,14 +43,14 @@ const Scheme_Pair* find_pair(std::string_view scheme) noexcept {
 
 enum class Component { host, userinfo, path, query };
 
-/// Whether a byte may stand in the component as it is.
+/// Whether the component may hold the byte unencoded.
 bool allowed(char c, Component component) noexcept {
   constexpr std::string_view sub_delimiters = "!$&'()*+,;=";
   if (unreserved_characters.find(c) != std::string_view::npos ||
       sub_delimiters.find(c) != std::string_view::npos) {
     return true;
   }
-  // Not the RFC's, but device URLs carry file names as they are.
+  // Beyond the RFC: device URLs hold unencoded file names.
   const bool in_file_names = c == ' ' || static_cast<unsigned char>(c) >= 0x80;
   switch (component) {
     case Component::host:
@@ -91,7 +91,7 @@ std::string encode(std::string_view text, Component component, bool keep_encodin
   return out;
 }
 
-// "[fe80::1%25eth0]" as "fe80::1%eth0".
+/// Turns "[fe80::1%25eth0]" into "fe80::1%eth0".
 std::string plain_literal(std::string_view in_url) {
   std::string literal(without_brackets(in_url));
   const std::size_t percent = literal.find("%25");
@@ -99,7 +99,7 @@ std::string plain_literal(std::string_view in_url) {
   return literal;
 }
 
-// Ends `text` before the first `separator` and returns what follows that, if it is there.
+/// Cuts `text` at the first `separator` and returns what follows it, if there is one.
 std::optional<std::string_view> cut(std::string_view& text, char separator) noexcept {
   const std::size_t position = text.find(separator);
   if (position == std::string_view::npos) return std::nullopt;
@@ -124,7 +124,7 @@ std::string lower_case(std::string_view text) {
   return out;
 }
 
-// Takes host and port apart; the port stays unset when it has no digits.
+/// Splits host and port; leaves the port unset if it has no digits.
 bool read_host_and_port(std::string_view text, std::string& host,
                         std::optional<unsigned short>& port) {
   std::size_t end = text.find(':');

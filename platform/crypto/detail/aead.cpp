@@ -16,8 +16,8 @@
 namespace zqpool::detail {
 namespace {
 
-// A failure here is told by the result: an error left in the thread's queue would be taken for that
-// of its next TLS call.
+// Drops OpenSSL's errors: left in the thread's queue, they would be taken for those of its next TLS
+// call.
 class Error_Queue_Guard {
  public:
   Error_Queue_Guard() { ERR_set_mark(); }
@@ -39,7 +39,7 @@ using KDF = std::unique_ptr<EVP_KDF, Free_With<EVP_KDF_free>>;
 using KDF_Context = std::unique_ptr<EVP_KDF_CTX, Free_With<EVP_KDF_CTX_free>>;
 
 const EVP_CIPHER* aes_256_gcm() noexcept {
-  // Fetched once: looking it up costs as much as sealing a key. Kept to the process's end.
+  // Fetched once, because fetching takes as long as encrypting a key. Never freed.
   static const EVP_CIPHER* const cipher = EVP_CIPHER_fetch(nullptr, "AES-256-GCM", nullptr);
   return cipher;
 }
@@ -53,7 +53,7 @@ int int_size(std::string_view text) noexcept {
 }
 
 OSSL_PARAM octets(const char* key, std::string_view text) noexcept {
-  // OpenSSL's parameters carry no const; HKDF only reads.
+  // OSSL_PARAM has no const; HKDF only reads.
   return OSSL_PARAM_construct_octet_string(key, const_cast<char*>(text.data()), text.size());
 }
 

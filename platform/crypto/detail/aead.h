@@ -9,7 +9,7 @@
 
 namespace zqpool::detail {
 
-/// Key material that is wiped when it goes.
+/// A key, wiped when destroyed.
 struct Key_256 {
   std::array<unsigned char, 32> bytes{};
 
@@ -22,18 +22,18 @@ struct Key_256 {
 inline constexpr std::size_t nonce_size = 12;
 inline constexpr std::size_t tag_size = 16;
 
-/// HKDF with SHA-256 (RFC 5869): fills `out` from `secret`. All three functions return false only
-/// when OpenSSL fails or refuses, leave nothing in its error queue, and are thread-safe.
+/// HKDF with SHA-256 (RFC 5869). Fills `out` with `size` bytes. Returns false if OpenSSL fails. As
+/// the functions below, leaves OpenSSL's error queue alone and is thread-safe.
 bool hkdf_sha256(std::string_view secret, std::string_view salt, std::string_view info,
                  unsigned char* out, std::size_t size);
 
-/// AES-256-GCM: appends the ciphertext and its tag to `out`. `nonce` has nonce_size bytes, never
-/// the same twice for one key; `context` is authenticated with the text but not part of `out`.
+/// AES-256-GCM: appends the ciphertext of `text` and its tag to `out`. `nonce` has nonce_size bytes
+/// and must be unique for the key. `context` is authenticated, but not part of `out`.
 bool seal_aes_256_gcm(const Key_256& key, std::string_view nonce, std::string_view context,
                       std::string_view text, std::string& out);
 
-/// The inverse: replaces `text`. False, and `text` empty, also when key, nonce, context or a bit of
-/// `sealed` (ciphertext and tag) is not as it was when it was sealed.
+/// The inverse: decrypts `sealed`, ciphertext and tag, to `text`. Returns false and empties `text`
+/// unless key, nonce, context and `sealed` are exactly those of seal_aes_256_gcm().
 bool open_aes_256_gcm(const Key_256& key, std::string_view nonce, std::string_view context,
                       std::string_view sealed, std::string& text);
 

@@ -5,7 +5,7 @@
 
 namespace zqpool::detail {
 
-/// Standard Base64 with padding of at most 1 GiB.
+/// Encodes at most 1 GiB as standard Base64 with padding.
 std::string base64_encode(std::string_view bytes);
 
 }  // namespace zqpool::detail

@@ -5,7 +5,7 @@
 
 namespace zqpool::detail {
 
-/// Text as OpenSSL takes it.
+/// The bytes of a text, as OpenSSL takes them.
 inline const unsigned char* bytes_of(std::string_view text) noexcept {
   return reinterpret_cast<const unsigned char*>(text.data());
 }

@@ -6,8 +6,7 @@
 
 namespace zqpool::detail {
 
-/// Empties a text that may hold a secret and overwrites all of its memory, also what lies between
-/// its size and its capacity.
+/// Empties a text that may hold a secret and overwrites its whole capacity.
 inline void wipe(std::string& text) noexcept {
   text.resize(text.capacity());
   OPENSSL_cleanse(text.data(), text.size());

@@ -4,7 +4,7 @@
 
 namespace zqpool::detail {
 
-/// `path`, which begins with "/", behind the prefix of set_host_root(). Thread-safe.
+/// The absolute path `path` under set_host_root()'s folder. Thread-safe.
 std::string host_path(const char* path);
 
 }  // namespace zqpool::detail

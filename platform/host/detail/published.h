@@ -8,14 +8,14 @@
 
 namespace zqpool::detail {
 
-/// One process-wide value that some threads read through a pointer while others replace it.
+/// A value that some threads read through a pointer while others replace it. Thread-safe.
 ///
-/// Every distinct value that was ever published is kept for the life of this object, so a pointer
-/// that get() returned stays good and its content never changes. Thread-safe.
+/// All distinct values are kept as long as this object, so pointers stay valid and what they point
+/// to never changes.
 template <typename T>
 class Published {
  public:
-  /// Null until something is published.
+  /// The current value; null if there is none.
   const T* get() const noexcept { return current_.load(std::memory_order_acquire); }
 
   void publish(T value) {
@@ -23,14 +23,14 @@ class Published {
     make_current(std::move(value));
   }
 
-  /// Publishes `value` only if nothing is; returns what then is.
+  /// Publishes `value` if there is no current value. Returns the current value.
   const T* publish_if_none(T value) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (get() == nullptr) make_current(std::move(value));
     return get();
   }
 
-  /// Back to nothing.
+  /// Makes get() return null.
   void clear() {
     const std::lock_guard<std::mutex> lock(mutex_);
     current_.store(nullptr, std::memory_order_release);

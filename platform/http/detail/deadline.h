@@ -17,7 +17,7 @@ class Deadline {
  public:
   explicit Deadline(Clock::time_point end) noexcept : end_(end) {}
 
-  /// A limit from now on; kept to ten years, so that adding it never overflows.
+  /// At most ten years from now, so that the sum never overflows.
   static Deadline in(std::chrono::milliseconds limit) noexcept {
     return after(Clock::now(), limit);
   }
@@ -30,12 +30,12 @@ class Deadline {
   bool passed() const noexcept { return Clock::now() >= end_; }
   Deadline or_sooner(Deadline other) const noexcept { return other.end_ < end_ ? other : *this; }
 
-  /// What is left, not below 0; rounded up, so that waiting for it never ends before the deadline.
+  /// The time left, at least 0. Rounded up, so that waiting for it never ends before the deadline.
   std::chrono::milliseconds left() const noexcept {
     return std::max(std::chrono::ceil<std::chrono::milliseconds>(end_ - Clock::now()),
                     std::chrono::milliseconds(0));
   }
-  /// The same as poll() takes it.
+  /// The time left as poll() takes it; 0 only once the deadline has passed.
   int poll_timeout() const noexcept {
     return static_cast<int>(std::min<long long>(left().count(), INT_MAX));
   }

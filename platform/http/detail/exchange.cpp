@@ -12,7 +12,7 @@
 namespace zqpool::detail {
 namespace {
 
-/// 32 random hexadecimal digits, from the system, so that they differ after a fork, too.
+/// 32 random hexadecimal digits. They come from the system, so a forked child gets others.
 std::string make_request_id() {
   std::array<unsigned char, 16> bytes{};
   if (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
@@ -34,7 +34,7 @@ HTTP_Exchange_Report& begin_report(const Endpoint& endpoint, int method) {
   report.host = endpoint.host;
   report.port = endpoint.port;
   report.request_id = make_request_id();
-  // What stands if memory runs out on the way.
+  // What the report says if std::bad_alloc ends the call.
   report.error = HTTP_Error::broken;
   return report;
 }
@@ -99,8 +99,8 @@ bool Exchange::send_and_receive(Stream& stream, HTTP_Headers* headers) {
     failure = std::move(send_failure);
     return false;
   }
-  // A service may refuse a large body by responding and closing early: its response is worth more
-  // than the broken pipe.
+  // A service may refuse a large body by responding and closing early: that response says more than
+  // the broken pipe.
   report.bytes_sent = all_sent ? request.text.size() : 0;
   report.phase = HTTP_Phase::wait;
   if (!receive_response(stream, deadline, settings->options.largest_answer, response, headers,

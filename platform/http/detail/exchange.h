@@ -16,11 +16,10 @@
 
 namespace zqpool::detail {
 
-/// This thread's report, of the last call that began here.
+/// The report of this thread's last call.
 HTTP_Exchange_Report& thread_report();
 
-/// One client call: its request, its deadline, and this thread's report of it. The steps that
-/// return false have set `failure`.
+/// One client call: its deadline, request, response and report. A step that fails sets `failure`.
 struct Exchange {
   /// Begins this thread's report. The deadline is `timeout` from now, or
   /// HTTP_Options::exchange_timeout if that is shorter.
@@ -38,11 +37,12 @@ struct Exchange {
   /// null) receives the response's headers that have an id.
   bool send_and_receive(Stream& stream, HTTP_Headers* headers);
 
-  /// Moves the response's body into `value`. False, with `value` as it was, when the body is empty
-  /// or not JSON; the latter fails the exchange, unless it has failed already.
+  /// Parses the response's body into `value`. Returns false and leaves `value` alone if the body is
+  /// empty or not JSON. A body that is not JSON fails the exchange, unless it has failed already.
   bool read_body(json_spirit::Value& value);
 
-  /// Completes the report and the caller's response (may be null). Whether the call was good.
+  /// Completes the report and sets the status of `caller_response` (may be null). Returns whether
+  /// the call succeeded.
   bool finish(HTTP_Response* caller_response);
 
   const Endpoint& endpoint;

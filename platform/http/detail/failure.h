@@ -7,13 +7,13 @@
 
 namespace zqpool::detail {
 
-/// Why a step failed: its class and the transport's own words.
+/// Why a step failed.
 struct Failure {
   HTTP_Error error = HTTP_Error::none;
   std::string text;
-  bool permanent = false;  ///< trying again at once would fail the same way
+  bool permanent = false;  ///< a retry would fail the same way
 
-  /// Yields false, so that a step may end with `return failure.set(...)`.
+  /// Returns false, so that a step may end with `return failure.set(...)`.
   bool set(HTTP_Error why, std::string words) {
     error = why;
     text = std::move(words);
@@ -21,7 +21,7 @@ struct Failure {
   }
 };
 
-/// The words of an errno.
+/// The system's text for an errno.
 std::string errno_text(int error_number);
 
 }  // namespace zqpool::detail

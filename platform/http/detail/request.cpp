@@ -20,7 +20,7 @@ bool has_control(std::string_view text) {
                      [](char c) { return is_control(static_cast<unsigned char>(c)); });
 }
 
-/// What a request target may not hold, though callers may well hand it over.
+/// Whether a request target must not hold the character (RFC 9112); callers' texts may.
 bool is_forbidden_in_target(char c) {
   constexpr std::string_view forbidden = "\"<>\\^`{|}#";
   return c <= ' ' || c > '~' || forbidden.find(c) != std::string_view::npos;
@@ -49,7 +49,7 @@ bool is_sendable_header(std::string_view value) {
   });
 }
 
-/// Headers that the transport alone may set, because they say where a message ends.
+/// Headers that only the transport may set, because they delimit the message.
 bool is_framing_header(int id) {
   return id == HTTP_HEAD_CONNECTION || id == HTTP_HEAD_CONTENT_LENGTH || id == HTTP_HEAD_EXPECT ||
          id == HTTP_HEAD_TE || id == HTTP_HEAD_TRAILER || id == HTTP_HEAD_TRANSFER_ENCODING ||
@@ -98,7 +98,7 @@ bool make_wire_request(const Endpoint& endpoint, const HTTP_Request& request,
   }
   if (!is_sendable_header(defaults.user_agent)) return refuse("the user agent holds control bytes");
 
-  // What is put later replaces what was put before.
+  // A later put() replaces an earlier one.
   HTTP_Headers lines;
   lines.put(HTTP_HEAD_HOST, host_header(endpoint).c_str(), true);
   lines.put(HTTP_HEAD_USER_AGENT, defaults.user_agent.c_str(), true);

@@ -19,7 +19,7 @@ struct Endpoint {
 /// `host` may have brackets, or be null.
 Endpoint make_endpoint(const char* host, unsigned short port, bool ssl);
 
-/// Refuses a host that is neither a name nor an address, or that could split a request.
+/// Fails for a host that is neither a name nor an address, or that could split a request.
 bool check_host(const Endpoint& endpoint, Failure& failure);
 
 /// A request as it goes over the wire.
@@ -32,7 +32,7 @@ struct Wire_Request {
 /// The request's path as it is sent, without the query; "" for a path that cannot be sent.
 std::string encoded_path(const HTTP_Request& request);
 
-/// What a client adds to each of its requests.
+/// What a client adds to its requests.
 struct Request_Defaults {
   const std::string& user_agent;
   const std::string& request_id;

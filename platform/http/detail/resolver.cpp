@@ -18,8 +18,8 @@
 namespace zqpool::detail {
 namespace {
 
-// Each look-up that its caller gave up keeps a thread until the system's resolver gives up, too.
-constexpr int most_abandoned = 64;
+// An abandoned look-up keeps its thread until getaddrinfo() returns.
+constexpr int max_abandoned = 64;
 std::atomic<int> abandoned_count{0};
 
 Address make_address(const sockaddr* from, socklen_t length, unsigned short port) {
@@ -42,7 +42,7 @@ addrinfo stream_hints(int flags) {
   return hints;
 }
 
-/// Runs getaddrinfo; its result code, and on 0 the addresses with `port` set.
+/// Returns getaddrinfo()'s code, on 0 with the addresses, which have `port` set.
 int look_up(const std::string& host, unsigned short port, int flags, Addresses& addresses) {
   const addrinfo hints = stream_hints(flags);
   addrinfo* list = nullptr;
@@ -56,8 +56,8 @@ int look_up(const std::string& host, unsigned short port, int flags, Addresses& 
   return addresses.empty() ? EAI_NONAME : 0;
 }
 
-/// Lets the address families take turns (RFC 8305, section 4), so that one that leads nowhere from
-/// this host does not come before all of the other. Within a family the system's order stands.
+/// Interleaves IPv6 and IPv4 addresses (RFC 8305, section 4), so that a family without a route
+/// costs one attempt. Within a family the system's order stays.
 void interleave_families(Addresses& addresses) {
   for (auto i = addresses.begin(); i != addresses.end(); ++i) {
     const auto other = std::find_if(i + 1, addresses.end(), [i](const Address& address) {
@@ -82,18 +82,18 @@ bool parse_literal(const std::string& host, unsigned short port, Addresses& addr
     addresses.push_back(make_address(reinterpret_cast<sockaddr*>(&v6), sizeof v6, port));
     return true;
   }
-  // Only the resolver knows zones ("fe80::1%eth0"); a numeric one never asks a name server.
+  // inet_pton() knows no zones ("fe80::1%eth0"). AI_NUMERICHOST asks no name server.
   return host.find('%') != std::string::npos && look_up(host, port, AI_NUMERICHOST, addresses) == 0;
 }
 
-/// What a look-up and its caller share. Whoever comes last frees it.
+/// What a look-up and its caller share.
 struct Look_Up {
   std::string host;
   unsigned short port = 0;
 
   std::mutex mutex;
   std::condition_variable finished;
-  bool done = false;  // guarded by mutex, as are the rest
+  bool done = false;  // this and all below are guarded by mutex
   bool abandoned = false;
   int code = 0;
   Addresses addresses;
@@ -114,7 +114,7 @@ struct Look_Up {
   }
 };
 
-/// Starts a detached thread that takes no signals, which belong to the process's own threads.
+/// Starts a detached thread with all signals blocked: they are for the process's own threads.
 void start_quiet_thread(std::shared_ptr<Look_Up> look_up) {
   sigset_t all;
   sigset_t before;
@@ -147,7 +147,7 @@ bool is_address_literal(const std::string& host) {
 bool resolve(const std::string& host, unsigned short port, Deadline deadline, Addresses& addresses,
              Failure& failure) {
   if (parse_literal(host, port, addresses)) return true;
-  if (abandoned_count.load() >= most_abandoned) {
+  if (abandoned_count.load() >= max_abandoned) {
     return failure.set(HTTP_Error::name, "too many earlier name look-ups are still unanswered");
   }
   auto look_up = std::make_shared<Look_Up>();

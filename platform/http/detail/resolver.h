@@ -15,17 +15,17 @@ struct Address {
   socklen_t length;
 
   const sockaddr* get() const noexcept { return reinterpret_cast<const sockaddr*>(&storage); }
-  std::string text() const;  ///< numeric, without the port
+  std::string text() const;  ///< numeric, without port
 };
 
 using Addresses = std::vector<Address>;
 
-/// Whether `host` is an address literal (IPv6 without brackets, a zone allowed).
+/// Whether `host` is an IPv4 or IPv6 literal, the latter without brackets, with or without a zone.
 bool is_address_literal(const std::string& host);
 
-/// The addresses of `host` in the order to try them (RFC 8305). Literals need no look-up. A name is
-/// looked up by the system on a thread of its own, which is left behind when the deadline passes
-/// first; only so many may be left behind at a time.
+/// Resolves `host` to addresses in the order to try them (RFC 8305). getaddrinfo() knows no
+/// deadline, so a name is looked up on a thread of its own, which is abandoned if the deadline
+/// passes first. Names fail at once while 64 abandoned look-ups still run.
 bool resolve(const std::string& host, unsigned short port, Deadline deadline, Addresses& addresses,
              Failure& failure);
 

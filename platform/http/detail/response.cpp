@@ -22,8 +22,8 @@ constexpr std::size_t first_read = std::size_t{4} << 10;
 constexpr std::size_t later_read = std::size_t{64} << 10;
 constexpr int max_interim_responses = 64;
 
-/// A string body with spare capacity, so that the JSON reader takes it in place, and with limited
-/// trust in a Content-Length: beyond that, memory is taken as the bytes come.
+/// A string body with room for the JSON reader's padding. A Content-Length is trusted up to 16 MiB;
+/// beyond that, memory is taken as the bytes come.
 struct Padded_Body {
   using value_type = std::string;
 
@@ -33,10 +33,10 @@ struct Padded_Body {
     reader(http::header<is_request, Fields>&, value_type& body) : body_(body) {}
 
     void init(const boost::optional<std::uint64_t>& length, beast::error_code& error) {
-      constexpr std::uint64_t believed = std::uint64_t{16} << 20;
+      constexpr std::uint64_t max_trusted = std::uint64_t{16} << 20;
       error = {};
       if (length && *length != 0) {
-        body_.reserve(static_cast<std::size_t>(std::min(*length, believed)) +
+        body_.reserve(static_cast<std::size_t>(std::min(*length, max_trusted)) +
                       json_spirit::read_padding);
       }
     }
@@ -102,7 +102,7 @@ class Response_Reader {
   }
 
   Parser& parser() { return *parser_; }
-  /// Bytes beyond the answer, which nobody asked for.
+  /// Whether bytes follow the response.
   bool has_surplus() const { return buffer_.size() != 0; }
 
  private:
@@ -115,8 +115,8 @@ class Response_Reader {
         if (error && error != http::error::need_more) return parser_failure(error, failure);
         if (parser_->is_done()) break;
         if (in_head && parser_->is_header_done()) {
-          // Not before: a parser that goes on to the body in the same call forgets that the length
-          // it found in the head is too large.
+          // Not before: a parser that reads head and body in one call loses the error that the
+          // Content-Length is too large.
           parser_->eager(true);
           continue;
         }
@@ -129,8 +129,8 @@ class Response_Reader {
     return true;
   }
 
-  /// Beast asserts five bytes where an empty chunked body comes in smaller pieces. A chunked body
-  /// that has not ended yet has no fewer to come.
+  /// Beast asserts that an empty chunked body comes whole, which is five bytes. Every chunked body
+  /// ends with at least as many.
   std::size_t min_to_parse() {
     return parser_->is_header_done() && parser_->chunked() ? std::string_view("0\r\n\r\n").size()
                                                            : 1;

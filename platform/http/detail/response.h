@@ -16,8 +16,8 @@ struct Wire_Response {
   bool keep_connection = false;
 };
 
-/// Reads responses up to the final one. `headers` (may be null) receives those that have an id.
-/// Phase, bytes and the time of the first byte go to `report`.
+/// Reads responses up to the final one. `headers` (may be null) receives the headers that have an
+/// id, `report` the phase, the number of bytes and the time of the first one.
 bool receive_response(Stream& stream, Deadline deadline, std::size_t max_body,
                       Wire_Response& response, HTTP_Headers* headers, HTTP_Exchange_Report& report,
                       Failure& failure);

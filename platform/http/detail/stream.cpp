@@ -21,20 +21,20 @@ namespace {
 // RFC 8305's Connection Attempt Delay.
 constexpr std::chrono::milliseconds attempt_delay{250};
 
-// How long looking at an idle TLS connection may take when its peer sends records without end.
+// Limit for checking an idle TLS connection whose peer sends records without end.
 constexpr std::chrono::milliseconds max_look{50};
 
 constexpr const char* no_answer = "no answer in time";
 constexpr const char* not_taken = "the service took no more of the request in time";
 
-/// The failure that errno says; EAGAIN is `too_late`.
+/// Sets the failure from errno; EAGAIN means that the deadline has passed.
 bool system_failure(const char* too_late, Failure& failure) {
   return errno == EAGAIN ? failure.set(HTTP_Error::timeout, too_late)
                          : failure.set(HTTP_Error::broken, errno_text(errno));
 }
 
 // --- OpenSSL's view of the socket -------------------------------------------------------------
-// Its own socket BIO writes with write(), which raises SIGPIPE on a broken connection.
+// OpenSSL's own socket BIO calls write(), which raises SIGPIPE on a broken connection.
 
 Socket& socket_of(BIO* bio) {
   return *static_cast<Socket*>(BIO_get_data(bio));
@@ -97,13 +97,13 @@ int connect_result(int fd) noexcept {
   return getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &length) == 0 ? error : errno;
 }
 
-/// Connects to several addresses side by side, begun one after the other (RFC 8305).
+/// Connects to several addresses concurrently, starting one after the other (RFC 8305).
 class Happy_Eyeballs {
  public:
   Happy_Eyeballs(const Addresses& addresses, Deadline deadline)
       : next_(addresses.begin()), end_(addresses.end()), deadline_(deadline) {}
 
-  /// The address that `winner` is connected to, or null.
+  /// Returns the address that `winner` is now connected to, or null.
   const Address* connect(Socket& winner, Failure& failure) {
     while (next_ != end_ || !attempts_.empty()) {
       if (next_ != end_ && (attempts_.empty() || next_start_.passed())) {
@@ -222,8 +222,7 @@ ssize_t Socket::receive(void* buffer, std::size_t size) noexcept {
 }
 
 Stream::~Stream() {
-  // Without this OpenSSL takes the session of a connection that it did not see shut down for a
-  // broken one and refuses to resume it.
+  // OpenSSL refuses to resume the session of a connection that was not shut down in order.
   if (ssl_ != nullptr) SSL_set_shutdown(ssl_.get(), SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
 }
 
@@ -231,7 +230,7 @@ bool Stream::connect(const Addresses& addresses, Deadline deadline, Failure& fai
   const Address* const connected = Happy_Eyeballs(addresses, deadline).connect(socket_, failure);
   if (connected == nullptr) return false;
   peer_ = *connected;
-  // A request goes out at once, whatever of it is still unacknowledged.
+  // Nagle's algorithm would hold back the end of a request of several packets.
   const int on = 1;
   setsockopt(socket_.fd(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   return true;
@@ -258,7 +257,7 @@ bool Stream::start_tls(std::shared_ptr<TLS_Context> context, const std::string& 
   return false;
 }
 
-/// Says why a TLS step failed, and yields false.
+/// Sets the failure of a TLS call and returns false.
 bool Stream::tls_failure(int result, const char* doing, Failure& failure) {
   const int error_number = errno;
   switch (SSL_get_error(ssl_.get(), result)) {
@@ -300,7 +299,7 @@ bool Stream::send(std::string_view data, Deadline deadline, bool& touched, Failu
       n = static_cast<std::size_t>(result);
       touched = touched || n != 0;
     } else {
-      // A part of a record may leave whatever the result says.
+      // A failed SSL_write_ex() may have sent part of a record.
       touched = true;
       ERR_clear_error();
       const int result = SSL_write_ex(ssl_.get(), data.data(), data.size(), &n);
@@ -322,7 +321,7 @@ ssize_t Stream::receive(char* buffer, std::size_t size, Deadline deadline, Failu
   ERR_clear_error();
   const int result = SSL_read_ex(ssl_.get(), buffer, size, &n);
   if (result == 1) return static_cast<ssize_t>(n);
-  // The flag SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
+  // SSL_RECEIVED_SHUTDOWN would not do: a fatal alert sets it, too.
   if (SSL_get_error(ssl_.get(), result) == SSL_ERROR_ZERO_RETURN) return 0;
   tls_failure(result, "stream", failure);
   return -1;
@@ -334,7 +333,7 @@ bool Stream::is_idle() noexcept {
   if (ssl_ == nullptr) {
     return ::recv(socket_.fd(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) < 0 && errno == EAGAIN;
   }
-  // By way of OpenSSL, because what has come may be session tickets, which do no harm.
+  // Through OpenSSL, because session tickets may have come, which are harmless.
   socket_.limit(Deadline::in(max_look), false);
   ERR_clear_error();
   std::size_t n = 0;
@@ -348,7 +347,7 @@ void Stream::close_after_peer(Deadline deadline) {
   while (receive(scrap, sizeof scrap, deadline, ignored) > 0) {
   }
   if (ssl_ != nullptr && (SSL_get_shutdown(ssl_.get()) & SSL_RECEIVED_SHUTDOWN) != 0) {
-    // The peer may wait for our farewell before it closes its side.
+    // The peer may wait for our close_notify before it closes its side.
     SSL_shutdown(ssl_.get());
     ssl_.reset();
     socket_.receive(scrap, sizeof scrap);

@@ -29,14 +29,14 @@ class Socket {
   bool is_open() const noexcept { return fd_ >= 0; }
   void close() noexcept;
 
-  /// send() and receive() wait until the deadline, or not at all. Once it has passed they fail even
-  /// if they could go on, so that no peer can keep OpenSSL busy beyond it.
+  /// Limits send() and receive(): they wait until the deadline, or not at all. Once it has passed
+  /// they fail even if they need not wait, so that no peer keeps OpenSSL busy beyond it.
   void limit(Deadline deadline, bool may_wait = true) noexcept {
     deadline_ = deadline;
     may_wait_ = may_wait;
   }
-  /// As the system's send() and recv(), but fail with EAGAIN when their limit ends them. They raise
-  /// no SIGPIPE and never end with EINTR.
+  /// As the system's send() and recv(). Fail with EAGAIN at the limit; never raise SIGPIPE or fail
+  /// with EINTR.
   ssize_t send(const void* data, std::size_t size) noexcept;
   ssize_t receive(void* buffer, std::size_t size) noexcept;
 
@@ -48,8 +48,8 @@ class Socket {
   bool may_wait_ = true;
 };
 
-/// A TCP connection, with TLS or without, of which every step ends by a deadline. Never raises
-/// SIGPIPE. One thread at a time.
+/// A TCP connection, with or without TLS. Every call ends by a deadline and none raises SIGPIPE.
+/// Not thread-safe.
 class Stream {
  public:
   Stream() noexcept = default;
@@ -57,30 +57,30 @@ class Stream {
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
 
-  /// Connects to the first of `addresses` that answers. A further one is begun whenever the ones
-  /// begun so far have failed or kept silent for a moment, so a dead address costs that moment.
+  /// Connects to the first of `addresses` that answers. The next one is tried as soon as all before
+  /// it have failed, or beside them after 250 ms.
   bool connect(const Addresses& addresses, Deadline deadline, Failure& failure);
-  /// Takes over a connected socket instead.
+  /// Takes over a connected socket.
   void adopt(Socket socket) noexcept { socket_ = std::move(socket); }
   const Address& peer() const noexcept { return peer_; }
 
-  /// TLS over the connection, for the service `host`; `endpoint` names it in the session cache.
+  /// Starts TLS with the service `host`; `endpoint` is the key in the session cache.
   bool start_tls(std::shared_ptr<TLS_Context> context, const std::string& host,
                  std::string endpoint, Deadline deadline, Failure& failure);
   bool tls_resumed() const noexcept { return ssl_ != nullptr && SSL_session_reused(ssl_.get()); }
 
-  /// Sends all of `data`. `touched` becomes true once any byte of it may have left, also when the
-  /// call then fails.
+  /// Sends all of `data`. Sets `touched` once any byte may have left, also when the call then
+  /// fails.
   bool send(std::string_view data, Deadline deadline, bool& touched, Failure& failure);
 
-  /// Bytes received, 0 at the peer's orderly end, -1 on failure.
+  /// Returns the number of bytes received, 0 at the peer's orderly end, -1 on failure.
   ssize_t receive(char* buffer, std::size_t size, Deadline deadline, Failure& failure);
 
-  /// Whether the idle connection may carry another request: still open, nothing unasked for in it.
+  /// Whether the connection can carry another request: it is open, and no data has come.
   bool is_idle() noexcept;
 
-  /// Gives the peer until the deadline to end the connection first, which leaves the wait for
-  /// stray packets on its side, then closes.
+  /// Gives the peer until the deadline to close first, which leaves TIME_WAIT on its side, then
+  /// closes.
   void close_after_peer(Deadline deadline);
 
  private:

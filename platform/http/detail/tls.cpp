@@ -80,7 +80,7 @@ void TLS_Context::load(const HTTP_Options& options) {
       error_ =
           "cannot load certificate '" + options.certificate_file + "': " + openssl_error_text();
     } else if (SSL_CTX_use_PrivateKey_file(context, key_file.c_str(), SSL_FILETYPE_PEM) != 1) {
-      // Checks also that the key belongs to the certificate.
+      // Also checks that the key belongs to the certificate.
       error_ = "cannot use private key '" + key_file + "': " + openssl_error_text();
     }
   }
@@ -92,7 +92,7 @@ int TLS_Context::keep_session(SSL* ssl, SSL_SESSION* session) {
   try {
     trust->sessions_.put(*endpoint, SSL_Session_Ptr(session));
   } catch (const std::bad_alloc&) {
-    // The session is freed with its pointer and the next handshake is a full one.
+    // The session is lost, and the next handshake is a full one.
   }
   return 1;
 }
@@ -103,11 +103,10 @@ SSL_Ptr TLS_Context::make_client(const std::string& host, bool literal,
   if (ssl == nullptr) return ssl;
   SSL_set_connect_state(ssl.get());
   SSL_set_app_data(ssl.get(), const_cast<std::string*>(&endpoint));
-  // A zone says which link leads to an address, a last dot that a name is absolute: certificates
-  // and the server name extension know neither.
+  // Certificates and SNI know neither the zone of an address nor the final dot of a name.
   std::string name = host.substr(0, literal ? host.find('%') : std::string::npos);
   if (!literal && name.back() == '.') name.pop_back();
-  // The call behind SSL_set_tlsext_host_name(), a macro whose cast g++ warns about.
+  // SSL_set_tlsext_host_name() is a macro for this call with a cast that g++ warns about.
   const bool named =
       literal ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl.get()), name.c_str()) == 1
               : SSL_ctrl(ssl.get(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,

@@ -20,7 +20,7 @@ struct SSL_Deleter {
 using SSL_Ptr = std::unique_ptr<SSL, SSL_Deleter>;
 using SSL_Session_Ptr = std::unique_ptr<SSL_SESSION, SSL_Deleter>;
 
-/// Sessions to resume, by the endpoint they were made with. Bounded; the oldest goes first.
+/// TLS sessions to resume, by endpoint. Bounded; the oldest goes first. Thread-safe.
 class TLS_Session_Cache {
  public:
   void put(const std::string& endpoint, SSL_Session_Ptr session);
@@ -36,19 +36,19 @@ class TLS_Session_Cache {
   std::map<std::string, Entry> entries_;
 };
 
-/// Whom a process trusts and who it is, loaded once and never changed: the certificates, the
-/// client's own certificate, and the sessions made under them. A resumed session skips the
-/// certificate checks, so sessions live and die with the trust they were checked against.
+/// Immutable TLS client configuration with its session cache. A resumed session skips the
+/// certificate checks, so sessions never outlive the configuration that they were checked under.
+/// Thread-safe.
 class TLS_Context {
  public:
   explicit TLS_Context(const HTTP_Options& options);
   TLS_Context(const TLS_Context&) = delete;
   TLS_Context& operator=(const TLS_Context&) = delete;
 
-  /// Why nothing can be done under this trust; "" when it is good.
+  /// Why the configuration could not be loaded; "" if it could.
   const std::string& error() const noexcept { return error_; }
-  /// A client side for one connection to `host`, which may resume an earlier session of
-  /// `endpoint`. `endpoint` must outlive the SSL. Null when memory is out.
+  /// The client side of a connection to `host`, which resumes an earlier session of `endpoint` if
+  /// there is one. `endpoint` must outlive the SSL. Null when OpenSSL fails.
   SSL_Ptr make_client(const std::string& host, bool literal, const std::string& endpoint);
 
  private:
@@ -60,7 +60,7 @@ class TLS_Context {
   TLS_Session_Cache sessions_;
 };
 
-/// The words of this thread's OpenSSL errors, which are taken off the queue.
+/// The text of this thread's queued OpenSSL errors; empties the queue.
 std::string openssl_error_text();
 
 }  // namespace zqpool::detail

@@ -17,7 +17,7 @@ std::optional<IPv6_Literal> parse_ipv6_literal(std::string_view text) {
     }
   }
   in6_addr address;
-  // inet_pton stops at a NUL byte.
+  // inet_pton() stops at a NUL byte.
   if (literal.address.find('\0') != std::string_view::npos ||
       inet_pton(AF_INET6, std::string(literal.address).c_str(), &address) != 1) {
     return std::nullopt;
