@@ -18,7 +18,7 @@ const boost::regex& AGENT_MODULE_RE() {
 bool Catalog_Agent::parse(const std::string& agent) {
   boost::smatch match;
   if (!zqpool::detail::matches(agent, match, AGENT_MODULE_RE())) return false;
-  // Out of the text first, since a member may be the string that holds it.
+  // Copied first: `agent` may be one of the members.
   std::string parts[] = {match[1], match[2], match[3]};
   for (std::string& part : parts)
     boost::to_lower(part);

@@ -4,17 +4,16 @@
 
 #include "utils/support/export.h"
 
-/// The module identity of a backup agent, "feature.type.system". A plain value.
+/// The module identity of a backup agent: "feature.type.system". A plain value.
 struct ZQPOOL_EXPORT Catalog_Agent {
-  std::string featrue;  // spelt as its callers spell it
+  std::string featrue;  // Spelt so in the public interface.
   std::string type;
   std::string system;
 
-  /// Takes `agent` apart at its last two dots, blanks around it dropped, letters made lower case.
-  /// False, with the members as they were, when it is no identity. Thread-safe; never throws
-  /// except std::bad_alloc.
+  /// Splits `agent` at its last two dots, without surrounding blanks and in lower case. Returns
+  /// false, with the members unchanged, if it is no identity. Throws only std::bad_alloc.
   bool parse(const std::string& agent);
 
-  /// The identity as text, or "" when a part of it is empty.
+  /// Returns the identity as text; "" if one of its parts is empty.
   std::string generate() const;
 };

@@ -6,22 +6,21 @@
 #include "platform/json/json_spirit.h"
 #include "utils/support/export.h"
 
-/// An image pool of the storage service: its filesystems, named within the pool, and their
-/// snapshots.
+/// An image pool of the storage service: its filesystems and their snapshots.
 ///
-/// Every operation makes one exchange with the service, or a few in a row, and blocks its thread
-/// meanwhile. False means that the wanted answer did not come; the reason is in the log, except
-/// where said otherwise, and outputs are as they were, except where said otherwise. Operations
-/// throw nothing but std::bad_alloc, with the one exception of update_filesystem_mountpoint().
+/// Every operation sends one request to the service, or a few in a row, and blocks until the answer
+/// is there. It returns true on success. On failure it logs the reason, returns false and leaves
+/// its outputs unchanged, except where documented: "logs nothing itself" means that only the client
+/// logs a failed request. Only std::bad_alloc is thrown, except by update_filesystem_mountpoint().
 ///
-/// A request that changes something is sent once. When it returns false although it went out, the
-/// change may have been made (HTTP_Exchange_Report::outcome_unknown()).
+/// A request that changes something is sent only once. If an operation fails after that, the change
+/// may still have been made: see HTTP_Exchange_Report::outcome_unknown().
 ///
-/// No operation changes the object, so any number of threads may use one at once. Nothing is kept
-/// open between calls.
+/// All operations are const: an object may be used by several threads at once. No connection is
+/// kept between calls.
 ///
-/// Names and identifiers go into the service's queries as they stand, so one must not hold "&", "="
-/// or "+". Sizes are in the service's unit (bytes, as the reference service has it).
+/// Names and identifiers go into query strings unescaped: they must not contain "&", "=", "+", "%"
+/// or a zero byte. Sizes are in the service's unit; the reference service uses bytes.
 ///
 /// @code
 ///   const Image_Pool_Manager pool("https://storage:8443", key, pool_uuid);
@@ -32,79 +31,80 @@
 /// @endcode
 class ZQPOOL_EXPORT Image_Pool_Manager {
  public:
-  /// The pool `pool_uuid` on the service at `host`:`port` (HTTPS when `ssl`), asked with
-  /// `access_key` (none is sent when it is empty).
+  /// The pool `pool_uuid` of the service at `host`:`port`, over HTTPS if `ssl`. `access_key` is not
+  /// sent if empty.
   Image_Pool_Manager(const std::string& host, unsigned short port, bool ssl,
                      const std::string& access_key, const std::string& pool_uuid);
-  /// As above, host, port and TLS taken from `url`. One that does not parse is logged, and every
-  /// operation of the object then fails.
+  /// The same with the host, port and TLS of `url`. If `url` does not parse, that is logged and
+  /// every operation fails.
   Image_Pool_Manager(const std::string& url, const std::string& access_key,
                      const std::string& pool_uuid);
 
   // --- Filesystems ------------------------------------------------------------------------------
 
-  /// Creates a filesystem: empty, or with the content of `snapshot_id`; mounted at `mount_point`.
-  /// Null stands for none; "" is sent. Logs nothing by itself.
+  /// Creates a filesystem, empty or from a snapshot, and mounts it if there is a mount point. Null:
+  /// none; "" is sent as it is. Logs nothing itself.
   bool create_filesystem(const std::string& name, const std::string* snapshot_id,
                          const std::string* mount_point) const;
 
-  /// Deletes a filesystem. `status`, where not null, receives the HTTP status, good or bad (0 when
-  /// no answer came). Logs nothing by itself.
+  /// Deletes a filesystem. `status`, if not null, receives the HTTP status of success and failure
+  /// alike (0: no answer). Logs nothing itself.
   bool delete_filesystem(const std::string& name, int* status) const;
 
-  /// Takes a filesystem back to its newest snapshot. Logs nothing by itself.
+  /// Rolls a filesystem back to its newest snapshot. Logs nothing itself.
   bool rollback_filesystem(const std::string& name) const;
 
-  /// A filesystem's description, into `info`. When the service does not know exactly one, only the
-  /// client logs (a failed exchange), and `status`, where not null, receives the HTTP status; it is
-  /// written in no other case.
+  /// Gets the description of a filesystem. If the service does not know exactly one, nothing is
+  /// logged here, and `status`, if not null, receives the HTTP status; otherwise `status` is not
+  /// written.
   bool list_filesystem_info(const std::string& name, Object& info, int* status) const;
 
-  /// Mounts a filesystem; where goes into `mount_point`. Silent when the answer does not say where.
+  /// Mounts a filesystem and gets its mount point. Fails without a log message when the answer
+  /// lacks it.
   bool mount_filesystem(const std::string& name, std::string& mount_point) const;
 
-  /// The mounts of the pool's filesystems, or of the one that `name` points to (null or "": all),
-  /// into `info`, unchecked.
+  /// Gets the mounts of filesystem `*name`, or of all filesystems of the pool (null or ""). The
+  /// entries are not checked.
   bool list_mounted_filesystem(Array& info, const std::string* name) const;
 
-  /// Moves a filesystem's mount point to `new_mount_point`. Never returns true: an answer that is
-  /// an object is refused with false, and one that is a string, as the reference service gives,
-  /// throws std::runtime_error, although the move is done then. `mount_point` is not written. Read
-  /// the mount back to know.
+  /// Moves a filesystem's mount point. Never returns true. An answer that is a string, as the
+  /// reference service sends after a successful move, throws std::runtime_error; any other answer
+  /// is a failure. `mount_point` is not written. Call list_mounted_filesystem() to see what
+  /// happened.
   bool update_filesystem_mountpoint(const std::string& name, const std::string& new_mount_point,
                                     std::string& mount_point) const;
 
-  /// Unmounts a filesystem. Logs nothing by itself.
+  /// Unmounts a filesystem. Logs nothing itself.
   bool umount_filesystem(const std::string& name) const;
 
   // --- Snapshots --------------------------------------------------------------------------------
 
-  /// Takes a snapshot of filesystem `name`. The service may reclaim a `recyclable` one when it
-  /// needs the room.
+  /// Takes a snapshot of filesystem `name`. The service may delete a `recyclable` one when it needs
+  /// space.
   bool create_snapshot(const std::string& name, std::string& snapshot_id, bool recyclable) const;
 
-  /// Deletes a snapshot, and with `delete_empty_fs` also its filesystem if nothing is left of that.
-  /// Logs nothing by itself.
+  /// Deletes a snapshot, and with `delete_empty_fs` also its filesystem if nothing else is left of
+  /// it. Logs nothing itself.
   bool delete_snapshot(const std::string& snapshot_id, const bool delete_empty_fs) const;
 
-  /// A snapshot's description, into `info`. False also when the service does not know exactly one.
+  /// Gets the description of a snapshot. Fails also when the service does not know exactly one.
   bool get_snapshot_info(const std::string& snapshot_id, Object& info) const;
 
-  /// Looks for the snapshot right before `snapshot_id` among those of the same filesystem: the one
-  /// with the largest "seq" below its own, the last listed of several alike.
+  /// Gets the predecessor of a snapshot: of the snapshots of the same filesystem the one with the
+  /// largest "seq" below its own; of several with the same "seq" the last one listed.
   ///
-  /// Judge by `info`, passed in empty, not by the result: found is a filled `info` and false; none
-  /// is an empty `info` and true; anything else is an empty `info` and false (but a failure amid
-  /// the list may leave the best one before it in `info`). An `info` passed in with content keeps
-  /// it where no snapshot is found.
+  /// Pass an empty `info` and look at it, not at the result, which is true only if there is no
+  /// predecessor. Found: false, `info` filled. None: true, `info` empty. Failure: false, `info`
+  /// empty; but if the list holds a bad entry, `info` may hold the best snapshot before it. A
+  /// non-empty `info` is unchanged when no predecessor is found.
   bool get_previous_snapshot(const std::string& snapshot_id, Object& info) const;
 
-  /// What a snapshot adds over the one before it: the growth of what it refers to ("rfer_size") and
-  /// what its predecessor holds alone ("excl_size"), or 0 after a warning if that is negative; for
-  /// a first snapshot both its own sizes. A predecessor that cannot be found out counts as none.
+  /// Computes the size that a snapshot adds to its predecessor: the difference of their "rfer_size"
+  /// plus the predecessor's "excl_size"; if that is negative, 0, and a warning is logged. Without a
+  /// predecessor, or if it cannot be determined: the snapshot's own "rfer_size" plus "excl_size".
   bool cal_snapshot_size(const std::string& snapshot_id, std::uint64_t& size) const;
 
-  // --- What it is made of -----------------------------------------------------------------------
+  // --- Members ----------------------------------------------------------------------------------
 
   std::string host_;
   unsigned short port_ = 0;

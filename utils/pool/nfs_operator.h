@@ -8,17 +8,17 @@
 #include "platform/json/json_spirit.h"
 #include "utils/support/export.h"
 
-/// Publishes directories and storage pools as NFS exports, which the management service keeps as
-/// records, each under a UUID.
+/// Publishes directories and storage pools as NFS exports. The management service keeps each export
+/// as a record under a UUID.
 ///
-/// Every operation makes one exchange with the service and blocks its thread meanwhile. False means
-/// that the service did not take it; what the client logs says why (and what is logged here, where
-/// said so). A change is never sent twice on a guess: when it returns false although it went out,
-/// it may have been made (HTTP_Exchange_Report::outcome_unknown()). Of exceptions only
-/// std::bad_alloc leaves an operation, and out of export_record() what uuid_string() throws.
+/// Every operation sends one request and blocks until the answer is there. It returns true on
+/// success; the client logs why a request failed. A request is sent only once: if an operation
+/// fails after that, the change may still have been made; see
+/// HTTP_Exchange_Report::outcome_unknown(). Throws only std::bad_alloc, and export_record() what
+/// uuid_string() throws.
 ///
-/// The operator keeps one client for all its calls, which with an access key also keeps its
-/// connection. Operations may run on several threads at once; reset() may not run beside them.
+/// All requests of an object go through one client, which keeps its connection if there is an
+/// access key. Operations may be called from several threads at once, but not while reset() runs.
 ///
 /// @code
 ///   NFS_Operator exports("manager", 8443, true, key, 2, 30);
@@ -35,43 +35,42 @@ class ZQPOOL_EXPORT NFS_Operator {
     TYPE_POOL = 1   ///< a storage pool, or a directory of it
   };
 
-  /// What is exported, how, and to whom.
+  /// An export.
   struct Record {
     Record_Type type = TYPE_PATH;
-    std::string path;       ///< TYPE_PATH: the path; TYPE_POOL: a directory inside, or ""
+    std::string path;       ///< TYPE_PATH: the path; TYPE_POOL: a directory in the pool, or ""
     std::string pool_uuid;  ///< TYPE_POOL: the pool
-    std::string pseudo;     ///< NFSv4 pseudo path; `path` when it is empty
-    std::string fsal;       ///< file-system abstraction layer, as the service knows it
-    std::string squash;     ///< which users are squashed, as the service knows it
-    bool nfsv3 = false;     ///< NFSv3 instead of v4
+    std::string pseudo;     ///< NFSv4 pseudo path; "": same as `path`
+    std::string fsal;       ///< file-system abstraction layer, in the service's words
+    std::string squash;     ///< user squashing, in the service's words
+    bool nfsv3 = false;     ///< NFSv3 instead of NFSv4
     bool readonly = false;
-    std::vector<std::string> clients;  ///< who may mount it; empty: everybody
+    std::vector<std::string> clients;  ///< hosts that may mount it; empty: all
   };
 
-  /// An operator whose calls all fail until reset().
+  /// All operations fail until reset() is called.
   NFS_Operator() = default;
-  /// As reset().
+  /// Calls reset().
   NFS_Operator(const char* host, unsigned short port, bool ssl, const char* access_key, int retries,
                int retry_timeout);
 
-  /// Sets the service up, in place of any before: HTTPS when `ssl`; a null or empty `access_key` is
-  /// not sent. `retries` and `retry_timeout` (seconds) are those of the client
-  /// (JSON_RESTful_Client). A null or empty `host` is false with a message, and an earlier service
-  /// stays in use.
+  /// Sets the service to use, over HTTPS if `ssl`. A null or empty `access_key` is not sent.
+  /// `retries` and `retry_timeout` (seconds) as in JSON_RESTful_Client. If `host` is null or empty,
+  /// logs that, returns false and keeps the previous service.
   bool reset(const char* host, unsigned short port, bool ssl, const char* access_key, int retries,
              int retry_timeout);
 
-  /// Publishes `record` under a new UUID, which is in `uuid` whatever comes of it. `timeout` is
-  /// what the service is told to wait for the export to be there (seconds, as the reference service
-  /// has it; 0: it is told nothing). A record without its path or pool is false, with a message and
-  /// nothing sent.
+  /// Publishes `record` under a new UUID, which `uuid` receives also on failure. `timeout` is how
+  /// long the service shall wait for the export to be ready (the reference service: in seconds; 0:
+  /// not sent). For a record without its path or pool logs that and returns false, without a
+  /// request.
   bool export_record(const Record& record, std::string& uuid, unsigned int timeout);
 
-  /// Puts `record` in place of the one under `uuid`. Failures as above.
+  /// Replaces the record under `uuid`. Failures as above.
   bool update_record(const Record& record, const std::string& uuid);
 
-  /// Withdraws the record under `uuid`. `timeout` as in export_record(), but sent also when it is
-  /// 0.
+  /// Withdraws the record under `uuid`, which goes into the query string unescaped and must not
+  /// contain "&", "=", "+", "%" or a zero byte. `timeout` as in export_record(), but 0 is sent.
   bool unexport_record(const std::string& uuid, unsigned int timeout);
 
  private:

@@ -16,7 +16,7 @@ using zqpool::detail::Service_Call;
 
 namespace {
 
-/// The record of an answer whose "rows" hold that one record and nothing else.
+/// Takes the record out of an answer whose "rows" hold exactly one.
 bool take_only_row(json_spirit::Value& answer, Object& record) {
   Array* const rows = json_spirit::object_get_array(answer.get_obj(), "rows");
   return rows != nullptr && zqpool::detail::take_only_object(*rows, record);
@@ -121,7 +121,7 @@ bool Pool_Metadata_Manager::add_metadata(const string& host, unsigned short port
                                          const string& path, const char* grouping,
                                          const ACE_INT64 size) {
   json_spirit::Value body;
-  // The type's own text is the key, on purpose: the catalog tells kinds of paths apart by it.
+  // On purpose the type is the key: the catalog tells kinds of paths apart by it.
   insert(to_new_object(body))("pool_uuid", pool_uuid)("device_uuid", device_uuid)(
       type.empty() ? "file" : type, path);
   if (size >= 0) insert(body.get_obj())("size", size);

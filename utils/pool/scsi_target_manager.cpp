@@ -40,7 +40,8 @@ constexpr const char* lun_export_path = "/zq/r/scsipool/lun/export";
 constexpr const char* snapshot_path = "/zq/r/scsipool/snapshot";
 constexpr const char* snapshot_export_path = "/zq/r/scsipool/snapshot/export";
 
-/// A row of a table of names, which ends with a row whose key is null.
+/// A row of a table of names, whose last row has a null key. The length belongs to the agreed
+/// layout of such tables, though nothing here reads it.
 template <typename T>
 struct Key2_Value_T {
   const char* key;
@@ -67,11 +68,11 @@ Filesystem_Protocol filesystems(const SCSI_Target_Manager& pool,
   return {location, endpoint_of(pool), pool.pool_uuid_};
 }
 
-/// An object whose way is told when it is exported.
+/// The body of an export of a LUN or snapshot.
 Object export_body(const SCSI_Target_Manager& pool, const char* key, const string& id,
                    const char* transport, const char* target) {
   Object body = Object_Maker().insert("pool_id", pool.pool_uuid_).insert(key, id).take();
-  // One of them alone would leave the service to guess the other.
+  // Both or none: the service would have to guess the other.
   if (transport != nullptr && target != nullptr) insert(body)("type", transport)("target", target);
   return body;
 }
@@ -148,7 +149,7 @@ string SCSI_Target_Manager::get_scsi_pool_portal() const {
   string text;
   if (ip_extended_format(host_.c_str(), text) != -1) return text + ":3260";
   ACE_INET_Addr address((host_ + ":3260").c_str());
-  address.set_port_number(iscsi_port);  // which a failed resolution has lost
+  address.set_port_number(iscsi_port);  // lost if the name was not resolved
   return ACE_Addr_String(address, true).c_str();
 }
 
@@ -166,7 +167,7 @@ string SCSI_Target_Manager::generate_target_name() const {
   string uuid;
   uuid_string(uuid, false);
   string name = "iqn.2026-11.org.zqpool:" + uuid;
-  boost::algorithm::to_lower(name);  // whatever the platform's UUIDs look like
+  boost::algorithm::to_lower(name);  // other platforms may write UUIDs in upper case
   return name;
 }
 
@@ -432,8 +433,7 @@ bool SCSI_Target_Manager::get_acls(Object& params, const char* transport) {
     return ZQ_ERROR("Failed to get scsi type for pool %s.\n", pool_uuid_.c_str());
   }
   if (initiators_.empty()) {
-    // A transport that is asked for and is not iSCSI does not rule it out, on purpose: what is
-    // known of the pool counts, too.
+    // On purpose iSCSI is used also for another `transport` if it is the pool's.
     const bool asked_for = transport != nullptr && ACE_OS::strcasecmp(transport, "iSCSI") == 0;
     if (asked_for || scsi_type_ == "iSCSI") {
       get_iscsi_initiator_name(initiators_);

@@ -9,22 +9,21 @@
 #include "utils/support/export.h"
 
 /// A SCSI pool of the storage service: its LUNs, which are exported to this host over iSCSI or
-/// Fibre Channel, their snapshots, and its filesystems with theirs.
+/// Fibre Channel, its filesystems, and the snapshots of both.
 ///
-/// Every operation makes one exchange with the service, or a few in a row, and blocks its thread
-/// meanwhile. False means that the wanted answer did not come; the reason is in the log, except
-/// where said otherwise, and outputs are as they were, except where said otherwise. Operations
-/// throw nothing but std::bad_alloc, with the one exception of update_filesystem_mountpoint().
+/// Every operation sends one request to the service, or a few in a row, and blocks until the answer
+/// is there. It returns true on success. On failure it logs the reason, returns false and leaves
+/// its outputs unchanged, except where documented: "logs nothing itself" means that only the client
+/// logs a failed request. Only std::bad_alloc is thrown, except by update_filesystem_mountpoint().
 ///
-/// A request that changes something is sent once. When it returns false although it went out, the
-/// change may have been made (HTTP_Exchange_Report::outcome_unknown()).
+/// A request that changes something is sent only once. If an operation fails after that, the change
+/// may still have been made: see HTTP_Exchange_Report::outcome_unknown().
 ///
-/// An object is used by one thread at a time, because some operations fill `scsi_type_` and
-/// `initiators_`; the const operations may run on several threads at once. Distinct objects are
-/// independent. Nothing is kept open between calls. Copies are cheap and good.
+/// Several threads may use an object at once as long as they call only const operations; the others
+/// fill `scsi_type_` and `initiators_`. No connection is kept between calls. Copyable.
 ///
-/// Identifiers go into the service's queries as they stand, so one must not hold "&", "=" or "+".
-/// Sizes are in the service's unit (bytes, as the reference service has it).
+/// Names and identifiers go into query strings unescaped: they must not contain "&", "=", "+", "%"
+/// or a zero byte. Sizes are in the service's unit; the reference service uses bytes.
 ///
 /// @code
 ///   SCSI_Target_Manager pool("storage", 8443, true, key, pool_uuid, nullptr);
@@ -38,21 +37,21 @@
 /// @endcode
 class ZQPOOL_EXPORT SCSI_Target_Manager {
  public:
-  /// What the service keeps a LUN for.
+  /// How the service retains a LUN.
   enum Retention_Type : int { TYPE_NONE = 0, TYPE_NORMAL = 1, TYPE_NEWEST = 2 };
 
-  /// The pool `pool_uuid` on the service at `host`:`port` (HTTPS when `ssl`), asked with
-  /// `access_key` (none is sent when it is empty). `initiators` are the names under which this host
-  /// is let in: copied, or with null found out when they are first needed.
+  /// The pool `pool_uuid` of the service at `host`:`port`, over HTTPS if `ssl`. `access_key` is not
+  /// sent if empty. `initiators` are the names under which this host gets access; null: determined
+  /// when they are first needed.
   SCSI_Target_Manager(const std::string& host, unsigned short port, bool ssl,
                       const std::string& access_key, const std::string& pool_uuid,
                       const std::vector<std::string>* initiators);
-  /// As above, host, port and TLS taken from `url`. One that does not parse is logged, and every
-  /// operation of the object then fails.
+  /// The same with the host, port and TLS of `url`. If `url` does not parse, that is logged and
+  /// every operation fails.
   SCSI_Target_Manager(const std::string& url, const std::string& access_key,
                       const std::string& pool_uuid, const std::vector<std::string>* initiators);
 
-  /// Takes this host's identity anew (Host_ID); the constructors have done so.
+  /// Sets `host_uuid_` to this host's identity (Host_ID). The constructors call it.
   void init();
 
   /// "normal" or "newest"; null for any other value.
@@ -60,112 +59,113 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
 
   // --- The pool ---------------------------------------------------------------------------------
 
-  /// The pool's description, into `info`; its "type" is kept in `scsi_type_`. The client makes one
-  /// attempt only. False also when the service does not know exactly one such pool.
+  /// Gets the pool's description, and stores its "type" in `scsi_type_`. The request is not
+  /// repeated. Fails also when the service does not know exactly one such pool.
   bool get_scsi_pool_info(Object& info);
 
-  /// Makes sure that the pool's SCSI transport is in `scsi_type_`: asks the service until it has
-  /// answered once. May be true with `scsi_type_` still empty, when the service does not say.
+  /// Calls get_scsi_pool_info() unless `scsi_type_` is known already. `scsi_type_` may be empty
+  /// after success, too: the description need not have a "type".
   bool get_scsi_type();
 
-  /// The iSCSI portal, the service's host at port 3260: "192.0.2.1:3260", "[2001:db8::7]:3260".
-  /// Looks a name up, which may take as long as the system's resolver likes; for one that is not
-  /// found the text is that of an address of zeros. Asks no service.
+  /// Returns the iSCSI portal, port 3260 of the service's host: "192.0.2.1:3260",
+  /// "[2001:db8::7]:3260". Sends no request, but resolves a host name, for as long as the system's
+  /// resolver takes. A name that cannot be resolved gives an all-zero address.
   std::string get_scsi_pool_portal() const;
 
-  /// The pool's target name and total size. When only the size is missing `target` is written.
+  /// Gets the pool's target name and total size. If only the size is missing, `target` is written.
   bool get_scsi_pool_target_size(std::string& target, ACE_UINT64& size);
 
-  /// A new iSCSI target name: "iqn.2026-11.org.zqpool:" and a UUID, all lower case. Asks no
-  /// service.
+  /// Returns a new iSCSI target name: "iqn.2026-11.org.zqpool:" and a UUID, in lower case. Sends no
+  /// request.
   std::string generate_target_name() const;
 
   // --- LUNs -------------------------------------------------------------------------------------
 
-  /// Creates an empty LUN of `size`, kept for `retention`, and with `to_export` exports it at once:
-  /// to this host when `with_acls`. `block_size` in bytes; the service's default when it is not
-  /// positive. `lun_id` receives the LUN's identifier, `lun` its number on the target, which only
-  /// an exported LUN must have (else `lun` may keep what it had).
+  /// Creates an empty LUN of `size`, and exports it if `to_export`, to this host if `with_acls`.
+  /// `block_size` is in bytes; not positive: the service's default. `lun_id` receives the LUN's
+  /// identifier, `lun` its number on the target. A LUN that is not exported need not have a number;
+  /// `lun` is unchanged then.
   ///
-  /// A retention without a name is refused, and so is a host without initiators when `with_acls`;
-  /// nothing is sent then. Logs nothing when the exchange fails or brings no object. When the
-  /// number is missing, `lun_id` is written and the LUN is there.
+  /// Creates nothing if `retention` has no name, or if `with_acls` and this host has no initiators.
+  /// Logs nothing itself when the request fails or its answer is not an object. If only the number
+  /// is missing in the answer, the LUN exists and `lun_id` is written.
   bool create_lun(const ACE_UINT64 size, std::string& lun_id, int& lun, int block_size,
                   bool to_export, bool with_acls, Retention_Type retention);
 
-  /// Creates a LUN with the content of a snapshot, and with `to_export` exports it, to nobody yet.
+  /// Creates a LUN from a snapshot, and exports it if `to_export`, with access for no host yet.
   /// Outputs and failures as above.
   bool create_lun(const std::string& snapshot_id, std::string& lun_id, int& lun,
                   bool to_export) const;
 
-  /// create_lun() of a LUN of class TYPE_NEWEST, exported to this host, with the default block
-  /// size.
+  /// Creates a LUN with retention TYPE_NEWEST and the default block size, exported to this host.
   bool create_newest_lun(const ACE_UINT64 size, std::string& lun_id, int& lun);
 
-  /// Exports a LUN to this host; its number on the target goes into `lun_num`. `transport`
-  /// ("iSCSI" or another) and `target` name the way; unless both are given the pool's own is taken.
-  /// Nothing is sent for a host without initiators. Logs nothing when the exchange fails or brings
-  /// no object.
+  /// Exports a LUN to this host, and gets its number on the target. `transport` ("iSCSI" or
+  /// another) and `target` name where; unless both are given, the pool's own are used. Exports
+  /// nothing if this host has no initiators. Logs nothing itself when the request fails or its
+  /// answer is not an object.
   bool export_lun(const std::string& lun_id, int& lun_num, const char* transport,
                   const char* target);
 
-  /// Withdraws a LUN's export; with `force` also one in use. Logs nothing by itself.
+  /// Withdraws a LUN's export, with `force` also one in use. Logs nothing itself.
   bool unexport_lun(const std::string& lun_id, bool force) const;
 
-  /// Takes a LUN back to its newest snapshot; with `force` also one in use. Logs nothing by itself.
+  /// Rolls a LUN back to its newest snapshot, with `force` also one in use. Logs nothing itself.
   bool rollback_lun(const std::string& lun_id, bool force) const;
 
-  /// Deletes a LUN; with `force` also one that is exported. `status`, where not null, receives the
-  /// HTTP status, good or bad (0 when no answer came). Logs nothing by itself.
+  /// Deletes a LUN, with `force` also one that is exported. `status`, if not null, receives the
+  /// HTTP status of success and failure alike (0: no answer). Logs nothing itself.
   bool delete_lun(const std::string& lun_id, bool force, int* status) const;
 
-  /// A LUN's description, into `info`. False also when the service does not know exactly one.
+  /// Gets the description of a LUN. Fails also when the service does not know exactly one.
   bool get_scsi_pool_lun_info(const std::string& lun_id, Object& info) const;
 
-  /// The descriptions of all LUNs of the pool, into `luns`, unchecked. None is a success.
+  /// Gets the descriptions of all LUNs of the pool. The entries are not checked. A pool without
+  /// LUNs gives an empty list.
   bool list_scsi_pool_luns(Array& luns) const;
 
-  /// A LUN's number on the target. False also when it has none.
+  /// Gets a LUN's number on the target. Fails also when it has none.
   bool get_lun_num(const std::string& lun_id, int& lun_num) const;
 
-  /// A LUN's SCSI serial number. An empty `lun_id` is false without a request. Silent when the LUN
-  /// is there but has no serial number.
+  /// Gets a LUN's SCSI serial number. Fails without a log message when the LUN has none, and when
+  /// `lun_id` is empty, which sends no request.
   bool get_serial_number(const std::string& lun_id, std::string& serial_number) const;
 
   // --- Snapshots of LUNs ------------------------------------------------------------------------
 
-  /// Takes a snapshot of a LUN. The service may reclaim a `recyclable` one when it needs the room.
-  /// Logs nothing when the exchange fails or brings no object.
+  /// Takes a snapshot of a LUN. The service may delete a `recyclable` one when it needs space. Logs
+  /// nothing itself when the request fails or its answer is not an object.
   bool create_snapshot(const std::string& lun_id, std::string& snapshot_id, bool recyclable) const;
 
-  /// Exports a snapshot to this host; the number under which it is shared goes into `lun`.
-  /// `transport` and `target` as in export_lun(), and the failures, too.
+  /// Exports a snapshot to this host, and gets its number on the target. `transport`, `target` and
+  /// failures as in export_lun().
   bool share_snapshot(const std::string& snapshot_id, const char* transport, const char* target,
                       int& lun);
 
-  /// Withdraws the share of a snapshot under `lun_num`. Logs nothing by itself.
+  /// Withdraws the export of a snapshot under `lun_num`. Logs nothing itself.
   bool unexport_snapshot(const std::string& snapshot_id, int lun_num) const;
 
-  /// Deletes a snapshot, and with `delete_empty_lun` also its LUN if nothing is left of that. Logs
-  /// nothing by itself.
+  /// Deletes a snapshot, and with `delete_empty_lun` also its LUN if nothing else is left of it.
+  /// Logs nothing itself.
   bool delete_snapshot(const std::string& snapshot_id, const bool delete_empty_lun) const;
 
-  /// A snapshot's description, into `info`. One that is shared several times has a description for
-  /// each LUN number, of which `lun` selects; a single one is taken whatever its number. Silent
-  /// when the service knows no such snapshot, or none under `lun`.
+  /// Gets the description of a snapshot. A snapshot that is exported several times has one for each
+  /// of its numbers, of which `lun` selects one; a single description is taken whatever its number.
+  /// Fails without a log message when the service knows no such snapshot, or none under `lun`.
   bool get_snapshot_info(const std::string& snapshot_id, Object& info, int lun) const;
 
-  /// The SCSI serial number of a snapshot shared under `lun_num`. Silent when it has none.
+  /// Gets the SCSI serial number of a snapshot exported under `lun_num`. Fails without a log
+  /// message when it has none.
   bool get_snapshot_serial_number(const std::string& snapshot_id, int lun_num,
                                   std::string& serial_number) const;
 
-  /// Looks for the snapshot right before `snapshot_id` among those of the same LUN: the one with
-  /// the largest "seq" below its own, the last listed of several alike.
+  /// Gets the predecessor of a snapshot: of the snapshots of the same LUN the one with the largest
+  /// "seq" below its own; of several with the same "seq" the last one listed.
   ///
-  /// Judge by `info`, passed in empty, not by the result: found is a filled `info` and false; none
-  /// is an empty `info` and true; anything else is an empty `info` and false (but a failure amid
-  /// the list may leave the best one before it in `info`). An `info` passed in with content keeps
-  /// it where no snapshot is found.
+  /// Pass an empty `info` and look at it, not at the result, which is true only if there is no
+  /// predecessor. Found: false, `info` filled. None: true, `info` empty. Failure: false, `info`
+  /// empty; but if the list holds a bad entry, `info` may hold the best snapshot before it. A
+  /// non-empty `info` is unchanged when no predecessor is found.
   ///
   /// @code
   ///   Object previous;
@@ -174,92 +174,93 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
   /// @endcode
   bool get_previous_snapshot(const std::string& snapshot_id, Object& info) const;
 
-  /// What a snapshot adds over the one before it, of a LUN (`is_lun`) or of a filesystem: the
-  /// growth of what it refers to ("rfer_size") and what its predecessor holds alone ("excl_size"),
-  /// or 0 after a warning if that is negative; for a first snapshot both its own sizes. A
-  /// predecessor that cannot be found out counts as none.
+  /// Computes the size that a snapshot of a LUN (`is_lun`) or filesystem adds to its predecessor:
+  /// the difference of their "rfer_size" plus the predecessor's "excl_size"; if that is negative,
+  /// 0, and a warning is logged. Without a predecessor, or if it cannot be determined: the
+  /// snapshot's own "rfer_size" plus "excl_size".
   bool cal_snapshot_size(const std::string& snapshot_id, ACE_UINT64& size, bool is_lun) const;
 
-  // --- Who may reach them -----------------------------------------------------------------------
+  // --- Access -----------------------------------------------------------------------------------
 
-  /// Writes this host's initiators into the request body `params`, as "acls", in place of any that
-  /// are there. When `initiators_` is empty they are found out first, and then kept: over iSCSI
-  /// when `transport` says so (in any case of letters) or the pool's known one does, else the Fibre
-  /// Channel ports. With null the pool's transport is asked for when it is not known, and not to
-  /// get it is a failure. False leaves `params` as it was.
+  /// Sets "acls" of the request body `params` to this host's initiators. If `initiators_` is empty,
+  /// fills it first: with the iSCSI name if `transport` is "iSCSI" (in upper or lower case) or
+  /// `scsi_type_` is, else with the Fibre Channel ports. If `transport` is null, `scsi_type_` must
+  /// be known or is asked for.
   bool get_acls(Object& params, const char* transport);
 
-  /// Lets this host reach an exported LUN, beside those who may already. `transport` as in
-  /// get_acls().
-  /// Logs nothing when the exchange fails.
+  /// Adds this host to those with access to an exported LUN. `transport` as in get_acls(). Logs
+  /// nothing itself when the request fails.
   bool add_lun_acls(const std::string& lun_id, const char* transport);
 
-  /// Lets this host reach the share of a snapshot under number `lun`. Logs nothing when the
-  /// exchange fails.
+  /// Adds this host to those with access to a snapshot exported under number `lun`. Logs nothing
+  /// itself when the request fails.
   bool add_snapshot_acls(const std::string& snapshot_id, int lun);
 
-  // --- Filesystems, named within the pool -------------------------------------------------------
+  // --- Filesystems ------------------------------------------------------------------------------
 
-  /// Creates a filesystem: empty, or with the content of `snapshot_id`; mounted at `mount_point`
-  /// when there is one. Null and "" stand for none. Logs nothing by itself.
+  /// Creates a filesystem, empty or from a snapshot, and mounts it if there is a mount point. Null
+  /// or
+  /// "": none. Logs nothing itself.
   bool create_filesystem(std::string name, const std::string* snapshot_id,
                          const std::string* mount_point) const;
 
-  /// Deletes a filesystem. `status` as in delete_lun(). Logs nothing by itself.
+  /// Deletes a filesystem. `status` as in delete_lun(). Logs nothing itself.
   bool delete_filesystem(const std::string& name, int* status) const;
 
-  /// Takes a filesystem back to its newest snapshot. Logs nothing by itself.
+  /// Rolls a filesystem back to its newest snapshot. Logs nothing itself.
   bool rollback_filesystem(std::string name) const;
 
-  /// A filesystem's description, into `info`. When the service does not know exactly one, that is
-  /// not logged, and `status`, where not null, receives the HTTP status; it is written in no other
-  /// case. Without `logging_error` the client does not log a failed exchange either, so that one
-  /// can probe for a filesystem.
+  /// Gets the description of a filesystem. If the service does not know exactly one, nothing is
+  /// logged here, and `status`, if not null, receives the HTTP status; otherwise `status` is not
+  /// written. Without `logging_error` the client does not log a failed request either: so one can
+  /// look whether a filesystem exists.
   bool list_filesystem_info(const std::string& name, Object& info, bool logging_error,
                             int* status) const;
 
-  /// Mounts a filesystem; where goes into `mount_point`. Silent when the answer does not say where.
+  /// Mounts a filesystem and gets its mount point. Fails without a log message when the answer
+  /// lacks it.
   bool mount_filesystem(const std::string& name, std::string& mount_point) const;
 
-  /// The mounts of the pool's filesystems, or of the one that `name` points to (null or "": all),
-  /// into `info`, unchecked.
+  /// Gets the mounts of filesystem `*name`, or of all filesystems of the pool (null or ""). The
+  /// entries are not checked.
   bool list_mounted_filesystem(Array& info, const std::string* name) const;
 
-  /// Moves a filesystem's mount point to `new_mount_point`. Never returns true: an answer that is
-  /// an object is refused with false, and one that is a string, as the reference service gives,
-  /// throws std::runtime_error, although the move is done then. `absolute_path` is not written.
-  /// Read the mount back to know.
+  /// Moves a filesystem's mount point. Never returns true. An answer that is a string, as the
+  /// reference service sends after a successful move, throws std::runtime_error; any other answer
+  /// is a failure. `absolute_path` is not written. Call list_mounted_filesystem() to see what
+  /// happened.
   bool update_filesystem_mountpoint(const std::string& name, const std::string& new_mount_point,
                                     std::string& absolute_path) const;
 
-  /// Unmounts a filesystem. Logs nothing by itself.
+  /// Unmounts a filesystem. Logs nothing itself.
   bool umount_filesystem(const std::string& name) const;
 
-  /// Takes a snapshot of a filesystem. The service may reclaim a `recyclable` one.
+  /// Takes a snapshot of a filesystem. The service may delete a `recyclable` one when it needs
+  /// space.
   bool create_filesystem_snapshot(const std::string& name, std::string& snapshot_id,
                                   bool recyclable) const;
 
-  /// Deletes a snapshot, and with `delete_empty_fs` also its filesystem if nothing is left of that.
-  /// Logs nothing by itself.
+  /// Deletes a snapshot, and with `delete_empty_fs` also its filesystem if nothing else is left of
+  /// it. Logs nothing itself.
   bool delete_filesystem_snapshot(const std::string& snapshot_id, const bool delete_empty_fs) const;
 
-  /// A filesystem snapshot's description, into `info`. False also when the service does not know
+  /// Gets the description of a filesystem's snapshot. Fails also when the service does not know
   /// exactly one.
   bool get_filesystem_snapshot_info(const std::string& snapshot_id, Object& info) const;
 
-  /// Looks for the snapshot right before `snapshot_id` among those of the same filesystem. Judge by
-  /// `info`, as with get_previous_snapshot().
+  /// Gets the predecessor of a filesystem's snapshot. Look at `info`, not at the result, as with
+  /// get_previous_snapshot().
   bool get_previous_filesystem_snapshot(const std::string& snapshot_id, Object& info) const;
 
-  // --- What it is made of -----------------------------------------------------------------------
+  // --- Members ----------------------------------------------------------------------------------
 
-  Retention_Type type = TYPE_NONE;  ///< of no meaning to any operation
+  Retention_Type type = TYPE_NONE;  ///< used by no operation
   std::string host_;
   unsigned short port_ = 0;
   bool ssl_ = false;
   std::string access_key_;
   std::string pool_uuid_;
-  std::string scsi_type_;  ///< "iSCSI" or another transport; "" until the service was asked
-  std::string host_uuid_;  ///< of this host
-  std::vector<std::string> initiators_;  ///< iSCSI names or Fibre Channel WWNs of this host
+  std::string scsi_type_;                ///< SCSI transport, "iSCSI" or another; "": not known yet
+  std::string host_uuid_;                ///< this host's
+  std::vector<std::string> initiators_;  ///< this host's iSCSI names or Fibre Channel WWNs
 };

@@ -62,7 +62,7 @@ bool is_eligible(const Object& storage, const char* host_uuid, const char* devic
   return get_storage_role(storage) == "master";
 }
 
-/// The storage to use, or null after a message.
+/// Returns the storage to use, or logs why there is none and returns null.
 const Object* pick_storage(const Array& storages, const char* host_uuid, const char* device_uuid) {
   const Object* first = nullptr;
   for (const json_spirit::Value& element : storages) {
@@ -75,12 +75,12 @@ const Object* pick_storage(const Array& storages, const char* host_uuid, const c
     ZQ_ERROR("Failed to get device with uuid %s.\n", device_uuid);
     return nullptr;
   }
-  // Whatever its URL, binding or role, on purpose: some storage is better than none.
+  // On purpose whatever its URL, binding or role: any storage is better than none.
   if (first == nullptr) ZQ_ERROR("Failed to get storage.\n");
   return first;
 }
 
-/// The socket of the backup service, by which credentials are fetched when they are needed.
+/// Stores the address of the backup service, where credentials are fetched when they are needed.
 bool take_backup_service(const Object& storage, const Object& attributes, Pool_Info& info) {
   string device_id;
   if (!object_get(storage, "uuid", device_id)) {
@@ -101,7 +101,7 @@ bool take_backup_service(const Object& storage, const Object& attributes, Pool_I
   info.ext_attrs["backupd_host"] = socket->host();
   info.ext_attrs["backupd_port"] = std::to_string(socket->port());
   info.ext_attrs["backupd_access_key"] = Host_Manager::instance()->access_key();
-  // The key's presence is the flag.
+  // TLS is marked by the key alone, its value is empty.
   if (socket->ssl()) {
     info.ext_attrs["backupd_ssl"].clear();
   } else {
@@ -147,7 +147,7 @@ bool complete_file(const Object* attributes, const char* host_uuid, Pool_Info& i
   return true;
 }
 
-/// "node_id" as a node number; both ways of writing a number with the top bit set are in use.
+/// Reads "node_id". Numbers of 2^31 and more may also be written as negative ones.
 bool read_node_id(const Object& attributes, std::uint32_t& node) {
   std::int64_t value = 0;
   if (!object_get(attributes, "node_id", value) ||

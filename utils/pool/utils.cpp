@@ -29,8 +29,8 @@ void take(std::string part, std::string* out) {
   if (out != nullptr) *out = std::move(part);
 }
 
-/// The path behind the device, without its "/". No path at all leaves `out` alone, on purpose:
-/// callers hand in their default.
+/// Stores the path behind the device, without its "/". On purpose nothing is stored if there is no
+/// path: callers pass their default.
 void take_prefix_path(const std::string& path, std::string* out) {
   if (out != nullptr && !path.empty()) out->assign(path, 1);
 }
@@ -43,7 +43,7 @@ bool parse_http_uri(const std::string& uri, std::string* device_uri, std::string
   if (!zqpool::detail::matches(uri, match, HTTP_POOL_URI_RE())) {
     return ZQ_ERROR("Failed to match regex for '%s'\n", uri.c_str());
   }
-  // Out of the path first, since an output may be the string that holds it.
+  // Copied first: an output may be the string `uri` itself.
   std::string device = match[1];
   std::string uuid = match[3];
   const std::string path = match[4];

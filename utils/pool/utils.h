@@ -5,36 +5,35 @@
 #include "platform/json/json_spirit.h"
 #include "utils/support/export.h"
 
-/// Takes apart the path of a device that the storage service serves over HTTP, such as
-/// "/zq/data/5f3a/dir/file": `device_uri` "zq/data/5f3a", `device_uuid` "5f3a", `prefix_path`
-/// "dir/file". Where nothing follows the device, `prefix_path` keeps what it had. Null outputs are
-/// skipped. False, with a message and all outputs untouched, when `uri` is no such path.
-/// Thread-safe.
+// The functions here are thread-safe.
+
+/// Splits the path of a device that the storage service serves over HTTP. Of
+/// "/zq/data/5f3a/dir/file" `device_uri` is "zq/data/5f3a", `device_uuid` "5f3a" and `prefix_path`
+/// "dir/file". `prefix_path` is unchanged if nothing follows the device. Null outputs are skipped.
+/// If `uri` is no such path, logs that and returns false with all outputs unchanged.
 ZQPOOL_EXPORT bool parse_http_uri(const std::string& uri, std::string* device_uri,
                                   std::string* device_uuid, std::string* prefix_path);
 
-/// Takes apart the path of a LAN-free device, such as "/p1/l7/zq/a/b": `device_uri` "p1/l7/zq",
-/// `pool_uuid` "p1", `lun_id` "l7" (empty when the path has none), `prefix_path` "a/b". The rest as
-/// in parse_http_uri().
+/// Splits the path of a LAN-free device. Of "/p1/l7/zq/a/b" `device_uri` is "p1/l7/zq", `pool_uuid`
+/// "p1", `lun_id` "l7" (empty if the path has none) and `prefix_path` "a/b". Otherwise as
+/// parse_http_uri().
 ZQPOOL_EXPORT bool parse_lanfree_uri(const std::string& uri, std::string* device_uri,
                                      std::string* pool_uuid, std::string* lun_id,
                                      std::string* prefix_path);
 
-/// Points the "url" of the device record `dev` at a backup server: `backupd_dev`'s "host"
-/// (string), "port" (integer, an int; cut to 16 bits) and "ssl" (bool) replace those of the URL,
-/// each where present. False, with `dev` untouched, when `dev` has no "url" that parses. Logs
-/// nothing. Thread-safe.
+/// Replaces host, port and TLS in the "url" of the device record `dev` by the "host" (string),
+/// "port" (integer of 32 bits, cut to 16) and "ssl" (bool) of `backupd_dev`, each if present.
+/// Returns false, with `dev` unchanged, if `dev` has no "url" that parses. Logs nothing.
 ZQPOOL_EXPORT bool adjust_device_url_by_backupd_device(const Object& backupd_dev, Object& dev);
 
-/// Whether a storage catalog belongs to one of the cd modules. The identity judged is `agent` when
-/// it is not null, else the record's "agent"; certain "extended_attrs" of the record say no before
-/// it is looked at. Logs nothing. Thread-safe.
+/// Returns whether a storage catalog belongs to one of the cd modules, by the module identity
+/// `agent` (null: the catalog's "agent"; see Catalog_Agent). Catalogs with certain "extended_attrs"
+/// do not, whatever their identity. Logs nothing.
 ZQPOOL_EXPORT bool is_cd_modules(const Object& storage_catalog, const std::string* agent);
 
-/// Asks a storage server for the file-system statistics of its data root. Blocks for one exchange:
-/// at most 120 seconds for connecting, and as long again for the exchange. The low 16 bits of
-/// `port` count. On success `info` is replaced by the server's answer; otherwise one line is
-/// logged, `info` keeps what it had and the result is false. Thread-safe.
+/// Gets the file-system statistics of a storage server's data root. Blocks for at most 120 seconds
+/// to connect and 120 seconds for the request. Only the low 16 bits of `port` are used. On failure
+/// logs one line and returns false with `info` unchanged.
 ZQPOOL_EXPORT bool get_storaged_space_info(const std::string& host, const unsigned int port,
                                            const bool ssl, const std::string& access_key,
                                            Object& info);

@@ -4,11 +4,11 @@
 #include <string>
 #include <utility>
 
-/// What http_encode_string_i() keeps as it is, and how it writes the rest.
+/// Which characters http_encode_string_i() leaves unescaped, and how it escapes the others.
 enum HTTP_URL_Flags : unsigned {
-  HUT_FLAG_SLASH = 1,      ///< "/" is escaped; without this flag it is kept
-  HUT_FLAG_SPACE = 2,      ///< a blank becomes "+"
-  HUT_FLAG_UPPERCASE = 4,  ///< upper-case hexadecimal digits
+  HUT_FLAG_SLASH = 1,      ///< escape "/", which is kept otherwise
+  HUT_FLAG_SPACE = 2,      ///< write a blank as "+"
+  HUT_FLAG_UPPERCASE = 4,  ///< use upper-case hexadecimal digits
   HUT_FLAG_KEEP_COLON = 8,
   HUT_FLAG_KEEP_LEFT_PAREN = 16,
   HUT_FLAG_KEEP_RIGHT_PAREN = 32,
@@ -25,11 +25,11 @@ enum HTTP_URL_Flags : unsigned {
   HUT_FLAG_KEEP_QUESTION = 131072,
   HUT_FLAG_KEEP_AT = 262144,
 
-  /// As encodeURIComponent() of JavaScript.
+  /// Like encodeURIComponent() of JavaScript.
   HUT_FLAG_JS_ENCODE_URI_COMPONENT =
       HUT_FLAG_SLASH | HUT_FLAG_UPPERCASE | HUT_FLAG_KEEP_LEFT_PAREN | HUT_FLAG_KEEP_RIGHT_PAREN |
       HUT_FLAG_KEEP_SINGLE_QUOTE | HUT_FLAG_KEEP_ASTERISK | HUT_FLAG_KEEP_EXCLAMATION,
-  /// As encodeURI() of JavaScript.
+  /// Like encodeURI() of JavaScript.
   HUT_FLAG_JS_ENCODE_URI = HUT_FLAG_UPPERCASE | HUT_FLAG_KEEP_COLON | HUT_FLAG_KEEP_LEFT_PAREN |
                            HUT_FLAG_KEEP_RIGHT_PAREN | HUT_FLAG_KEEP_SINGLE_QUOTE |
                            HUT_FLAG_KEEP_ASTERISK | HUT_FLAG_KEEP_EXCLAMATION |
@@ -40,7 +40,7 @@ enum HTTP_URL_Flags : unsigned {
 
 namespace zqpool::detail {
 
-/// Whether http_encode_string_i() writes `c` as it is.
+/// Whether http_encode_string_i() leaves `c` unescaped.
 constexpr bool http_keeps(char c, unsigned flags) noexcept {
   if ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9')) return true;
   const auto has = [flags](unsigned flag) { return (flags & flag) != 0; };
@@ -89,9 +89,8 @@ constexpr bool http_keeps(char c, unsigned flags) noexcept {
 
 }  // namespace zqpool::detail
 
-/// Writes `text` percent-encoded to the output iterator `out` (advanced when it is an lvalue).
-/// `flags` is a set of HTTP_URL_Flags. Returns false, with nothing written, for a null or empty
-/// text.
+/// Writes `text` percent-encoded to the output iterator `out`, which is advanced if it is an
+/// lvalue. `flags` is a combination of HTTP_URL_Flags. Returns false if `text` is null or empty.
 template <typename It>
 bool http_encode_string_i(const char* text, unsigned flags, It&& out) {
   if (text == nullptr || *text == '\0') return false;
@@ -112,7 +111,7 @@ bool http_encode_string_i(const char* text, unsigned flags, It&& out) {
   return true;
 }
 
-/// Writes the fields of a query string, separated by "&", to an output iterator.
+/// Writes a query string, field by field, to an output iterator.
 ///
 /// @code
 ///   std::string query;
@@ -124,8 +123,8 @@ class HTTP_Query_String_Builder_T {
  public:
   explicit HTTP_Query_String_Builder_T(It iter) : iter_(std::move(iter)) {}
 
-  /// Writes one field: `prefix` and `name`, then "=" and `value`. A null value leaves the "=" out;
-  /// an empty or null name writes nothing at all. A null prefix is none.
+  /// Writes one field: `prefix` (null: none) and `name`, then "=" and `value`. A null `value` omits
+  /// the "=". A null or empty `name` writes nothing.
   HTTP_Query_String_Builder_T& operator()(const char* name, const char* value,
                                           bool encode_name = true, bool encode_value = true,
                                           const char* prefix = nullptr) {
@@ -156,6 +155,6 @@ class HTTP_Query_String_Builder_T {
   bool sep_ = false;  ///< a field has been written
 };
 
-/// The builder over a string.
+/// Writes into a string.
 using HTTP_Query_String_Builder =
     HTTP_Query_String_Builder_T<std::back_insert_iterator<std::string>>;

@@ -8,7 +8,7 @@
 
 #include "platform/json/json_spirit.h"
 
-// Small helpers over json_spirit: building values, and reading members of objects.
+// Helpers to build JSON values and to read members of JSON objects.
 
 /// Makes `value` an empty object and returns that object.
 inline Object& to_new_object(json_spirit::Value& value) {
@@ -22,12 +22,12 @@ inline Array& to_new_array(json_spirit::Value& value) {
   return value.get_array();
 }
 
-/// What insert() returns: each call sets one member of the object.
+/// Returned by insert(). Each call sets one member of the object.
 class Object_Inserter {
  public:
   explicit Object_Inserter(Object& object) noexcept : object_(object) {}
 
-  /// Sets member `key`; a key that is there already gets the new value.
+  /// Sets member `key`, also if there is one already.
   template <typename T>
   const Object_Inserter& operator()(const std::string& key, T&& value) const {
     object_[key] = json_spirit::Value(std::forward<T>(value));
@@ -53,7 +53,7 @@ class Object_Maker {
     return *this;
   }
 
-  /// Sets member `key` to what `value` points to; a null pointer leaves the member out.
+  /// Sets member `key` to `*value`, or does nothing if `value` is null.
   template <typename T>
   Object_Maker& insert_ptr(const std::string& key, const T* value) {
     if (value != nullptr) insert(key, *value);
@@ -64,7 +64,7 @@ class Object_Maker {
     return *this;
   }
 
-  /// Hands the object out; the maker is empty afterwards.
+  /// Returns the object and leaves the maker empty.
   Object take() noexcept { return std::exchange(object_, Object()); }
 
  private:
@@ -80,7 +80,7 @@ class Array_Maker {
     return *this;
   }
 
-  /// Hands the array out; the maker is empty afterwards.
+  /// Returns the array and leaves the maker empty.
   Array take() noexcept { return std::exchange(array_, Array()); }
 
  private:
@@ -89,7 +89,7 @@ class Array_Maker {
 
 namespace zqpool::detail {
 
-/// The JSON type that holds a T, and how to reach the T inside.
+/// The JSON type of a T and how to access it.
 template <typename T>
 struct Json_Type;
 
@@ -172,7 +172,7 @@ auto object_get_any_ptr(O& object, const std::string& key)
   return &Json_Type<T>::get(found->second);
 }
 
-/// Copies a member out; false, with `out` as it was, when it is missing or not a T that fits.
+/// Copies a member. False, with `out` unchanged, if it is missing, not a T or out of range.
 template <typename T>
 bool object_read(const Object& object, const std::string& key, T& out) {
   if constexpr (std::is_same_v<T, Object> || std::is_same_v<T, Array>) {
@@ -184,7 +184,7 @@ bool object_read(const Object& object, const std::string& key, T& out) {
   }
 }
 
-/// What is wrong with member `key` as a T: names the key, the type wanted and the type found.
+/// Says what is wrong with member `key` as a T: the key, the type wanted and the type found.
 template <typename T>
 std::string member_error(const Object& object, const std::string& key) {
   const auto found = object.find(key);
@@ -198,19 +198,19 @@ std::string member_error(const Object& object, const std::string& key) {
 
 }  // namespace zqpool::detail
 
-/// Member `key` as a T (Object, Array or std::string), or null when it is missing or of another
-/// type. The pointer is good until the object changes.
+/// Returns member `key` as a T (Object, Array or std::string), or null if it is missing or of
+/// another type. The pointer is valid until the object changes.
 template <typename T>
 const T* object_get_any_ptr(const Object& object, const std::string& key) {
   return zqpool::detail::object_get_any_ptr<T>(object, key);
 }
-/// As above, to a member that may be changed.
+/// The same for changing the member.
 template <typename T>
 auto object_get_any_ptr(Object& object, const std::string& key) {
   return zqpool::detail::object_get_any_ptr<T>(object, key);
 }
 
-/// Member `key` as a T, or `fallback` when it is missing, of another type or does not fit.
+/// Returns member `key` as a T, or `fallback` if it is missing, of another type or out of range.
 template <typename T>
 T object_get_or_default(const Object& object, const std::string& key, T fallback) {
   zqpool::detail::object_read(object, key, fallback);
@@ -221,7 +221,7 @@ inline std::string object_get_or_default(const Object& object, const std::string
   return object_get_or_default(object, key, std::string(fallback));
 }
 
-/// Reads members of an object, which it does not own, and throws for those that are not as wanted.
+/// Reads members of an object and throws for those that are wrong. Does not own the object.
 ///
 /// @code
 ///   Const_Object_Throw_Extractor extract(answer.get_obj());
@@ -232,10 +232,9 @@ class Const_Object_Throw_Extractor {
  public:
   explicit Const_Object_Throw_Extractor(const Object& object) noexcept : object_(object) {}
 
-  /// Copies member `key` into `out` (Object, Array, std::string, bool, double or an integer of 32
-  /// or 64 bits) and returns true. A member that is missing, of another type or does not fit leaves
-  /// `out` as it was: when it is required a std::runtime_error names the key and both types, else
-  /// the result is false.
+  /// Copies member `key` into `out`: an Object, Array, std::string, bool, double, or integer of 32
+  /// or 64 bits. If it is missing, of another type or out of range, `out` is unchanged, and a
+  /// std::runtime_error names the key and both types, or, if not `required`, the result is false.
   template <typename T>
   bool operator()(const std::string& key, T& out, bool required) const {
     if (zqpool::detail::object_read(object_, key, out)) return true;

@@ -6,8 +6,7 @@
 
 namespace zqpool::detail {
 
-/// Reads required members of an object, which it does not own, and says what is wrong with the one
-/// that could not be read.
+/// Reads required members of an object, without exceptions. Does not own the object.
 ///
 /// @code
 ///   Member_Reader read(answer.get_obj());
@@ -17,8 +16,8 @@ class Member_Reader {
  public:
   explicit Member_Reader(const Object& object) noexcept : object_(object) {}
 
-  /// Copies member `key` into `out`. False, with `out` as it was, when it is missing or not a T
-  /// that fits.
+  /// Copies member `key`. False, with `out` unchanged, if it is missing, of another type or out of
+  /// range.
   template <typename T>
   bool operator()(const char* key, T& out) {
     if (object_read(object_, key, out)) return true;
@@ -26,7 +25,7 @@ class Member_Reader {
     return false;
   }
 
-  /// Names the key that was read last in vain, the type wanted and the type found.
+  /// Why the last failed read failed: the key, the type wanted and the type found.
   const char* error() const noexcept { return error_.c_str(); }
 
  private:

@@ -6,8 +6,8 @@
 
 namespace zqpool::detail {
 
-/// boost::regex_match() for a text from outside: where matching a hostile text would take too
-/// long, Boost gives up with an exception, and that is no match.
+/// boost::regex_match() for untrusted text. Boost throws when matching would take too long; that
+/// counts as no match.
 inline bool matches(const std::string& text, boost::smatch& match, const boost::regex& expression) {
   try {
     return boost::regex_match(text, match, expression);

@@ -8,19 +8,19 @@
 
 namespace zqpool::detail {
 
-/// What one attempt came to.
+/// The outcome of an attempt.
 enum class Attempt {
-  done,   ///< it succeeded
-  again,  ///< it failed, and may succeed later
-  stop    ///< it failed, and trying again will not help
+  done,   ///< success
+  again,  ///< failed, a retry may help
+  stop    ///< failed, a retry cannot help
 };
 
-/// Calls `attempt` (of type Attempt()) until it is done, and sleeps between the calls: growing
-/// random delays of whole seconds, at most 60 each. Returns true when an attempt was done, false
-/// when one said stop or when it is time to give up, which is up to the caller to log.
+/// Calls `attempt` (of type Attempt()) until it is done, with growing random delays of whole
+/// seconds in between, at most 60 each. Returns false when an attempt says stop or the time is up;
+/// logging that is up to the caller.
 ///
-/// `timeout` bounds the seconds slept, not the calls: another attempt follows while less than that
-/// has been slept, so 0 makes one attempt and the last delay may pass the limit. -1 is no limit.
+/// `timeout` limits the seconds slept: a retry follows as long as less than that has been slept. So
+/// 0 makes one attempt, and the last delay may exceed the limit. -1: no limit.
 /// `location` is where the notices of further attempts say they come from.
 template <typename Call>
 bool retry(const Source_Location& location, int timeout, Call&& attempt,

@@ -11,7 +11,7 @@
 
 namespace zqpool::detail {
 
-/// Where a service is, and the key that it is asked with. Borrows its texts.
+/// Where a service is, and the access key for it. Does not own its texts.
 struct Service_Endpoint {
   const char* host;
   unsigned short port;
@@ -19,8 +19,8 @@ struct Service_Endpoint {
   const char* access_key;
 };
 
-/// One exchange with a service: what is asked, and the client that asks. Lives on the stack of one
-/// operation; send() may be called again, with the same request over the same client.
+/// One request to a service and the client that sends it. send() may be called again, to repeat the
+/// request.
 ///
 /// @code
 ///   json_spirit::Value answer;
@@ -30,10 +30,10 @@ struct Service_Endpoint {
 /// @endcode
 class Service_Call {
  public:
-  /// Asks with a client of its own, which ends with the call, and sends the endpoint's access key.
-  /// `method` is one of HTTP_METHOD_GET, POST, PUT and DELETE.
+  /// Uses a client of its own and sends the endpoint's access key. `method` is one of
+  /// HTTP_METHOD_GET, POST, PUT and DELETE.
   Service_Call(const Service_Endpoint& endpoint, int method, const char* path);
-  /// Asks with `client`, which knows its key itself and outlives the call.
+  /// Uses `client`, which adds its own access key and must outlive this object.
   Service_Call(JSON_RESTful_Client& client, int method, const char* path);
   Service_Call(const Service_Call&) = delete;
   Service_Call& operator=(const Service_Call&) = delete;
@@ -45,18 +45,18 @@ class Service_Call {
   Service_Call& raw(const char* name, const std::string& value);
   /// The same, with "true" or "false".
   Service_Call& flag(const char* name, bool value);
-  /// What POST and PUT carry; they carry nothing without it.
+  /// Sets the body of a POST or PUT.
   Service_Call& body(json_spirit::Value value);
-  /// How often the client itself repeats a failed exchange.
+  /// How often the client itself repeats a failed request.
   Service_Call& retries(int count);
-  /// Whether the client itself logs a failed exchange.
+  /// Whether the client itself logs a failed request.
   Service_Call& logging_error(bool on);
-  /// Where every GET and DELETE leaves its HTTP status, good or bad; 0 when no answer came. Null:
-  /// not wanted.
+  /// Where send() stores the HTTP status of a GET or DELETE, of success and failure alike (0: no
+  /// answer). Null: not wanted.
   Service_Call& status(int* status);
 
-  /// Makes the exchange; true when it succeeded. `answer` receives the answer's body when there is
-  /// one, also of a failed exchange, and keeps what it has otherwise; null when it is not wanted.
+  /// Sends the request. Returns whether it succeeded. `answer`, if not null, receives the body of
+  /// the answer, also of a failed request; without a body it is unchanged.
   bool send(json_spirit::Value* answer = nullptr);
 
  private:

@@ -8,24 +8,25 @@
 #include <cstdint>
 #include <type_traits>
 
-/// A printf-style text that lives on the stack while it is shorter than N characters and moves to
-/// the heap when it is not, so that it is never cut short while memory lasts.
+/// A text formatted as by printf(): in the object itself while it is shorter than N characters, on
+/// the heap otherwise. It is truncated only when memory runs out.
 ///
 /// @code
 ///   snprintf_t<100> query("pool_id=%s&lun_id=%s", pool_uuid.c_str(), lun_id.c_str());
 ///   request.query_string(query.c_str());
 /// @endcode
 ///
-/// Throws nothing. An object belongs to one thread and is neither copied nor moved.
+/// Throws nothing. An object is used by one thread at a time.
 template <std::size_t N, typename CHAR = char>
 class snprintf_t {
   static_assert(N > 0, "there must be room for the terminator");
   static_assert(std::is_same_v<CHAR, char>,
                 "the C library's wide printf does not tell how long the text would be");
 
-  // Formats are spelt as char, because the attribute that has them checked wants to know.
  public:
-  /// Formats at once. A text that cannot be formatted gives the empty text.
+  // `format` is a char*, and not a CHAR*, because gnu::format asks for it.
+
+  /// Formats a text. It is empty if the C library cannot format it.
   [[gnu::format(printf, 2, 3)]] explicit snprintf_t(const char* format, ...) noexcept {
     std::va_list args;
     va_start(args, format);
@@ -36,9 +37,9 @@ class snprintf_t {
   snprintf_t(const snprintf_t&) = delete;
   snprintf_t& operator=(const snprintf_t&) = delete;
 
-  /// Formats again into the same object; no argument may point into it. Returns the length, or -1:
-  /// when memory is exhausted (the object keeps what fitted) and when the C library cannot format
-  /// the text (the object is then empty). `args` is left usable for its owner's va_end().
+  /// Replaces the text; no argument may point into it. Returns the length, or -1 if memory runs out
+  /// (the text is then truncated) or if the C library cannot format it (the text is then empty).
+  /// The caller must still call va_end() on `args`.
   [[gnu::format(printf, 2, 0)]] int vset(const char* format, std::va_list args) noexcept {
     for (bool guessed = false;;) {
       CHAR* const text = ptr_ != nullptr ? ptr_ : buf_;
@@ -51,17 +52,16 @@ class snprintf_t {
 
       std::uint64_t wanted = static_cast<std::uint64_t>(len_);
       if (len_ < 0 || wanted == size + 1) {
-        // ACE answers "size plus one" also when the C library cannot format the text at all. A text
-        // that really is that long fits on the next pass, so a second such answer tells them apart.
+        // ACE returns "size plus one" also when the C library cannot format the text. A text that
+        // really is that long fits on the next pass; if the same comes again, it is an error.
         if (len_ < 0 || guessed) {
           text[0] = CHAR();
           len_ = 0;
           return -1;
         }
         guessed = true;
-        // Doubling here looks like an oversight and is not to be "fixed": on a C library that does
-        // not tell how much is needed the answer is only ACE's guess, and growing by one would
-        // crawl. Callers count on the sizes that follow from it.
+        // Doubled on purpose: where the C library does not tell the length, this is ACE's guess,
+        // and growing by one would take too many passes. Callers rely on the resulting sizes.
         wanted *= 2;
       } else {
         guessed = false;
@@ -80,7 +80,7 @@ class snprintf_t {
 
  protected:
   CHAR buf_[N];
-  std::int32_t len_ = 0;    ///< characters of the text; 0 after a failure
-  CHAR* ptr_ = nullptr;     ///< the heap buffer, once the text has outgrown buf_
-  std::uint64_t size_ = 0;  ///< capacity of the heap buffer in bytes
+  std::int32_t len_ = 0;    ///< length of the text; 0 after a failure
+  CHAR* ptr_ = nullptr;     ///< heap buffer; null: the text is in buf_
+  std::uint64_t size_ = 0;  ///< size of the heap buffer in bytes
 };

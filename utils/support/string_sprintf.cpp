@@ -10,7 +10,7 @@ constexpr std::size_t min_room = 128;
 
 void cut_back(std::string& out, std::size_t start) {
   if (start == 0) {
-    std::string().swap(out);  // releases the storage, which clear() would keep
+    std::string().swap(out);  // clear() would keep the memory
   } else {
     out.resize(start);
   }
@@ -38,15 +38,15 @@ ssize_t vsprintf_at(std::string& out, std::size_t start, const char* format, std
       return static_cast<ssize_t>(out.size());
     }
     if (length == room + 1) {
-      // ACE answers "room plus one" also when the C library cannot format the text at all. A text
-      // that really is that long fits on the next pass, so a second such answer tells them apart.
+      // ACE returns "room plus one" also when the C library cannot format the text. A text that
+      // really is that long fits on the next pass; if the same comes again, it is an error.
       if (guessed) {
         cut_back(out, start);
         return -1;
       }
       guessed = true;
-      // Not to be "fixed": on a C library that does not tell how much is needed the answer is only
-      // ACE's guess, and growing by one would crawl.
+      // On purpose: where the C library does not tell the length, this is ACE's guess, and growing
+      // by one would take too many passes.
       length += min_room;
     } else {
       guessed = false;

@@ -3,14 +3,14 @@
 #include <cstddef>
 #include <cstring>
 
-// Which family a storage URL belongs to, by its first bytes. Letters are compared as they stand and
-// nothing is trimmed; a null URL belongs to none.
+// The kind of a storage URL, by its prefix. Case matters, blanks are not trimmed, and a null URL is
+// of no kind.
 
 namespace zqpool::detail {
 
 struct Url_Prefix {
   const char* text;
-  std::size_t compared;  ///< bytes of `text` that count
+  std::size_t compared;  ///< how many bytes of `text` to compare
 };
 
 template <std::size_t Count>
@@ -31,7 +31,7 @@ inline bool is_dedup_uri(const char* url) noexcept {
   return zqpool::detail::begins_with_any(url, prefixes);
 }
 
-/// An object store of the S3 family, which includes the "hbr" pair.
+/// An object store of the S3 family, hybrid backup repositories included.
 inline bool is_s3_uri(const char* url) noexcept {
   static constexpr zqpool::detail::Url_Prefix prefixes[] = {
       {"s3://", 5},
@@ -49,7 +49,7 @@ inline bool is_s3_uri(const char* url) noexcept {
       {"cos://", 6},
       {"coss://", 7},
       {"scs://", 6},
-      // Not 7: peers write "scss:/" followed by anything, and that is to count.
+      // 6 and not 7 on purpose: peers also write "scss:/".
       {"scss://", 6},
       {"blob://", 7},
       {"blobs://", 8},

@@ -2,8 +2,6 @@
 
 #include "platform/json/json_spirit.h"
 
-// How answers of a service are judged.
-
 namespace zqpool::detail {
 
 inline bool is_object(const json_spirit::Value& value) {
@@ -14,8 +12,7 @@ inline bool is_array(const json_spirit::Value& value) {
   return value.type() == json_spirit::array_type;
 }
 
-/// Takes the object out of an array that holds it and nothing else; false, with `object` as it was,
-/// for any other array.
+/// Swaps the only element of `array` with `object`. False if that is not one object.
 inline bool take_only_object(Array& array, Object& object) {
   if (array.size() != 1 || !is_object(array.front())) return false;
   object.swap(array.front().get_obj());

@@ -101,7 +101,7 @@ bool Filesystem_Protocol::move_mount(const string& name, const string& mount_poi
     return ZQ_LOG_AT(location_, LM_ERROR, "Failed to update filesystem %s mountpoint.\n",
                      name.c_str());
   }
-  // Asks a string for its members, and so throws. Callers are used to that; see the headers.
+  // Throws on purpose, as the answer is a string: callers rely on it, see the public headers.
   return json_spirit::object_get(answer.get_obj(), "mountpoint", reported);
 }
 

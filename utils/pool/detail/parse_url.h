@@ -7,13 +7,13 @@
 
 namespace zqpool::detail {
 
-/// Takes a URL apart, without a message. False leaves `uri` as it was.
+/// Parses `url` without a message. On failure `uri` is unchanged.
 inline bool parse_url_silently(const std::string& url, URI& uri) {
-  // What follows a zero byte would be lost.
+  // The parser would ignore what follows a zero byte.
   return url.find('\0') == std::string::npos && URI_Parser().parse(url.c_str(), uri);
 }
 
-/// The same; false after a message for the caller at `location`.
+/// The same, with a message on failure.
 inline bool parse_url(const Source_Location& location, const std::string& url, URI& uri) {
   if (parse_url_silently(url, uri)) return true;
   return ZQ_LOG_AT(location, LM_ERROR, "Failed to parse url: %s\n", url.c_str());

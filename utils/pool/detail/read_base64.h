@@ -7,8 +7,8 @@
 
 namespace zqpool::detail {
 
-/// Decodes the Base64 text of member `key` into `bytes`, which stays as it was when there is none
-/// or it does not decode.
+/// Decodes the Base64 text of member `key`. `bytes` is unchanged if it is missing or cannot be
+/// decoded.
 inline void read_base64(const Object& object, const char* key, std::string& bytes) {
   const std::string* text = json_spirit::object_get_str(object, key);
   Base64_Decoder decoder;

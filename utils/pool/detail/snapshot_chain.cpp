@@ -8,7 +8,6 @@ struct Sizes {
   std::uint64_t rfer = 0;
 };
 
-/// False, after a message, when the snapshot does not tell both.
 bool read_sizes(const Source_Location& location, const Object& snapshot, Sizes& sizes) {
   Member_Reader read(snapshot);
   return (read("excl_size", sizes.excl) && read("rfer_size", sizes.rfer)) ||

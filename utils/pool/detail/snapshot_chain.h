@@ -13,13 +13,12 @@
 
 namespace zqpool::detail {
 
-/// Puts the description of the snapshot right before `snapshot_id` into `info`. Whether there is
-/// one shows in `info`, if it was empty before, and not in the result.
+/// Gets the description of the predecessor of `snapshot_id`. An `info` that was empty tells whether
+/// there is one; the result does not.
 ///
-/// `describe(Object& current)` gets the description of `snapshot_id` itself,
-/// `list(const std::string& parent_id, json_spirit::Value& answer)` all snapshots of its parent;
-/// both return whether that succeeded. `report_bad_entry(answer, parent_id)` logs that an element
-/// of that list has no "seq".
+/// `bool describe(Object& current)` gets the description of `snapshot_id` itself, `bool list(const
+/// std::string& parent_id, json_spirit::Value& answer)` all snapshots of its parent.
+/// `void report_bad_entry(answer, parent_id)` logs that an entry of that list has no "seq".
 template <typename Describe, typename List, typename Report>
 bool get_previous_snapshot(const Source_Location& location, const std::string& snapshot_id,
                            Object& info, const Describe& describe, const List& list,
@@ -42,7 +41,7 @@ bool get_previous_snapshot(const Source_Location& location, const std::string& s
   }
   if (answer.get_array().empty()) return false;
 
-  // The best one is moved out of the list only at the end, because a message may show all of it.
+  // Moved out of the list only at the end: report_bad_entry() may print the whole list.
   Object* best = nullptr;
   int best_seq = -1;
   bool good = true;
@@ -68,8 +67,8 @@ bool get_previous_snapshot(const Source_Location& location, const std::string& s
   return good && info.empty();
 }
 
-/// What the snapshot described by `current` adds over the one described by `previous` (empty: there
-/// is none). False, after a message, when one of them does not tell its sizes.
+/// Computes what the snapshot `current` adds to `previous` (empty: no predecessor). Logs and fails
+/// if one of the descriptions lacks its sizes.
 bool added_size(const Source_Location& location, const Object& current, const Object& previous,
                 std::uint64_t& size);
 
