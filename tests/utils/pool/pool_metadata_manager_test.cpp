@@ -89,6 +89,36 @@ Expected_Line retry_notice(int number) {
   return test::retry_notice(number, "utils/pool/pool_metadata_manager.cpp");
 }
 
+/// What the operations with a timeout do alike. `ask(timeout)` asks for `uuid`; `output` is what
+/// the record goes into.
+template <typename Ask>
+std::vector<Wire_Row> retry_rows(const Ask& ask, const std::string& path, const std::string& uuid,
+                                 const std::string& output, const Expected_Line& gave_up) {
+  const std::string target = path + "?uuid=" + uuid;
+  return {
+      Row("timeout_0_makes_one_attempt", ask(0))
+          .sends("GET", target)
+          .gets(refusal())
+          .logs(client_error("GET", path))
+          .logs(gave_up)
+          .gives(false, "{\"" + output + R"(":{"old":true}})"),
+      Row("answer_is_not_reset_between_attempts", ask(-1))
+          .sends("GET", target)
+          .again(1)
+          .gets(json_answer(500, R"({"rows":[{"uuid":"of the first attempt"}]})"))
+          .gets(http_answer(204, ""))
+          .logs(client_error("GET", path))
+          .logs(retry_notice(1))
+          .pauses(1)
+          .gives(true, "{\"" + output + R"(":{"uuid":"of the first attempt"}})"),
+  };
+}
+
+std::vector<Wire_Row> joined(std::vector<Wire_Row> rows, const std::vector<Wire_Row>& more) {
+  rows.insert(rows.end(), more.begin(), more.end());
+  return rows;
+}
+
 std::vector<Wire_Row> pool_info_rows() {
   const std::string target = pool_path + "?uuid=p1";
   const Expected_Line gave_up = error("Failed to get pool info from pool 'p1'.\n");
@@ -103,7 +133,7 @@ std::vector<Wire_Row> pool_info_rows() {
         .logs(error("Failed to get pool info: {any}" + wanted + "{any}" + found + "{any}\n"))
         .gives(false, untouched_pool);
   };
-  return {
+  const std::vector<Wire_Row> rows = {
       Row("one_row_is_the_pool", get_pool_info("p1", 0))
           .sends("GET", target)
           .gets(ok(R"({"rows":[{"uuid":"p1","size":18446744073709551615}],"total":1})"))
@@ -141,12 +171,6 @@ std::vector<Wire_Row> pool_info_rows() {
           .sends("GET", target)
           .gets(http_answer(204, ""))
           .logs(error("Failed to get pool info: {any}object{any}null{any}\n"))
-          .gives(false, untouched_pool),
-      Row("timeout_0_makes_one_attempt", get_pool_info("p1", 0))
-          .sends("GET", target)
-          .gets(refusal())
-          .logs(failed)
-          .logs(gave_up)
           .gives(false, untouched_pool),
       Row("failed_call_with_the_wanted_rows_is_a_failure", get_pool_info("p1", 0))
           .sends("GET", target)
@@ -188,15 +212,6 @@ std::vector<Wire_Row> pool_info_rows() {
           .logs(gave_up)
           .pauses(2)
           .gives(false, untouched_pool),
-      Row("answer_is_not_reset_between_attempts", get_pool_info("p1", -1))
-          .sends("GET", target)
-          .again(1)
-          .gets(json_answer(500, R"({"rows":[{"uuid":"of the first attempt"}]})"))
-          .gets(http_answer(204, ""))
-          .logs(failed)
-          .logs(retry_notice(1))
-          .pauses(1)
-          .gives(true, R"({"pool":{"uuid":"of the first attempt"}})"),
       Row("body_that_is_no_json_is_a_failed_call", get_pool_info("p1", 0))
           .sends("GET", target)
           .gets(ok(R"({"rows":[{"uuid":"p1"}])"))
@@ -204,6 +219,8 @@ std::vector<Wire_Row> pool_info_rows() {
           .logs(gave_up)
           .gives(false, untouched_pool),
   };
+  const auto ask = [](int timeout) { return get_pool_info("p1", timeout); };
+  return joined(rows, retry_rows(ask, pool_path, "p1", "pool", gave_up));
 }
 
 std::vector<Wire_Row> located_devices_rows() {
@@ -386,7 +403,7 @@ std::vector<Wire_Row> device_with_uuid_rows() {
         .logs(not_one)
         .gives(false, untouched_device);
   };
-  return {
+  const std::vector<Wire_Row> rows = {
       Row("one_row_is_the_device", get_device_with_uuid("d1", 0))
           .sends("GET", target)
           .gets(ok(R"({"rows":[{"uuid":"d1"}]})"))
@@ -425,12 +442,6 @@ std::vector<Wire_Row> device_with_uuid_rows() {
           .logs(retry_notice(1))
           .pauses(1)
           .gives(true, R"({"device":{"uuid":"d1"}})"),
-      Row("timeout_0_makes_one_attempt", get_device_with_uuid("d1", 0))
-          .sends("GET", target)
-          .gets(refusal())
-          .logs(failed)
-          .logs(gave_up)
-          .gives(false, untouched_device),
       Row("timeout_0_gives_up_on_an_answer_that_is_no_object", get_device_with_uuid("d1", 0))
           .sends("GET", target)
           .gets(ok("[]"))
@@ -446,16 +457,9 @@ std::vector<Wire_Row> device_with_uuid_rows() {
           .logs(gave_up)
           .pauses(1)
           .gives(false, untouched_device),
-      Row("answer_is_not_reset_between_attempts", get_device_with_uuid("d1", -1))
-          .sends("GET", target)
-          .again(1)
-          .gets(json_answer(500, R"({"rows":[{"uuid":"of the first attempt"}]})"))
-          .gets(http_answer(204, ""))
-          .logs(failed)
-          .logs(retry_notice(1))
-          .pauses(1)
-          .gives(true, R"({"device":{"uuid":"of the first attempt"}})"),
   };
+  const auto ask = [](int timeout) { return get_device_with_uuid("d1", timeout); };
+  return joined(rows, retry_rows(ask, device_path, "d1", "device", gave_up));
 }
 
 TEST_P(Wire_Table, row_holds) {
