@@ -30,13 +30,13 @@ class Answer {
     reset,      ///< torn down with RST
     hold,       ///< kept open, nothing is read or sent any more
   };
-  /// What is done instead of reading a request.
+  /// What to do with a new connection.
   enum class On_Accept {
-    read,         ///< nothing: the request is read, then answered
-    ignore,       ///< neither TLS handshake nor reading: the peer waits for ever
-    close,        ///< closed at once
+    read,         ///< read the request, then answer it
+    ignore,       ///< neither TLS handshake nor reading: the peer waits
+    close,        ///< close at once
     reset,        ///< RST at once
-    reset_later,  ///< RST when so many bytes were read (TLS: after its handshake), answer or not
+    reset_later,  ///< RST after so many bytes (TLS: after the handshake), with or without answer
   };
 
   /// A header of the answer, after those before.
@@ -52,7 +52,7 @@ class Answer {
   /// From byte `from` on, one byte every `pause`.
   Answer& drip(std::chrono::milliseconds pause, std::size_t from = 0);
   Answer& end(End end);
-  /// Called on the connection's thread when the request is there, before the answer goes out.
+  /// Called on the connection's thread between request and answer.
   Answer& before(std::function<void(const Recorded_Request&)> hook);
 
   /// The bytes of the whole answer; `closing` adds "Connection: close".

@@ -15,7 +15,7 @@ struct Any_Answer {
   enum class Kind {
     good,     ///< the operation's own good answer
     none,     ///< no HTTP answer: refused, closed, reset, cut off
-    failure,  ///< an HTTP status that is no success
+    failure,  ///< an HTTP status other than 2xx
     no_json,  ///< 200 with a body that is not JSON
     empty,    ///< 204
     json,     ///< 200 with `value`, which is not the good answer
@@ -23,10 +23,10 @@ struct Any_Answer {
   std::string name;
   Kind kind = Kind::good;
   Answer answer;             ///< given to every request
-  bool refused = false;      ///< nobody listens at all
+  bool refused = false;      ///< nobody listens on the port
   json_spirit::Value value;  ///< the body, where it is JSON
 
-  /// Whether the client call itself is to succeed.
+  /// Whether the client's own call succeeds.
   bool exchange_succeeds() const {
     return kind == Kind::good || kind == Kind::empty || kind == Kind::json;
   }

@@ -72,8 +72,8 @@ ssize_t Log_Capture::log(ACE_Log_Record& record) {
   line.text = record.msg_data();
   line.line = log->linenum();
   if (line.line > 0 && log->file() != nullptr) line.file = log->file();
-  // The thread's place stays until it is set again: forget it, so that a record made without one
-  // does not seem to have the place of the one before.
+  // ACE keeps a thread's location until the next one is set: clear it, or a record made without one
+  // would seem to have the last one.
   log->linenum(0);
   const std::lock_guard lock(mutex_);
   ever_ += line.text;

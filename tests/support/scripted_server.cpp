@@ -139,7 +139,7 @@ class Scripted_Server::Stream {
     const int ready = poll(both, 2, static_cast<int>(limit.count()));
     return ready >= 0 && both[1].revents == 0;
   }
-  /// Lets the time pass. False when the server stops or the peer is gone.
+  /// Sleeps. False when the server stops or the peer is gone.
   bool pause(std::chrono::milliseconds time) {
     pollfd both[2] = {{socket_.get(), POLLRDHUP, 0}, {stop_, POLLIN, 0}};
     return poll(both, 2, static_cast<int>(time.count())) == 0;
@@ -198,7 +198,7 @@ class Scripted_Server::Stream {
     return true;
   }
 
-  /// Ends our half, under TLS with its close alert if it is to be in order.
+  /// Shuts down our half; under TLS with a close alert if `in_order`.
   void close(bool in_order) {
     if (ssl_ != nullptr && in_order) {
       ERR_clear_error();
@@ -207,7 +207,7 @@ class Scripted_Server::Stream {
     shutdown(socket_.get(), SHUT_WR);
   }
   void reset() { reset_on_close(socket_.get()); }
-  /// Takes and drops what comes until the peer is gone.
+  /// Reads and drops everything until the peer is gone.
   void hold() {
     char dropped[4096];
     for (;;) {
@@ -249,7 +249,7 @@ Scripted_Server::Scripted_Server(const Server_Options& options)
       stop_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
   require(stop_.get() >= 0, "eventfd");
   if (options.receive_buffer > 0) {
-    // Inherited by the connections taken.
+    // Accepted connections inherit it.
     setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &options.receive_buffer,
                sizeof options.receive_buffer);
   }
@@ -353,7 +353,7 @@ bool Scripted_Server::wait_for_closes(std::size_t count) const {
 }
 
 bool Scripted_Server::settle() const {
-  // A connection that the kernel completed may still wait to be accepted: it is taken first.
+  // A connection that the kernel has completed may not be accepted yet.
   pollfd waiting{listener_.get(), POLLIN, 0};
   return wait_until([this, &waiting] { return open_ == 0 && poll(&waiting, 1, 0) == 0; });
 }
@@ -452,7 +452,7 @@ void Scripted_Server::serve(Stream& stream, std::size_t number,
       const std::lock_guard lock(mutex_);
       ++failed_handshakes_;
     }
-    // Closed in order, so that the client hears the alert before the end.
+    // Closed in order, so that the client receives the alert first.
     stream.close(false);
     stream.hold();
     return;

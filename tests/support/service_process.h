@@ -30,7 +30,7 @@ struct Service_Settings {
 class Service_Process {
  public:
   /// Starts it and waits until it listens. Throws std::runtime_error, with what the process said,
-  /// when it does not within thirty seconds.
+  /// when it does not within two minutes.
   explicit Service_Process(const Service_Settings& settings = {});
   ~Service_Process();
   Service_Process(const Service_Process&) = delete;

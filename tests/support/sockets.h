@@ -51,10 +51,10 @@ class Black_Hole {
  public:
   explicit Black_Hole(const std::string& address = "127.0.0.1", unsigned short port = 0);
   unsigned short port() const { return port_of(listener_); }
-  /// From now on connections are taken (and never served); those that wait get through when their
-  /// system asks again, after a second.
+  /// Accepts connections from now on, without serving them. Those already waiting get through when
+  /// their SYN is sent again, after a second.
   void open_up();
-  /// From now on connections are refused, those that wait at the same moment.
+  /// Refuses connections from now on, also those already waiting.
   void refuse();
 
  private:

@@ -24,9 +24,9 @@ class Test_Certificates {
   Identity other_host;     ///< signed by the CA, but for other.test and 127.0.0.9
   Identity expired;        ///< signed by the CA, ended an hour ago
   Identity not_yet_valid;  ///< signed by the CA, begins in an hour
-  Identity self_signed;    ///< good but for having no CA
+  Identity self_signed;    ///< good, but signed by itself
   Identity foreign;        ///< good, signed by the foreign CA
-  Identity client;         ///< a client's, subject "zqpool test client", signed by the CA
+  Identity client;         ///< for a client, subject "zqpool test client", signed by the CA
 
   std::string ca;  ///< the CA's certificate, PEM
   std::string ca_file;

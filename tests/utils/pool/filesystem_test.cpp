@@ -551,7 +551,6 @@ using Both = testing::Types<Scsi, Image>;
 class Manager_Name {
  public:
   template <typename Manager>
-  // NOLINTNEXTLINE(readability-identifier-naming): GoogleTest's name
   static std::string GetName(int) {
     return std::is_same_v<Manager, Scsi> ? "SCSI" : "Image";
   }

@@ -319,7 +319,7 @@ std::vector<Wire_Row> export_rows() {
                      R"(,"lun_id":"l1","pool_id":"p1","target":"","type":""})")
           .gets(ok(R"({"lun_num":5})"))
           .gives(true, R"({"lun":5})"),
-      // That the pool is not asked shows that the type went to the access list.
+      // Without the transport the pool would be asked for it.
       Row("type_alone_is_not_sent_but_chooses_the_initiators",
           export_lun(Initiators::both, "iscsi", nullptr))
           .sends("POST", export_path,

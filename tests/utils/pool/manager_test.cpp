@@ -31,7 +31,7 @@ class Host_Files {
         return directory_.path("fibre_channel");
       case Initiators::none:
         return directory_.path("none");
-      default:  // also beside given ones, which spare the look for those
+      default:  // also for given initiators, so that a search would find others
         return directory_.path("both");
     }
   }

@@ -52,9 +52,9 @@ inline Expected_Line scsi_error(const std::string& text) {
   return error_of<SCSI_Target_Manager>(text);
 }
 
-/// How this host's initiators are to be had.
+/// Where this host's initiators come from.
 enum class Initiators {
-  given,          ///< by whoever makes the manager: "i1" and "i2"
+  given,          ///< passed to the manager's constructor: "i1" and "i2"
   iscsi,          ///< "iqn.found" in the host's files
   fibre_channel,  ///< "0xf1" and "0xf2" in the host's files
   both,
@@ -72,10 +72,10 @@ inline const std::string iscsi_acls = R"([{"host_uuid":"h1","initiator":"iqn.fou
 inline const std::string fibre_channel_acls =
     R"([{"host_uuid":"h1","initiator":"0xf1"},{"host_uuid":"h1","initiator":"0xf2"}])";
 
-/// The request by which a pool's transport is found out.
+/// The request for a pool's transport.
 inline const std::string type_target = "/zq/r/pool?type=scsi&pool_id=p1";
 
-/// What outputs hold before a call, to see whether it wrote them.
+/// What outputs hold before a call, to show whether it wrote them.
 inline Object old_object() {
   return {{"old", true}};
 }
@@ -83,22 +83,21 @@ inline Array old_array() {
   return {json_spirit::Value("old")};
 }
 
-/// What an operation is to make of an answer.
+/// The expected outcome of an operation.
 struct Judgement {
   bool result = false;
   Object outputs;
-  std::vector<std::string>
-      messages;  ///< behind what the client logs; may hold "{any}" and the like
+  std::vector<std::string> messages;  ///< after the client's own line; "{any}" and the like hold
 };
 /// Judges by the body of the answer; null when the exchange failed.
 using Judge = std::function<Judgement(const json_spirit::Value* body)>;
 
-/// Gives an operation any answer at all and compares what it makes of it. A failed exchange is
-/// logged by the client in one line, unless `client_logs` says otherwise.
+/// Runs an operation with each of any_answers() and compares the outcome. The client logs a failed
+/// exchange in one line if `client_logs`.
 void judge_any_answer(const Call& call, const std::string& good_answer, const Judge& judge,
                       bool client_logs = true);
 
-/// The same for an operation that asks again after `first` has been answered.
+/// The same for an operation whose first request gets the answer `first`.
 void judge_any_second_answer(const Call& call, const std::string& first,
                              const std::string& good_answer, const Judge& judge);
 

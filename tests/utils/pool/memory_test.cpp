@@ -23,10 +23,10 @@ const std::string name = "11111111-2222-3333-4444-555555555555";
 /// One read with everything it needs made beforehand, so that only its own allocations count.
 struct Read {
   std::function<bool(const Endpoint&)> call;
-  std::function<void()> forget;   ///< puts the outputs back to what they were before any call
-  std::function<bool()> written;  ///< whether any output that a failure leaves alone was written
+  std::function<void()> forget;   ///< resets the outputs
+  std::function<bool()> written;  ///< whether an output was written that a failure must not write
   std::string good_answer;
-  bool catches_exceptions = false;  ///< failures behind the exchange are false, too
+  bool catches_exceptions = false;  ///< reports exceptions after the exchange as failures
 };
 
 class Memory : public testing::Test {
@@ -34,11 +34,11 @@ class Memory : public testing::Test {
   Memory() { ACE_Log_Msg::instance()->clr_flags(ACE_Log_Msg::STDERR); }
   ~Memory() override { ACE_Log_Msg::instance()->set_flags(ACE_Log_Msg::STDERR); }
 
-  /// Makes the read again and again, each time with another allocation failing, until none did.
+  /// Repeats the read, each time with the next allocation failing, until none fails.
   void run_out_everywhere(const Read& read) {
     server.otherwise(json_answer(200, read.good_answer));
     const Endpoint to = server.endpoint();
-    // What a thread and the process keep for later calls is there after the first ones.
+    // The first calls allocate what the thread and the process keep.
     for (int i = 0; i < 3; ++i)
       ASSERT_TRUE(read.call(to));
     const long held = settled_blocks(read, to);
@@ -74,7 +74,7 @@ class Memory : public testing::Test {
     EXPECT_TRUE(read.catches_exceptions || refused == 0);
   }
 
-  /// Blocks held in the state that a good call leaves behind.
+  /// Blocks held after a good call.
   static long settled_blocks(const Read& read, const Endpoint& to) {
     read.forget();
     EXPECT_TRUE(read.call(to));
@@ -238,7 +238,7 @@ std::string list_of(int count) {
 }
 
 long allocations_of(const std::function<void()>& work) {
-  work();  // what the thread keeps for later is there after the first time
+  work();  // allocates what the thread keeps
   const Failing_Memory memory;
   work();
   return memory.count();

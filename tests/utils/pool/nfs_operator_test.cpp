@@ -265,7 +265,7 @@ TEST_F(Nfs_Operator_Test, all_calls_go_over_one_connection) {
   EXPECT_EQ(server.connection_count(), 1U);
 }
 
-TEST_F(Nfs_Operator_Test, reset_without_a_host_keeps_the_service_before) {
+TEST_F(Nfs_Operator_Test, reset_without_a_host_keeps_the_previous_service) {
   server.otherwise(ok("{}"));
   NFS_Operator exports;
   EXPECT_TRUE(exports.reset("127.0.0.1", server.port(), false, "key", 0, 0));

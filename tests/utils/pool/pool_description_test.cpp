@@ -197,7 +197,7 @@ TEST_F(Pool_Description, absent_members_leave_their_fields_but_multidevice_becom
   EXPECT_EQ(info.uuid, "id");
 }
 
-TEST_F(Pool_Description, what_is_not_base64_counts_as_absent) {
+TEST_F(Pool_Description, invalid_base64_counts_as_absent) {
   info.key = "k";
   info.iv = "i";
   EXPECT_TRUE(parse(object(R"({"key":"!!","iv":"AAE"})")));

@@ -246,7 +246,7 @@ std::vector<Wire_Row> from_client_rows() {
           .logs(notice(3))
           .pauses(3)
           .gives(true, resolved),
-      // An answer that does not say leaves standing what the one before said.
+      // An answer without a code leaves what the one before it said.
       Row("code_0_after_a_positive_code_ends_it", on_client(unlimited))
           .sends("GET", target, "", "")
           .again(2)
@@ -265,7 +265,7 @@ std::vector<Wire_Row> from_client_rows() {
           .gets(service_error("1"))
           .logs(failed)
           .gives(false, untouched),
-      // What the failed attempt left in the answer counts, since the last brought none.
+      // The last attempt has no body, so that of the failed one counts.
       Row("last_attempt_without_a_body", on_client(unlimited))
           .sends("GET", target, "", "")
           .again(1)
@@ -482,7 +482,7 @@ TEST(Resolution, timeout_0_leaves_the_client_its_own_repetitions) {
   EXPECT_EQ(sleeps.pauses().size(), 4U);
 }
 
-TEST(Resolution, a_limit_of_time_ends_it_without_a_further_word) {
+TEST(Resolution, timeout_ends_it_without_another_message) {
   Log_Capture log;
   const Sleep_Recorder sleeps;
   Scripted_Server server;
@@ -527,7 +527,7 @@ TEST(Resolution_Any_Answer, a_record_is_resolved_or_the_call_fails) {
     try {
       result = on_client({})(to).result;
     } catch (const std::exception&) {
-      // The one exception that may leave: a storage of a multi-device pool that is no object.
+      // The documented exception: a storage of a multi-device pool that is not an object.
       EXPECT_EQ(answer.kind, Any_Answer::Kind::json);
       EXPECT_NE(answer.name.find("storages"), std::string::npos) << answer.name;
       return;

@@ -496,7 +496,7 @@ TEST(Scsi_Target_Manager_Test, portal_of_a_name_is_its_address) {
   EXPECT_EQ(portal_of("127.1"), "127.0.0.1:3260");
 }
 
-TEST(Scsi_Target_Manager_Test, portal_of_a_host_that_is_not_found_has_the_port_all_the_same) {
+TEST(Scsi_Target_Manager_Test, portal_of_an_unknown_host_still_has_the_port) {
   EXPECT_THAT(portal_of(".."), testing::AnyOf("0.0.0.0:3260", "[::]:3260"));
   EXPECT_THAT(portal_of(""), testing::AnyOf("0.0.0.0:3260", "[::]:3260"));
 }

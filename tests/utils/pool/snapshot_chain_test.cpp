@@ -516,7 +516,7 @@ TEST_P(Snapshot_Chain_Test, two_hundred_random_chains_agree_with_a_plain_model) 
     EXPECT_EQ(log.texts("LM_WARNING").size(), wanted < 0 ? 1U : 0U);
     if (HasFailure()) break;
   }
-  // Else the chains would say little.
+  // Otherwise the chains would prove little.
   EXPECT_GT(found, 100);
   EXPECT_GT(negative, 20);
 }

@@ -56,7 +56,7 @@ std::string check_line(const std::string& text, const std::string& prefix = "") 
   if (mark == std::string::npos) return line;
   const std::string kept = line.substr(0, mark);
   EXPECT_EQ(kept, text.substr(0, mark));
-  // Nothing is wasted but the digits of a larger number and what is left of a character.
+  // At most the digits of a larger count and a part of a character are left free.
   EXPECT_GE(prefix.size() + line.size(), max_line - 12);
   EXPECT_EQ(line.substr(mark), "... (" + std::to_string(text.size() - mark) + " bytes more)\n");
   EXPECT_TRUE(is_utf8(line));
@@ -182,7 +182,7 @@ TEST(Log, call_stack_is_written) {
   EXPECT_EQ(text.back(), '\n');
 }
 
-TEST(Log, what_cannot_be_formatted_is_logged_as_it_stands) {
+TEST(Log, format_that_fails_is_logged_unformatted) {
   Log_Capture log;
   const wchar_t unwritable[] = {0x110000, 0};
   ZQ_ERROR("Failed to get '%ls'.\n", unwritable);
@@ -258,7 +258,7 @@ TEST(Log, text_of_a_megabyte_says_how_much_is_missing) {
   check_line(text);
 }
 
-TEST(Log, what_is_no_utf8_is_cut_all_the_same) {
+TEST(Log, invalid_utf8_is_cut_too) {
   Log_Capture log;
   ZQ_ERROR("%s\n", std::string(5000, '\x80').c_str());
   const std::string line = only_line(log).text;

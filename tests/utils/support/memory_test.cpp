@@ -15,7 +15,7 @@ namespace {
 
 using Fail = Failing_Memory::Fail;
 
-TEST(Memory, string_sprintf_append_that_runs_out_of_it_leaves_the_string) {
+TEST(Memory, string_sprintf_append_without_memory_leaves_the_string) {
   const std::string text(1000, 'x');
   for (long number = 1; number <= 2; ++number) {
     std::string out = "start";
@@ -33,7 +33,7 @@ TEST(Memory, string_sprintf_append_that_runs_out_of_it_leaves_the_string) {
   }
 }
 
-TEST(Memory, string_sprintf_that_runs_out_of_it_leaves_an_empty_string) {
+TEST(Memory, string_sprintf_without_memory_leaves_an_empty_string) {
   std::string out = "start";
   const std::string text(1000, 'x');
   bool thrown = false;
@@ -88,7 +88,7 @@ TEST(Memory, line_takes_none_but_the_log_s_own) {
   EXPECT_EQ(sink.lines, 3);
 }
 
-TEST(Memory, line_that_finds_none_is_lost_and_does_no_harm) {
+TEST(Memory, line_without_memory_is_lost_and_does_no_harm) {
   Counting_Sink sink;
   ZQ_ERROR("warm\n");
   {

@@ -202,7 +202,7 @@ TEST_F(Retry, condition_of_a_call_that_is_true_and_an_answer_that_is_an_object) 
 }
 
 TEST_F(Retry, condition_of_an_attempt_that_ends_the_loop_at_once) {
-  // As of a service that says that trying again will not help.
+  // As for a service whose error code rules a retry out.
   const std::vector<Attempt> calls{Attempt::again, Attempt::stop, Attempt::done};
   EXPECT_FALSE(retry(
       location, -1, [&] { return calls[static_cast<std::size_t>(attempts++)]; }, steady(9)));

@@ -129,12 +129,12 @@ TEST_F(Service_Call_Test, delete_sends_no_body) {
   EXPECT_EQ(server.request(0).body, "");
 }
 
-TEST_F(Service_Call_Test, answer_that_is_not_wanted_is_dropped) {
+TEST_F(Service_Call_Test, unwanted_answer_is_dropped) {
   server.queue(json_answer(200, R"({"a":1})"));
   EXPECT_TRUE(Service_Call(endpoint(), HTTP_METHOD_POST, path).body(Object()).send(nullptr));
 }
 
-TEST_F(Service_Call_Test, answer_that_is_not_wanted_must_be_json_all_the_same) {
+TEST_F(Service_Call_Test, unwanted_answer_must_be_json_too) {
   server.queue(http_answer(200, "<html>"));
   EXPECT_FALSE(Service_Call(endpoint(), HTTP_METHOD_POST, path).body(Object()).send());
 }
@@ -227,7 +227,7 @@ TEST_F(Service_Call_Test, call_can_be_sent_again_with_all_it_has) {
   }
 }
 
-TEST_F(Service_Call_Test, client_of_the_caller_is_asked_as_it_is) {
+TEST_F(Service_Call_Test, given_client_is_used_as_it_is) {
   server.otherwise(json_answer(200, "{}"));
   JSON_RESTful_Client client(server.host().c_str(), server.port(), false, true);
   client.set_header(HTTP_HEAD_X_ACCESS_KEY, "of the client");
@@ -238,7 +238,7 @@ TEST_F(Service_Call_Test, client_of_the_caller_is_asked_as_it_is) {
   EXPECT_EQ(server.connection_count(), 1U) << "it keeps its connection";
 }
 
-TEST_F(Service_Call_Test, client_of_the_caller_without_a_key_sends_none) {
+TEST_F(Service_Call_Test, given_client_without_a_key_sends_none) {
   server.otherwise(json_answer(200, "{}"));
   JSON_RESTful_Client client(server.host().c_str(), server.port(), false, true);
   EXPECT_TRUE(Service_Call(client, HTTP_METHOD_GET, path).send());
@@ -256,7 +256,7 @@ TEST_F(Service_Call_Test, method_without_a_call_is_refused) {
       << lines[0].text;
 }
 
-TEST_F(Service_Call_Test, body_that_json_cannot_say_is_a_failed_call) {
+TEST_F(Service_Call_Test, body_with_invalid_utf8_is_a_failed_call) {
   EXPECT_FALSE(
       Service_Call(endpoint(), HTTP_METHOD_POST, path).body(Object{{"path", "\xff"}}).send());
   EXPECT_EQ(server.request_count(), 0U);

@@ -162,7 +162,7 @@ TEST(Snprintf_T, vset_formats_again_into_the_same_object) {
   EXPECT_EQ(text.capacity(), 85U);
 }
 
-TEST(Snprintf_T, vset_leaves_the_argument_list_to_its_owner) {
+TEST(Snprintf_T, vset_leaves_va_end_to_the_caller) {
   struct Twice {
     [[gnu::format(printf, 2, 3)]] static std::string set(Probe<N>& text, const char* format, ...) {
       std::va_list args;
@@ -185,7 +185,7 @@ TEST(Snprintf_T, text_of_a_megabyte_is_whole) {
   EXPECT_EQ(Probe<100>("%s", wanted.c_str()).c_str(), wanted);
 }
 
-TEST(Snprintf_T, text_that_cannot_be_formatted_ends_with_minus_1_and_the_object_empty) {
+TEST(Snprintf_T, text_that_cannot_be_formatted_gives_minus_1_and_an_empty_object) {
   Probe<N> text("%s%ls", "before", unwritable);
   EXPECT_EQ(text.result, -1);
   EXPECT_EQ(text.length(), 0);
@@ -195,11 +195,11 @@ TEST(Snprintf_T, text_that_cannot_be_formatted_ends_with_minus_1_and_the_object_
   EXPECT_STREQ(text.c_str(), "good again");
 }
 
-TEST(Snprintf_T, constructor_makes_the_empty_text_of_what_cannot_be_formatted) {
+TEST(Snprintf_T, constructor_gives_the_empty_text_if_it_cannot_format) {
   EXPECT_STREQ(snprintf_t<N>("%ls", unwritable).c_str(), "");
 }
 
-TEST(Snprintf_T, exhausted_memory_gives_minus_1_and_keeps_what_fitted) {
+TEST(Snprintf_T, exhausted_memory_gives_minus_1_and_a_truncated_text) {
   memory_is_exhausted = true;
   const Probe<N> text("%s", text_of(40).c_str());
   memory_is_exhausted = false;
