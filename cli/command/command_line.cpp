@@ -64,11 +64,11 @@ Command_Line::Command_Line() : app_("Storage pools from the command line.", "zqp
         setting.id == Setting_Id::output ? "-o,--output" : std::string(setting.option);
     options_[index] = app_.add_option(names, arguments_[index], help)->type_name(setting.type);
   }
-  app_.add_flag("--insecure", flags_.insecure, "Take any certificate of any host");
+  app_.add_flag("--insecure", flags_.insecure, "Accept any certificate of any host");
   app_.add_flag("--dry-run", flags_.dry_run, "Print the request that would go out, change nothing");
   app_.add_flag("--trace", flags_.trace, "Phases and times of each exchange, on standard error");
   CLI::Option* const verbose =
-      app_.add_flag("-v,--verbose", flags_.verbose, "Let the library's log through");
+      app_.add_flag("-v,--verbose", flags_.verbose, "Show the library's log");
   app_.add_flag("-q,--quiet", flags_.quiet, "Errors only: no warnings, no progress")
       ->excludes(verbose);
   for (CLI::Option* const option : app_.get_options()) {

@@ -150,7 +150,7 @@ void add_device(Command_Line& commands) {
       .argument("URL", a.url, "The device")
       .option("--pool", a.pool_of_url, "POOL_UUID", "The pool that the device is meant for");
   device
-      .verb("offer", "Asks which device of a pool is to take new data",
+      .verb("offer", "Shows which device of a pool is to take new data",
             {"POOL_UUID", "-o json - < pools.txt"}, &offer, arguments)
       .objects("POOL_UUID", a.pools, "The pools");
   device
@@ -158,7 +158,7 @@ void add_device(Command_Line& commands) {
             {"DEVICE_UUID --host-uuid HOST_UUID --sysname db1", "--sysname db1 - < devices.txt"},
             &bind, arguments)
       .objects("DEVICE_UUID", a.devices, "The devices")
-      .option("--host-uuid", a.host_uuid, "UUID", "The host (this one)")
+      .option("--host-uuid", a.host_uuid, "UUID", "The host (the local one)")
       .option("--sysname", a.sysname, "NAME", "Name of the host's system")
       .required();
 }

@@ -1,4 +1,3 @@
-#include <memory>
 #include <utility>
 
 #include "cli/nouns/nouns.h"
@@ -85,9 +84,8 @@ Exit_Code create(Command_Context& context, const Arguments& arguments) {
   if (arguments.pool.names.size() > 1 && !arguments.mount_point.empty()) {
     throw Usage_Error("--mount-point is that of one filesystem");
   }
-  using Manager = typename Kind::Manager;
-  return change_each<Manager>(
-      context, arguments.pool, [&](const Manager& pool, const std::string& name) {
+  return change_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& name) {
         return pool.create_filesystem(name, nullptr, arguments.mount_point_or_null());
       });
 }
@@ -105,9 +103,8 @@ Exit_Code clone(Command_Context& context, const Arguments& arguments) {
 
 template <typename Kind>
 Exit_Code show(Command_Context& context, const Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return show_each<Manager>(
-      context, arguments.pool, [&](const Manager& pool, const std::string& name, Object& record) {
+  return show_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& name, Object& record) {
         return context.call({Effect::reads, {no_such_filesystem}},
                             [&] { return Kind::describe_filesystem(pool, name, record); });
       });
@@ -153,9 +150,8 @@ Outcome read_mount(const Command_Context& context, const typename Kind::Manager&
 
 template <typename Kind>
 Exit_Code mount(Command_Context& context, const Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return show_each<Manager>(
-      context, arguments.pool, [&](const Manager& pool, const std::string& name, Object& record) {
+  return show_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& name, Object& record) {
         std::string where;
         Outcome outcome =
             context.call({Effect::changes}, [&] { return pool.mount_filesystem(name, where); });
@@ -217,27 +213,24 @@ Exit_Code move(Command_Context& context, const Arguments& arguments) {
 
 template <typename Kind>
 Exit_Code unmount(Command_Context& context, const Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return change_each<Manager>(
+  return change_each<typename Kind::Manager>(
       context, arguments.pool,
-      [](const Manager& pool, const std::string& name) { return pool.umount_filesystem(name); });
+      [](const auto& pool, const std::string& name) { return pool.umount_filesystem(name); });
 }
 
 template <typename Kind>
 Exit_Code roll_back(Command_Context& context, const Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return change_each<Manager>(
+  return change_each<typename Kind::Manager>(
       context, arguments.pool,
-      [](const Manager& pool, const std::string& name) { return pool.rollback_filesystem(name); },
+      [](const auto& pool, const std::string& name) { return pool.rollback_filesystem(name); },
       "Lose what was written since the newest snapshot of", "filesystems");
 }
 
 template <typename Kind>
 Exit_Code remove(Command_Context& context, const Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return change_each<Manager>(
+  return change_each<typename Kind::Manager>(
       context, arguments.pool,
-      [](const Manager& pool, const std::string& name) {
+      [](const auto& pool, const std::string& name) {
         return pool.delete_filesystem(name, nullptr);
       },
       "Delete", "filesystems");
@@ -245,44 +238,48 @@ Exit_Code remove(Command_Context& context, const Arguments& arguments) {
 
 template <typename Kind>
 void add_verbs(Noun noun) {
-  const auto arguments = std::make_shared<Arguments>();
-  Arguments& a = *arguments;
-  const auto verb = [&](const char* name, const char* help, const char* example,
-                        Exit_Code (*action)(Command_Context&, const Arguments&)) {
-    return noun.verb(name, help, {example}, action, arguments)
-        .argument("POOL_UUID", a.pool.uuid, "The pool");
-  };
-  const auto verb_on_filesystems = [&](const char* name, const char* help, const char* example,
-                                       Exit_Code (*action)(Command_Context&, const Arguments&)) {
-    return verb(name, help, example, action).objects("NAME", a.pool.names, "The filesystems");
-  };
-  verb_on_filesystems("create", "Creates empty filesystems",
-                      "POOL_UUID daily --mount-point /srv/daily", &create<Kind>)
+  Pool_Noun<Arguments> filesystems(noun);
+  Arguments& a = filesystems.arguments();
+  filesystems
+      .verb("create", "Creates empty filesystems", {"POOL_UUID daily --mount-point /srv/daily"},
+            &create<Kind>)
+      .objects("NAME", a.pool.names, "The filesystems")
       .option("--mount-point", a.mount_point, "PATH", "Mount it there");
-  verb("clone", "Creates a filesystem with the content of a snapshot", "POOL_UUID SNAPSHOT_ID copy",
-       &clone<Kind>)
+  filesystems
+      .verb("clone", "Creates a filesystem with the content of a snapshot",
+            {"POOL_UUID SNAPSHOT_ID copy"}, &clone<Kind>)
       .argument("SNAPSHOT_ID", a.snapshot_id, "The snapshot")
       .argument("NAME", a.name, "The new filesystem")
       .option("--mount-point", a.mount_point, "PATH", "Mount it there");
-  verb_on_filesystems("show", "Shows the descriptions of filesystems", "POOL_UUID daily",
-                      &show<Kind>);
-  verb("list-mounted", "Shows where filesystems are mounted", "POOL_UUID", &list_mounted<Kind>)
+  filesystems
+      .verb("show", "Shows the descriptions of filesystems", {"POOL_UUID daily"}, &show<Kind>)
+      .objects("NAME", a.pool.names, "The filesystems");
+  filesystems
+      .verb("list-mounted", "Shows where filesystems are mounted", {"POOL_UUID"},
+            &list_mounted<Kind>)
       .option("NAME", a.name, "", "Only this one");
-  verb_on_filesystems("mount", "Mounts filesystems", "POOL_UUID daily", &mount<Kind>);
-  verb("move", "Moves a filesystem's mount point, and looks where it is then",
-       "POOL_UUID daily /srv/elsewhere", &move<Kind>)
+  filesystems.verb("mount", "Mounts filesystems", {"POOL_UUID daily"}, &mount<Kind>)
+      .objects("NAME", a.pool.names, "The filesystems");
+  filesystems
+      .verb("move", "Moves a filesystem's mount point and shows where it is then",
+            {"POOL_UUID daily /srv/elsewhere"}, &move<Kind>)
       .argument("NAME", a.name, "The filesystem")
       .argument("MOUNT_POINT", a.mount_point, "Its new mount point");
-  verb_on_filesystems("umount", "Unmounts filesystems", "POOL_UUID daily", &unmount<Kind>);
-  verb_on_filesystems("rollback", "Takes filesystems back to their newest snapshot",
-                      "POOL_UUID daily", &roll_back<Kind>)
+  filesystems.verb("umount", "Unmounts filesystems", {"POOL_UUID daily"}, &unmount<Kind>)
+      .objects("NAME", a.pool.names, "The filesystems");
+  filesystems
+      .verb("rollback", "Takes filesystems back to their newest snapshot", {"POOL_UUID daily"},
+            &roll_back<Kind>)
+      .objects("NAME", a.pool.names, "The filesystems")
       .yes(a.pool.yes);
-  verb_on_filesystems("delete", "Deletes filesystems", "--yes POOL_UUID - < names.txt",
-                      &remove<Kind>)
+  filesystems
+      .verb("delete", "Deletes filesystems", {"--yes POOL_UUID - < names.txt"}, &remove<Kind>)
+      .objects("NAME", a.pool.names, "The filesystems")
       .yes(a.pool.yes);
 
-  Snapshot_Noun snapshot(noun.noun("snapshot", "Their snapshots"), snapshot_words);
-  add_snapshot_verbs<Kind>(snapshot);
+  Snapshot_Noun snapshots(noun.noun("snapshot", "Their snapshots"),
+                          Snapshot_Arguments{snapshot_words});
+  add_snapshot_verbs<Kind>(snapshots);
 }
 
 }  // namespace

@@ -151,34 +151,34 @@ void add_fault_verb(Noun& lab) {
           "status|delay|reset_before_commit|reset_after_commit|cut|drip|garbage|huge|wrong_type",
           "What goes wrong")
       .required()
-      .option("--path", a.path, "PATH", "Which path, or its beginning and *")
+      .option("--path", a.path, "PATH", "Path of the requests, or its beginning and *")
       .required()
       .option("--method", a.method, "GET|POST|PUT|DELETE", "Only requests of this method")
-      .option("--query", a.query, "TEXT", "Only requests with this in their query")
-      .option("--times", a.times, "N", "How often at most")
-      .option("--skip", a.skip, "N", "Spare so many requests first")
-      .option("--every", a.every, "N", "Only each Nth request")
-      .option("--probability", a.probability, "P", "By chance, from 0 to 1")
-      .option("--seed", a.seed, "N", "Which chance, which garbage")
+      .option("--query", a.query, "TEXT", "Only requests whose query contains this")
+      .option("--times", a.times, "N", "At most this often")
+      .option("--skip", a.skip, "N", "Leave out this many requests first")
+      .option("--every", a.every, "N", "Only every Nth request")
+      .option("--probability", a.probability, "P", "Only with this probability, from 0 to 1")
+      .option("--seed", a.seed, "N", "Seed of probability and garbage")
       .option("--status", a.status, "N", "Status of the answer (status)")
       .option("--body", a.body, "TEXT", "Body of the answer (status)")
-      .option("--delay", a.delay, "DURATION", "Wait so long, with any kind")
+      .option("--delay", a.delay, "DURATION", "Wait this long, with any kind")
       .flag("--delay-after-commit", a.delay_after_commit, "Wait after the operation, not before")
-      .option("--bytes", a.bytes, "SIZE", "How much (cut, drip, garbage, huge)")
-      .flag("--whole-answer", a.whole_answer, "Not only the body of the answer (garbage)")
+      .option("--bytes", a.bytes, "SIZE", "Number of bytes (cut, drip, garbage, huge)")
+      .flag("--whole-answer", a.whole_answer,
+            "Replace the whole answer, not only its body (garbage)")
       .option("--interval", a.interval, "DURATION", "Time between pieces (drip)")
       .option("--member", a.member, "NAME", "Member of the answer (wrong_type)")
       .option("--type", a.type, "string|number|boolean|null|array|object",
-              "JSON type that it gets (wrong_type)");
+              "Its new JSON type (wrong_type)");
 }
 
 void add_scenario_verb(Noun& lab) {
   const auto arguments = std::make_shared<Scenario_Arguments>();
-  lab.verb("scenario",
-           "Puts what a scenario file describes into the service, in place of what it holds",
+  lab.verb("scenario", "Replaces what the service holds by the content of a scenario file",
            {"scenario.json", "--merge - < more.json"}, &load_scenario, arguments)
       .argument("FILE", arguments->file, "The scenario, JSON; - reads standard input")
-      .flag("--merge", arguments->merge, "Keep what the service holds and the file does not name");
+      .flag("--merge", arguments->merge, "Keep what the file does not name");
 }
 
 void add_guest_verbs(Noun& lab) {
@@ -194,12 +194,12 @@ void add_guest_verbs(Noun& lab) {
       .option("--name", a.name, "NAME", "The filesystem")
       .option("--target", a.target, "NAME", "On this target")
       .option("--lun-num", a.lun_num, "N", "The LUN with this number")
-      .option("--initiator", a.initiator, "NAME", "What this initiator sees")
+      .option("--initiator", a.initiator, "NAME", "Write to what this initiator sees")
       .needs({"--target", "--lun-num"})
-      .option("--offset", a.offset, "SIZE", "From here on (0)")
-      .option("--length", a.length, "SIZE", "So much")
+      .option("--offset", a.offset, "SIZE", "Where to start (0)")
+      .option("--length", a.length, "SIZE", "How much to write")
       .required()
-      .flag("--discard", a.discard, "Discard instead");
+      .flag("--discard", a.discard, "Discard blocks instead of writing");
   lab.verb("visible", "Lists the LUNs and snapshots that an initiator sees",
            {"iqn.2026-11.lab:host1"}, &show_visible, arguments)
       .argument("INITIATOR", a.initiator, "Its name");

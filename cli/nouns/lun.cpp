@@ -1,5 +1,4 @@
 #include <limits>
-#include <memory>
 #include <utility>
 
 #include "cli/nouns/nouns.h"
@@ -174,67 +173,62 @@ Exit_Code delete_each(Command_Context& context, const Arguments& arguments) {
 }  // namespace
 
 void add_lun(Command_Line& commands) {
-  const auto arguments = std::make_shared<Arguments>();
-  Arguments& a = *arguments;
-  Noun lun = commands.noun("lun", "LUNs of SCSI pools");
-  const auto verb = [&](const char* name, const char* help,
-                        const std::vector<std::string>& examples,
-                        Exit_Code (*action)(Command_Context&, const Arguments&)) {
-    return lun.verb(name, help, examples, action, arguments)
-        .argument("POOL_UUID", a.pool.uuid, "The pool");
-  };
-  const auto verb_on_luns = [&](const char* name, const char* help,
-                                const std::vector<std::string>& examples,
-                                Exit_Code (*action)(Command_Context&, const Arguments&)) {
-    return verb(name, help, examples, action).objects("LUN_ID", a.pool.names, "The LUNs");
-  };
+  Pool_Noun<Arguments> lun(commands.noun("lun", "LUNs of SCSI pools"));
+  Arguments& a = lun.arguments();
+  const std::vector<std::string> example = {"POOL_UUID LUN_ID"};
 
-  Verb creating = verb("create", "Creates an empty LUN",
-                       {"POOL_UUID --size 10GiB", "POOL_UUID --size 10GiB --newest -o json",
-                        "POOL_UUID --size 1TiB --export --initiator iqn.2026-11.lab:host1"},
-                       &create);
-  creating.option("--size", a.size, "SIZE", "How large")
-      .required()
-      .option("--block-size", a.block_size, "SIZE", "Size of a block (the service's)")
-      .option("--retention", a.retention, "normal|newest", "What it is kept for (normal)")
-      .flag("--export", a.to_export, "Export it at once, to this host")
-      .flag("--nobody", a.nobody, "Let nobody in yet (with --export)");
+  Verb creating =
+      lun.verb("create", "Creates an empty LUN",
+               {"POOL_UUID --size 10GiB", "POOL_UUID --size 10GiB --newest -o json",
+                "POOL_UUID --size 1TiB --export --initiator iqn.2026-11.lab:host1"},
+               &create)
+          .option("--size", a.size, "SIZE", "How large")
+          .required()
+          .option("--block-size", a.block_size, "SIZE", "Size of a block (the service's)")
+          .option("--retention", a.retention, "normal|newest", "What it is kept for (normal)")
+          .flag("--export", a.to_export, "Export it at once, to this host")
+          .flag("--nobody", a.nobody, "Grant access to nobody yet (with --export)");
   add_initiators(creating, a.pool)
       .flag("--newest", a.newest, "For a backup: --retention newest --export")
       .excludes({"--block-size", "--retention", "--export", "--nobody"});
-
-  verb("create-from", "Creates LUNs with the content of snapshots",
-       {"POOL_UUID SNAPSHOT_ID", "POOL_UUID --export SNAPSHOT_ID"}, &create_from)
+  lun.verb("create-from", "Creates LUNs with the content of snapshots",
+           {"POOL_UUID SNAPSHOT_ID", "POOL_UUID --export SNAPSHOT_ID"}, &create_from)
       .objects("SNAPSHOT_ID", a.pool.names, "The snapshots")
-      .flag("--export", a.to_export, "Export them at once, to nobody yet");
+      .flag("--export", a.to_export, "Export them at once, with access for nobody yet");
 
-  verb("list", "Shows the descriptions of all LUNs of a pool", {"POOL_UUID", "POOL_UUID -o tsv"},
-       &list);
-  verb_on_luns("show", "Shows the descriptions of LUNs", {"POOL_UUID LUN_ID"}, &show);
-  verb_on_luns("number", "Shows the numbers of LUNs on their target", {"POOL_UUID LUN_ID"},
-               &show_number);
-  verb_on_luns("serial", "Shows the SCSI serial numbers of LUNs", {"POOL_UUID LUN_ID"},
-               &show_serial);
+  lun.verb("list", "Shows the descriptions of all LUNs of a pool",
+           {"POOL_UUID", "POOL_UUID -o tsv"}, &list);
+  lun.verb("show", "Shows the descriptions of LUNs", example, &show)
+      .objects("LUN_ID", a.pool.names, "The LUNs");
+  lun.verb("number", "Shows the numbers of LUNs on their target", example, &show_number)
+      .objects("LUN_ID", a.pool.names, "The LUNs");
+  lun.verb("serial", "Shows the SCSI serial numbers of LUNs", example, &show_serial)
+      .objects("LUN_ID", a.pool.names, "The LUNs");
 
-  Verb exporting = verb_on_luns(
-      "export", "Exports LUNs to this host",
-      {"POOL_UUID LUN_ID", "POOL_UUID LUN_ID --type iSCSI --target iqn.2026-11.lab:t1"},
-      &export_each);
+  Verb exporting =
+      lun.verb("export", "Exports LUNs to this host",
+               {"POOL_UUID LUN_ID", "POOL_UUID LUN_ID --type iSCSI --target iqn.2026-11.lab:t1"},
+               &export_each)
+          .objects("LUN_ID", a.pool.names, "The LUNs");
   add_export(exporting, a.pool);
-  verb_on_luns("unexport", "Withdraws the exports of LUNs", {"POOL_UUID LUN_ID"}, &unexport_each)
-      .flag("--force", a.force, "Also where one is in use");
-  Verb allowing = verb_on_luns(
-      "allow", "Lets this host, too, reach exported LUNs",
-      {"POOL_UUID LUN_ID", "POOL_UUID LUN_ID --initiator iqn.2026-11.lab:host2"}, &allow_each);
+  lun.verb("unexport", "Withdraws the exports of LUNs", example, &unexport_each)
+      .objects("LUN_ID", a.pool.names, "The LUNs")
+      .flag("--force", a.force, "Even if one is in use");
+  Verb allowing =
+      lun.verb("allow", "Grants this host access to exported LUNs",
+               {"POOL_UUID LUN_ID", "POOL_UUID LUN_ID --initiator iqn.2026-11.lab:host2"},
+               &allow_each)
+          .objects("LUN_ID", a.pool.names, "The LUNs");
   add_initiators(allowing, a.pool)
       .option("--type", a.pool.type, "iSCSI|FC", "SCSI transport (the pool's)");
-  verb_on_luns("rollback", "Takes LUNs back to their newest snapshot", {"POOL_UUID LUN_ID"},
-               &rollback_each)
-      .flag("--force", a.force, "Also where one is in use")
+  lun.verb("rollback", "Takes LUNs back to their newest snapshot", example, &rollback_each)
+      .objects("LUN_ID", a.pool.names, "The LUNs")
+      .flag("--force", a.force, "Even if one is in use")
       .yes(a.pool.yes);
-  verb_on_luns("delete", "Deletes LUNs",
-               {"POOL_UUID LUN_ID", "--yes --force POOL_UUID - < luns.txt"}, &delete_each)
-      .flag("--force", a.force, "Also where one is exported")
+  lun.verb("delete", "Deletes LUNs", {"POOL_UUID LUN_ID", "--yes --force POOL_UUID - < luns.txt"},
+           &delete_each)
+      .objects("LUN_ID", a.pool.names, "The LUNs")
+      .flag("--force", a.force, "Even if one is exported")
       .yes(a.pool.yes);
 }
 

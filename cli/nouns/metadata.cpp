@@ -81,7 +81,7 @@ void add_metadata(Command_Line& commands) {
       .argument("POOL_UUID", a.pool, "The pool")
       .argument("DEVICE_UUID", a.device, "The device")
       .objects("PATH", a.paths, "Paths within the pool")
-      .option("--grouping", a.grouping, "G", "Under which grouping it is recorded")
+      .option("--grouping", a.grouping, "G", "The grouping under which they are recorded")
       .option("--type", a.type, "file|dir", "What the paths are (file)")
       .option("--size", a.size, "SIZE", "How large each is, if known");
   metadata

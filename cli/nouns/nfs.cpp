@@ -122,7 +122,7 @@ void add_record(Verb& verb, Arguments& a) {
       .option("--squash", a.record.squash, "root_squash|no_root_squash|all_squash",
               "Which users are squashed (the service's choice)")
       .flag("--nfsv3", a.record.nfsv3, "NFSv3, not v4")
-      .flag("--readonly", a.record.readonly, "For reading only")
+      .flag("--readonly", a.record.readonly, "Read-only")
       .option("--client", a.record.clients, "CLIENT",
               "Only this client, or network; may be repeated");
 }
@@ -140,16 +140,16 @@ void add_nfs(Command_Line& commands) {
                 "--pool POOL_UUID --sub-dir jobs --wait 10s -o json"},
                &publish, arguments);
   add_record(publishing, a);
-  publishing.option("--wait", a.wait, "DURATION", "Wait so long for the export to be there");
+  publishing.option("--wait", a.wait, "DURATION", "How long to wait until it is exported");
 
-  Verb updating = nfs.verb("update", "Puts another export in the place of one",
+  Verb updating = nfs.verb("update", "Replaces an export by another",
                            {"UUID --path /srv/backup --squash no_root_squash"}, &update, arguments)
                       .argument("UUID", a.uuid, "The record");
   add_record(updating, a);
 
   nfs.verb("unexport", "Withdraws exports", {"UUID --wait 10s"}, &withdraw, arguments)
       .objects("UUID", a.uuids, "The records")
-      .option("--wait", a.wait, "DURATION", "Wait so long for them to be gone");
+      .option("--wait", a.wait, "DURATION", "How long to wait until they are gone");
 }
 
 }  // namespace zqpool::cli

@@ -172,7 +172,7 @@ Exit_Code show(Command_Context& context, const Resolution& wanted) {
 Verb& add_choice(Verb& verb, Resolution& wanted) {
   return verb
       .option("--device", wanted.device, "UUID", "This storage, not the one meant for the host")
-      .option("--host-uuid", wanted.host_uuid, "UUID", "As this host would (this one)")
+      .option("--host-uuid", wanted.host_uuid, "UUID", "Resolve for this host (the local one)")
       .flag("--restore", wanted.restore, "With the settings of a restore")
       .option("--backupd", wanted.backupd, "https://HOST:PORT",
               "Socket of the backup service, for pools that need it (the endpoint)");

@@ -7,7 +7,7 @@ namespace zqpool::cli {
 
 Verb& add_initiators(Verb& verb, Pool_Arguments& pool) {
   return verb.option("--initiator", pool.initiators, "NAME",
-                     "Let in these initiators, not those that this host has");
+                     "Grant access to these initiators instead of this host's");
 }
 
 Verb& add_export(Verb& verb, Pool_Arguments& pool) {

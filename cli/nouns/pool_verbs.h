@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -55,6 +56,27 @@ void check_names(const std::vector<std::string>& names);
 /// ("Delete") and `kind` ("LUNs") make the question that is asked first.
 std::vector<std::string> names_to_change(const Command_Context& context, const Pool_Arguments& pool,
                                          const char* destroying, const char* kind);
+
+/// A noun whose verbs work on a pool. They share their arguments, which have a member `pool`.
+template <typename Arguments>
+class Pool_Noun {
+ public:
+  explicit Pool_Noun(Noun noun, const Arguments& arguments = {})
+      : noun_(noun), arguments_(std::make_shared<Arguments>(arguments)) {}
+
+  Arguments& arguments() { return *arguments_; }
+
+  /// Adds a verb with the pool as its first argument.
+  Verb verb(const char* name, const std::string& help, const std::vector<std::string>& examples,
+            Exit_Code (*action)(Command_Context&, const Arguments&)) {
+    return noun_.verb(name, help, examples, action, arguments_)
+        .argument("POOL_UUID", arguments_->pool.uuid, "The pool");
+  }
+
+ private:
+  Noun noun_;
+  std::shared_ptr<Arguments> arguments_;
+};
 
 /// Prints a record of each name. `work(manager, name, record)` returns an Outcome.
 template <typename Manager, typename Work>

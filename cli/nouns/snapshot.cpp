@@ -69,20 +69,22 @@ Exit_Code allow(Command_Context& context, const Snapshot_Arguments& arguments) {
 }  // namespace
 
 void add_snapshot(Command_Line& commands) {
-  Snapshot_Noun noun(commands.noun("snapshot", "Snapshots of LUNs"), words);
+  Snapshot_Noun noun(commands.noun("snapshot", "Snapshots of LUNs"), Snapshot_Arguments{words});
   add_snapshot_verbs<LUN_Snapshots>(noun);
-  Pool_Arguments& pool = noun.arguments().pool;
+  Snapshot_Arguments& a = noun.arguments();
   const char* const number = "The number under which it is shared";
-  Verb sharing = noun.verb_on_snapshots("share", "Exports snapshots to this host",
-                                        {"POOL_UUID SNAPSHOT_ID"}, &share);
-  add_export(sharing, pool);
-  Verb unsharing = noun.verb_on_snapshots("unshare", "Withdraws the share of a snapshot",
-                                          {"POOL_UUID SNAPSHOT_ID --lun-num 3"}, &unshare);
-  noun.add_lun_num(unsharing, number).required();
-  Verb allowing =
-      noun.verb_on_snapshots("allow", "Lets this host, too, reach the share of a snapshot",
-                             {"POOL_UUID SNAPSHOT_ID --lun-num 3"}, &allow);
-  add_initiators(noun.add_lun_num(allowing, number).required(), pool);
+  Verb sharing =
+      noun.verb("share", "Exports snapshots to this host", {"POOL_UUID SNAPSHOT_ID"}, &share)
+          .objects("SNAPSHOT_ID", a.pool.names, "The snapshots");
+  add_export(sharing, a.pool);
+  Verb unsharing = noun.verb("unshare", "Withdraws the share of a snapshot",
+                             {"POOL_UUID SNAPSHOT_ID --lun-num 3"}, &unshare)
+                       .objects("SNAPSHOT_ID", a.pool.names, "The snapshots");
+  add_lun_num(unsharing, a, number).required();
+  Verb allowing = noun.verb("allow", "Grants this host access to a shared snapshot",
+                            {"POOL_UUID SNAPSHOT_ID --lun-num 3"}, &allow)
+                      .objects("SNAPSHOT_ID", a.pool.names, "The snapshots");
+  add_initiators(add_lun_num(allowing, a, number).required(), a.pool);
 }
 
 }  // namespace zqpool::cli

@@ -37,27 +37,8 @@ Outcome explain_missing(Command_Context& context, const Snapshot_Arguments& argu
   return {Exit_Code::failed, "the answer is not what the operation needs"};
 }
 
-Verb Snapshot_Noun::verb(const char* name, const std::string& help,
-                         const std::vector<std::string>& examples, Action action) {
-  return noun_.verb(name, help, examples, action, arguments_)
-      .argument("POOL_UUID", arguments_->pool.uuid, "The pool");
-}
-
-Verb Snapshot_Noun::verb_on_snapshots(const char* name, const std::string& help,
-                                      const std::vector<std::string>& examples, Action action) {
-  return verb(name, help, examples, action)
-      .objects("SNAPSHOT_ID", arguments_->pool.names, "The snapshots");
-}
-
-Verb Snapshot_Noun::verb_on_parent(const char* name, const std::string& help,
-                                   const std::vector<std::string>& examples, Action action) {
-  return verb(name, help, examples, action)
-      .argument(arguments_->words.argument, arguments_->parent,
-                std::string("The ") + arguments_->words.thing);
-}
-
-Verb& Snapshot_Noun::add_lun_num(Verb& verb, const char* help) {
-  return verb.option("--lun-num", arguments_->lun_num, "N", help)
+Verb& add_lun_num(Verb& verb, Snapshot_Arguments& arguments, const char* help) {
+  return verb.option("--lun-num", arguments.lun_num, "N", help)
       .range(0, std::numeric_limits<int>::max());
 }
 

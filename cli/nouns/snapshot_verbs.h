@@ -49,9 +49,8 @@ Outcome explain_missing(Command_Context& context, const Snapshot_Arguments& argu
 
 template <typename Kind>
 Exit_Code create_snapshots(Command_Context& context, const Snapshot_Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return show_each<Manager>(
-      context, arguments.pool, [&](const Manager& pool, const std::string& name, Object& record) {
+  return show_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& name, Object& record) {
         std::string snapshot_id;
         Outcome outcome = context.call({Effect::changes}, [&] {
           return Kind::create(pool, name, snapshot_id, arguments.recyclable);
@@ -63,9 +62,8 @@ Exit_Code create_snapshots(Command_Context& context, const Snapshot_Arguments& a
 
 template <typename Kind>
 Exit_Code show_snapshots(Command_Context& context, const Snapshot_Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return show_each<Manager>(
-      context, arguments.pool, [&](const Manager& pool, const std::string& id, Object& record) {
+  return show_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& id, Object& record) {
         Outcome outcome = context.call({Effect::reads, {{arguments.words.not_described}}}, [&] {
           return Kind::describe(pool, id, record, arguments.lun_num);
         });
@@ -76,11 +74,10 @@ Exit_Code show_snapshots(Command_Context& context, const Snapshot_Arguments& arg
 
 template <typename Kind>
 Exit_Code show_previous(Command_Context& context, const Snapshot_Arguments& arguments) {
-  using Manager = typename Kind::Manager;
   const Known_Failure missing = {
       "Failed to get previous snapshot: failed to get current snapshot info"};
-  return show_each<Manager>(
-      context, arguments.pool, [&](const Manager& pool, const std::string& id, Object& record) {
+  return show_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& id, Object& record) {
         Outcome outcome = context.call({Effect::reads, {missing}, true}, [&] {
           // By its contract the operation returns true only for the first snapshot.
           const bool is_first = Kind::previous(pool, id, record);
@@ -115,14 +112,13 @@ Outcome measure(Command_Context& context, const Snapshot_Arguments& arguments,
 
 template <typename Kind>
 Exit_Code show_sizes(Command_Context& context, const Snapshot_Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return show_each<Manager>(context, arguments.pool,
-                            [&](const Manager& pool, const std::string& id, Object& record) {
-                              std::uint64_t size = 0;
-                              Outcome outcome = measure<Kind>(context, arguments, pool, id, size);
-                              if (outcome.done()) record["size"] = size;
-                              return outcome;
-                            });
+  return show_each<typename Kind::Manager>(
+      context, arguments.pool, [&](const auto& pool, const std::string& id, Object& record) {
+        std::uint64_t size = 0;
+        Outcome outcome = measure<Kind>(context, arguments, pool, id, size);
+        if (outcome.done()) record["size"] = size;
+        return outcome;
+      });
 }
 
 template <typename Kind>
@@ -139,66 +135,52 @@ Exit_Code show_tree(Command_Context& context, const Snapshot_Arguments& argument
 
 template <typename Kind>
 Exit_Code delete_snapshots(Command_Context& context, const Snapshot_Arguments& arguments) {
-  using Manager = typename Kind::Manager;
-  return change_each<Manager>(
+  return change_each<typename Kind::Manager>(
       context, arguments.pool,
-      [&](const Manager& pool, const std::string& id) {
+      [&](const auto& pool, const std::string& id) {
         return Kind::remove(pool, id, arguments.delete_empty);
       },
       "Delete", "snapshots");
 }
 
-/// A noun that gets verbs on the snapshots of a pool.
-class Snapshot_Noun {
- public:
-  using Action = Exit_Code (*)(Command_Context&, const Snapshot_Arguments&);
+using Snapshot_Noun = Pool_Noun<Snapshot_Arguments>;
 
-  Snapshot_Noun(Noun noun, const Snapshot_Words& words)
-      : noun_(noun), arguments_(std::make_shared<Snapshot_Arguments>(Snapshot_Arguments{words})) {}
-
-  Snapshot_Arguments& arguments() { return *arguments_; }
-  Verb verb(const char* name, const std::string& help, const std::vector<std::string>& examples,
-            Action action);
-  Verb verb_on_snapshots(const char* name, const std::string& help,
-                         const std::vector<std::string>& examples, Action action);
-  Verb verb_on_parent(const char* name, const std::string& help,
-                      const std::vector<std::string>& examples, Action action);
-  Verb& add_lun_num(Verb& verb, const char* help);
-
- private:
-  Noun noun_;
-  const std::shared_ptr<Snapshot_Arguments> arguments_;
-};
+/// Adds the option that tells the shares of a snapshot apart.
+Verb& add_lun_num(Verb& verb, Snapshot_Arguments& arguments, const char* help);
 
 template <typename Kind>
 void add_snapshot_verbs(Snapshot_Noun& noun) {
   Snapshot_Arguments& a = noun.arguments();
   const std::string thing = a.words.thing;
-  const std::string things = "The " + thing + "s";
   const std::string of_parent = std::string("POOL_UUID ") + a.words.example;
   const std::string of_snapshot = "POOL_UUID SNAPSHOT_ID";
   noun.verb("create", "Takes snapshots of " + thing + "s",
             {of_parent, "POOL_UUID --recyclable -o tsv - < names.txt"}, &create_snapshots<Kind>)
-      .objects(a.words.argument, a.pool.names, things)
+      .objects(a.words.argument, a.pool.names, "The " + thing + "s")
       .flag("--recyclable", a.recyclable, "The service may reclaim them when it needs the room");
-  noun.verb_on_parent("list", "Shows the descriptions of all snapshots of a " + thing, {of_parent},
-                      &show_list);
-  Verb showing = noun.verb_on_snapshots("show", "Shows the descriptions of snapshots",
-                                        {of_snapshot}, &show_snapshots<Kind>);
+  noun.verb("list", "Shows the descriptions of all snapshots of a " + thing, {of_parent},
+            &show_list)
+      .argument(a.words.argument, a.parent, "The " + thing);
+  Verb showing =
+      noun.verb("show", "Shows the descriptions of snapshots", {of_snapshot}, &show_snapshots<Kind>)
+          .objects("SNAPSHOT_ID", a.pool.names, "The snapshots");
   if (a.words.if_several_shown != nullptr) {
-    noun.add_lun_num(showing, "The share of one that is shared several times");
+    add_lun_num(showing, a, "Which share, if there are several");
   }
-  noun.verb_on_snapshots("previous", "Shows the snapshot right before another", {of_snapshot},
-                         &show_previous<Kind>);
-  noun.verb_on_snapshots("size", "Shows what snapshots add over those before them", {of_snapshot},
-                         &show_sizes<Kind>);
-  noun.verb_on_parent("tree", "Draws the chain of a " + thing + "'s snapshots with what each adds",
-                      {of_parent, of_parent + " -o json --jobs 16"}, &show_tree<Kind>);
-  noun.verb_on_snapshots("delete", "Deletes snapshots",
-                         {of_snapshot, "--yes POOL_UUID - < snapshots.txt"},
-                         &delete_snapshots<Kind>)
+  noun.verb("previous", "Shows the snapshot right before another", {of_snapshot},
+            &show_previous<Kind>)
+      .objects("SNAPSHOT_ID", a.pool.names, "The snapshots");
+  noun.verb("size", "Shows what snapshots add over those before them", {of_snapshot},
+            &show_sizes<Kind>)
+      .objects("SNAPSHOT_ID", a.pool.names, "The snapshots");
+  noun.verb("tree", "Draws the chain of a " + thing + "'s snapshots with what each adds",
+            {of_parent, of_parent + " -o json --jobs 16"}, &show_tree<Kind>)
+      .argument(a.words.argument, a.parent, "The " + thing);
+  noun.verb("delete", "Deletes snapshots", {of_snapshot, "--yes POOL_UUID - < snapshots.txt"},
+            &delete_snapshots<Kind>)
+      .objects("SNAPSHOT_ID", a.pool.names, "The snapshots")
       .flag(a.words.delete_empty, a.delete_empty,
-            "Its " + thing + ", too, if nothing is left of it")
+            "Also delete the " + thing + " if nothing is left of it")
       .yes(a.pool.yes);
 }
 

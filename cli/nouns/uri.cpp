@@ -107,7 +107,7 @@ void add_uri(Command_Line& commands) {
            {"/zq/data/5f3a/dir/file", "lanfree://store1/p1/l7/zq/a", "-o json - < urls.txt"},
            &parse_each, arguments)
       .objects("URI", a.uris, "URLs, or paths from / on")
-      .flag("--lanfree", a.lanfree, "Paths of LAN-free devices, also where they could be others");
+      .flag("--lanfree", a.lanfree, "Take paths that could be of either kind as LAN-free");
   uri.verb("adjust", "Points URLs of devices at another server",
            {"ws://old:9080/zq/data/5f3a --host backup1 --port 9443 --ssl true",
             "--host backup1 -o tsv - < urls.txt"},
@@ -116,7 +116,7 @@ void add_uri(Command_Line& commands) {
       .option("--host", a.host, "HOST", "Its host name or address")
       .option("--port", a.port, "PORT", "Its port")
       .range(1, std::numeric_limits<unsigned short>::max())
-      .option("--ssl", a.ssl, "true|false", "Whether by TLS, which the scheme says");
+      .option("--ssl", a.ssl, "true|false", "Whether to use TLS");
 }
 
 }  // namespace zqpool::cli

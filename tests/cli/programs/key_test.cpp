@@ -121,12 +121,10 @@ TEST_F(Key, is_in_no_output_whatever_happens) {
                                                       {"device", "located", "p", "/x"},
                                                       {"device", "info", "u"},
                                                       {"config", "show"}}) {
-      for (const char* const format : {"table", "json", "tsv"}) {
-        std::vector<std::string> all = arguments;
-        all.insert(all.end(), {"--trace", "--verbose", "--output", format});
-        const Run_Result result = run(all);
-        EXPECT_THAT(result.out + result.err, Not(HasSubstr(key_)));
-      }
+      std::vector<std::string> all = arguments;
+      all.insert(all.end(), {"--trace", "--verbose", "--output", "json"});
+      const Run_Result result = run(all);
+      EXPECT_THAT(result.out + result.err, Not(HasSubstr(key_)));
     }
   }
 }
