@@ -6,7 +6,7 @@ namespace zqpool::service {
 
 namespace {
 
-constexpr std::size_t longest_path = 4096;
+constexpr std::size_t max_size = 4096;  // of a path or URL: each directory above is looked up
 
 /// Where the path of a URL begins: behind its host.
 std::size_t url_path_start(const std::string& url) {
@@ -28,7 +28,7 @@ std::string tidy_path(const std::string& path) {
 
 std::string read_path(Request_Fields& fields, const std::string& key) {
   std::string path = tidy_path(fields.text(key));
-  if (path.size() > longest_path) fields.refuse(key, "is longer than 4096 bytes");
+  if (path.size() > max_size) fields.refuse(key, "is longer than 4096 bytes");
   const std::string closed = path + '/';
   if (closed.find("/../") != std::string::npos || closed.rfind("../", 0) == 0) {
     fields.refuse(key, "must not hold '..'");
@@ -58,8 +58,14 @@ std::string url_above(const std::string& url) {
   return above == url ? "" : above;
 }
 
-std::string read_url(Request_Fields& fields, const std::string& key) {
+std::string read_any_url(Request_Fields& fields, const std::string& key) {
   std::string url = tidy_url(fields.text(key));
+  if (url.size() > max_size) fields.refuse(key, "is longer than 4096 bytes");
+  return url;
+}
+
+std::string read_url(Request_Fields& fields, const std::string& key) {
+  std::string url = read_any_url(fields, key);
   const std::size_t scheme = url.find("://");
   if (scheme == std::string::npos || scheme == 0) fields.refuse(key, "is no URL");
   if (url.substr(0, url_path_start(url)).find('@', scheme) != std::string::npos) {

@@ -24,6 +24,10 @@ std::string tidy_url(std::string url);
 /// The URL one segment above a tidy one, "" when there is none.
 std::string url_above(const std::string& url);
 
+/// A member that is looked up as a URL: tidy, but perhaps no URL at all. Throws Request_Error as
+/// Request_Fields does.
+std::string read_any_url(Request_Fields& fields, const std::string& key);
+
 /// The URL member of a scenario entry, tidy and without a password. Throws Request_Error as
 /// Request_Fields does.
 std::string read_url(Request_Fields& fields, const std::string& key);

@@ -141,7 +141,7 @@ Object device_info(const Statement& row, std::string path) {
 Response find_device_info(Connection& db, Parsed_Request& request) {
   Request_Fields& fields = request.body;
   const std::optional<std::string> pool = fields.optional_text("pool_uuid");
-  const std::string url = tidy_url(fields.text("url"));
+  const std::string url = read_any_url(fields, "url");
 
   for (std::string above = url; !above.empty(); above = url_above(above)) {
     Statement row(db, devices_with_pool + "WHERE d.url = ?1 AND (?2 IS NULL OR d.pool_uuid = ?2)",

@@ -4,6 +4,7 @@
 #include <ctime>
 #include <limits>
 #include <memory>
+#include <set>
 
 #include "service/api/paths.h"
 #include "service/api/request_fields.h"
@@ -16,7 +17,8 @@ namespace {
 
 using json_spirit::Value;
 
-constexpr std::size_t longest_client = 255;
+constexpr std::size_t max_client_size = 255;
+constexpr std::size_t max_clients = 4096;
 
 /// An export as it is asked for. The members that a request may leave empty have the service's
 /// choice in them.
@@ -77,17 +79,18 @@ std::string read_clients(Request_Fields& fields) {
   const Array* clients = fields.optional_array("clients");
   if (!clients) fields.refuse("clients", "is missing", 400);
   if (clients->empty()) fields.refuse("clients", "must not be empty");
+  if (clients->size() > max_clients) fields.refuse("clients", "has more than 4096 elements");
+  std::set<std::string> given;
   for (std::size_t i = 0; i < clients->size(); ++i) {
     const std::string place = "clients[" + std::to_string(i) + ']';
     const Value& value = (*clients)[i];
     if (value.type() != json_spirit::str_type) fields.refuse(place, "must be a string", 400);
     const std::string& client = value.get_str();
-    const auto here = clients->begin() + static_cast<std::ptrdiff_t>(i);
-    const bool good = !client.empty() && client.size() <= longest_client &&
+    const bool good = !client.empty() && client.size() <= max_client_size &&
                       std::all_of(client.begin(), client.end(),
                                   [](char c) { return c > ' ' && c < 0x7f && c != ','; });
     if (!good) fields.refuse(place, "is no host, network or '*'");
-    if (std::find(clients->begin(), here, value) != here) fields.refuse(place, "is given twice");
+    if (!given.insert(client).second) fields.refuse(place, "is given twice");
   }
   return json_spirit::write(*clients);
 }
@@ -324,21 +327,20 @@ bool lies_at(const std::string& path, const std::string& directory) {
 }  // namespace
 
 std::optional<std::string> nfs_export_of_mount(Connection& db, const std::string& mount_point) {
+  std::set<std::string> mounted;
+  for (Statement row(db, "SELECT mount_point FROM filesystem WHERE mounted = 1"); row.next();) {
+    mounted.insert(row.text(0));
+  }
   for (Statement row(db,
                      "SELECT uuid, path FROM nfs_export "
                      "WHERE withdrawn = 0 AND path IS NOT NULL ORDER BY uuid");
        row.next();) {
-    const std::string path = row.text(1);
+    std::string path = row.text(1);
     if (!lies_at(path, mount_point)) continue;
     // A filesystem that is mounted further down hides this one.
-    bool hidden = false;
-    for (Statement other(db, "SELECT mount_point FROM filesystem WHERE mounted = 1");
-         other.next();) {
-      const std::string below = other.text(0);
-      hidden =
-          hidden || (below != mount_point && lies_at(below, mount_point) && lies_at(path, below));
-    }
-    if (!hidden) return row.text(0);
+    while (path != mount_point && mounted.count(path) == 0)
+      path = parent_of(path);
+    if (path == mount_point) return row.text(0);
   }
   return std::nullopt;
 }

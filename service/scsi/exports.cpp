@@ -12,7 +12,8 @@ namespace zqpool::service {
 
 namespace {
 
-constexpr std::size_t longest_name = 223;  // of iSCSI; a WWN is shorter
+constexpr std::size_t max_name_size = 223;  // of iSCSI; a WWN is shorter
+constexpr std::size_t max_access_entries = 4096;
 constexpr std::int64_t last_lun_num = 16383;
 
 // Statements that share their columns.
@@ -53,7 +54,7 @@ Access_List access_of(Connection& db, const Export& what) {
 }
 
 bool is_name(const std::string& text) {
-  return text.size() <= longest_name &&
+  return text.size() <= max_name_size &&
          std::all_of(text.begin(), text.end(), [](char c) { return c > ' ' && c < 0x7f; });
 }
 
@@ -132,6 +133,17 @@ bool is_same(const Target& a, const Target& b) {
   return lower_case(a.name) == lower_case(b.name);
 }
 
+std::set<std::int64_t> exports_seen_by_any(Connection& db, const Access_List& access) {
+  std::set<std::int64_t> out;
+  for (const Access_Entry& entry : access) {
+    for (Statement row(db, "SELECT export FROM scsi_access WHERE initiator = ?", entry.initiator);
+         row.next();) {
+      out.insert(row.integer(0));
+    }
+  }
+  return out;
+}
+
 std::string digits_of(const std::string& id) {
   std::string out;
   std::copy_if(id.begin(), id.end(), std::back_inserter(out), [](char c) { return c != '-'; });
@@ -163,6 +175,10 @@ Target read_target(Request_Fields& fields, const SCSI_Pool& pool) {
 
 Access_List read_access(Request_Fields& fields) {
   Access_List out;
+  if (const Array* entries = fields.optional_array("acls");
+      entries && entries->size() > max_access_entries) {
+    fields.refuse("acls", "has more than 4096 elements");
+  }
   for (Request_Fields& entry : fields.optional_objects("acls")) {
     out.push_back({read_name(entry, "initiator"), entry.text("host_uuid")});
   }
@@ -205,13 +221,10 @@ Export export_lun(Connection& db, const Volume& lun, const Target& target,
 Export share_snapshot(Connection& db, const std::string& pool, const Snapshot& snapshot,
                       const Target& target, const Access_List& access,
                       std::optional<std::int64_t> lun_num) {
-  for (const Export& there : shares_of(db, snapshot)) {
-    if (lun_num || !is_same(there.target, target)) continue;
-    for (const Access_Entry& entry : access) {
-      if (!db.has_row("SELECT 1 FROM scsi_access WHERE export = ? AND initiator = ?", there.number,
-                      entry.initiator)) {
-        continue;
-      }
+  if (!lun_num) {
+    const std::set<std::int64_t> seen = exports_seen_by_any(db, access);
+    for (const Export& there : shares_of(db, snapshot)) {
+      if (!is_same(there.target, target) || seen.count(there.number) == 0) continue;
       need_target(db, pool, target);
       allow(db, there, access);
       return there;

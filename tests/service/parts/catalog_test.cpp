@@ -216,6 +216,19 @@ TEST_F(Catalog_Test, info_on_a_url_of_several_pools_needs_the_pool) {
   EXPECT_EQ(info(R"({"url":"file:///srv/a","pool_uuid":"none"})"), json("{}"));
 }
 
+TEST_F(Catalog_Test, info_refuses_a_url_that_is_too_long_to_be_looked_up_part_by_part) {
+  const auto refused = [this](std::size_t size) {
+    std::string url = "s3://host";
+    while (url.size() < size)
+      url += "/a";
+    url.resize(size, 'a');
+    const std::string body = json_spirit::write(Object{{"url", url}});
+    return lab_.refusal("POST", "/zq/r/storage/catalog/device/info", body);
+  };
+  EXPECT_EQ(refused(4096), "200 is no refusal");
+  EXPECT_EQ(refused(4097), "422 url: is longer than 4096 bytes");
+}
+
 TEST_F(Catalog_Test, info_refuses_a_body_that_it_cannot_read) {
   for (const char* body : {"", "[]", "{}", R"({"url":5})", R"({"url":"a","pool":"b"})",
                            R"({"url":"a","pool_uuid":null})", "{"}) {

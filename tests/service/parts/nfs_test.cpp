@@ -127,6 +127,8 @@ TEST_F(NFS, records_that_make_no_sense_are_refused) {
   EXPECT_EQ(message("clients", R"(["a,b"])"), "422 clients[0]: is no host, network or '*'");
   EXPECT_EQ(message("clients", R"([""])"), "422 clients[0]: is no host, network or '*'");
   EXPECT_EQ(message("clients", R"(["a","b","a"])"), "422 clients[2]: is given twice");
+  EXPECT_EQ(message("clients", json_spirit::write(Array(4097, Value("a")))),
+            "422 clients: has more than 4096 elements");
   EXPECT_EQ(message("path", ""), "400 path: is missing");
   EXPECT_EQ(message("path", R"("srv")"), "422 path: must be an absolute path");
   EXPECT_EQ(message("path", R"("/srv/../etc")"), "422 path: must not hold '..'");

@@ -256,6 +256,9 @@ TEST_F(SCSI_Pools, requests_that_make_no_sense_are_refused) {
   EXPECT_EQ(refusal("POST", export_path, body(of_lun)), "400 acls: is missing");
   EXPECT_EQ(refusal("POST", export_path, body(of_lun + R"(,"acls":[])")),
             "422 acls: must not be empty");
+  const Array many(4097, json(R"({"initiator":"a","host_uuid":"h"})"));
+  EXPECT_EQ(refusal("POST", export_path, body(of_lun + R"(,"acls":)" + json_spirit::write(many))),
+            "422 acls: has more than 4096 elements");
   for (const char* half : {R"("type":"iSCSI")", R"("target":"iqn.x")"}) {
     EXPECT_THAT(refusal("POST", export_path, body(of_lun + ',' + half + ',' + acls({"a"}))),
                 StartsWith("422 target: comes with type"));
