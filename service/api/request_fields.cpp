@@ -4,6 +4,9 @@
 #include <limits>
 #include <string_view>
 
+#include "platform/text/percent.h"
+#include "platform/text/utf8.h"
+#include "platform/text/uuid.h"
 #include "service/api/text.h"
 
 namespace zqpool::service {
@@ -73,7 +76,7 @@ std::optional<std::string> Request_Fields::optional_text(const std::string& key)
 
 std::string Request_Fields::uuid(const std::string& key) {
   std::string out = text(key);
-  if (!is_uuid(out)) refuse(key, "\"" + out + "\" is not a UUID");
+  if (!text::is_uuid(out)) refuse(key, "\"" + out + "\" is not a UUID");
   return out;
 }
 
@@ -224,19 +227,20 @@ Query_Fields::Query_Fields(const Request& request) {
     rest.remove_prefix(std::min(rest.size(), field.size() + 1));
     if (field.empty()) continue;
     const std::size_t equals = field.find('=');
-    std::string name;
-    std::string value;
-    if (!decode_query_text(field.substr(0, equals), name) ||
-        !decode_query_text(equals == std::string_view::npos ? "" : field.substr(equals + 1),
-                           value)) {
+    const std::optional<std::string> name = text::decode_query_text(field.substr(0, equals));
+    std::optional<std::string> value =
+        text::decode_query_text(equals == std::string_view::npos ? "" : field.substr(equals + 1));
+    if (!name || !value) {
       throw Request_Error(400, "the query has a percent sign without two hexadecimal digits");
     }
-    if (!is_utf8(name) || !is_utf8(value)) throw Request_Error(400, "the query is not UTF-8");
-    if (value.find('\0') != std::string::npos) {
-      throw Request_Error(400, "query field '" + name + "' holds a zero character");
+    if (!text::is_utf8(*name) || !text::is_utf8(*value)) {
+      throw Request_Error(400, "the query is not UTF-8");
     }
-    if (!fields_.emplace(name, std::move(value)).second) {
-      throw Request_Error(400, "query field '" + name + "' is given twice");
+    if (value->find('\0') != std::string::npos) {
+      throw Request_Error(400, "query field '" + *name + "' holds a zero character");
+    }
+    if (!fields_.emplace(*name, *std::move(value)).second) {
+      throw Request_Error(400, "query field '" + *name + "' is given twice");
     }
   }
 }

@@ -8,47 +8,14 @@
 #include <ctime>
 #include <stdexcept>
 
+#include "platform/text/hex.h"
+
 namespace zqpool::service {
 
-namespace {
-
-int hex_digit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-constexpr char upper_digits[] = "0123456789ABCDEF";
-constexpr char lower_digits[] = "0123456789abcdef";
-
-}  // namespace
-
-bool is_utf8(std::string_view text) {
-  for (std::size_t i = 0; i < text.size();) {
-    const auto first = static_cast<unsigned char>(text[i]);
-    const std::size_t length = first < 0x80                    ? 1
-                               : first >= 0xc2 && first < 0xe0 ? 2
-                               : first >= 0xe0 && first < 0xf0 ? 3
-                               : first >= 0xf0 && first < 0xf5 ? 4
-                                                               : 0;
-    if (length == 0 || i + length > text.size()) return false;
-    for (std::size_t k = 1; k < length; ++k) {
-      const auto next = static_cast<unsigned char>(text[i + k]);
-      // Overlong forms, surrogates and what lies above U+10FFFF show in the second byte.
-      const unsigned lowest = k > 1 ? 0x80 : first == 0xe0 ? 0xa0 : first == 0xf0 ? 0x90 : 0x80;
-      const unsigned highest = k > 1 ? 0xbf : first == 0xed ? 0x9f : first == 0xf4 ? 0x8f : 0xbf;
-      if (next < lowest || next > highest) return false;
-    }
-    i += length;
-  }
-  return true;
-}
-
-std::string printable(std::string_view text) {
+std::string printable(std::string_view bytes) {
   std::string out;
-  out.reserve(text.size());
-  for (const char c : text) {
+  out.reserve(bytes.size());
+  for (const char c : bytes) {
     const auto byte = static_cast<unsigned char>(c);
     if (c == '\\' || c == '"') {
       out += '\\';
@@ -57,40 +24,10 @@ std::string printable(std::string_view text) {
       out += c;
     } else {
       out += "\\x";
-      out += upper_digits[byte >> 4];
-      out += upper_digits[byte & 0xf];
+      text::append_hex(out, byte, text::upper_hex_digits);
     }
   }
   return out;
-}
-
-bool decode_query_text(std::string_view text, std::string& out) {
-  out.clear();
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '+') {
-      out += ' ';
-    } else if (text[i] == '%') {
-      if (i + 2 >= text.size()) return false;
-      const int high = hex_digit(text[i + 1]);
-      const int low = hex_digit(text[i + 2]);
-      if (high < 0 || low < 0) return false;
-      out += static_cast<char>(high * 16 + low);
-      i += 2;
-    } else {
-      out += text[i];
-    }
-  }
-  return true;
-}
-
-bool is_uuid(std::string_view text) {
-  if (text.size() != 36) return false;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const bool hyphen = i == 8 || i == 13 || i == 18 || i == 23;
-    if (hyphen ? text[i] != '-' : hex_digit(text[i]) < 0) return false;
-  }
-  return true;
 }
 
 std::string lower_case(std::string_view text) {
@@ -111,8 +48,7 @@ std::string random_uuid() {
   std::string out;
   for (std::size_t i = 0; i < bytes.size(); ++i) {
     if (i == 4 || i == 6 || i == 8 || i == 10) out += '-';
-    out += lower_digits[bytes[i] >> 4];
-    out += lower_digits[bytes[i] & 0xf];
+    text::append_hex(out, bytes[i]);
   }
   return out;
 }

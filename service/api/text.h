@@ -5,19 +5,9 @@
 
 namespace zqpool::service {
 
-/// Whether the bytes are well-formed UTF-8.
-bool is_utf8(std::string_view text);
-
 /// The text as one line of printable ASCII: a backslash, a double quote and every other byte become
 /// \\, \" and \xHH. Nothing in it can end a line or a quoted field of a log.
-std::string printable(std::string_view text);
-
-/// Decodes %XX, and '+' as a blank. False when a percent sign is not followed by two hexadecimal
-/// digits; `out` is then unspecified.
-bool decode_query_text(std::string_view text, std::string& out);
-
-/// Whether the text is a UUID: 8-4-4-4-12 hexadecimal digits of either case.
-bool is_uuid(std::string_view text);
+std::string printable(std::string_view bytes);
 
 /// ASCII only; other bytes stay.
 std::string lower_case(std::string_view text);

@@ -5,29 +5,13 @@
 #include <set>
 #include <string>
 
+#include "platform/text/uuid.h"
 #include "service/app/access_key.h"
 #include "service/http/access_log.h"
 #include "tests/support/temp_directory.h"
 
 namespace zqpool::service {
 namespace {
-
-TEST(Text, takes_well_formed_utf8_only) {
-  EXPECT_TRUE(is_utf8(""));
-  EXPECT_TRUE(is_utf8("plain"));
-  EXPECT_TRUE(is_utf8("\xc3\xa9 \xe2\x82\xac \xf0\x9f\x92\xbe \xf4\x8f\xbf\xbf \xed\x9f\xbf"));
-  EXPECT_TRUE(is_utf8(std::string("\0", 1)));
-  EXPECT_FALSE(is_utf8("\x80"));
-  EXPECT_FALSE(is_utf8("\xc0\xaf"));          // overlong
-  EXPECT_FALSE(is_utf8("\xe0\x9f\xbf"));      // overlong
-  EXPECT_FALSE(is_utf8("\xf0\x8f\xbf\xbf"));  // overlong
-  EXPECT_FALSE(is_utf8("\xed\xa0\x80"));      // surrogate
-  EXPECT_FALSE(is_utf8("\xf4\x90\x80\x80"));  // beyond U+10FFFF
-  EXPECT_FALSE(is_utf8("\xc3"));
-  EXPECT_FALSE(is_utf8("\xe2\x82"));
-  EXPECT_FALSE(is_utf8("\xe2\x28\xa1"));
-  EXPECT_FALSE(is_utf8("\xff"));
-}
 
 TEST(Text, printable_leaves_nothing_that_ends_a_line_or_a_field) {
   EXPECT_EQ(printable("a b~"), "a b~");
@@ -37,32 +21,11 @@ TEST(Text, printable_leaves_nothing_that_ends_a_line_or_a_field) {
   EXPECT_EQ(printable(std::string("\0", 1)), "\\x00");
 }
 
-TEST(Text, decodes_escapes_and_plus) {
-  std::string out;
-  EXPECT_TRUE(decode_query_text("a+b%20c%2F%c3%A9%00", out));
-  EXPECT_EQ(out, std::string("a b c/\xc3\xa9\0", 9));
-  EXPECT_TRUE(decode_query_text("", out));
-  EXPECT_EQ(out, "");
-  for (const char* bad : {"%", "%2", "a%2", "%zz", "%2g", "%g2", "%%20"}) {
-    EXPECT_FALSE(decode_query_text(bad, out)) << bad;
-  }
-}
-
-TEST(Text, knows_a_uuid) {
-  EXPECT_TRUE(is_uuid("6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a01"));
-  EXPECT_TRUE(is_uuid("6F1C2F0E-5D0B-4B6E-9A55-0D6A4F1F7A01"));
-  EXPECT_FALSE(is_uuid(""));
-  EXPECT_FALSE(is_uuid("6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a0"));
-  EXPECT_FALSE(is_uuid("6f1c2f0e-5d0b-4b6e-9a55-0d6a4f1f7a012"));
-  EXPECT_FALSE(is_uuid("6f1c2f0e-5d0b-4b6e-9a550-d6a4f1f7a01"));
-  EXPECT_FALSE(is_uuid("6f1c2f0g-5d0b-4b6e-9a55-0d6a4f1f7a01"));
-}
-
 TEST(Text, makes_random_uuids_of_version_4) {
   std::set<std::string> made;
   for (int i = 0; i < 1000; ++i) {
     const std::string uuid = random_uuid();
-    EXPECT_TRUE(is_uuid(uuid));
+    EXPECT_TRUE(text::is_uuid(uuid));
     EXPECT_EQ(uuid[14], '4');
     EXPECT_NE(std::string("89ab").find(uuid[19]), std::string::npos);
     EXPECT_EQ(uuid, lower_case(uuid));
