@@ -8,7 +8,7 @@
 #include "service/filesystem/filesystems.h"
 #include "service/scsi/exports.h"
 #include "service/scsi/luns.h"
-#include "service/scsi/pools.h"
+#include "service/scsi/pool.h"
 #include "service/volumes/volumes.h"
 
 namespace zqpool::service {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "service/api/request_fields.h"
-#include "service/scsi/pools.h"
+#include "service/scsi/pool.h"
 #include "service/store/database.h"
 #include "service/volumes/volumes.h"
 

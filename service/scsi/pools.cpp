@@ -3,6 +3,7 @@
 #include "service/api/request_fields.h"
 #include "service/scsi/exports.h"
 #include "service/scsi/luns.h"
+#include "service/scsi/pool.h"
 #include "service/scsi/snapshots.h"
 #include "service/volumes/check.h"
 
@@ -91,14 +92,6 @@ void clear_pools(Connection& db) {
 }
 
 }  // namespace
-
-SCSI_Pool need_scsi_pool(Connection& db, const std::string& uuid, Access access) {
-  Statement row(db, "SELECT transport, target, portal FROM scsi_pool WHERE uuid = ?", uuid);
-  if (!row.next()) throw Request_Error(404, "there is no SCSI pool '" + uuid + "'");
-  SCSI_Pool out{need_volume_pool(db, uuid, access), row.text(0), row.text(1), {}};
-  if (!row.is_null(2)) out.portal = row.text(2);
-  return out;
-}
 
 void add_scsi_pools(Resources& resources) {
   resources.router.add(Method::get, "/zq/r/pool", Access::read, get_pools);

@@ -1,26 +1,8 @@
 #pragma once
 
-#include <optional>
-#include <string>
-
-#include "service/api/message.h"
-#include "service/api/request_fields.h"
 #include "service/api/resources.h"
-#include "service/store/database.h"
-#include "service/volumes/volumes.h"
 
 namespace zqpool::service {
-
-/// A pool whose volumes are LUNs.
-struct SCSI_Pool {
-  Volume_Pool volumes;
-  std::string transport;              ///< "iSCSI" or "FC"
-  std::string target;                 ///< for exports that name none
-  std::optional<std::string> portal;  ///< where the target is reached
-};
-
-/// Throws Request_Error as need_volume_pool().
-SCSI_Pool need_scsi_pool(Connection& db, const std::string& uuid, Access access);
 
 /// The paths /zq/r/pool, /zq/r/scsipool/lun and /zq/r/scsipool/snapshot with what is below them,
 /// the scenario sections "scsi_pools" and "luns", and the check of exports.
