@@ -26,16 +26,16 @@ namespace {
 
 using namespace zqpool::service;
 
-/// A file that says that the service is ready, from when it is whole until the end of its scope.
+/// A file that exists, complete, while the service is ready; removed at the end of the scope.
 class Ready_File {
  public:
   Ready_File(std::string file, const std::string& line) : file_(std::move(file)) {
     if (file_.empty()) return;
-    const std::string fresh = file_ + ".new";
-    std::ofstream out(fresh, std::ios::trunc);
+    const std::string unfinished = file_ + ".new";
+    std::ofstream out(unfinished, std::ios::trunc);
     out << line << '\n';
     out.close();
-    if (!out || std::rename(fresh.c_str(), file_.c_str()) != 0) {
+    if (!out || std::rename(unfinished.c_str(), file_.c_str()) != 0) {
       throw std::runtime_error("cannot write '" + file_ + "': " + std::strerror(errno));
     }
   }
@@ -49,7 +49,7 @@ class Ready_File {
   std::string file_;
 };
 
-/// Writes the scenario file over what the store holds.
+/// Replaces the database's content by the scenario file.
 void load_scenario(Connection& db, const Scenario& scenario, const std::string& file) {
   try {
     scenario.load(db, read_scenario(file), true);
@@ -58,7 +58,8 @@ void load_scenario(Connection& db, const Scenario& scenario, const std::string& 
   }
 }
 
-void say_or_load_scenario(Database& database, const Scenario& scenario, const Options& options) {
+/// Reloads the scenario into an existing database if wanted, else says that it is not loaded.
+void handle_existing_state(Database& database, const Scenario& scenario, const Options& options) {
   if (options.scenario_file.empty() || database.is_new()) return;
   if (!options.reload_scenario) {
     std::fprintf(stderr,
@@ -73,11 +74,11 @@ void say_or_load_scenario(Database& database, const Scenario& scenario, const Op
 }
 
 void serve(const Options& options) {
-  // The state holds what is not for other users' eyes, also in files that SQLite makes beside it.
+  // Other users must not read the state, nor the files that SQLite makes beside it.
   ::umask(077);
   std::optional<Access_Key> key;
   if (options.no_access_key) {
-    std::fputs("zqpoold: WARNING: no access key is asked for; everybody is let in\n", stderr);
+    std::fputs("zqpoold: WARNING: no access key is required; every client is accepted\n", stderr);
   } else {
     key = Access_Key(read_secret(options.access_key_file, "access key"));
   }
@@ -89,7 +90,7 @@ void serve(const Options& options) {
     if (options.scenario_file.empty()) return;
     load_scenario(db, resources.scenario, options.scenario_file);
   });
-  say_or_load_scenario(database, resources.scenario, options);
+  handle_existing_state(database, resources.scenario, options);
   Dispatcher dispatcher(database, resources.router, key);
   if (options.lab) add_lab(resources, dispatcher);
   Access_Log log(options.access_log);

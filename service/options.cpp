@@ -53,74 +53,78 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
   CLI::App app("The reference storage and management service of zqpool.", "zqpoold");
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
   app.set_version_flag("--version", "zqpoold " ZQPOOL_VERSION);
-  app.add_option("--listen", plain, "Serve HTTP here (default 127.0.0.1:8480 if nothing is given)")
+  app.add_option("--listen", plain,
+                 "Serve HTTP at this address (default without --tls-listen: 127.0.0.1:8480)")
       ->type_name("ADDRESS:PORT")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  app.add_option("--tls-listen", tls, "Serve HTTPS here")
+  app.add_option("--tls-listen", tls, "Serve HTTPS at this address")
       ->type_name("ADDRESS:PORT")
       ->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
   app.add_option("--certificate", options.server.certificate_file, "Certificate chain for HTTPS")
       ->type_name("PEM");
-  app.add_option("--private-key", options.server.key_file, "Its private key")->type_name("PEM");
-  app.add_option("--state", options.state_file, "The state; made when it is not there")
+  app.add_option("--private-key", options.server.key_file, "Private key of the certificate")
+      ->type_name("PEM");
+  app.add_option("--state", options.state_file, "Database with the state; created if missing")
       ->type_name("FILE");
-  app.add_option("--scenario", options.scenario_file, "What a new state holds at first")
+  app.add_option("--scenario", options.scenario_file, "Scenario to load into a new state")
       ->type_name("FILE");
   app.add_flag("--reload-scenario", options.reload_scenario,
-               "Load the scenario also into an existing state, whose content is lost");
+               "Load the scenario into an existing state too; its content is lost");
   app.add_option("--access-key-file", options.access_key_file,
-                 "Holds the key that requests must carry")
+                 "File with the key that requests must carry")
       ->type_name("FILE");
-  app.add_flag("--no-access-key", options.no_access_key, "Let everybody in");
+  app.add_flag("--no-access-key", options.no_access_key, "Accept every client");
   app.add_option("--s3-secret-file", options.s3_secret_file,
-                 "Holds the secret, shared with the hosts, that seals the keys of S3 pools")
+                 "File with the secret, shared with the hosts, that encrypts the keys of S3 pools")
       ->type_name("FILE");
-  app.add_option("--access-log", options.access_log, "One line a request; - is standard output")
+  app.add_option("--access-log", options.access_log, "One line per request; - is standard output")
       ->type_name("FILE")
       ->capture_default_str();
   app.add_option("--ready-file", options.ready_file,
-                 "Holds the ready line while the service serves")
+                 "Write the ready line here; removed at the end")
       ->type_name("FILE");
-  app.add_flag("--lab", options.lab, "Serve /zq/lab/ too: scenarios and scripted faults");
-  app.add_option("--nfs-delay", nfs_delay, "How long an NFS record is pending")
+  app.add_flag("--lab", options.lab,
+               "Also serve /zq/lab/: scenarios, scripted faults, guests' writes");
+  app.add_option("--nfs-delay", nfs_delay, "How long an NFS record stays pending")
       ->type_name("SECONDS")
       ->check(CLI::Range(0.0, 3600.0))
       ->capture_default_str();
   app.add_option("--make-certificate", options.make_certificate,
-                 "Write certificate.pem and key.pem for localhost there, then end")
+                 "Write certificate.pem and key.pem for localhost there, then exit")
       ->type_name("DIRECTORY");
-  app.add_option("--threads", options.server.threads, "Threads that carry out requests")
+  app.add_option("--threads", options.server.threads, "Threads that run requests")
       ->type_name("NUMBER")
       ->check(CLI::Range(1, 256))
       ->capture_default_str();
-  app.add_option("--max-connections", limits.connections, "Further ones wait to be accepted")
+  app.add_option("--max-connections", limits.connections,
+                 "Connections open at once; more wait to be accepted")
       ->type_name("NUMBER")
       ->check(CLI::Range(1, 100000))
       ->capture_default_str();
-  app.add_option("--max-header", limits.header_bytes, "Largest request line and headers")
+  app.add_option("--max-header", limits.header_bytes, "Size limit of request line and headers")
       ->type_name("BYTES")
       ->check(CLI::Range(256, 1 << 20))
       ->capture_default_str();
-  app.add_option("--max-body", limits.body_bytes, "Largest body of a request")
+  app.add_option("--max-body", limits.body_bytes, "Size limit of a request's body")
       ->type_name("BYTES")
       ->check(CLI::Range(0, 1 << 30))
       ->capture_default_str();
   const CLI::Range any_time(0.001, 86400.0);
-  app.add_option("--idle-timeout", idle, "How long a connection may wait for a request")
+  app.add_option("--idle-timeout", idle, "How long a connection may be idle")
       ->type_name("SECONDS")
       ->check(any_time)
       ->capture_default_str();
   app.add_option("--request-timeout", request,
-                 "For a handshake, for headers, and for a body plus a second each 64 KiB")
+                 "Deadline for a handshake, for headers, and for a body (and 1 s more per 64 KiB)")
       ->type_name("SECONDS")
       ->check(any_time)
       ->capture_default_str();
   app.add_option("--answer-timeout", answer,
-                 "For the client to take an answer, plus a second each 64 KiB")
+                 "Deadline for sending a response (and 1 s more per 64 KiB)")
       ->type_name("SECONDS")
       ->check(any_time)
       ->capture_default_str();
-  app.add_option("--stop-timeout", stop, "For running requests when the service is to stop")
+  app.add_option("--stop-timeout", stop, "Deadline for running requests at shutdown")
       ->type_name("SECONDS")
       ->check(any_time)
       ->capture_default_str();
@@ -137,8 +141,8 @@ std::optional<Options> read_options(int argc, char** argv, int& exit_code) {
       if (options.state_file.empty()) throw CLI::RequiredError("--state");
       if (options.access_key_file.empty() == !options.no_access_key) {
         throw CLI::ValidationError(
-            "give --access-key-file FILE, or --no-access-key to let "
-            "everybody in");
+            "give --access-key-file FILE, or --no-access-key to accept "
+            "every client");
       }
       if (!tls.empty() &&
           (options.server.certificate_file.empty() || options.server.key_file.empty())) {

@@ -36,14 +36,14 @@ std::int64_t bounded(Request_Fields& fields, const std::string& key, std::int64_
   return value;
 }
 
-void read_what(Request_Fields& fields, Fault& fault) {
+void read_effect(Request_Fields& fields, Fault& fault) {
   fault.delay_ms = bounded(fields, "delay_ms", 0, 0, max_wait_ms);
   fault.delay_after_commit = fields.flag_or("delay_after_commit", false);
   switch (fault.kind) {
     case Fault_Kind::status: {
       fault.status = static_cast<unsigned>(bounded(fields, "status", 0, 200, 599));
       if (const Value* body = fields.optional_value("body")) {
-        // A text is sent as it stands, so that a body need not be JSON.
+        // A string is sent as it is, so that the body need not be JSON.
         fault.body =
             body->type() == json_spirit::str_type ? body->get_str() : json_spirit::write(*body);
       } else if (fault.status >= 400) {
@@ -110,13 +110,13 @@ std::shared_ptr<Fault> read_fault(const Object& object, const std::string& place
     known = true;
   }
   if (!known) fields.refuse("kind", "\"" + kind + "\" is no kind of fault");
-  read_what(fields, *fault);
+  read_effect(fields, *fault);
   fields.finish();
   fault->description = object;
   return fault;
 }
 
-bool is_for(const Fault& fault, Method method, const std::string& path, const std::string& query) {
+bool matches(const Fault& fault, Method method, const std::string& path, const std::string& query) {
   if (fault.method != Method::other && fault.method != method) return false;
   const bool prefix = fault.path.back() == '*';
   if (prefix ? path.compare(0, fault.path.size() - 1, fault.path, 0, fault.path.size() - 1) != 0
@@ -140,7 +140,7 @@ Array Fault_Script::add(const Object& document) {
   const Array* faults = fields.optional_array("faults");
   fields.finish();
   if (!faults) fields.refuse("faults", "is missing", 400);
-  std::vector<Entry> fresh;
+  std::vector<Entry> added;
   for (std::size_t i = 0; i < faults->size(); ++i) {
     const std::string place = "faults[" + std::to_string(i) + ']';
     if ((*faults)[i].type() != json_spirit::obj_type) {
@@ -148,14 +148,14 @@ Array Fault_Script::add(const Object& document) {
     }
     std::shared_ptr<Fault> fault = read_fault((*faults)[i].get_obj(), place);
     const std::uint64_t seed = fault->seed;
-    fresh.push_back({std::move(fault), std::mt19937_64(seed)});
+    added.push_back({std::move(fault), std::mt19937_64(seed)});
   }
   const std::lock_guard<std::mutex> hold(mutex_);
-  if (entries_.size() + fresh.size() > static_cast<std::size_t>(max_faults)) {
+  if (entries_.size() + added.size() > static_cast<std::size_t>(max_faults)) {
     throw Request_Error(422, "more than " + std::to_string(max_faults) + " faults at once");
   }
   Array ids;
-  for (Entry& entry : fresh) {
+  for (Entry& entry : added) {
     entry.fault->id = ++last_id_;
     ids.emplace_back(entry.fault->id);
     entries_.push_back(std::move(entry));
@@ -168,11 +168,11 @@ Fault_Pointer Fault_Script::choose(Method method, const std::string& path,
   const std::lock_guard<std::mutex> hold(mutex_);
   for (Entry& entry : entries_) {
     const Fault& fault = *entry.fault;
-    if (!is_for(fault, method, path, query)) continue;
+    if (!matches(fault, method, path, query)) continue;
     const std::int64_t number = ++fault.matched;
     if (fault.times >= 0 && fault.chosen >= fault.times) continue;
     if (number <= fault.skip || (number - fault.skip) % fault.every != 0) continue;
-    // 53 random bits as a number below 1: the same on every platform, unlike a distribution's.
+    // 53 random bits as a number below 1. A standard distribution may differ between platforms.
     const double chance = static_cast<double>(entry.random() >> 11) * 0x1.0p-53;
     if (chance >= fault.probability) continue;
     ++fault.chosen;
@@ -202,9 +202,9 @@ std::int64_t Fault_Script::clear() {
   return count;
 }
 
-bool change_type(const Fault& fault, Response& answer) {
+bool change_type(const Fault& fault, Response& response) {
   Value value;
-  if (!json_spirit::read(answer.body, value)) return false;
+  if (!json_spirit::read(response.body, value)) return false;
   Value* target = &value;
   if (!fault.member.empty()) {
     if (value.type() != json_spirit::obj_type) return false;
@@ -220,7 +220,7 @@ bool change_type(const Fault& fault, Response& answer) {
                                           : Value();
   if (target->type() == other.type()) return false;
   *target = std::move(other);
-  answer.body = json_spirit::write(value);
+  response.body = json_spirit::write(value);
   return true;
 }
 

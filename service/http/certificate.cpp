@@ -55,7 +55,7 @@ void write_new(const std::string& file, int mode, BIO* content) {
   if (out < 0) throw std::runtime_error("cannot create '" + file + "': " + std::strerror(errno));
   char* data = nullptr;
   const auto length = static_cast<std::size_t>(BIO_get_mem_data(content, &data));
-  // fchmod, because the process's mask would take the readers of the certificate away.
+  // fchmod(), since the umask would keep other users from reading the certificate.
   const bool written = ::fchmod(out, static_cast<mode_t>(mode)) == 0 &&
                        ::write(out, data, length) == static_cast<ssize_t>(length);
   const bool closed = ::close(out) == 0;
@@ -68,7 +68,7 @@ void write_new(const std::string& file, int mode, BIO* content) {
 }  // namespace
 
 void make_certificate(const std::string& directory) {
-  // EVP_EC_gen, spelt out: its cast is one that clang warns of.
+  // Not EVP_EC_gen(): clang warns of a cast in that macro.
   const Key key(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", "P-256"));
   const Certificate certificate(X509_new());
   const Number serial(BN_new());
@@ -88,7 +88,7 @@ void make_certificate(const std::string& directory) {
       X509_set_issuer_name(x509, name) != 1) {
     fail("cannot name the certificate");
   }
-  // Its own trust anchor, but it can vouch for no other certificate.
+  // A trust anchor, but no CA: it cannot sign other certificates.
   add_extension(x509, NID_basic_constraints, "critical,CA:FALSE");
   add_extension(x509, NID_key_usage, "critical,digitalSignature");
   add_extension(x509, NID_ext_key_usage, "serverAuth");

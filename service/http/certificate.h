@@ -4,10 +4,9 @@
 
 namespace zqpool::service {
 
-/// Writes `certificate.pem` and `key.pem` (mode 0600) into the directory, which is made if need be:
-/// a self-signed EC P-256 certificate for localhost, 127.0.0.1 and ::1, good for 825 days, that
-/// clients take as their only authority. Throws std::runtime_error; an existing key is never
-/// overwritten.
+/// Writes a self-signed EC P-256 certificate for localhost, 127.0.0.1 and ::1, valid for 825 days,
+/// to `certificate.pem` and its key to `key.pem` (mode 0600). Creates the directory if needed;
+/// never overwrites a file. Clients use the certificate as their CA. Throws std::runtime_error.
 void make_certificate(const std::string& directory);
 
 }  // namespace zqpool::service

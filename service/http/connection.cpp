@@ -35,7 +35,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr std::size_t read_size = 16384;
-// Beyond the largest header the buffer has room for what comes with it.
+// Room in the buffer beyond the largest header, for what comes after it in one read.
 constexpr std::size_t spare_buffer = 65536;
 // Closing with unread input sends RST, which can drop the response.
 constexpr milliseconds linger_time{2000};
@@ -86,12 +86,12 @@ class Http_Connection final : public Client_Connection,
   Transport& transport() { return transport_of(stream_); }
   const Limits& limits() const { return context_.limits; }
 
-  /// Runs a member on this connection's strand.
+  /// Runs an action on this connection's strand.
   template <typename Action>
   void post(Action action) {
     net::post(stream_.get_executor(), [self = this->shared_from_this(), action] { action(*self); });
   }
-  /// A completion handler that calls a member with the operation's result.
+  /// A completion handler that calls a member function and keeps this object alive.
   template <typename... Args>
   auto then(void (Http_Connection::*member)(Args...)) {
     return [self = this->shared_from_this(), member](const error_code& error, auto&&... rest) {
@@ -161,7 +161,7 @@ class Http_Connection final : public Client_Connection,
   }
 
   void on_header(error_code error, std::size_t) {
-    const Request_Header& header = parser_->get().base();  // as far as it came
+    const Request_Header& header = parser_->get().base();  // possibly incomplete
     request_ = request_of(header);
     record_.method.assign(header.method_string().data(), header.method_string().size());
     record_.target.assign(header.target().data(), header.target().size());
@@ -180,7 +180,7 @@ class Http_Connection final : public Client_Connection,
     if (parser_->is_done()) {
       carry_out();
     } else if (plan_.response) {
-      respond_and_close(*plan_.response);  // the body is of no use
+      respond_and_close(*plan_.response);  // without reading the body
     } else if (beast::iequals(header[http::field::expect], "100-continue")) {
       net::async_write(stream_, net::buffer("HTTP/1.1 100 Continue\r\n\r\n", 25),
                        then(&Http_Connection::on_continue));
@@ -331,7 +331,7 @@ class Http_Connection final : public Client_Connection,
   }
 
   static Clock::duration with_bytes(Clock::duration time, std::uint64_t bytes) {
-    return time + std::chrono::seconds(bytes / Limits::slowest_rate);
+    return time + std::chrono::seconds(bytes / Limits::min_rate);
   }
 
   // No std::array: Asio would pass its rest on with an empty buffer first, which ends a TLS write.

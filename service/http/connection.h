@@ -14,27 +14,26 @@
 
 namespace zqpool::service {
 
-/// What all connections share. Outlives them.
+/// What all connections share. Must outlive them.
 struct Connection_Context {
   Dispatcher& dispatcher;
   Access_Log& log;
   const Limits& limits;
-  boost::asio::thread_pool& workers;  ///< where operations run
-  std::atomic<bool> stopping{false};  ///< answers close their connections, idle ones are closed
-  std::atomic<bool> crowded{false};   ///< others wait to be accepted: answers close too
+  boost::asio::thread_pool& workers;  ///< run the handlers, which may block
+  std::atomic<bool> stopping{false};  ///< close after the current response, or at once if idle
+  std::atomic<bool> crowded{false};   ///< clients wait to be accepted: close after each response
 };
 
-/// One client's connection. It keeps itself alive while it has something to do.
+/// One client's connection. Keeps itself alive until it is closed.
 class Client_Connection {
  public:
   virtual ~Client_Connection() = default;
   virtual void start() = 0;
-  /// Closes the connection unless a request is being read, carried out or answered; that one still
-  /// gets its answer. Any thread.
+  /// Closes the connection, after the response if a request is being read or handled. Any thread.
   virtual void stop() = 0;
 };
 
-/// `ended` is called once, from any thread, when the connection is gone.
+/// `ended` is called once, from any thread, when the connection is destroyed.
 std::shared_ptr<Client_Connection> make_connection(boost::asio::ip::tcp::socket socket,
                                                    Connection_Context& context,
                                                    std::function<void()> ended);

@@ -57,7 +57,7 @@ class Server::Implementation {
         workers_(settings.threads),
         context_{dispatcher, log, limits_, workers_},
         signals_(strand_, SIGTERM, SIGINT),
-        hang_up_(strand_, SIGHUP),
+        sighup_(strand_, SIGHUP),
         stop_timer_(strand_) {
     if (!settings.tls.empty()) make_tls(settings);
     for (const Listen_Address& address : settings.plain)
@@ -81,7 +81,7 @@ class Server::Implementation {
       signals_.async_wait([this](const error_code& error, int) {
         if (!error) stop();
       });
-      wait_for_hang_up();
+      wait_for_sighup();
     });
     std::vector<std::thread> threads;
     for (int i = 1; i < io_threads; ++i)
@@ -89,7 +89,7 @@ class Server::Implementation {
     run_io();
     for (std::thread& thread : threads)
       thread.join();
-    workers_.join();  // what an operation has begun it ends, or the state rolls it back
+    workers_.join();  // running handlers end
     finished_ = true;
   }
 
@@ -107,7 +107,7 @@ class Server::Implementation {
         io_.run();
         return;
       } catch (const std::exception& error) {
-        // One connection's failure, memory above all, is not the others'.
+        // One connection failed, most likely for lack of memory; the others go on.
         std::fprintf(stderr, "zqpoold: %s\n", error.what());
       }
     }
@@ -126,7 +126,7 @@ class Server::Implementation {
       throw std::runtime_error("cannot use private key '" + settings.key_file + "'" +
                                openssl_reason());
     }
-    // Sessions resume by tickets: the client carries them, nothing is kept here.
+    // Sessions resume by tickets, which the clients keep.
     static const unsigned char name[] = "zqpoold";
     if (SSL_CTX_set_min_proto_version(tls, TLS1_2_VERSION) != 1 ||
         SSL_CTX_set_session_id_context(tls, name, sizeof name - 1) != 1) {
@@ -154,7 +154,7 @@ class Server::Implementation {
     listeners_.push_back(std::move(listener));
   }
 
-  // All that follows runs on strand_.
+  // Everything below runs on strand_.
 
   void accept(Listener& listener) {
     if (context_.stopping) return;
@@ -169,7 +169,7 @@ class Server::Implementation {
             serve(std::move(socket), listener.tls);
             accept(listener);
           } else if (error != net::error::operation_aborted) {
-            // Out of descriptors, most likely: they come back when connections end.
+            // Most likely out of descriptors: closing connections frees some.
             listener.pause.expires_after(accept_pause);
             listener.pause.async_wait([this, &listener](const error_code& stopped) {
               if (!stopped) accept(listener);
@@ -233,18 +233,18 @@ class Server::Implementation {
     io_.stop();
   }
 
-  void wait_for_hang_up() {
-    hang_up_.async_wait([this](const error_code& error, int) {
+  void wait_for_sighup() {
+    sighup_.async_wait([this](const error_code& error, int) {
       if (error) return;
       log_.reopen();
-      wait_for_hang_up();
+      wait_for_sighup();
     });
   }
 
   Limits limits_;
   Access_Log& log_;
   std::optional<net::ssl::context> tls_;
-  // Connections live in handlers that io_ holds; what they use when they end comes before it.
+  // io_ holds the connections; members that they use when they end are destroyed after it.
   std::map<std::uint64_t, std::weak_ptr<Client_Connection>> connections_;
   std::uint64_t last_id_ = 0;
   std::atomic<bool> finished_{false};
@@ -255,7 +255,7 @@ class Server::Implementation {
   net::strand<net::io_context::executor_type> strand_{io_.get_executor()};
   std::list<Listener> listeners_;
   net::signal_set signals_;
-  net::signal_set hang_up_;
+  net::signal_set sighup_;
   net::steady_timer stop_timer_;
 };
 

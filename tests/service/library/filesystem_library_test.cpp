@@ -189,9 +189,7 @@ class Filesystem_Library : public testing::TestWithParam<Way> {
 };
 
 INSTANTIATE_TEST_SUITE_P(Of, Filesystem_Library,
-                         testing::Values(Way{false, false}, Way{false, true}, Way{true, false},
-                                         Way{true, true}),
-                         [](const auto& test) {
+                         testing::Values(Way{false, false}, Way{true, true}), [](const auto& test) {
                            return string(test.param.image ? "an_image_pool" : "a_scsi_pool") +
                                   (test.param.ssl ? "_over_https" : "_over_http");
                          });
@@ -427,6 +425,11 @@ class NFS_Library : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Over, NFS_Library, testing::Bool(),
                          [](const auto& test) { return test.param ? "https" : "http"; });
 
+/// What does not depend on the transport.
+class Plain_NFS_Library : public NFS_Library {};
+INSTANTIATE_TEST_SUITE_P(Over, Plain_NFS_Library, testing::Values(false),
+                         [](const auto&) { return "http"; });
+
 TEST_P(NFS_Library, a_path_is_exported_changed_and_withdrawn) {
   start("0");
   NFS_Operator::Record record = path("/srv/mail");
@@ -456,7 +459,7 @@ TEST_P(NFS_Library, a_path_is_exported_changed_and_withdrawn) {
   EXPECT_THAT(log_.lines(), IsEmpty());
 }
 
-TEST_P(NFS_Library, a_pool_is_exported) {
+TEST_P(Plain_NFS_Library, a_pool_is_exported) {
   start("0");
   NFS_Operator::Record record;
   record.type = NFS_Operator::TYPE_POOL;
@@ -473,7 +476,7 @@ TEST_P(NFS_Library, a_pool_is_exported) {
   EXPECT_EQ(records().size(), 2U);
 }
 
-TEST_P(NFS_Library, what_the_service_refuses_is_not_kept) {
+TEST_P(Plain_NFS_Library, what_the_service_refuses_is_not_kept) {
   start("0");
   string uuid;
   EXPECT_FALSE(exports_.export_record(path("relative"), uuid, 0));
@@ -498,7 +501,7 @@ TEST_P(NFS_Library, sync_waits_until_the_record_is_taken_over) {
   EXPECT_EQ(state(uuid), "");
 }
 
-TEST_P(NFS_Library, without_sync_it_is_taken_over_later) {
+TEST_P(Plain_NFS_Library, without_sync_it_is_taken_over_later) {
   start("600");
   string uuid;
   EXPECT_TRUE(exports_.export_record(path("/srv/mail"), uuid, 0));
@@ -508,7 +511,7 @@ TEST_P(NFS_Library, without_sync_it_is_taken_over_later) {
   EXPECT_EQ(state(uuid), "pending") << "that is part of the state";
 }
 
-TEST_P(NFS_Library, a_sync_that_is_too_short_fails_and_the_record_is_kept) {
+TEST_P(Plain_NFS_Library, a_sync_that_is_too_short_fails_and_the_record_is_kept) {
   start("600");
   string uuid;
   EXPECT_FALSE(exports_.export_record(path("/srv/mail"), uuid, 1));
@@ -516,7 +519,7 @@ TEST_P(NFS_Library, a_sync_that_is_too_short_fails_and_the_record_is_kept) {
   EXPECT_THAT(service_->access_log().end()[-2], HasSubstr("sync=1\" status=503"));
 }
 
-TEST_P(NFS_Library, a_request_that_waits_does_not_keep_the_service_from_stopping) {
+TEST_P(Plain_NFS_Library, a_request_that_waits_does_not_keep_the_service_from_stopping) {
   service_ = std::make_unique<Service_Process>(
       Service_Settings{filesystem_lab(), {"--nfs-delay", "600", "--stop-timeout", "0.3"}});
   connect();
@@ -532,7 +535,7 @@ TEST_P(NFS_Library, a_request_that_waits_does_not_keep_the_service_from_stopping
   EXPECT_EQ(records().size(), 1U) << "what it waited for was kept";
 }
 
-TEST_P(NFS_Library, a_faulty_answer_comes_after_the_wait) {
+TEST_P(Plain_NFS_Library, a_faulty_answer_comes_after_the_wait) {
   start("0.2");
   ask(*service_, "POST", "/zq/lab/faults",
       R"({"faults":[{"path":"/zq/r/nfs","kind":"reset_after_commit","times":1}]})");

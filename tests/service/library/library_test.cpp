@@ -176,6 +176,11 @@ class Library : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Over, Library, testing::Bool(),
                          [](const auto& test) { return test.param ? "https" : "http"; });
 
+/// What does not depend on the transport.
+class Plain_Library : public Library {};
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Library, testing::Values(false),
+                         [](const auto&) { return "http"; });
+
 // ---- one resolution for each kind of pool
 
 TEST_P(Library, resolves_a_file_pool_for_each_attached_host) {
@@ -187,14 +192,14 @@ TEST_P(Library, resolves_a_file_pool_for_each_attached_host) {
   EXPECT_THAT(log_.texts("LM_ERROR"), ElementsAre("No 'stranger' in attached_hosts.\n"));
 }
 
-TEST_P(Library, resolves_a_deduplication_pool_on_one_node) {
+TEST_P(Plain_Library, resolves_a_deduplication_pool_on_one_node) {
   EXPECT_EQ(resolved(2),
             json("{" + base(2, "dedups://one.lab:8443/store") + R"(,"cipher":26,"key":")" +
                  lab_data_key + R"(","iv":")" + lab_iv + R"(","tenant_access_key":")" +
                  lab_tenant_key + R"(","dedup_backend_type":"rocks"})"));
 }
 
-TEST_P(Library, resolves_a_deduplication_pool_on_several_nodes) {
+TEST_P(Plain_Library, resolves_a_deduplication_pool_on_several_nodes) {
   EXPECT_EQ(resolved(3), json("{" + base(3, "wss://n1.lab:9443/store") +
                               R"(,"node_addrs":{"1":"wss://n1.lab:9443","2":"dedup://n2.lab"}})"))
       << "of the second node the master counts";
@@ -205,21 +210,21 @@ TEST_P(Library, resolves_a_deduplication_pool_on_several_nodes) {
   EXPECT_EQ(url(3, nullptr, device_uuid(5).c_str()), "dedup://n3.lab:9000/store");
 }
 
-TEST_P(Library, resolves_an_object_store_with_keys) {
+TEST_P(Plain_Library, resolves_an_object_store_with_keys) {
   EXPECT_EQ(resolved(4), json("{" + base(4, "s3v4s://objects.lab/bucket") +
                               R"(,"ext_attrs":{"vendor":"lab","region":"lab-1",
       "sign_method":"v4","access_key":"LAB-KEY","secret_key":")" +
                               lab_secret_key + R"("}})"));
 }
 
-TEST_P(Library, resolves_no_sealed_key_under_another_secret) {
+TEST_P(Plain_Library, resolves_no_sealed_key_under_another_secret) {
   const S3_Secret other("not-shared");
   Value record;
   EXPECT_FALSE(resolve(4, record));
   EXPECT_THAT(log_.texts("LM_ERROR"), ElementsAre("Failed to decrypt s3 keys of pool info\n"));
 }
 
-TEST_P(Library, resolves_an_object_store_with_credentials_for_a_time) {
+TEST_P(Plain_Library, resolves_an_object_store_with_credentials_for_a_time) {
   EXPECT_EQ(resolved(5), json("{" + base(5, "oss://cloud.lab/bucket") +
                               R"(,"ext_attrs":{"vendor":"lab","region":"","sign_method":"",
       "device_id":")" + device_uuid(7) +
@@ -228,7 +233,7 @@ TEST_P(Library, resolves_an_object_store_with_credentials_for_a_time) {
                               service_.access_key() + R"(","backupd_ssl":""}})"));
 }
 
-TEST_P(Library, resolves_an_hbr_pool) {
+TEST_P(Plain_Library, resolves_an_hbr_pool) {
   EXPECT_EQ(resolved(6), json("{" + base(6, "hbrs://hbr.lab/vault") +
                               R"(,"ext_attrs":{"vendor":"","region":"","sign_method":"",
       "device_id":")" + device_uuid(8) +
@@ -237,18 +242,18 @@ TEST_P(Library, resolves_an_hbr_pool) {
                               service_.access_key() + R"(","backupd_ssl":""}})"));
 }
 
-TEST_P(Library, resolves_a_lan_free_pool_for_the_host_that_a_device_is_bound_to) {
+TEST_P(Plain_Library, resolves_a_lan_free_pool_for_the_host_that_a_device_is_bound_to) {
   EXPECT_EQ(resolved(7, host_a.c_str()), json("{" + base(7, "lanfree://san.lab/p/l1/zq") + "}"));
   EXPECT_TRUE(bind(10, host_b, "db8"));
   EXPECT_EQ(url(7, host_b.c_str()), "lanfree://san.lab/p/l2/zq");
   EXPECT_EQ(url(7, host_a.c_str()), "lanfree://san.lab/p/l1/zq");
 }
 
-TEST_P(Library, resolves_a_plain_pool) {
+TEST_P(Plain_Library, resolves_a_plain_pool) {
   EXPECT_EQ(resolved(8), json("{" + base(8, "https://store.lab/zq/data/5f3a") + "}"));
 }
 
-TEST_P(Library, resolves_over_a_network) {
+TEST_P(Plain_Library, resolves_over_a_network) {
   const Endpoint to = endpoint();
   Common_JSON_RESTful_Client client(to.host.c_str(), to.port, to.ssl, true, true);
   Pool_Info info;
@@ -257,7 +262,7 @@ TEST_P(Library, resolves_over_a_network) {
   EXPECT_EQ(info.url, "http://10.3.0.9:8080/zq/data/5f3a");
 }
 
-TEST_P(Library, resolves_a_replica) {
+TEST_P(Plain_Library, resolves_a_replica) {
   const Endpoint to = endpoint();
   Pool_Info info;
   EXPECT_TRUE(get_replicate_pool_info(replica_uuid.c_str(), to.host.c_str(), to.port, to.ssl, true,
@@ -321,7 +326,7 @@ TEST_P(Library, resolves_every_pool_of_the_example) {
 
 // ---- failures
 
-TEST_P(Library, asks_again_while_the_service_gives_hope) {
+TEST_P(Plain_Library, asks_again_while_the_service_gives_hope) {
   script("GET", pool_path,
          R"("kind":"status","status":500,"body":{"error":{"code":7,"message":"busy"}},"times":3)");
   const Endpoint to = endpoint();
@@ -342,7 +347,7 @@ TEST_P(Library, asks_again_while_the_service_gives_hope) {
   }
 }
 
-TEST_P(Library, gives_up_at_once_where_there_is_no_hope) {
+TEST_P(Plain_Library, gives_up_at_once_where_there_is_no_hope) {
   const Endpoint to = endpoint();
   Common_JSON_RESTful_Client client(to.host.c_str(), to.port, to.ssl, true, true);
   std::size_t asked = 0;
@@ -379,7 +384,7 @@ TEST_P(Library, a_cut_off_resolution_is_asked_for_again) {
   EXPECT_EQ(fired(), 1);
 }
 
-TEST_P(Library, an_answer_of_another_type_resolves_nothing) {
+TEST_P(Plain_Library, an_answer_of_another_type_resolves_nothing) {
   script("GET", pool_path, R"("kind":"wrong_type","type":"array","times":1)");
   Value record;
   EXPECT_FALSE(resolve(8, record));
@@ -388,7 +393,7 @@ TEST_P(Library, an_answer_of_another_type_resolves_nothing) {
 
 // ---- the catalog's writes
 
-TEST_P(Library, metadata_is_read_back) {
+TEST_P(Plain_Library, metadata_is_read_back) {
   EXPECT_TRUE(add("/new/a.img", 7));
   EXPECT_EQ(recorded("/new/a.img"), R"({"path":"/new/a.img","size":7,"type":"file"})");
   EXPECT_TRUE(add("/new/a.img", -1, "weekly"));
@@ -400,7 +405,7 @@ TEST_P(Library, metadata_is_read_back) {
   EXPECT_THAT(log_.texts("LM_ERROR"), IsEmpty());
 }
 
-TEST_P(Library, metadata_of_a_strange_name_is_read_back) {
+TEST_P(Plain_Library, metadata_of_a_strange_name_is_read_back) {
   const std::string path = "/a b&c=d%2f/\xc3\xa9 \"+\\'";
   EXPECT_TRUE(add(path, 0));
   EXPECT_EQ(recorded(path),
@@ -409,7 +414,7 @@ TEST_P(Library, metadata_of_a_strange_name_is_read_back) {
   EXPECT_EQ(recorded(path), "");
 }
 
-TEST_P(Library, a_refused_write_changes_nothing) {
+TEST_P(Plain_Library, a_refused_write_changes_nothing) {
   const std::string before = ask(service_, "GET", "/zq/lab/scenario").body;
   EXPECT_FALSE(add("/a/../b", 0));
   EXPECT_FALSE(bind(1, "h", "s"));
@@ -422,7 +427,7 @@ TEST_P(Library, a_refused_write_changes_nothing) {
   EXPECT_EQ(ask(service_, "GET", "/zq/lab/scenario").body, before);
 }
 
-TEST_P(Library, an_offered_device_is_bound_and_not_offered_again) {
+TEST_P(Plain_Library, an_offered_device_is_bound_and_not_offered_again) {
   Object device;
   EXPECT_TRUE(offer(7, device));
   EXPECT_EQ(device.at("uuid"), Value(device_uuid(10)));
@@ -444,13 +449,13 @@ TEST_P(Library, a_write_whose_answer_is_lost_is_not_sent_twice_and_is_there) {
   EXPECT_EQ(recorded("/new"), R"({"path":"/new","size":7,"type":"file"})");
 }
 
-TEST_P(Library, a_write_that_is_lost_on_its_way_is_not_there) {
+TEST_P(Plain_Library, a_write_that_is_lost_on_its_way_is_not_there) {
   script("POST", metadata_path, R"("kind":"reset_before_commit","times":1)");
   EXPECT_FALSE(add("/new", 7));
   EXPECT_EQ(recorded("/new"), "");
 }
 
-TEST_P(Library, what_was_committed_before_a_kill_is_there_after_a_restart) {
+TEST_P(Plain_Library, what_was_committed_before_a_kill_is_there_after_a_restart) {
   // Each of these waits for an answer that never comes. The killer waits until the change can be
   // seen, so that the service dies between commit and answer.
   const auto killed_during = [&](const auto& write, const auto& is_done) {
@@ -488,7 +493,7 @@ TEST_P(Library, what_was_committed_before_a_kill_is_there_after_a_restart) {
 
 // ---- space
 
-TEST_P(Library, space_is_that_of_the_states_file_system) {
+TEST_P(Plain_Library, space_is_that_of_the_states_file_system) {
   const Endpoint to = endpoint();
   Object info;
   EXPECT_TRUE(get_storaged_space_info(to.host, to.port, to.ssl, service_.access_key(), info));
@@ -500,7 +505,7 @@ TEST_P(Library, space_is_that_of_the_states_file_system) {
   EXPECT_EQ(info.at("used").get_int64() + info.at("free").get_int64(), info.at("size").get_int64());
 }
 
-TEST_P(Library, space_is_not_told_to_a_stranger) {
+TEST_P(Plain_Library, space_is_not_told_to_a_stranger) {
   const Endpoint to = endpoint();
   Object info;
   EXPECT_FALSE(get_storaged_space_info(to.host, to.port, to.ssl, "wrong", info));

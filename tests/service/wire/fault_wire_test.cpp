@@ -60,7 +60,12 @@ Service_Process* Fault::service_ = nullptr;
 INSTANTIATE_TEST_SUITE_P(Over, Fault, testing::Bool(),
                          [](const auto& test) { return test.param ? "https" : "http"; });
 
-TEST_P(Fault, status_answers_instead_of_the_operation) {
+/// What does not depend on the transport.
+class Plain_Fault : public Fault {};
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Fault, testing::Values(false),
+                         [](const auto&) { return "http"; });
+
+TEST_P(Plain_Fault, status_answers_instead_of_the_operation) {
   script(R"("kind":"status","status":503)", "2");
   for (int i = 0; i < 2; ++i) {
     const Http_Answer answer = ask("GET", path);
@@ -76,7 +81,7 @@ TEST_P(Fault, status_answers_instead_of_the_operation) {
   EXPECT_EQ(count("fired"), 2);
 }
 
-TEST_P(Fault, status_may_bring_any_body_and_keeps_the_connection) {
+TEST_P(Plain_Fault, status_may_bring_any_body_and_keeps_the_connection) {
   script(R"("kind":"status","status":500,"body":"<html>no</html>")");
   const auto client = begin();
   const auto answer = client->read();
@@ -87,7 +92,7 @@ TEST_P(Fault, status_may_bring_any_body_and_keeps_the_connection) {
   ASSERT_TRUE(client->read());
 }
 
-TEST_P(Fault, a_refused_request_has_no_fault) {
+TEST_P(Plain_Fault, a_refused_request_has_no_fault) {
   script(R"("kind":"status","status":503)");
   Http_Client client(service_->endpoint(ssl()));
   client.send(request_text("GET", path, "wrong"));
@@ -97,7 +102,7 @@ TEST_P(Fault, a_refused_request_has_no_fault) {
   EXPECT_EQ(count("matched"), 0);
 }
 
-TEST_P(Fault, delay_waits_before_the_operation_or_after_it) {
+TEST_P(Plain_Fault, delay_waits_before_the_operation_or_after_it) {
   for (const char* when : {"false", "true"}) {
     script(R"("kind":"delay","delay_ms":150,"delay_after_commit":)" + std::string(when));
     const auto start = std::chrono::steady_clock::now();
@@ -140,7 +145,7 @@ TEST_P(Fault, cut_of_nothing_sends_the_head_alone) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Fault, cut_beyond_the_body_does_not_happen) {
+TEST_P(Plain_Fault, cut_beyond_the_body_does_not_happen) {
   script(R"("kind":"cut","bytes":100000)");
   EXPECT_EQ(ask("GET", path).status, 200U);
   EXPECT_THAT(last_log_line(), HasSubstr("fault=-"));
@@ -174,7 +179,7 @@ TEST_P(Fault, drip_keeps_the_connection_and_survives_a_client_that_leaves) {
   EXPECT_EQ(ask("GET", "/zq/lab/health").status, 200U);
 }
 
-TEST_P(Fault, garbage_comes_as_the_body) {
+TEST_P(Plain_Fault, garbage_comes_as_the_body) {
   script(R"("kind":"garbage","bytes":300,"seed":5)", "2");
   const Http_Answer first = ask("GET", path);
   EXPECT_EQ(first.status, 200U);
@@ -216,7 +221,7 @@ TEST_P(Fault, a_client_may_leave_a_huge_answer) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Fault, wrong_type_changes_the_answer_or_a_member) {
+TEST_P(Plain_Fault, wrong_type_changes_the_answer_or_a_member) {
   script(R"("kind":"wrong_type","member":"rows","type":"string")");
   EXPECT_EQ(ask("GET", path).body, R"({"rows":"wrong type"})");
   EXPECT_EQ(count("fired"), 1);
@@ -229,14 +234,14 @@ TEST_P(Fault, wrong_type_changes_the_answer_or_a_member) {
   EXPECT_EQ(count("fired"), 0) << "there is no such member";
 }
 
-TEST_P(Fault, a_head_request_has_no_body_to_spoil) {
+TEST_P(Plain_Fault, a_head_request_has_no_body_to_spoil) {
   script(R"("kind":"huge","bytes":5000)", "3");
   const Http_Answer answer = ask("HEAD", path);
   EXPECT_EQ(answer.status, 200U);
   EXPECT_EQ(count("fired"), 0);
 }
 
-TEST_P(Fault, scripts_are_refused_as_a_whole) {
+TEST_P(Plain_Fault, scripts_are_refused_as_a_whole) {
   const Http_Answer answer =
       ask("POST", "/zq/lab/faults",
           R"({"faults":[{"path":"/a","kind":"cut","bytes":1},{"path":"/a","kind":"x"}]})");
@@ -245,7 +250,7 @@ TEST_P(Fault, scripts_are_refused_as_a_whole) {
   EXPECT_EQ(ask("GET", "/zq/lab/faults").body, R"({"faults":[]})");
 }
 
-TEST_P(Fault, the_laboratory_itself_has_none) {
+TEST_P(Plain_Fault, the_laboratory_itself_has_none) {
   const Http_Answer made =
       ask("POST", "/zq/lab/faults", R"({"faults":[{"path":"/*","kind":"status","status":500}]})");
   EXPECT_EQ(made.status, 201U);
@@ -257,7 +262,7 @@ TEST_P(Fault, the_laboratory_itself_has_none) {
 
 // ---- scenarios over the wire
 
-TEST_P(Fault, a_scenario_is_loaded_merged_and_dumped) {
+TEST_P(Plain_Fault, a_scenario_is_loaded_merged_and_dumped) {
   const std::string other =
       R"({"pools":[{"uuid":")" + pool_uuid(7) + R"(","name":"seven","type":"file"}]})";
   const std::string loaded = ask("POST", "/zq/lab/scenario?mode=merge", other).body;

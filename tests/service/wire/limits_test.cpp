@@ -23,10 +23,11 @@ using Clock = std::chrono::steady_clock;
 const std::string pool_path = "/zq/r/storage/catalog/pool";
 const std::string info_path = "/zq/r/storage/catalog/device/info";
 
-constexpr std::chrono::seconds far_too_long{15};
+// Less than the default deadline for a response.
+constexpr std::chrono::seconds max_wait{25};
 
-/// Sends a byte of the text now and then until the connection ends; true when it did before the
-/// text was at its end.
+/// Sends a byte of the text every 50 ms; true when the connection ended before the text did. A text
+/// of 200 bytes or so is at its end before the default deadline of a request.
 bool cut_off_while_sending(Http_Client& client, const std::string& text) {
   std::string bytes;
   for (const char c : text) {
@@ -39,7 +40,7 @@ bool cut_off_while_sending(Http_Client& client, const std::string& text) {
 /// Waits for a line of the log, which may come a moment after the client noticed.
 bool said_in_log(const Service_Process& service, const std::string& text) {
   const auto start = Clock::now();
-  while (Clock::now() - start < far_too_long) {
+  while (Clock::now() - start < max_wait) {
     for (const std::string& line : service.access_log()) {
       if (line.find(text) != std::string::npos) return true;
     }
@@ -56,35 +57,34 @@ class Limits : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Over, Limits, testing::Bool(),
                          [](const auto& test) { return test.param ? "https" : "http"; });
 
+/// What does not depend on the transport.
+class Plain_Limits : public Limits {};
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Limits, testing::Values(false),
+                         [](const auto&) { return "http"; });
+
 TEST_P(Limits, an_idle_connection_is_closed_in_order) {
   const Service_Process service({"", {"--idle-timeout", "0.3"}});
-  const auto start = Clock::now();
   Http_Client fresh(service.endpoint(ssl()));
   EXPECT_EQ(fresh.ending(), Ending::closed);
   Http_Client used(service.endpoint(ssl()));
   used.send(request_text("GET", pool_path, service.access_key()));
   ASSERT_TRUE(used.read());
   EXPECT_EQ(used.ending(), Ending::closed);
-  EXPECT_LT(Clock::now() - start, far_too_long);
 }
 
 TEST_P(Limits, slow_headers_are_cut_off) {
   const Service_Process service({"", {"--request-timeout", "0.5"}});
   Http_Client client(service.endpoint(ssl()));
-  const auto start = Clock::now();
   EXPECT_TRUE(cut_off_while_sending(
-      client, request_text("GET", pool_path, service.access_key(), "", std::string(300, 'x'))));
-  EXPECT_LT(Clock::now() - start, far_too_long);
+      client, request_text("GET", pool_path, service.access_key(), "", std::string(80, 'x'))));
   EXPECT_TRUE(said_in_log(service, "note=\"the request took too long to come\""));
 }
 
-TEST_P(Limits, a_slow_body_is_cut_off) {
+TEST_P(Plain_Limits, a_slow_body_is_cut_off) {
   const Service_Process service({"", {"--request-timeout", "0.5"}});
   Http_Client client(service.endpoint(ssl()));
   client.send(request_text("POST", info_path, service.access_key(), "", "Content-Length: 300\r\n"));
-  const auto start = Clock::now();
-  EXPECT_TRUE(cut_off_while_sending(client, std::string(300, ' ')));
-  EXPECT_LT(Clock::now() - start, far_too_long);
+  EXPECT_TRUE(cut_off_while_sending(client, std::string(200, ' ')));
   EXPECT_TRUE(said_in_log(service, "POST " + info_path + "\" status=0"));
 }
 
@@ -97,7 +97,7 @@ TEST_P(Limits, a_client_that_takes_no_answer_is_cut_off) {
   EXPECT_TRUE(said_in_log(service, "note=\"the answer was not taken in time\""));
 }
 
-TEST_P(Limits, too_large_a_head_is_431) {
+TEST_P(Plain_Limits, too_large_a_head_is_431) {
   const Service_Process service({"", {"--max-header", "2000"}});
   for (const std::string& request :
        {request_text("GET", "/" + std::string(3000, 'x'), service.access_key()),
@@ -161,12 +161,10 @@ TEST(Limits_Of_All, a_slow_handshake_is_cut_off) {
   tls.ssl = false;  // connect, and let the service wait for the handshake
   Http_Client client(tls);
   std::string bytes;
-  const auto start = Clock::now();
-  EXPECT_EQ(client.read_to_end(bytes), Ending::closed);
-  EXPECT_LT(Clock::now() - start, far_too_long);
+  EXPECT_EQ(client.read_to_end(bytes, std::chrono::seconds(12)), Ending::closed);
   Http_Client slow(tls);
   EXPECT_TRUE(cut_off_while_sending(
-      slow, std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc", 9) + std::string(300, '\x03')));
+      slow, std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc", 9) + std::string(200, '\x03')));
 }
 
 TEST(Limits_Of_All, connections_beyond_the_limit_wait_for_their_turn) {

@@ -79,7 +79,12 @@ class SCSI_Wire : public testing::TestWithParam<bool> {
 INSTANTIATE_TEST_SUITE_P(Over, SCSI_Wire, testing::Bool(),
                          [](const auto& test) { return test.param ? "https" : "http"; });
 
-TEST_P(SCSI_Wire, every_change_outlives_a_kill_right_after_its_answer) {
+/// What does not depend on the transport.
+class Plain_SCSI_Wire : public SCSI_Wire {};
+INSTANTIATE_TEST_SUITE_P(Over, Plain_SCSI_Wire, testing::Values(false),
+                         [](const auto&) { return "http"; });
+
+TEST_P(Plain_SCSI_Wire, every_change_outlives_a_kill_right_after_its_answer) {
   std::string lun;
   std::string snapshot;
   const auto of = [](const std::string& key, const std::string& id) {
@@ -129,7 +134,7 @@ TEST_P(SCSI_Wire, a_list_of_any_length_comes_whole) {
   }
 }
 
-TEST_P(SCSI_Wire, faults_befall_changes_before_or_after_they_are_made) {
+TEST_P(Plain_SCSI_Wire, faults_befall_changes_before_or_after_they_are_made) {
   const auto create = body(R"("lun_size":512,"export":false)");
   const auto begin = [&] {
     Http_Client client(service_.endpoint(GetParam()));
@@ -162,7 +167,7 @@ TEST_P(SCSI_Wire, faults_befall_changes_before_or_after_they_are_made) {
   }
 }
 
-TEST_P(SCSI_Wire, refusals_say_why) {
+TEST_P(Plain_SCSI_Wire, refusals_say_why) {
   const Http_Answer full =
       ask("POST", lun_path, body(R"("lun_size":2199023255552,"export":false)"));
   EXPECT_EQ(full.status, 507U);
