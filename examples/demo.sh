@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The tour: a real service with its state on disk, and zqpool asking it over HTTP and HTTPS.
+# A tour: zqpool calls a real service, with its state on disk, over HTTP and HTTPS.
 # usage: examples/demo.sh BIN_DIRECTORY     (./dev demo builds and calls it)
 set -euo pipefail
 
@@ -14,7 +14,7 @@ lab=$(mktemp -d "${TMPDIR:-/tmp}/zqpool-demo.XXXXXX")
 service=""
 
 kill_service() {
-  # The shell would announce the death of its child.
+  # Otherwise the shell reports that its child was killed.
   {
     kill -KILL "$service" || true
     wait "$service" || true
@@ -38,7 +38,7 @@ trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# The caller's own settings are none of the tour's.
+# The caller's own settings must not affect the tour.
 unset "${!ZQPOOL_@}"
 export XDG_CONFIG_HOME=$lab
 
@@ -48,7 +48,7 @@ step() {
   printf '\n%d. %s\n' "$number" "$1"
 }
 
-# run ARGUMENT...: shows the call, makes it, and shows all that it says.
+# run ARGUMENT...: shows a call of zqpool and all its output.
 run() {
   printf '   $ zqpool'
   printf ' %s' "${@//$lab\//}"
@@ -57,7 +57,7 @@ run() {
   return "${PIPESTATUS[0]}"
 }
 
-# said KEY: what the last call, which had --output tsv, said under this key.
+# said KEY: the value of this key in the output of the last call, which had --output tsv.
 said() {
   awk -F'\t' -v key="$1" '$2 == key { print $3; exit }' "$lab/said"
 }
@@ -74,7 +74,7 @@ refused() {
   fi
 }
 
-# start: starts the service on free ports and waits until it is ready, twenty seconds at most.
+# start: starts the service on free ports and waits up to 20 seconds until it is ready.
 start() {
   local line
   rm -f "$lab/ready"
@@ -110,7 +110,7 @@ head -c 24 /dev/urandom | base64 >"$lab/s3-secret"
 start --scenario "$here/scenario.json"
 export ZQPOOL_ACCESS_KEY_FILE=$lab/key ZQPOOL_CACERT=$lab/tls/certificate.pem ZQPOOL_TIMEOUT=10s
 export ZQPOOL_S3_SECRET_FILE=$lab/s3-secret
-# This machine plays a host of the lab, whatever it is.
+# This machine acts as a host of the scenario.
 mkdir -p "$lab/host/etc/iscsi"
 echo 8c1d5a3e2b7f4e609d143a5b6c7d8e9f >"$lab/host/etc/machine-id"
 echo InitiatorName=iqn.1993-08.org.debian:01:5f3a9c57b1d2 >"$lab/host/etc/iscsi/initiatorname.iscsi"

@@ -3,7 +3,7 @@
 
 usage: make_page.py [--check]
 
-With --check nothing is written; fails when the page is not what it would be made.
+With --check it writes nothing, and fails if the page is out of date.
 """
 
 import json
@@ -16,7 +16,7 @@ HERE = os.path.dirname(os.path.realpath(__file__))
 SOURCE = os.path.join(HERE, "openapi.yaml")
 PAGE = os.path.join(HERE, "protocol.md")
 METHODS = ("get", "post", "put", "delete")
-# What every operation has is said once.
+# Headers of every operation, described once.
 EVERYWHERE = {"X-Request-Id"}
 
 

@@ -45,7 +45,7 @@ class Dispatcher {
  private:
   /// Commits unless the action throws or its response is an error.
   Outcome in_transaction(Access access, const std::function<Outcome(Connection&)>& action);
-  /// Turns what the action throws into a response. Throws only std::bad_alloc.
+  /// Turns what the action throws into a response.
   Outcome run_safely(const Request& request, const std::function<Outcome()>& action);
 
   Database& database_;
