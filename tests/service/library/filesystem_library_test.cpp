@@ -33,7 +33,7 @@ const string mount_path = "/zq/r/scsipool/fs/mount";
 const string snapshot_path = "/zq/r/scsipool/fs/snapshot";
 const string nfs_path = "/zq/r/nfs";
 
-/// What both classes say of filesystems, under one name each.
+/// The filesystem operations of both classes under common names.
 struct Pool {
   string uuid;
   std::function<bool(const string&, const string*, const string*)> create;
@@ -51,7 +51,7 @@ struct Pool {
   std::function<bool(const string&, std::uint64_t&)> added;
 };
 
-/// What has one name in both.
+/// Operations that have the same name in both.
 template <typename Manager>
 Pool pool_of(const string& uuid, const std::shared_ptr<Manager>& manager) {
   Pool out;
@@ -145,7 +145,7 @@ class Filesystem_Library : public testing::TestWithParam<Way> {
  protected:
   Filesystem_Library() { connect(); }
 
-  /// Finds the service where it is now.
+  /// Connects to the service's current port.
   void connect() {
     const Endpoint to = service_.endpoint(GetParam().ssl);
     const string& key = service_.access_key();
@@ -158,7 +158,7 @@ class Filesystem_Library : public testing::TestWithParam<Way> {
                 {"pool_id", pool_.uuid}, {"name", name}, {"offset", offset}, {"length", length}}));
     EXPECT_EQ(answer.status, 200U) << answer.body;
   }
-  /// Where the filesystem is mounted, "" when it is not.
+  /// The filesystem's mount point, "" if it is not mounted.
   string place_of(const string& name) {
     Array list;
     EXPECT_TRUE(pool_.mounts(list, &name));
@@ -248,7 +248,7 @@ TEST_P(Filesystem_Library, a_moved_mount_is_read_back) {
   const string place = "/srv/daily";
   ASSERT_TRUE(pool_.create("daily", nullptr, &place));
   string answered = "before";
-  // The text in the answer is read as an object.
+  // The response is a string, which is then read as an object.
   EXPECT_THROW(pool_.move("daily", "/srv/moved", answered), std::runtime_error);
   EXPECT_EQ(answered, "before");
   EXPECT_EQ(place_of("daily"), "/srv/moved");
@@ -256,7 +256,7 @@ TEST_P(Filesystem_Library, a_moved_mount_is_read_back) {
   EXPECT_EQ(place_of("daily"), "/srv/moved");
 }
 
-TEST_P(Filesystem_Library, what_is_not_there_is_told_by_its_status) {
+TEST_P(Filesystem_Library, unknown_objects_are_reported_by_status) {
   Object info;
   int status = 0;
   EXPECT_FALSE(pool_.show("none", info, &status));
@@ -314,7 +314,7 @@ TEST_P(Filesystem_Library, what_was_committed_before_a_kill_is_there_after_a_res
   EXPECT_TRUE(pool_.unmount("daily"));
 }
 
-/// Bytes of a filesystem, each with the number of the write that it is from.
+/// Bytes of a filesystem, each with the number of the write that wrote it.
 using Image = std::vector<int>;
 
 std::uint64_t written(const Image& image) {
@@ -354,7 +354,7 @@ TEST_P(Filesystem_Library, sizes_of_random_chains_are_those_of_a_plain_model) {
         snapshots.erase(snapshots.begin() + static_cast<std::ptrdiff_t>(which));
       }
     }
-    // What a snapshot holds alone: bytes that neither another snapshot nor the head has.
+    // The exclusive size: bytes that neither another snapshot nor the head has.
     const auto exclusive = [&](std::size_t which) {
       std::uint64_t out = 0;
       for (std::size_t i = 0; i < cells; ++i) {
@@ -393,7 +393,7 @@ TEST_P(Filesystem_Library, sizes_of_random_chains_are_those_of_a_plain_model) {
 
 class NFS_Library : public testing::TestWithParam<bool> {
  protected:
-  /// `delay`: how long the NFS server takes, in seconds.
+  /// `delay`: how long a record stays pending, in seconds.
   void start(const string& delay) {
     service_ = std::make_unique<Service_Process>(
         Service_Settings{filesystem_lab(), {"--nfs-delay", delay}});

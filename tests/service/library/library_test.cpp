@@ -61,7 +61,7 @@ class Library : public testing::TestWithParam<bool> {
 
   Endpoint endpoint() const { return service_.endpoint(GetParam()); }
 
-  /// Resolves as a host on the backup server does; what of the record is not empty.
+  /// Resolves as a host on the backup server; returns the members that are not empty.
   bool resolve(int pool, Value& record, const char* host_uuid = nullptr,
                const char* device_uuid = nullptr, bool to_restore = false,
                const char* account_uuid = nullptr) {
@@ -92,7 +92,7 @@ class Library : public testing::TestWithParam<bool> {
                   bool to_restore = false) {
     return resolved(pool, host_uuid, device_uuid, to_restore).get_obj().at("url").get_str();
   }
-  /// What a pool's record has of itself, beside its URL.
+  /// The members of a pool's record, and its URL.
   static std::string base(int pool, const std::string& url) {
     return R"("name":"pool )" + std::to_string(pool) + R"(","uuid":")" + pool_uuid(pool) +
            R"(","url":")" + url + '"';
@@ -121,7 +121,7 @@ class Library : public testing::TestWithParam<bool> {
     return Pool_Metadata_Manager::offer_device(to.host, to.port, to.ssl, service_.access_key(),
                                                pool_uuid(pool), device);
   }
-  /// What was recorded of a path, as JSON, one after the other.
+  /// The entries of a path as JSON, concatenated.
   std::string recorded(const std::string& path) {
     const Endpoint to = endpoint();
     std::string type;
@@ -155,7 +155,7 @@ class Library : public testing::TestWithParam<bool> {
     const Value answer = ask(service_, "GET", "/zq/lab/faults").json();
     return answer.get_obj().at("faults").get_array().at(0).get_obj().at("fired").get_int64();
   }
-  /// Lines of the access log for requests that begin so.
+  /// The number of access log lines of requests that begin so.
   std::size_t requests(const std::string& beginning) const {
     std::size_t count = 0;
     for (const std::string& line : service_.access_log())
@@ -326,7 +326,7 @@ TEST_P(Library, resolves_every_pool_of_the_example) {
 
 // ---- failures
 
-TEST_P(Plain_Library, asks_again_while_the_service_gives_hope) {
+TEST_P(Plain_Library, retries_while_the_service_may_recover) {
   script("GET", pool_path,
          R"("kind":"status","status":500,"body":{"error":{"code":7,"message":"busy"}},"times":3)");
   const Endpoint to = endpoint();
@@ -347,7 +347,7 @@ TEST_P(Plain_Library, asks_again_while_the_service_gives_hope) {
   }
 }
 
-TEST_P(Plain_Library, gives_up_at_once_where_there_is_no_hope) {
+TEST_P(Plain_Library, does_not_retry_what_cannot_succeed) {
   const Endpoint to = endpoint();
   Common_JSON_RESTful_Client client(to.host.c_str(), to.port, to.ssl, true, true);
   std::size_t asked = 0;
@@ -378,13 +378,13 @@ TEST_P(Plain_Library, gives_up_at_once_where_there_is_no_hope) {
   EXPECT_THAT(log_.texts("LM_INFO"), IsEmpty());
 }
 
-TEST_P(Library, a_cut_off_resolution_is_asked_for_again) {
+TEST_P(Library, a_truncated_resolution_is_retried) {
   script("GET", pool_path, R"("kind":"cut","bytes":40,"times":1)");
   EXPECT_EQ(url(8), "https://store.lab/zq/data/5f3a");
   EXPECT_EQ(fired(), 1);
 }
 
-TEST_P(Plain_Library, an_answer_of_another_type_resolves_nothing) {
+TEST_P(Plain_Library, a_response_of_another_type_resolves_nothing) {
   script("GET", pool_path, R"("kind":"wrong_type","type":"array","times":1)");
   Value record;
   EXPECT_FALSE(resolve(8, record));
@@ -405,7 +405,7 @@ TEST_P(Plain_Library, metadata_is_read_back) {
   EXPECT_THAT(log_.texts("LM_ERROR"), IsEmpty());
 }
 
-TEST_P(Plain_Library, metadata_of_a_strange_name_is_read_back) {
+TEST_P(Plain_Library, metadata_of_an_unusual_name_is_read_back) {
   const std::string path = "/a b&c=d%2f/\xc3\xa9 \"+\\'";
   EXPECT_TRUE(add(path, 0));
   EXPECT_EQ(recorded(path),
@@ -442,22 +442,22 @@ TEST_P(Plain_Library, an_offered_device_is_bound_and_not_offered_again) {
 
 // ---- a service that dies
 
-TEST_P(Library, a_write_whose_answer_is_lost_is_not_sent_twice_and_is_there) {
+TEST_P(Library, a_write_whose_response_is_lost_is_made_once) {
   script("POST", metadata_path, R"("kind":"reset_after_commit","times":1)");
   EXPECT_FALSE(add("/new", 7));
   EXPECT_EQ(requests("POST " + metadata_path), 1U);
   EXPECT_EQ(recorded("/new"), R"({"path":"/new","size":7,"type":"file"})");
 }
 
-TEST_P(Plain_Library, a_write_that_is_lost_on_its_way_is_not_there) {
+TEST_P(Plain_Library, a_write_that_is_lost_is_not_made) {
   script("POST", metadata_path, R"("kind":"reset_before_commit","times":1)");
   EXPECT_FALSE(add("/new", 7));
   EXPECT_EQ(recorded("/new"), "");
 }
 
 TEST_P(Plain_Library, what_was_committed_before_a_kill_is_there_after_a_restart) {
-  // Each of these waits for an answer that never comes. The killer waits until the change can be
-  // seen, so that the service dies between commit and answer.
+  // Each of these waits for a response that never comes. The service is killed once the change is
+  // visible: between commit and response.
   const auto killed_during = [&](const auto& write, const auto& is_done) {
     bool result = true;
     std::thread client([&] { result = write(); });
@@ -505,7 +505,7 @@ TEST_P(Plain_Library, space_is_that_of_the_states_file_system) {
   EXPECT_EQ(info.at("used").get_int64() + info.at("free").get_int64(), info.at("size").get_int64());
 }
 
-TEST_P(Plain_Library, space_is_not_told_to_a_stranger) {
+TEST_P(Plain_Library, space_needs_the_key) {
   const Endpoint to = endpoint();
   Object info;
   EXPECT_FALSE(get_storaged_space_info(to.host, to.port, to.ssl, "wrong", info));

@@ -1,5 +1,5 @@
-// SCSI_Target_Manager against the service: random operations of many hosts at once, each of which
-// knows what the service must tell it about its LUNs.
+// SCSI_Target_Manager against the service: random operations of many concurrent hosts, each with a
+// model of its LUNs.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -42,7 +42,7 @@ constexpr std::size_t cells = 16;
 constexpr std::int64_t cell = 4096;
 constexpr std::int64_t lun_size = static_cast<std::int64_t>(cells) * cell;
 
-/// The service as all hosts reach it. It may be away for a while, and be elsewhere afterwards.
+/// The service that all hosts use. It may be down for a while and come back on another port.
 class Service_Access {
  public:
   explicit Service_Access(const Service_Process& service) { moved(service); }
@@ -59,7 +59,7 @@ class Service_Access {
     const std::lock_guard<std::mutex> hold(mutex_);
     away_ = true;
   }
-  /// Waits while it is away.
+  /// Waits while it is down.
   Endpoint endpoint(bool tls) {
     std::unique_lock<std::mutex> hold(mutex_);
     back_.wait(hold, [this] { return !away_; });
@@ -67,7 +67,7 @@ class Service_Access {
   }
   const std::string& key() const { return key_; }
 
-  /// One exchange with the laboratory; absent when it broke.
+  /// One request to the lab; none if the connection broke.
   std::optional<Http_Answer> lab(const std::string& method, const std::string& target,
                                  const std::string& body = "") {
     try {
@@ -90,15 +90,15 @@ class Service_Access {
   std::string key_;
 };
 
-/// What became of a change.
+/// The outcome of a change.
 enum class Fate {
-  done,      ///< answered as done
-  refused,   ///< by the service, on its own judgement
-  not_done,  ///< a scripted refusal, or nothing was sent
+  done,      ///< the service reported success
+  refused,   ///< by the service itself
+  not_done,  ///< a scripted error, or nothing was sent
   unknown,
 };
 
-/// What is in each cell: the number of the write that filled it, 0 for none.
+/// For each cell the number of the write that wrote it, 0 for none.
 using Image = std::array<int, cells>;
 
 struct Snapshot_Model {
@@ -109,7 +109,7 @@ struct Snapshot_Model {
 
 struct LUN_Model {
   std::string id;
-  std::string origin;  ///< "" or the snapshot it was made from
+  std::string origin;  ///< the snapshot it is a clone of, or ""
   std::optional<int> number;
   std::set<std::string> access;
   std::string serial;
@@ -117,10 +117,10 @@ struct LUN_Model {
   std::list<Snapshot_Model> snapshots;
 };
 
-/// One host with a partner, which work on LUNs of their own. Used by one thread at a time.
+/// One host and its partner, which use LUNs of their own. Used by one thread at a time.
 class Host {
  public:
-  /// With `faults` answers to questions may be wrong.
+  /// With `faults`, responses to reads may be wrong.
   Host(Service_Access& service, int number, unsigned seed, bool faults)
       : service_(service),
         faults_(faults),
@@ -130,12 +130,12 @@ class Host {
 
   void work(std::atomic<int>& left) {
     while (left.fetch_sub(1) > 0) {
-      // A step that finds nothing to do is no operation.
+      // A step that finds nothing to do does not count.
       for (const int before = asked_; asked_ == before;)
         step();
     }
   }
-  /// Compares all that the service tells with what must be. Returns the LUNs that are the host's.
+  /// Compares everything the service returns with the model. Returns the host's LUNs.
   void compare(const Array& all_luns);
 
   std::set<std::string> lun_ids() const {
@@ -187,8 +187,8 @@ class Host {
     ++fates_.at(static_cast<std::size_t>(fate));
     return fate;
   }
-  /// Makes a change that may be repeated until its fate is known, and holds it against what must
-  /// become of it. True when it is done.
+  /// Repeats a repeatable change until its outcome is known, and compares it with the expected one.
+  /// True if the change was made.
   template <typename Call>
   bool change(Manager& manager, bool allowed, const char* what, const Call& call) {
     bool may_be_done = false;
@@ -207,7 +207,7 @@ class Host {
     return false;
   }
 
-  /// A list of the pool, asked for until it comes.
+  /// Reads a list of the pool, repeatedly until it succeeds.
   Array listed(const std::string& path, const std::string& query) {
     const std::string target = path + "?pool_id=" + iscsi_pool + query;
     while (true) {
@@ -332,7 +332,7 @@ void Host::create_from_snapshot(const LUN_Model& parent) {
   });
   if (fate == Fate::refused) complain("a LUN of a snapshot was refused");
   if (fate == Fate::unknown) {
-    // Nobody else makes LUNs of this snapshot: one that is not known is the one.
+    // Nobody else clones this snapshot, so an unknown clone is the new one.
     for (const Value& each : listed("/zq/r/scsipool/lun", "")) {
       const Object& there = each.get_obj();
       const std::string* origin = json_spirit::object_get_str(there, "origin");
@@ -349,7 +349,7 @@ void Host::create_from_snapshot(const LUN_Model& parent) {
   took(fate, std::move(lun), number, exported);
 }
 
-/// Writes as the guest `who` when the LUN is exported, else past it. True when it was written.
+/// Writes as the guest `who` if the LUN is exported, else directly. True if it was written.
 bool Host::write(const LUN_Model& lun, const std::string& who, std::size_t from, std::size_t count,
                  bool discard) {
   const std::string range =
@@ -361,7 +361,7 @@ bool Host::write(const LUN_Model& lun, const std::string& who, std::size_t from,
                        R"(","lun_num":)" + std::to_string(*lun.number) + ',' + range
                  : R"({"pool_id":")" + iscsi_pool + R"(","lun_id":")" + lun.id + "\"," + range;
   ++asked_;
-  // What is written twice is written once.
+  // Writing the same twice has the effect of one write.
   std::optional<Http_Answer> answer;
   while (!answer)
     answer = service_.lab("POST", "/zq/lab/write", body);
@@ -390,7 +390,7 @@ void Host::create_snapshot(LUN_Model& lun) {
   });
   if (fate == Fate::refused) complain("a snapshot was refused");
   if (fate == Fate::unknown) {
-    // Nobody else takes snapshots of this LUN: one that is not known is the one.
+    // Nobody else takes snapshots of this LUN, so an unknown one is the new one.
     std::optional<std::string> found;
     for (const Value& each : listed("/zq/r/scsipool/snapshot", "&lun_id=" + lun.id)) {
       const std::string& id = each.get_obj().at("snapshot_id").get_str();
@@ -509,7 +509,7 @@ Host::Sizes Host::sizes_of(const Image& image) const {
   for (std::size_t i = 0; i < cells; ++i) {
     if (image[i] == 0) continue;
     out.referenced += cell;
-    // Each cell of each write is data of its own.
+    // Each cell of each write has distinct data.
     int reached = 0;
     for (const LUN_Model& lun : luns_) {
       reached += lun.now[i] == image[i];
@@ -521,7 +521,7 @@ Host::Sizes Host::sizes_of(const Image& image) const {
   return out;
 }
 
-/// Predecessor and increment, as they follow from the model.
+/// Predecessor and increment according to the model.
 void Host::ask_about_chain(const LUN_Model& lun) {
   if (faults_ || lun.snapshots.empty()) return;
   auto snapshot = lun.snapshots.begin();
@@ -551,7 +551,7 @@ void Host::ask_about_chain(const LUN_Model& lun) {
   if (previous.at("snapshot_id").get_str() != before.id) complain("another predecessor");
   const Sizes earlier = sizes_of(before.image);
   const Sizes now = sizes_of(snapshot->image);
-  // A predecessor that holds nothing counts as none.
+  // An empty predecessor counts as none.
   const std::int64_t expected =
       earlier.referenced == 0 && earlier.exclusive == 0
           ? now.referenced + now.exclusive
@@ -667,7 +667,7 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
       hosts_.push_back(std::make_unique<Host>(access_, i, seed_, faults));
   }
 
-  /// All hosts at once, until so many operations were begun. `meanwhile` runs beside them.
+  /// Runs a round of operations of all hosts concurrently, and `meanwhile` beside them.
   template <typename Meanwhile>
   void play_round(const Meanwhile& meanwhile) {
     std::atomic<int> left{operations_a_round};
@@ -689,7 +689,8 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
     return luns;
   }
 
-  /// The service contradicts neither itself nor what the hosts know. Nothing else may run.
+  /// Checks that the service is consistent with itself and with the hosts' models. Nothing else may
+  /// run.
   void check() {
     const Array luns = list_luns();
     std::set<std::string> known;
@@ -699,7 +700,7 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
       unknown += host->unknown_creations();
       host->forget_unknown_creations();
     }
-    // What nobody knows was made by a request whose answer did not come.
+    // Unknown objects were made by requests whose response was lost.
     const std::string by_id = "/zq/r/scsipool/lun?pool_id=" + iscsi_pool + "&force=true&lun_id=";
     int orphans = 0;
     for (const Value& each : luns) {
@@ -742,7 +743,7 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
   }
 
   void script_faults(int round) {
-    // One request in ten, in all.
+    // One request in ten in total.
     const auto fault = [this, round](const std::string& what, const std::string& probability,
                                      int number) {
       return R"({"path":"/zq/r/*","probability":)" + probability + R"(,"seed":)" +
@@ -758,7 +759,7 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
                              fault(R"("kind":"wrong_type","type":"number")", "0.01", 6) + "]}";
     EXPECT_EQ(ask(service_, "POST", "/zq/lab/faults", body).status, 201U);
   }
-  /// Ends the script; returns how many faults really happened.
+  /// Removes the script; returns how many faults happened.
   std::int64_t end_faults() {
     const Value list = ask(service_, "GET", "/zq/lab/faults").json();
     std::int64_t fired = 0;
@@ -768,7 +769,7 @@ class SCSI_Scenario_Of_Hosts : public testing::Test {
     return fired;
   }
 
-  /// The same each time, unless the environment says otherwise.
+  /// A fixed seed, unless the environment sets one.
   const unsigned seed_ = [] {
     const char* const seed = std::getenv("ZQ_SEED");
     return seed ? static_cast<unsigned>(std::stoul(seed)) : 20261121U;

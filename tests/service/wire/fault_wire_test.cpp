@@ -1,4 +1,4 @@
-// Scripted faults as a client meets them, and that each is counted when it happened.
+// Scripted faults as a client sees them, and their counters.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -33,7 +33,7 @@ class Fault : public testing::TestWithParam<bool> {
                          const std::string& body = "", const std::string& more = "") {
     return test::ask(*service_, method, target, body, more, ssl());
   }
-  /// Scripts one fault on the pools, once unless said otherwise.
+  /// Scripts one fault on the list of pools, once by default.
   static void script(const std::string& rest, const std::string& times = "1") {
     const Http_Answer answer =
         ask("POST", "/zq/lab/faults",
@@ -44,7 +44,7 @@ class Fault : public testing::TestWithParam<bool> {
     const json_spirit::Value answer = ask("GET", "/zq/lab/faults").json();
     return answer.get_obj().at("faults").get_array().at(0).get_obj().at(which).get_int64();
   }
-  /// The connection after a request on the path was sent on it.
+  /// A connection on which a request was sent.
   static std::unique_ptr<Http_Client> begin(const std::string& query = "?limit=1",
                                             const std::string& more = "") {
     auto client = std::make_unique<Http_Client>(service_->endpoint(ssl()));
@@ -65,7 +65,7 @@ class Plain_Fault : public Fault {};
 INSTANTIATE_TEST_SUITE_P(Over, Plain_Fault, testing::Values(false),
                          [](const auto&) { return "http"; });
 
-TEST_P(Plain_Fault, status_answers_instead_of_the_operation) {
+TEST_P(Plain_Fault, status_replaces_the_operation) {
   script(R"("kind":"status","status":503)", "2");
   for (int i = 0; i < 2; ++i) {
     const Http_Answer answer = ask("GET", path);
@@ -81,7 +81,7 @@ TEST_P(Plain_Fault, status_answers_instead_of_the_operation) {
   EXPECT_EQ(count("fired"), 2);
 }
 
-TEST_P(Plain_Fault, status_may_bring_any_body_and_keeps_the_connection) {
+TEST_P(Plain_Fault, status_can_have_any_body_and_keeps_the_connection) {
   script(R"("kind":"status","status":500,"body":"<html>no</html>")");
   const auto client = begin();
   const auto answer = client->read();
@@ -114,7 +114,7 @@ TEST_P(Plain_Fault, delay_waits_before_the_operation_or_after_it) {
   }
 }
 
-TEST_P(Fault, reset_tears_the_connection_down) {
+TEST_P(Fault, reset_resets_the_connection) {
   for (const char* kind : {"reset_before_commit", "reset_after_commit"}) {
     script(R"("kind":")" + std::string(kind) + '"');
     const auto client = begin();
@@ -126,7 +126,7 @@ TEST_P(Fault, reset_tears_the_connection_down) {
   }
 }
 
-TEST_P(Fault, cut_ends_the_connection_within_the_body) {
+TEST_P(Fault, cut_closes_the_connection_within_the_body) {
   script(R"("kind":"cut","bytes":7)");
   const auto client = begin();
   std::string bytes;
@@ -136,7 +136,7 @@ TEST_P(Fault, cut_ends_the_connection_within_the_body) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Fault, cut_of_nothing_sends_the_head_alone) {
+TEST_P(Fault, cut_at_zero_sends_only_the_head) {
   script(R"("kind":"cut","bytes":0)");
   const auto client = begin();
   std::string bytes;
@@ -145,7 +145,7 @@ TEST_P(Fault, cut_of_nothing_sends_the_head_alone) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Plain_Fault, cut_beyond_the_body_does_not_happen) {
+TEST_P(Plain_Fault, cut_beyond_the_body_has_no_effect) {
   script(R"("kind":"cut","bytes":100000)");
   EXPECT_EQ(ask("GET", path).status, 200U);
   EXPECT_THAT(last_log_line(), HasSubstr("fault=-"));
@@ -165,7 +165,7 @@ TEST_P(Fault, drip_sends_a_few_bytes_at_a_time) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Fault, drip_keeps_the_connection_and_survives_a_client_that_leaves) {
+TEST_P(Fault, drip_keeps_the_connection_and_survives_a_disconnect) {
   script(R"("kind":"drip","bytes":200,"interval_ms":1)", "2");
   {
     const auto client = begin();
@@ -179,7 +179,7 @@ TEST_P(Fault, drip_keeps_the_connection_and_survives_a_client_that_leaves) {
   EXPECT_EQ(ask("GET", "/zq/lab/health").status, 200U);
 }
 
-TEST_P(Plain_Fault, garbage_comes_as_the_body) {
+TEST_P(Plain_Fault, garbage_replaces_the_body) {
   script(R"("kind":"garbage","bytes":300,"seed":5)", "2");
   const Http_Answer first = ask("GET", path);
   EXPECT_EQ(first.status, 200U);
@@ -190,7 +190,7 @@ TEST_P(Plain_Fault, garbage_comes_as_the_body) {
   EXPECT_EQ(count("fired"), 2);
 }
 
-TEST_P(Fault, garbage_comes_as_the_whole_answer) {
+TEST_P(Fault, garbage_replaces_the_whole_response) {
   script(R"("kind":"garbage","bytes":300,"whole_answer":true)");
   const auto client = begin();
   std::string bytes;
@@ -200,7 +200,7 @@ TEST_P(Fault, garbage_comes_as_the_whole_answer) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Fault, huge_is_one_json_string_of_the_size_that_was_asked_for) {
+TEST_P(Fault, huge_is_one_json_string_of_the_given_size) {
   for (const std::size_t bytes : {2U, 65535U, 65536U, 65537U, 3000000U}) {
     script(R"("kind":"huge","bytes":)" + std::to_string(bytes));
     const Http_Answer answer = ask("GET", path);
@@ -211,7 +211,7 @@ TEST_P(Fault, huge_is_one_json_string_of_the_size_that_was_asked_for) {
   }
 }
 
-TEST_P(Fault, a_client_may_leave_a_huge_answer) {
+TEST_P(Fault, a_client_may_disconnect_within_a_huge_response) {
   script(R"("kind":"huge","bytes":1000000000000)");
   const auto client = begin();
   std::string bytes;
@@ -221,7 +221,7 @@ TEST_P(Fault, a_client_may_leave_a_huge_answer) {
   EXPECT_EQ(count("fired"), 1);
 }
 
-TEST_P(Plain_Fault, wrong_type_changes_the_answer_or_a_member) {
+TEST_P(Plain_Fault, wrong_type_changes_the_body_or_a_member) {
   script(R"("kind":"wrong_type","member":"rows","type":"string")");
   EXPECT_EQ(ask("GET", path).body, R"({"rows":"wrong type"})");
   EXPECT_EQ(count("fired"), 1);
@@ -234,14 +234,14 @@ TEST_P(Plain_Fault, wrong_type_changes_the_answer_or_a_member) {
   EXPECT_EQ(count("fired"), 0) << "there is no such member";
 }
 
-TEST_P(Plain_Fault, a_head_request_has_no_body_to_spoil) {
+TEST_P(Plain_Fault, a_head_request_has_no_body_to_fault) {
   script(R"("kind":"huge","bytes":5000)", "3");
   const Http_Answer answer = ask("HEAD", path);
   EXPECT_EQ(answer.status, 200U);
   EXPECT_EQ(count("fired"), 0);
 }
 
-TEST_P(Plain_Fault, scripts_are_refused_as_a_whole) {
+TEST_P(Plain_Fault, an_invalid_script_is_refused_as_a_whole) {
   const Http_Answer answer =
       ask("POST", "/zq/lab/faults",
           R"({"faults":[{"path":"/a","kind":"cut","bytes":1},{"path":"/a","kind":"x"}]})");
@@ -250,7 +250,7 @@ TEST_P(Plain_Fault, scripts_are_refused_as_a_whole) {
   EXPECT_EQ(ask("GET", "/zq/lab/faults").body, R"({"faults":[]})");
 }
 
-TEST_P(Plain_Fault, the_laboratory_itself_has_none) {
+TEST_P(Plain_Fault, the_lab_paths_are_never_faulted) {
   const Http_Answer made =
       ask("POST", "/zq/lab/faults", R"({"faults":[{"path":"/*","kind":"status","status":500}]})");
   EXPECT_EQ(made.status, 201U);

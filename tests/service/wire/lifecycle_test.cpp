@@ -1,4 +1,4 @@
-// Starting, stopping and dying of the real process, and what is left of its state.
+// Start, stop and crash of the real process, and the state it leaves.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -48,7 +48,7 @@ void script(const Service_Process& service, const std::string& fault) {
             201U);
 }
 
-/// Asks until the script's first fault was chosen by a request.
+/// Waits until the script's first fault was chosen for a request.
 void wait_until_chosen(const Service_Process& service) {
   const auto start = Clock::now();
   while (true) {
@@ -77,7 +77,7 @@ std::string pool_entry(int number) {
 
 // ---- stopping
 
-TEST(Stop, ends_an_idle_service_at_once_and_folds_the_journal_in) {
+TEST(Stop, of_an_idle_service_is_immediate_and_leaves_no_journal) {
   for (const int signal : {SIGTERM, SIGINT}) {
     Service_Process service({small_lab(), {}});
     EXPECT_TRUE(std::filesystem::exists(service.state_file() + "-wal"));
@@ -123,7 +123,7 @@ TEST_P(Stop_Over, lets_a_running_request_end) {
   EXPECT_EQ(service.messages(), "");
 }
 
-TEST_P(Stop_Over, waits_for_a_request_no_longer_than_allowed) {
+TEST_P(Stop_Over, waits_for_a_request_up_to_its_timeout) {
   Service_Process service({small_lab(), {"--stop-timeout", "0.3"}});
   script(service, R"("kind":"delay","delay_ms":600000)");
   Http_Client client(service.endpoint(GetParam()));
@@ -142,7 +142,7 @@ TEST(Stop, a_second_signal_does_not_wait) {
   client.send(request_text("GET", pool_path, service.access_key()));
   wait_until_chosen(service);
   service.signal(SIGTERM);
-  // Pending signals of one number are one: the first must have been taken before the second comes.
+  // Equal pending signals are merged, so the first must be handled before the second is sent.
   while (connects(service.http())) {
   }
   service.signal(SIGTERM);
@@ -168,7 +168,7 @@ TEST(Stop, while_clients_of_all_kinds_are_busy) {
             if (answer->status == 200) ++answered;
           }
         } catch (const std::exception&) {
-          // refused or hung up on: the service is on its way out
+          // refused or disconnected: the service is stopping
         }
       }
     });
@@ -186,7 +186,7 @@ TEST(Stop, while_clients_of_all_kinds_are_busy) {
 
 // ---- the state
 
-TEST(Service_State, outlives_stop_and_kill) {
+TEST(Service_State, survives_stop_and_kill) {
   Service_Process service({small_lab(), {}});
   const std::string before = ask(service, "GET", "/zq/lab/scenario").body;
   EXPECT_EQ(service.stop(), 0);
@@ -198,14 +198,14 @@ TEST(Service_State, outlives_stop_and_kill) {
   EXPECT_EQ(ask(service, "GET", "/zq/lab/scenario").body, before);
 }
 
-TEST(Service_State, holds_what_was_answered_before_a_kill_and_nothing_by_halves) {
+TEST(Service_State, has_every_acknowledged_change_after_a_kill_and_none_in_part) {
   Service_Process service;
   int done = 0;
   for (int round = 0; round < 5; ++round) {
     std::atomic<int> acknowledged{done};
     std::atomic<bool> killed{false};
     std::thread writer([&] {
-      // Each request makes a pair.
+      // Each request creates a pair of pools.
       for (int i = done; !killed; ++i) {
         Http_Client client(service.http());
         client.send(
@@ -232,7 +232,7 @@ TEST(Service_State, holds_what_was_answered_before_a_kill_and_nothing_by_halves)
   }
 }
 
-TEST(Service_State, is_filled_again_only_when_told_so) {
+TEST(Service_State, is_reloaded_only_on_request) {
   Service_Process service({small_lab(), {"--reload-scenario"}});
   ask(service, "POST", "/zq/lab/scenario", "{\"pools\":[" + pool_entry(1) + "]}");
   EXPECT_EQ(service.stop(), 0);
@@ -241,7 +241,7 @@ TEST(Service_State, is_filled_again_only_when_told_so) {
   EXPECT_EQ(service.messages(), "");
 }
 
-TEST(Service_State, a_scenario_that_is_refused_leaves_it_new) {
+TEST(Service_State, stays_new_after_an_invalid_scenario) {
   const Temp_Directory directory;
   const std::vector<std::string> command = {"--state",
                                             directory.path("state"),
@@ -270,7 +270,7 @@ TEST(Service_State, a_full_disk_refuses_changes_and_loses_nothing) {
   const Temp_Directory directory;
   const std::string disk = directory.path("disk");
   std::filesystem::create_directory(disk);
-  // A mount of this process alone.
+  // A mount that only this process sees.
   if (::unshare(CLONE_NEWNS) != 0 ||
       ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
       ::mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=1m") != 0) {
@@ -296,7 +296,7 @@ TEST(Service_State, a_full_disk_refuses_changes_and_loses_nothing) {
     service.start();
     EXPECT_THAT(ask(service, "GET", pool_path + "?limit=0").body, EndsWith(expected));
     EXPECT_EQ(service.stop(), 0);
-    // A new state finds no room at all.
+    // A new state has no space either.
     std::ofstream(disk + "/filler") << std::string(2000000, 'x');
     const Service_Result none =
         run_service({"--state", disk + "/other", "--no-access-key", "--listen", "127.0.0.1:0"});
@@ -306,7 +306,7 @@ TEST(Service_State, a_full_disk_refuses_changes_and_loses_nothing) {
   EXPECT_EQ(::umount(disk.c_str()), 0);
 }
 
-TEST(Service_State, is_refused_to_a_second_service) {
+TEST(Service_State, cannot_be_used_by_a_second_service) {
   const Service_Process service;
   const Service_Result second =
       run_service({"--state", service.state_file(), "--no-access-key", "--listen", "127.0.0.1:0"});
@@ -328,7 +328,7 @@ TEST(Command_Line, help_and_version) {
   EXPECT_THAT(version.output, testing::MatchesRegex("zqpoold [0-9]+[.][0-9]+[.][0-9]+\n"));
 }
 
-TEST(Command_Line, usage_errors_end_with_2_and_touch_nothing) {
+TEST(Command_Line, usage_errors_exit_with_2_and_change_nothing) {
   const Temp_Directory directory;
   const std::string state = directory.path("state");
   const std::vector<std::vector<std::string>> wrong = {
@@ -359,7 +359,7 @@ TEST(Command_Line, usage_errors_end_with_2_and_touch_nothing) {
   EXPECT_FALSE(std::filesystem::exists(state));
 }
 
-TEST(Command_Line, what_fails_at_the_start_ends_with_1_and_a_reason) {
+TEST(Command_Line, failures_at_start_exit_with_1_and_a_reason) {
   const Temp_Directory directory;
   int states = 0;
   const auto reason = [&](const std::vector<std::string>& more) {
@@ -399,7 +399,7 @@ TEST(Command_Line, what_fails_at_the_start_ends_with_1_and_a_reason) {
       HasSubstr("Address already in use"));
 }
 
-TEST(Command_Line, without_a_key_everybody_gets_in_and_a_warning_says_so) {
+TEST(Command_Line, without_a_key_every_client_is_accepted_with_a_warning) {
   Service_Settings settings;
   settings.scenario = small_lab();
   settings.access_key = false;
@@ -410,7 +410,7 @@ TEST(Command_Line, without_a_key_everybody_gets_in_and_a_warning_says_so) {
   EXPECT_THAT(service.messages(), HasSubstr("WARNING: no access key is required"));
 }
 
-TEST(Command_Line, the_laboratory_is_there_only_on_request) {
+TEST(Command_Line, the_lab_exists_only_on_request) {
   Service_Settings settings;
   settings.scenario = small_lab();
   settings.lab = false;
@@ -421,7 +421,7 @@ TEST(Command_Line, the_laboratory_is_there_only_on_request) {
   }
 }
 
-TEST(Command_Line, the_ready_file_holds_the_ready_line_while_it_serves) {
+TEST(Command_Line, the_ready_file_has_the_ready_line_while_it_serves) {
   const Temp_Directory directory;
   const std::string file = directory.path("ready");
   Service_Process service({"", {"--ready-file", file}});
@@ -432,7 +432,7 @@ TEST(Command_Line, the_ready_file_holds_the_ready_line_while_it_serves) {
   EXPECT_FALSE(std::filesystem::exists(file));
 }
 
-TEST(Access_Log_File, is_opened_again_on_hang_up) {
+TEST(Access_Log_File, is_reopened_on_sighup) {
   const Service_Process service({small_lab(), {}});
   const std::string log = service.directory().path("log");
   ask(service, "GET", pool_path, "", "X-Request-Id: before\r\n");
@@ -451,7 +451,7 @@ TEST(Access_Log_File, is_opened_again_on_hang_up) {
   EXPECT_EQ(status.st_mode & 0777, 0600U);
 }
 
-TEST(Access_Log_File, that_cannot_be_written_does_not_stop_the_service) {
+TEST(Access_Log_File, may_be_unwritable_without_stopping_the_service) {
   const Service_Process service({small_lab(), {"--access-log", "/dev/full"}});
   EXPECT_EQ(ask(service, "GET", pool_path).status, 200U);
   EXPECT_EQ(ask(service, "GET", pool_path).status, 200U);

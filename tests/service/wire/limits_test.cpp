@@ -1,4 +1,4 @@
-// What one client may take: sizes, times and connections are bounded.
+// Limits of sizes, times and connections.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ bool cut_off_while_sending(Http_Client& client, const std::string& text) {
   return false;
 }
 
-/// Waits for a line of the log, which may come a moment after the client noticed.
+/// Waits for a line of the log, which may be written after the client was disconnected.
 bool said_in_log(const Service_Process& service, const std::string& text) {
   const auto start = Clock::now();
   while (Clock::now() - start < max_wait) {
@@ -62,7 +62,7 @@ class Plain_Limits : public Limits {};
 INSTANTIATE_TEST_SUITE_P(Over, Plain_Limits, testing::Values(false),
                          [](const auto&) { return "http"; });
 
-TEST_P(Limits, an_idle_connection_is_closed_in_order) {
+TEST_P(Limits, an_idle_connection_is_closed_cleanly) {
   const Service_Process service({"", {"--idle-timeout", "0.3"}});
   Http_Client fresh(service.endpoint(ssl()));
   EXPECT_EQ(fresh.ending(), Ending::closed);
@@ -88,7 +88,7 @@ TEST_P(Plain_Limits, a_slow_body_is_cut_off) {
   EXPECT_TRUE(said_in_log(service, "POST " + info_path + "\" status=0"));
 }
 
-TEST_P(Limits, a_client_that_takes_no_answer_is_cut_off) {
+TEST_P(Limits, a_client_that_does_not_read_is_cut_off) {
   const Service_Process service({small_lab(), {"--answer-timeout", "0.2"}});
   ask(service, "POST", "/zq/lab/faults",
       R"({"faults":[{"path":")" + pool_path + R"(","kind":"huge","bytes":1000000000}]})");
@@ -97,7 +97,7 @@ TEST_P(Limits, a_client_that_takes_no_answer_is_cut_off) {
   EXPECT_TRUE(said_in_log(service, "note=\"the answer was not taken in time\""));
 }
 
-TEST_P(Plain_Limits, too_large_a_head_is_431) {
+TEST_P(Plain_Limits, too_large_headers_are_431) {
   const Service_Process service({"", {"--max-header", "2000"}});
   for (const std::string& request :
        {request_text("GET", "/" + std::string(3000, 'x'), service.access_key()),
@@ -129,7 +129,7 @@ TEST_P(Limits, too_large_a_body_is_413) {
     EXPECT_EQ(client.ending(), Ending::closed);
   }
   {
-    // Two megabytes on their way must not tear the answer out of the client's hands.
+    // The client must get the response although it still sends two megabytes.
     Http_Client client(service.endpoint(ssl()));
     client.send(request_text("POST", info_path, service.access_key(), std::string(2000000, ' ')));
     const auto answer = client.read();
@@ -158,7 +158,7 @@ TEST_P(Limits, too_large_a_body_is_413) {
 TEST(Limits_Of_All, a_slow_handshake_is_cut_off) {
   const Service_Process service({"", {"--request-timeout", "0.3"}});
   Endpoint tls = service.https();
-  tls.ssl = false;  // connect, and let the service wait for the handshake
+  tls.ssl = false;  // connect without a handshake
   Http_Client client(tls);
   std::string bytes;
   EXPECT_EQ(client.read_to_end(bytes, std::chrono::seconds(12)), Ending::closed);
@@ -167,7 +167,7 @@ TEST(Limits_Of_All, a_slow_handshake_is_cut_off) {
       slow, std::string("\x16\x03\x01\x02\x00\x01\x00\x01\xfc", 9) + std::string(200, '\x03')));
 }
 
-TEST(Limits_Of_All, connections_beyond_the_limit_wait_for_their_turn) {
+TEST(Limits_Of_All, connections_beyond_the_limit_wait) {
   const Service_Process service({small_lab(), {"--max-connections", "4"}});
   std::vector<std::unique_ptr<Http_Client>> open;
   for (int i = 0; i < 4; ++i) {
@@ -180,7 +180,7 @@ TEST(Limits_Of_All, connections_beyond_the_limit_wait_for_their_turn) {
   std::string bytes;
   EXPECT_EQ(waiting.read_to_end(bytes, std::chrono::milliseconds(200)), Ending::silent);
   EXPECT_EQ(bytes, "");
-  // Others wait: an answer ends its connection, which makes room.
+  // While others wait, a connection is closed after its response.
   open.front()->send(request_text("GET", pool_path, service.access_key()));
   const auto last = open.front()->read();
   ASSERT_TRUE(last);

@@ -1,4 +1,4 @@
-// The service as a client meets it on the wire.
+// The service's HTTP as a client sees it.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -34,8 +34,8 @@ std::int64_t error_code(const Http_Answer& answer) {
   return body.get_obj().at("error").get_obj().at("code").get_int64();
 }
 
-/// One service for all tests of the suite: they leave it as it was. What it answers is held against
-/// the protocol document.
+/// One service for all tests of the suite, which leave its state unchanged. Responses are checked
+/// against the protocol document.
 class Protocol : public testing::TestWithParam<bool> {
  protected:
   static void SetUpTestSuite() { service_ = new Service_Process({small_lab(), {}}); }
@@ -56,7 +56,7 @@ class Protocol : public testing::TestWithParam<bool> {
               "");
     return answer;
   }
-  /// What the service answers to these bytes, which it must do before it closes the connection.
+  /// The response to these bytes; the service must then close the connection.
   static Http_Answer answer_to(const std::string& bytes, bool to_head = false) {
     Http_Client client(endpoint());
     client.send(bytes);
@@ -125,7 +125,7 @@ TEST_P(Plain_Protocol, every_path_answers) {
   EXPECT_EQ(ask("GET", "/zq/lab/faults").body, R"({"faults":[]})");
 }
 
-TEST_P(Protocol, an_answer_has_its_headers) {
+TEST_P(Protocol, a_response_has_its_headers) {
   const Http_Answer answer = ask("GET", pool_path);
   EXPECT_THAT(answer.head, StartsWith("HTTP/1.1 200 OK\r\n"));
   EXPECT_EQ(answer.header("content-type"), "application/json");
@@ -136,7 +136,7 @@ TEST_P(Protocol, an_answer_has_its_headers) {
   EXPECT_THAT(answer.header("date"), EndsWith(" GMT"));
 }
 
-TEST_P(Plain_Protocol, nobody_gets_in_without_the_key) {
+TEST_P(Plain_Protocol, no_request_is_accepted_without_the_key) {
   for (const std::string& target :
        {pool_path, std::string("/zq/lab/health"), std::string("/none")}) {
     const Http_Answer missing =
@@ -154,19 +154,19 @@ TEST_P(Plain_Protocol, nobody_gets_in_without_the_key) {
   EXPECT_EQ(empty.status, 401U);
 }
 
-TEST_P(Plain_Protocol, two_keys_are_none) {
+TEST_P(Plain_Protocol, two_keys_count_as_none) {
   const Http_Answer answer = answer_to(request_text(
       "GET", pool_path, key(), "", "X-Access-Key: " + key() + "\r\nConnection: close\r\n"));
   EXPECT_EQ(answer.status, 401U);
 }
 
-TEST_P(Plain_Protocol, the_name_of_the_key_header_has_no_case) {
+TEST_P(Plain_Protocol, the_key_header_is_case_insensitive) {
   const Http_Answer answer = answer_to(request_text(
       "GET", pool_path, "", "", "x-ACCESS-key: " + key() + "\r\nConnection: close\r\n"));
   EXPECT_EQ(answer.status, 200U);
 }
 
-TEST_P(Protocol, a_body_of_a_stranger_is_not_read) {
+TEST_P(Protocol, a_body_without_a_key_is_not_read) {
   Http_Client client(endpoint());
   client.send("POST " + info_path +
               " HTTP/1.1\r\nHost: x\r\nContent-Length: 10000000\r\n\r\n{\"url\":");
@@ -187,7 +187,7 @@ TEST_P(Plain_Protocol, an_unknown_path_is_404) {
   }
 }
 
-TEST_P(Plain_Protocol, a_wrong_method_is_405_and_says_which_are_right) {
+TEST_P(Plain_Protocol, a_wrong_method_is_405_and_lists_the_allowed_ones) {
   for (const char* method : {"POST", "PUT", "DELETE", "PATCH", "BREW", "TRACE", "get"}) {
     const Http_Answer answer = ask(method, pool_path);
     EXPECT_EQ(answer.status, 405U) << method;
@@ -212,7 +212,7 @@ TEST_P(Plain_Protocol, head_is_get_without_the_body) {
   EXPECT_EQ(none.status, 404U);
 }
 
-TEST_P(Plain_Protocol, options_tells_the_methods) {
+TEST_P(Plain_Protocol, options_lists_the_methods) {
   const Http_Answer answer = ask("OPTIONS", metadata_path);
   EXPECT_EQ(answer.status, 204U);
   EXPECT_EQ(answer.header("allow"), "POST, PUT, DELETE, OPTIONS");
@@ -221,7 +221,7 @@ TEST_P(Plain_Protocol, options_tells_the_methods) {
   EXPECT_EQ(ask("OPTIONS", "/none").status, 404U);
 }
 
-TEST_P(Plain_Protocol, bad_queries_and_bodies_are_400_senseless_ones_422) {
+TEST_P(Plain_Protocol, malformed_queries_and_bodies_are_400_invalid_values_422) {
   EXPECT_EQ(ask("GET", pool_path + "?uuid=%zz").status, 400U);
   EXPECT_EQ(ask("GET", pool_path + "?limit=-1").status, 400U);
   EXPECT_EQ(ask("POST", info_path).status, 400U) << "no body";
@@ -251,7 +251,7 @@ TEST_P(Protocol, a_body_may_come_in_chunks) {
   EXPECT_THAT(answer.body, HasSubstr(R"("name":"d1")"));
 }
 
-TEST_P(Protocol, a_client_that_expects_to_be_told_is_told) {
+TEST_P(Protocol, expect_100_continue_is_answered) {
   const std::string body = R"({"url":"file:///srv/a"})";
   Http_Client client(endpoint());
   client.send(request_text(
@@ -266,7 +266,7 @@ TEST_P(Protocol, a_client_that_expects_to_be_told_is_told) {
   EXPECT_EQ(answer->status, 200U);
 }
 
-TEST_P(Protocol, a_connection_is_kept_until_told_otherwise) {
+TEST_P(Protocol, a_connection_is_kept_alive_until_close) {
   Http_Client client(endpoint());
   for (int i = 0; i < 20; ++i) {
     client.send(request_text("GET", pool_path, key()));
@@ -274,7 +274,7 @@ TEST_P(Protocol, a_connection_is_kept_until_told_otherwise) {
     ASSERT_TRUE(answer) << i;
     EXPECT_EQ(answer->status, 200U);
     EXPECT_EQ(answer->headers.count("connection"), 0U);
-    // A refusal does not end it either.
+    // Nor does an error close it.
     client.send(request_text("GET", "/none", key()));
     ASSERT_TRUE(client.read()) << i;
   }
@@ -283,7 +283,7 @@ TEST_P(Protocol, a_connection_is_kept_until_told_otherwise) {
   EXPECT_EQ(client.ending(), Ending::closed);
 }
 
-TEST_P(Protocol, close_is_honoured_at_once) {
+TEST_P(Protocol, close_does_not_wait_for_the_client) {
   // If the service waited for the client's end first, each request would take two seconds.
   auto fastest = std::chrono::steady_clock::duration::max();
   for (int i = 0; i < 10; ++i) {
@@ -294,7 +294,7 @@ TEST_P(Protocol, close_is_honoured_at_once) {
   EXPECT_LT(fastest, std::chrono::milliseconds(1900));
 }
 
-TEST_P(Plain_Protocol, an_old_client_is_served_and_closed) {
+TEST_P(Plain_Protocol, http_1_0_is_served_and_closed) {
   const Http_Answer plain =
       answer_to("GET " + pool_path + " HTTP/1.0\r\nX-Access-Key: " + key() + "\r\n\r\n");
   EXPECT_EQ(plain.status, 200U);
@@ -309,7 +309,7 @@ TEST_P(Plain_Protocol, an_old_client_is_served_and_closed) {
   }
 }
 
-TEST_P(Protocol, requests_sent_ahead_are_answered_in_order) {
+TEST_P(Protocol, pipelined_requests_are_answered_in_order) {
   std::string all;
   for (int i = 0; i < 50; ++i) {
     all += request_text("GET", pool_path + "?limit=1&offset=" + std::to_string(i % 3), key(), "",
@@ -341,13 +341,13 @@ TEST_P(Protocol, a_request_may_come_byte_by_byte) {
   EXPECT_EQ(answer->status, 200U);
 }
 
-TEST_P(Plain_Protocol, the_whole_url_may_stand_in_the_request_line) {
+TEST_P(Plain_Protocol, the_request_line_may_have_an_absolute_url) {
   EXPECT_EQ(ask("GET", "http://other.host:1" + pool_path + "?limit=1").status, 200U);
   EXPECT_EQ(ask("GET", "http://other.host").status, 404U);
   EXPECT_EQ(ask("GET", "/none?url=http://other.host" + pool_path).status, 404U);
 }
 
-TEST_P(Plain_Protocol, the_request_id_comes_back) {
+TEST_P(Plain_Protocol, the_request_id_is_returned) {
   const std::string longest(128, 'i');
   EXPECT_EQ(ask("GET", pool_path, "", "X-Request-Id: 7-of-9/\"x\r\n").header("x-request-id"),
             "7-of-9/\"x");
@@ -359,7 +359,7 @@ TEST_P(Plain_Protocol, the_request_id_comes_back) {
             "refused");
 }
 
-TEST_P(Plain_Protocol, a_request_id_that_is_none_is_replaced) {
+TEST_P(Plain_Protocol, an_invalid_request_id_is_replaced) {
   for (const std::string& id : {std::string(), std::string(129, 'i'), std::string("two words"),
                                 std::string("\xc3\xa9"), std::string("tab\there")}) {
     const std::string given =
@@ -369,7 +369,7 @@ TEST_P(Plain_Protocol, a_request_id_that_is_none_is_replaced) {
   }
 }
 
-TEST_P(Plain_Protocol, what_is_no_http_is_refused) {
+TEST_P(Plain_Protocol, malformed_http_is_refused) {
   for (const std::string& bytes : {
            std::string("nonsense\r\n\r\n"),
            std::string("GET\r\n\r\n"),
@@ -400,7 +400,7 @@ TEST_P(Plain_Protocol, what_is_no_http_is_refused) {
   }
 }
 
-TEST_P(Plain_Protocol, a_transfer_coding_other_than_chunked_is_400_and_its_body_no_request) {
+TEST_P(Plain_Protocol, a_transfer_coding_other_than_chunked_is_400) {
   const std::string smuggled = request_text("GET", pool_path, key());
   EXPECT_EQ(answer_to("POST / HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n0\r\n\r\n").status,
             400U);
@@ -418,7 +418,7 @@ TEST_P(Plain_Protocol, a_transfer_coding_other_than_chunked_is_400_and_its_body_
   }
 }
 
-TEST_P(Plain_Protocol, a_line_of_a_chunked_body_ends_in_cr_lf) {
+TEST_P(Plain_Protocol, a_bare_line_feed_in_a_chunked_body_is_400) {
   const std::string head =
       request_text("POST", info_path, key(), "", "Transfer-Encoding: chunked\r\n");
   for (const char* body : {"\n", "2\n{}\r\n0\r\n\r\n", "2;x=y\n{}\r\n0\r\n\r\n",
@@ -430,7 +430,7 @@ TEST_P(Plain_Protocol, a_line_of_a_chunked_body_ends_in_cr_lf) {
   }
 }
 
-TEST_P(Protocol, sixty_four_connections_at_once_get_what_they_asked_for) {
+TEST_P(Protocol, sixty_four_concurrent_connections_get_their_responses) {
   std::atomic<int> right{0};
   std::vector<std::thread> threads;
   threads.reserve(64);
@@ -457,7 +457,7 @@ TEST_P(Protocol, sixty_four_connections_at_once_get_what_they_asked_for) {
 
 // ---- the access log
 
-TEST_P(Protocol, a_request_is_one_line_of_the_log) {
+TEST_P(Protocol, a_request_is_one_log_line) {
   const std::string id = ssl() ? "line-tls" : "line";
   Http_Client client(endpoint());
   client.send(request_text("GET", pool_path + "?limit=1", key(), "",
@@ -487,7 +487,7 @@ TEST_P(Plain_Protocol, secrets_are_not_logged) {
   EXPECT_THAT(service_->messages(), Not(HasSubstr(key())));
 }
 
-TEST_P(Plain_Protocol, a_request_cannot_forge_a_line_of_the_log) {
+TEST_P(Plain_Protocol, a_request_cannot_forge_a_log_line) {
   const std::size_t before = service_->access_log().size();
   const std::string forged = "\" status=200 bytes=1 ms=1 fault=-";
   ask("GET", "/none?x=%0A2026-01-01T00:00:00.000Z" + forged.substr(0, 1));

@@ -1,5 +1,4 @@
-// SCSI pools as a client meets them on the wire: over HTTP and HTTPS, under faults, and after the
-// service's death.
+// SCSI pools as a client sees them: long lists, faults, and a crash of the service.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -35,7 +34,7 @@ class SCSI_Wire : public testing::TestWithParam<bool> {
   static std::string body(const std::string& rest) {
     return R"({"pool_id":")" + iscsi_pool + "\"," + rest + '}';
   }
-  /// A member of the answer to a request that is good.
+  /// A member of the response to a successful request.
   std::string text(const Http_Answer& answer, const std::string& key) {
     EXPECT_EQ(answer.status / 100, 2U) << answer.body;
     return answer.json().get_obj().at(key).get_str();
@@ -49,7 +48,7 @@ class SCSI_Wire : public testing::TestWithParam<bool> {
                 "snapshot_id");
   }
   std::size_t luns() { return ask("GET", lun_path + pool_query).json().get_array().size(); }
-  /// All that the service tells about the pool.
+  /// Everything that the service returns about the pool.
   std::string told() {
     std::string out;
     for (const std::string& target :
@@ -84,7 +83,7 @@ class Plain_SCSI_Wire : public SCSI_Wire {};
 INSTANTIATE_TEST_SUITE_P(Over, Plain_SCSI_Wire, testing::Values(false),
                          [](const auto&) { return "http"; });
 
-TEST_P(Plain_SCSI_Wire, every_change_outlives_a_kill_right_after_its_answer) {
+TEST_P(Plain_SCSI_Wire, every_change_survives_a_kill_right_after_its_response) {
   std::string lun;
   std::string snapshot;
   const auto of = [](const std::string& key, const std::string& id) {
@@ -120,8 +119,8 @@ TEST_P(Plain_SCSI_Wire, every_change_outlives_a_kill_right_after_its_answer) {
   EXPECT_EQ(luns(), 0U);
 }
 
-TEST_P(SCSI_Wire, a_list_of_any_length_comes_whole) {
-  // Around what one TLS record takes, and beyond what a socket does.
+TEST_P(SCSI_Wire, a_list_of_any_length_is_complete) {
+  // Sizes around one TLS record and beyond a socket's buffer.
   for (const std::size_t count : {30U, 50U, 400U}) {
     std::string entries;
     for (std::size_t i = 0; i < count; ++i) {
@@ -134,7 +133,7 @@ TEST_P(SCSI_Wire, a_list_of_any_length_comes_whole) {
   }
 }
 
-TEST_P(Plain_SCSI_Wire, faults_befall_changes_before_or_after_they_are_made) {
+TEST_P(Plain_SCSI_Wire, faults_hit_changes_before_or_after_the_commit) {
   const auto create = body(R"("lun_size":512,"export":false)");
   const auto begin = [&] {
     Http_Client client(service_.endpoint(GetParam()));
@@ -167,7 +166,7 @@ TEST_P(Plain_SCSI_Wire, faults_befall_changes_before_or_after_they_are_made) {
   }
 }
 
-TEST_P(Plain_SCSI_Wire, refusals_say_why) {
+TEST_P(Plain_SCSI_Wire, errors_say_why) {
   const Http_Answer full =
       ask("POST", lun_path, body(R"("lun_size":2199023255552,"export":false)"));
   EXPECT_EQ(full.status, 507U);

@@ -34,8 +34,7 @@ unsigned mode_of(const std::string& file) {
   return status.st_mode & 0777;
 }
 
-/// One exchange over TLS of this version at most, 0 for the newest, with a session to resume or
-/// null.
+/// One exchange over at most this version of TLS (0: the newest), resuming `session` unless null.
 std::shared_ptr<SSL_SESSION> exchange(const Service_Process& service, SSL_SESSION* session,
                                       bool expect_reused) {
   Http_Client client(service.https(), session);
@@ -63,7 +62,7 @@ TEST(Service_Tls, a_session_does_not_outlive_the_process) {
   exchange(service, session.get(), false);
 }
 
-TEST(Service_Tls, what_is_no_handshake_is_hung_up_on) {
+TEST(Service_Tls, other_bytes_than_a_handshake_are_disconnected) {
   const Service_Process service;
   Endpoint tls = service.https();
   tls.ssl = false;
@@ -75,7 +74,7 @@ TEST(Service_Tls, what_is_no_handshake_is_hung_up_on) {
   EXPECT_EQ(ask(service, "GET", "/zq/lab/health", "", "", true).status, 200U);
 }
 
-TEST(Service_Tls, a_client_may_leave_at_any_point_of_the_handshake) {
+TEST(Service_Tls, a_client_may_disconnect_at_any_point_of_the_handshake) {
   const Service_Process service;
   Endpoint tls = service.https();
   tls.ssl = false;
@@ -107,7 +106,7 @@ TEST(Make_Certificate, writes_one_that_clients_can_trust) {
   EXPECT_EQ(X509_check_host(certificate.get(), "other", 0, 0, nullptr), 0);
   EXPECT_EQ(X509_check_ca(certificate.get()), 0) << "it can vouch for others";
 
-  // As its own authority it passes the checks of a client.
+  // A client that trusts it as CA accepts it.
   const std::unique_ptr<X509_STORE, void (*)(X509_STORE*)> store(X509_STORE_new(), X509_STORE_free);
   X509_STORE_add_cert(store.get(), certificate.get());
   const std::unique_ptr<X509_STORE_CTX, void (*)(X509_STORE_CTX*)> check(X509_STORE_CTX_new(),
@@ -117,7 +116,7 @@ TEST(Make_Certificate, writes_one_that_clients_can_trust) {
   EXPECT_EQ(X509_verify_cert(check.get()), 1)
       << X509_verify_cert_error_string(X509_STORE_CTX_get_error(check.get()));
 
-  // And the service takes it.
+  // And the service can use it.
   const Service_Process service(
       {"",
        {"--tls-listen", "127.0.0.1:0", "--certificate", folder + "/certificate.pem",
