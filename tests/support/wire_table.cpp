@@ -168,6 +168,7 @@ std::ostream& operator<<(std::ostream& out, const Play& play) {
 
 std::vector<Play> plays(const std::vector<Wire_Row>& rows) {
   std::vector<Play> all;
+  all.reserve(rows.size() + 2);
   for (const Wire_Row& row : rows)
     all.push_back({row, false, false});
   all.push_back({rows.front(), true, false});

@@ -41,8 +41,8 @@ class Host_Files {
     for (const std::string host : {"iscsi/", "both/"})
       write(host + "etc/iscsi", "/initiatorname.iscsi", "InitiatorName=iqn.found\n");
     for (const std::string host : {"fibre_channel/", "both/"}) {
-      for (const std::string port : {"1", "2"})
-        write(host + "sys/class/fc_host/host" + port, "/port_name", "0xf" + port + "\n");
+      write(host + "sys/class/fc_host/host1", "/port_name", "0xf1\n");
+      write(host + "sys/class/fc_host/host2", "/port_name", "0xf2\n");
     }
   }
 

@@ -45,7 +45,7 @@ std::string check_line(const std::string& text, const std::string& prefix = "") 
   if (lines.size() != 1) return "";
   EXPECT_LE(lines[0].text.size(), max_line);
   EXPECT_EQ(lines[0].text.substr(0, prefix.size()), prefix);
-  const std::string line = lines[0].text.substr(prefix.size());
+  std::string line = lines[0].text.substr(prefix.size());
   if (prefix.size() + text.size() < max_line) {
     EXPECT_EQ(line, text + "\n");
     return line;
@@ -361,6 +361,7 @@ TEST(Log, sixteen_threads_log_whole_lines) {
   constexpr int lines_each = 200;
   Log_Capture log;
   std::vector<std::thread> running;
+  running.reserve(threads);
   for (int i = 0; i < threads; ++i) {
     running.emplace_back([i] {
       for (int line = 0; line < lines_each; ++line) {

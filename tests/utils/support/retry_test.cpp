@@ -22,7 +22,7 @@ using Seconds = std::vector<unsigned>;
 const Source_Location location{"utils/pool/caller.cpp", 17};
 
 class Retry : public testing::Test {
- protected:
+ public:
   /// Fails `failures` times, then succeeds.
   auto failing(int failures) {
     return [this, failures] { return ++attempts > failures ? Attempt::done : Attempt::again; };

@@ -19,7 +19,7 @@ using zqpool::detail::Service_Endpoint;
 constexpr const char* path = "/zq/r/scsipool/lun";
 
 class Service_Call_Test : public testing::Test {
- protected:
+ public:
   Service_Endpoint endpoint(const char* access_key = "key") const {
     return {server.host().c_str(), server.port(), server.ssl(), access_key};
   }
