@@ -422,13 +422,11 @@ class NFS_Library : public testing::TestWithParam<bool> {
   NFS_Operator exports_;
 };
 
-INSTANTIATE_TEST_SUITE_P(Over, NFS_Library, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, NFS_Library, testing::Bool(), transport_name);
 
-/// What does not depend on the transport.
+/// Tests that do not depend on the transport.
 class Plain_NFS_Library : public NFS_Library {};
-INSTANTIATE_TEST_SUITE_P(Over, Plain_NFS_Library, testing::Values(false),
-                         [](const auto&) { return "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Plain_NFS_Library, testing::Values(false), transport_name);
 
 TEST_P(NFS_Library, a_path_is_exported_changed_and_withdrawn) {
   start("0");

@@ -173,13 +173,11 @@ class Library : public testing::TestWithParam<bool> {
        {"--s3-secret-file", files_.write("secret", "shared-by-service-and-hosts\n")}}};
 };
 
-INSTANTIATE_TEST_SUITE_P(Over, Library, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Library, testing::Bool(), transport_name);
 
-/// What does not depend on the transport.
+/// Tests that do not depend on the transport.
 class Plain_Library : public Library {};
-INSTANTIATE_TEST_SUITE_P(Over, Plain_Library, testing::Values(false),
-                         [](const auto&) { return "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Library, testing::Values(false), transport_name);
 
 // ---- one resolution for each kind of pool
 

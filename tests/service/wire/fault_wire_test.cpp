@@ -57,13 +57,11 @@ class Fault : public testing::TestWithParam<bool> {
 };
 Service_Process* Fault::service_ = nullptr;
 
-INSTANTIATE_TEST_SUITE_P(Over, Fault, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Fault, testing::Bool(), transport_name);
 
-/// What does not depend on the transport.
+/// Tests that do not depend on the transport.
 class Plain_Fault : public Fault {};
-INSTANTIATE_TEST_SUITE_P(Over, Plain_Fault, testing::Values(false),
-                         [](const auto&) { return "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Fault, testing::Values(false), transport_name);
 
 TEST_P(Plain_Fault, status_replaces_the_operation) {
   script(R"("kind":"status","status":503)", "2");

@@ -91,8 +91,7 @@ TEST(Stop, of_an_idle_service_is_immediate_and_leaves_no_journal) {
 }
 
 class Stop_Over : public testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(Each, Stop_Over, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Each, Stop_Over, testing::Bool(), transport_name);
 
 TEST_P(Stop_Over, closes_idle_connections_in_order) {
   Service_Process service({small_lab(), {}});

@@ -54,13 +54,11 @@ class Limits : public testing::TestWithParam<bool> {
   static bool ssl() { return GetParam(); }
 };
 
-INSTANTIATE_TEST_SUITE_P(Over, Limits, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Limits, testing::Bool(), transport_name);
 
-/// What does not depend on the transport.
+/// Tests that do not depend on the transport.
 class Plain_Limits : public Limits {};
-INSTANTIATE_TEST_SUITE_P(Over, Plain_Limits, testing::Values(false),
-                         [](const auto&) { return "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Limits, testing::Values(false), transport_name);
 
 TEST_P(Limits, an_idle_connection_is_closed_cleanly) {
   const Service_Process service({"", {"--idle-timeout", "0.3"}});

@@ -80,13 +80,11 @@ class Protocol : public testing::TestWithParam<bool> {
 };
 Service_Process* Protocol::service_ = nullptr;
 
-INSTANTIATE_TEST_SUITE_P(Over, Protocol, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Protocol, testing::Bool(), transport_name);
 
-/// What does not depend on the transport.
+/// Tests that do not depend on the transport.
 class Plain_Protocol : public Protocol {};
-INSTANTIATE_TEST_SUITE_P(Over, Plain_Protocol, testing::Values(false),
-                         [](const auto&) { return "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Plain_Protocol, testing::Values(false), transport_name);
 
 TEST_P(Plain_Protocol, every_path_answers) {
   EXPECT_THAT(ask("GET", pool_path + "?uuid=" + pool_uuid(1)).body, HasSubstr(R"("name":"one")"));

@@ -75,13 +75,11 @@ class SCSI_Wire : public testing::TestWithParam<bool> {
   Service_Process service_{{scsi_lab(), {}}};
 };
 
-INSTANTIATE_TEST_SUITE_P(Over, SCSI_Wire, testing::Bool(),
-                         [](const auto& test) { return test.param ? "https" : "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, SCSI_Wire, testing::Bool(), transport_name);
 
-/// What does not depend on the transport.
+/// Tests that do not depend on the transport.
 class Plain_SCSI_Wire : public SCSI_Wire {};
-INSTANTIATE_TEST_SUITE_P(Over, Plain_SCSI_Wire, testing::Values(false),
-                         [](const auto&) { return "http"; });
+INSTANTIATE_TEST_SUITE_P(Over, Plain_SCSI_Wire, testing::Values(false), transport_name);
 
 TEST_P(Plain_SCSI_Wire, every_change_survives_a_kill_right_after_its_response) {
   std::string lun;
