@@ -34,10 +34,10 @@ std::size_t room_for_text(ACE_Log_Msg& log) {
 void note_missing(char* text, std::size_t room, std::size_t length, const char* line_end) {
   std::size_t cut = room - max_note;
   // Never inside a UTF-8 sequence, of which up to three bytes can lie before the cut.
-  for (int i = 0; i < 3 && (static_cast<unsigned char>(text[cut]) & 0xc0U) == 0x80U; ++i) {
+  const std::size_t earliest = cut - std::min<std::size_t>(cut, 3);
+  while (cut > earliest && (static_cast<unsigned char>(text[cut]) & 0xc0U) == 0x80U)
     --cut;
-  }
-  std::snprintf(text + cut, max_note + 1 + 3, "... (%zu bytes more)%s",
+  std::snprintf(text + cut, room + 1 - cut, "... (%zu bytes more)%s",
                 length - cut - std::strlen(line_end), line_end);
 }
 

@@ -314,8 +314,10 @@ TEST(Log, program_name_longer_than_the_record_does_no_harm) {
   for (const std::size_t length : {4060U, 4075U, 4095U, 4096U, 5000U}) {
     const With_Program_Name with_name(std::string(length, 'p'));
     Log_Capture log;
-    ZQ_ERROR("%s\n", std::string(1 << 20, 'x').c_str());
-    EXPECT_EQ(only_line(log).text.substr(0, 4000), std::string(4000, 'p'));
+    for (const char byte : {'x', '\x80'}) {
+      ZQ_ERROR("%s\n", std::string(1 << 20, byte).c_str());
+      EXPECT_EQ(only_line(log).text.substr(0, 4000), std::string(4000, 'p'));
+    }
   }
 }
 
