@@ -231,9 +231,9 @@ TEST_F(HTTP_Answer_Test, statuses_without_a_body_need_no_length) {
 TEST_F(HTTP_Answer_Test, a_service_that_does_not_close_costs_a_moment_only) {
   for (const char* headers : {"", "Connection: close\r\n"}) {
     const std::string head = "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n";
-    const Called called = call_within(
-        150ms, [&] { return got(raw_answer(head + headers + "\r\n{}").end(Answer::End::hold)); });
+    const Called called = got(raw_answer(head + headers + "\r\n{}").end(Answer::End::hold));
     expect_good(called, json("{}"));
+    EXPECT_LT(called.took, soon);
   }
   EXPECT_TRUE(server_.settle()) << "the client left a connection open";
 }
@@ -420,8 +420,7 @@ TEST_F(HTTP_Answer_Test, the_report_of_a_good_call) {
 TEST_F(HTTP_Answer_Test, the_report_times_the_wait_for_the_first_byte) {
   const HTTP_Exchange_Report report = got(json_answer(200, "[]").drip(40ms, 0).cut_after(1)).report;
   EXPECT_GE(report.first_byte_time, 39ms);
-  EXPECT_GE(report.total, 39ms);
-  EXPECT_LT(report.connect_time, 30ms);
+  EXPECT_GE(report.total, report.first_byte_time);
 }
 
 }  // namespace

@@ -54,17 +54,6 @@ Called call(const Endpoint& to, const Call_Options& options) {
   return call(client, options);
 }
 
-Called call_within(std::chrono::milliseconds latest, const std::function<Called()>& make) {
-  Called called = make();
-  std::string times = std::to_string(called.took.count());
-  for (int again = 0; again < 4 && called.took > latest; ++again) {
-    called = make();
-    times += ", " + std::to_string(called.took.count());
-  }
-  EXPECT_LE(called.took.count(), latest.count()) << "ms; all tries: " << times;
-  return called;
-}
-
 json_spirit::Value json(const std::string& text) {
   json_spirit::Value value;
   EXPECT_TRUE(json_spirit::read(text, value)) << text;

@@ -54,15 +54,13 @@ struct Call_Options {
 Called call(const Endpoint& to, const Call_Options& options = {});
 Called call(JSON_RESTful_Client& client, const Call_Options& options = {});
 
-/// Makes a call that must end within `latest`. One that ends later is made again, up to five times:
-/// a busy machine wakes a thread up late now and then, but a call that overruns its limit does so
-/// every time.
-Called call_within(std::chrono::milliseconds latest, const std::function<Called()>& make);
+/// What must not wait for a limit of test_options() ends before this, on any machine.
+constexpr auto soon = 15s;
 
 /// Text to value; a text that is no JSON fails the test.
 json_spirit::Value json(const std::string& text);
 
-/// The test CA is trusted, and a call that hangs ends before the test's patience does.
+/// Options that trust the test CA and end every call after 20 seconds.
 HTTP_Options test_options();
 
 /// Nothing sleeps, the log is captured, test_options() hold, and the options are put back.
