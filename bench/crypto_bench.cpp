@@ -1,9 +1,9 @@
-// What opening a sealed S3 key costs, beside OpenSSL called directly for the same text.
+// The cost of decrypting an S3 key, compared with calling OpenSSL directly.
 //
-// "bare" is the shortest correct way from the sealed text to the clear one with a ready key: decode
-// Base64, AES-256-GCM with a cipher fetched once, check the tag. "as written first" names the
-// cipher in each call, as most programs do. Both leave out what the library adds: strict Base64,
-// the look-up of the process's key, wiping, a clean error queue.
+// "bare" is the shortest correct code with a ready key: decode Base64, AES-256-GCM with a cipher
+// fetched once, check the tag. "as written first" fetches the cipher in each call, as most programs
+// do. Both lack what the library adds: strict Base64, the process's key, wiping, a clean error
+// queue.
 
 #include <openssl/evp.h>
 

@@ -1,9 +1,9 @@
-// What one catalog read costs over HTTP and HTTPS, from the call to the record in hand, beside the
-// raw floor and beside other HTTP clients that do the same job.
+// The cost of one catalog read over HTTP and HTTPS, compared with the raw floor and with other HTTP
+// clients that do the same job.
 //
-// Everybody is measured in one run against services of one make, in short batches that take turns
-// in random order, so that a noisy machine is equally unkind to all. Ratios are medians over the
-// turns of a client's time by the floor's in the same turn. bench/README.md says more.
+// All are measured in one run against equal services, in short batches that take turns in random
+// order, so that noise hits all alike. A ratio is the median, over the turns, of a client's time
+// divided by the floor's in the same turn. bench/README.md says more.
 
 #include <signal.h>
 
@@ -94,8 +94,8 @@ bool is_wanted(const std::vector<std::string>& keys, const char* key) {
   return keys.empty() || std::find(keys.begin(), keys.end(), key) != keys.end();
 }
 
-/// One client over one transport: a service of its own, so that the ports that it leaves waiting
-/// are nobody else's, and what was measured.
+/// One client over one transport, with what was measured. It has a service of its own, so that the
+/// ports it leaves in TIME_WAIT are not in the way of others.
 struct Entry {
   const Client* client;
   std::unique_ptr<Loopback_Service> service;
@@ -103,8 +103,8 @@ struct Entry {
   Call call;
   int batch = 1;
 
-  std::vector<double> all_micros;  // one value a call
-  // One value a turn, per call; the time is the turn's median.
+  std::vector<double> all_micros;  // one value per call
+  // One value per turn: the median time of its calls, and means per call.
   std::vector<double> micros;
   std::vector<double> cpu_micros;
   std::vector<double> allocations;
@@ -152,7 +152,7 @@ void call_often(const Entry& entry, int times) {
   }
 }
 
-/// Warms up and settles how many calls make a batch.
+/// Warms up and sets how many calls make a batch.
 void prepare(Entry& entry) {
   constexpr int few = 20;
   call_often(entry, few);
@@ -163,7 +163,7 @@ void prepare(Entry& entry) {
 }
 
 void take_turn(Entry& entry, const Instruction_Counter& instructions) {
-  // Not counted: it finds the processor's caches full of what the client before left.
+  // Not counted: the processor's caches are full of the previous client's data.
   call_often(entry, 1);
   const auto calls = static_cast<double>(entry.batch);
   const auto instructions_before = instructions.read();
@@ -204,7 +204,7 @@ void take_turns(std::deque<Entry>& entries, Seconds limit) {
   } while (Clock::now() < end);
 }
 
-/// Calls a second of so many threads together.
+/// Calls per second of all threads together.
 double load(const Entry& entry, int thread_count) {
   std::promise<Clock::time_point> start;
   const std::shared_future<Clock::time_point> started = start.get_future().share();
@@ -219,7 +219,7 @@ double load(const Entry& entry, int thread_count) {
         call = entry.make_call();
         good = call();
       } catch (const std::exception&) {
-        // Said below, when nobody waits any longer.
+        // Reported below, once all threads are ready.
       }
       is_ready.set_value();
       const auto end = started.get() + std::chrono::duration_cast<Clock::duration>(load_time);
@@ -251,7 +251,7 @@ void take_loads(std::deque<Entry>& entries) {
   }
 }
 
-// --- What comes out ---------------------------------------------------------------------------
+// --- Results ----------------------------------------------------------------------------------
 
 const Entry* find(const std::deque<Entry>& entries, Role role) {
   for (const Entry& entry : entries) {

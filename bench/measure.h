@@ -6,18 +6,18 @@
 
 namespace zqpool::bench {
 
-/// The median, or another quantile; 0 of nothing.
+/// The median or another quantile; 0 for an empty list.
 double median(std::vector<double> values, double quantile = 0.5);
 
-/// Keeps this thread, and those that it starts, to one processor, ahead of all other programs.
-/// Throws std::system_error where that is not allowed.
+/// Pins this thread and those that it starts to one processor, with real-time priority. Throws
+/// std::system_error if that is not allowed.
 void take_processor(std::size_t number);
 
-/// The bars, each with one line.
+/// Prints one line for each bar.
 class Verdict {
  public:
   void at_most(const std::string& what, double figure, double bar);
-  /// `figure` is the part of somebody's time that is ours.
+  /// `figure` is our time divided by the other's.
   void ahead(const std::string& what, const char* nearest, double figure);
   void holds(const std::string& what, bool good);
 

@@ -8,9 +8,8 @@
 
 namespace zqpool::bench {
 
-/// Sets Google Benchmark up for comparing: all runs interleaved in random order, so that a noisy
-/// machine is equally unkind to everybody, and their medians reported. The command line may say
-/// otherwise.
+/// Sets Google Benchmark up for comparisons: runs are interleaved in random order, so that noise
+/// hits all alike, and medians reported. The command line may override this.
 inline void initialize_for_medians(int argc, char** argv) {
   std::vector<char*> arguments(argv, argv + 1);
   char repetitions[] = "--benchmark_repetitions=21";
@@ -25,7 +24,7 @@ inline void initialize_for_medians(int argc, char** argv) {
   benchmark::Initialize(&count, arguments.data());
 }
 
-/// Keeps the medians, CPU time, while the console shows everything.
+/// Collects the medians of CPU time; the console shows everything.
 class Median_Reporter : public benchmark::ConsoleReporter {
  public:
   void ReportRuns(const std::vector<Run>& reports) override {

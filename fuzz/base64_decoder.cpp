@@ -1,5 +1,5 @@
-// Keys come as Base64 from a service. A text decodes exactly when it is what encoding its bytes
-// gives, judged here by a decoder of few words.
+// Services send keys as Base64. A text must decode if and only if it is the encoding of the bytes,
+// as a short second decoder tells.
 
 #include <cstddef>
 #include <cstdint>
@@ -40,7 +40,7 @@ std::optional<std::string> expected(std::string_view text) {
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view text(reinterpret_cast<const char*>(data), size);
   Base64_Decoder decoder;
-  // Whatever was decoded before must not shine through.
+  // Nothing of an earlier text may remain.
   check(decoder.set("c29tZXRoaW5nIGVsc2U=", 20));
   const auto bytes = expected(text);
   check(decoder.set(text.data(), text.size()) == bytes.has_value());

@@ -1,6 +1,6 @@
 #pragma once
 
-/// Ends the run here when what must always hold does not.
+/// Aborts unless the condition holds.
 inline void check(bool condition) {
   if (!condition) __builtin_trap();
 }

@@ -1,6 +1,6 @@
-// Sealed keys come from a service. No text may open that was not sealed for its URL, and none may
-// change when it does not open. The first line is the URL, the rest both a sealed text and a clear
-// one to seal; its ends say where the sealed one is damaged.
+// Services send encrypted keys. Only a text that was encrypted for the URL may be decrypted, and
+// any other must be left alone. The input's first line is the URL. The rest is taken both as an
+// encrypted text and as a clear one; its ends say where the encrypted one is damaged.
 
 #include <algorithm>
 #include <cstddef>
@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t line_end = input.find('\n');
   const std::string url = input.substr(0, std::min(line_end, input.find('\0')));
   const std::string text = line_end == std::string::npos ? "" : input.substr(line_end + 1);
-  // No sealing here is for a URL with a line end. The fuzzer finds sealed texts of earlier inputs
-  // in the comparisons that it watches, and they would open for their own.
+  // For a URL with a line end, which nothing here is encrypted for: the fuzzer learns encrypted
+  // texts from the comparisons that it watches, and those can be decrypted for their own URL.
   check_refused(url + '\n', text);
 
   std::string sealed = text;

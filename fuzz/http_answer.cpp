@@ -1,8 +1,8 @@
-// A service, or whoever sits between, may answer anything: the reader takes an answer or says why
-// not, within its bounds, and how the bytes were cut into packets makes no difference.
+// Services may respond with anything. receive_response() must accept a response or say why not,
+// within its limits, and how the bytes were split into packets must make no difference.
 //
-// The input's first byte is the size of the packets, the second the largest answer that is taken;
-// the rest is what the service sends before it ends the connection.
+// The input's first byte is the packet size, the second the limit for the body; the rest is
+// what the service sends before it closes the connection.
 
 #include <sys/socket.h>
 
@@ -26,8 +26,8 @@ using namespace zqpool::detail;
 constexpr std::size_t whole = 32 * 1024;
 
 struct Outcome {
-  bool answered = false;
-  Wire_Response answer;
+  bool received = false;
+  Wire_Response response;
   HTTP_Headers headers;
   Failure failure;
 };
@@ -37,7 +37,7 @@ struct Connection {
   Socket service;
 };
 
-/// The client's recv() gets one packet each time, and has all of them at once.
+/// A connection whose client receives one packet with each recv(); all have been sent.
 Connection connection_with(std::string_view bytes, std::size_t packet) {
   std::array<int, 2> ends{};
   check(socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) == 0);
@@ -45,7 +45,7 @@ Connection connection_with(std::string_view bytes, std::size_t packet) {
   const Socket& service = connection.service;
   while (!bytes.empty()) {
     const std::string_view part = bytes.substr(0, packet);
-    // What does not fit into the socket's buffer is an answer that was cut off.
+    // If the socket's buffer is full, the response is cut off.
     if (::send(service.fd(), part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL) < 0) break;
     bytes.remove_prefix(part.size());
   }
@@ -53,29 +53,29 @@ Connection connection_with(std::string_view bytes, std::size_t packet) {
   return connection;
 }
 
-Outcome read_response(std::string_view bytes, std::size_t packet, std::size_t largest) {
+Outcome read_response(std::string_view bytes, std::size_t packet, std::size_t max_body) {
   Stream stream;
   Connection connection = connection_with(bytes, packet);
   stream.adopt(std::move(connection.client));
   Outcome outcome;
   HTTP_Exchange_Report report;
-  outcome.answered = receive_response(stream, Deadline::in(std::chrono::seconds(10)), largest,
-                                      outcome.answer, &outcome.headers, report, outcome.failure);
+  outcome.received = receive_response(stream, Deadline::in(std::chrono::seconds(10)), max_body,
+                                      outcome.response, &outcome.headers, report, outcome.failure);
   return outcome;
 }
 
-void check_outcome(const Outcome& outcome, std::size_t largest) {
-  const Wire_Response& answer = outcome.answer;
-  if (!outcome.answered) {
+void check_outcome(const Outcome& outcome, std::size_t max_body) {
+  const Wire_Response& response = outcome.response;
+  if (!outcome.received) {
     check(outcome.failure.error != HTTP_Error::none && !outcome.failure.text.empty());
-    check(answer.status == 0 && answer.body.empty() && !answer.keep_connection);
+    check(response.status == 0 && response.body.empty() && !response.keep_connection);
     return;
   }
   check(outcome.failure.error == HTTP_Error::none);
-  check(answer.status < 1000 && answer.status / 100 != 1);
-  check(answer.body.size() <= largest);
+  check(response.status < 1000 && response.status / 100 != 1);
+  check(response.body.size() <= max_body);
   json_spirit::Value value;
-  std::string body = answer.body;
+  std::string body = response.body;
   json_spirit::read(body, value);
 }
 
@@ -85,15 +85,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 2) return 0;
   const std::string_view bytes(reinterpret_cast<const char*>(data) + 2, std::min(size - 2, whole));
   const std::size_t packet = std::max<std::size_t>(data[0], bytes.size() / 128 + 1);
-  const std::size_t largest = data[1] * std::size_t{64};
+  const std::size_t max_body = data[1] * std::size_t{64};
 
-  const Outcome at_once = read_response(bytes, whole, largest);
-  const Outcome in_parts = read_response(bytes, packet, largest);
-  check_outcome(at_once, largest);
-  check_outcome(in_parts, largest);
-  check(at_once.answered == in_parts.answered);
-  check(at_once.answer.status == in_parts.answer.status);
-  check(at_once.answer.body == in_parts.answer.body);
+  const Outcome at_once = read_response(bytes, whole, max_body);
+  const Outcome in_parts = read_response(bytes, packet, max_body);
+  check_outcome(at_once, max_body);
+  check_outcome(in_parts, max_body);
+  check(at_once.received == in_parts.received);
+  check(at_once.response.status == in_parts.response.status);
+  check(at_once.response.body == in_parts.response.body);
   check(at_once.headers.fields() == in_parts.headers.fields());
   return 0;
 }

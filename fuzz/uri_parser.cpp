@@ -1,6 +1,6 @@
-// URLs come from pool descriptions: no text may break the parser, what build() writes must read as
-// the same URL, and nothing given to a setter may change another part of it. The first line is the
-// URL, the second a host, the rest a path.
+// Pool descriptions hold URLs. No text may break the parser, build() must write what parses as the
+// same URL, and a setter must not change other components. The input's first line is the URL, the
+// second a host, the rest a path.
 
 #include <cstddef>
 #include <cstdint>
@@ -24,7 +24,7 @@ bool same_but_host_and_path(const URI& a, const URI& b) {
          a.is_ssl() == b.is_ssl() && a.query() == b.query() && a.fragment() == b.fragment();
 }
 
-// Reads back what `uri` builds. Only http(s) and ws(s) without a host are no URL.
+// Parses what `uri` builds, which fails only for http(s) and ws(s) without a host.
 bool read_back(const URI& uri, URI& again) {
   if (!URI_Parser::parse(built(uri).c_str(), again)) {
     check(uri.host().empty() && (uri.scheme().substr(0, 4) == "http" || uri.scheme()[0] == 'w'));

@@ -25,7 +25,7 @@ struct Free_Session {
 };
 using Session = std::unique_ptr<SSL_SESSION, Free_Session>;
 
-/// Asks over a stream that is ready to talk.
+/// Sends the request over a connected stream and reads the response.
 template <class Stream>
 bool exchange(Stream& stream, const Target& target) {
   http::request<http::empty_body> request{http::verb::get, target.request_path, 11};
@@ -51,7 +51,7 @@ bool plain_call(const Target& target) {
   beast::tcp_stream stream(context);
   stream.connect(resolver.resolve(target.host, std::to_string(target.port)));
   const bool good = exchange(stream, target);
-  // As the library, which leaves the wait for stray packets to the service.
+  // As the library does, so that TIME_WAIT is on the service's side.
   beast::error_code end;
   std::array<char, 512> scrap;
   while (!end)
@@ -78,7 +78,7 @@ bool tls_call(const Target& target, ssl::context& trust, Session& session) {
   return good;
 }
 
-/// Whatever goes wrong in `call` is a failed call.
+/// Turns exceptions of `call` into false.
 template <class Function>
 bool without_exceptions(Function call) {
   try {

@@ -8,7 +8,7 @@ namespace zqpool::bench {
 
 enum class Transport { http, https_full, https_resumed };
 
-/// The service that every client asks, and what it asks for.
+/// The service and the request that all clients send it.
 struct Target {
   Transport transport = Transport::http;
   std::string host;
@@ -22,27 +22,27 @@ struct Target {
   bool ssl() const { return transport != Transport::http; }
 };
 
-/// Asks once for the device, over a fresh connection; true when its record arrived.
+/// Requests the device once, over a new connection. Returns whether its record arrived.
 using Call = std::function<bool()>;
-/// Makes a thread its Call. What the threads share is made before.
+/// Makes the Call of a thread. What threads share is made before.
 using Make_Call = std::function<Call()>;
 
-// Each asks the same: GET with the access key, the server's certificate checked against ca_file and
-// its address, the answer parsed and its only row moved out of it.
+// All do the same: GET with the access key, verify the server's certificate against ca_file and its
+// address, parse the response and move its only row out of it.
 
 /// The library: Pool_Metadata_Manager::get_device().
 Make_Call library(const Target& target);
 
-/// What no client goes below: a prepared request in one send, read to the end of the stream,
-/// nothing parsed. With TLS a shared SSL_CTX, and close_notify from both sides.
+/// The least that any client has to do: send a prepared request, read to the end of the stream,
+/// parse nothing. With TLS: a shared SSL_CTX, and close_notify from both sides.
 Make_Call floor(const Target& target);
 
 /// libcurl with an easy handle for every call.
 Make_Call curl_naive(const Target& target);
-/// libcurl with one easy handle a thread and sessions that are shared between the threads.
+/// libcurl with one easy handle per thread and TLS sessions shared between threads.
 Make_Call curl_tuned(const Target& target);
 
-/// cpp-httplib with one client a thread. It cannot resume sessions.
+/// cpp-httplib with one client per thread. It cannot resume TLS sessions.
 Make_Call httplib(const Target& target);
 
 /// Boost.Beast over Asio as its examples have it, with a shared ssl::context and, which they lack,

@@ -12,7 +12,7 @@ namespace zqpool::bench {
 namespace {
 
 constexpr long time_limit_ms = 10000;
-constexpr long most_answer = 256L << 20;
+constexpr long max_response = 256L << 20;
 
 struct Free {
   void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
@@ -42,7 +42,7 @@ void set_up(CURL* handle, const Target& target, const curl_slist* headers) {
   curl_easy_setopt(handle, CURLOPT_WRITEFUNCTION, &append);
   curl_easy_setopt(handle, CURLOPT_CAINFO, target.ca_file.c_str());
   curl_easy_setopt(handle, CURLOPT_TIMEOUT_MS, time_limit_ms);
-  curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(most_answer));
+  curl_easy_setopt(handle, CURLOPT_MAXFILESIZE_LARGE, static_cast<curl_off_t>(max_response));
   curl_easy_setopt(handle, CURLOPT_NOSIGNAL, 1L);
   curl_easy_setopt(handle, CURLOPT_PROXY, "");
 }
@@ -66,7 +66,7 @@ bool perform(CURL* handle, const Target& target) {
   return take_only_row(body.data(), body.size(), target.device_uuid, row);
 }
 
-/// What several handles share: the TLS sessions.
+/// The TLS sessions, shared by several handles.
 class Share {
  public:
   Share() : share_(curl_share_init()) {
@@ -92,7 +92,7 @@ class Share {
   std::array<std::mutex, CURL_LOCK_DATA_LAST> mutexes_;
 };
 
-/// One thread's handle with what it borrows.
+/// One thread's handle and what it refers to.
 struct Kept {
   std::shared_ptr<Share> share;
   Header_List headers;

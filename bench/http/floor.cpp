@@ -105,7 +105,7 @@ class Tls_Floor {
       size += n;
     if ((SSL_get_shutdown(ssl.get()) & SSL_RECEIVED_SHUTDOWN) == 0) return false;
     SSL_shutdown(ssl.get());
-    // The service may meet that with a reset, as it has closed its side; either is the end.
+    // Either the end of the stream or a reset, since the service may have closed already.
     while (::recv(socket.get(), answer + size, sizeof answer - size, 0) > 0) {
     }
     if (target_.transport == Transport::https_resumed) {

@@ -15,21 +15,21 @@
 
 namespace zqpool::bench {
 
-/// What a service says to a request in which `asked` occurs.
+/// The response to a request that contains `asked`.
 struct Prepared_Answer {
   std::string asked;
   std::string answer;  ///< HTTP, from the status line on
 };
 
-/// A service on loopback that gives prepared answers and then closes, with close_notify first where
-/// there is TLS (1.3). As little work as possible beside the kernel's and
-/// OpenSSL's: a few threads that block in accept(), read to the request's blank line, and send.
+/// A service on loopback that sends prepared responses and then closes the connection, under TLS
+/// (1.3) with close_notify. It does as little work as possible: a few threads block in accept(),
+/// read up to the request's blank line, and send.
 class Loopback_Service {
  public:
-  /// Transport::https_full gives no session to resume.
+  /// With Transport::https_full there are no session tickets.
   Loopback_Service(Transport transport, const std::string& certificate_file,
                    const std::string& key_file, std::string answer);
-  /// HTTP, with the first of these answers that fits.
+  /// HTTP, with the first of these responses that matches.
   explicit Loopback_Service(std::vector<Prepared_Answer> answers);
   ~Loopback_Service();
   Loopback_Service(const Loopback_Service&) = delete;

@@ -7,8 +7,8 @@
 
 namespace zqpool::bench {
 
-/// What the other clients do with an answer: parse it and move its only row out. True when that row
-/// is the device `uuid`.
+/// Parses a response as the peers do and moves its only row out. Returns whether that row is the
+/// device `uuid`.
 bool take_only_row(const char* text, std::size_t size, const std::string& uuid,
                    rapidjson::Document& row);
 

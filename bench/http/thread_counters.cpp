@@ -12,7 +12,7 @@ namespace {
 thread_local std::uint64_t allocation_count = 0;
 }
 
-// The program's own malloc stands before the C library's for every library of the process.
+// The program's malloc replaces the C library's in all libraries of the process.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);

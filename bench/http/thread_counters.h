@@ -5,18 +5,18 @@
 
 namespace zqpool::bench {
 
-/// What the calling thread has used so far.
+/// What the calling thread has used up to now.
 struct Usage {
-  /// Calls that take heap memory: malloc, calloc, realloc and their sisters, whoever makes them;
-  /// operator new is counted as the malloc that it makes.
+  /// Calls of malloc, calloc, realloc and the like, by whatever library. operator new counts once,
+  /// as the malloc that it calls.
   std::uint64_t allocations = 0;
   std::uint64_t cpu_ns = 0;  ///< processor time, the kernel's included
 };
 
 Usage usage() noexcept;
 
-/// Counts the instructions of the thread that makes it, the kernel's not included, where the
-/// machine's counters can be read; many virtual machines have none.
+/// Counts the user-space instructions of the thread that makes it. Many virtual machines have no
+/// counter for that.
 class Instruction_Counter {
  public:
   Instruction_Counter() noexcept;
