@@ -44,7 +44,7 @@ Exit_Code judge_status(unsigned status, Effect effect) {
       return Exit_Code::unreachable;
     case 502:
     case 504:
-      // Somebody between us and the service lost its answer.
+      // A proxy lost the service's answer.
       return effect == Effect::changes ? Exit_Code::outcome_unknown : Exit_Code::unreachable;
     default:
       return Exit_Code::failed;

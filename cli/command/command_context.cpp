@@ -25,7 +25,7 @@ namespace {
 
 constexpr std::size_t max_jobs = 64;
 
-/// Reads a setting with `parse`, whose errors get the source of the value in front.
+/// Reads a setting with `parse` and puts the source of the value in front of its errors.
 template <typename Parse>
 auto parsed(const Setting_Value& value, Parse parse) {
   try {
@@ -51,7 +51,7 @@ std::chrono::milliseconds parse_timeout(const std::string& text) {
   return time;
 }
 
-/// Whole seconds, as the library counts them; a part of one counts as one.
+/// Whole seconds, as the library counts them, rounded up.
 int parse_retry(const std::string& text) {
   return static_cast<int>((parse_duration(text).count() + 999) / 1000);
 }

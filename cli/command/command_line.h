@@ -19,7 +19,7 @@ namespace zqpool::cli {
 /// What a verb does, with the arguments that its options were bound to.
 using Action = std::function<Exit_Code(Command_Context&)>;
 
-/// The value of an option for which an empty text and no option are different things.
+/// The value of an option that may be given with an empty text.
 struct Given_Text {
   std::string text;
   bool given = false;
@@ -27,8 +27,8 @@ struct Given_Text {
   const char* c_str_or_null() const { return given ? text.c_str() : nullptr; }
 };
 
-/// A verb that gets its arguments and options, in the order of its help. A type such as
-/// "json|tsv" lists values that the shell completes; FILE and DIR stand for paths.
+/// Adds arguments and options to a verb, in the order of its help. Shells complete the values of a
+/// type such as "json|tsv", and paths for FILE and DIR.
 class Verb {
  public:
   explicit Verb(CLI::App& app) : app_(app) {}
@@ -39,7 +39,7 @@ class Verb {
   /// One argument or more, "-" among them for the lines of standard input.
   Verb& objects(const char* name, std::vector<std::string>& objects, const std::string& help);
   Verb& flag(const char* name, bool& value, const std::string& help);
-  /// The flag with which a verb that destroys does not ask first.
+  /// The flag that skips the confirmation.
   Verb& yes(bool& value) { return flag("--yes", value, "Do not ask first"); }
   template <typename Value>
   Verb& option(const char* name, Value& value, const char* type, const std::string& help) {
@@ -48,7 +48,7 @@ class Verb {
   }
   Verb& option(const char* name, Given_Text& value, const char* type, const std::string& help);
 
-  // About what was added last; the others were added before.
+  // These apply to the option that was added last; `others` must have been added before.
   Verb& required();
   Verb& range(int min, int max);
   Verb& excludes(std::initializer_list<const char*> others);
@@ -61,7 +61,7 @@ class Verb {
 
 class Command_Line;
 
-/// A noun that gets its verbs.
+/// Adds verbs to a noun.
 class Noun {
  public:
   Noun(Command_Line& commands, CLI::App& app) : commands_(commands), app_(app) {}

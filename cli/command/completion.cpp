@@ -10,7 +10,7 @@ namespace zqpool::cli {
 
 namespace {
 
-// What stands for paths where the scripts list values.
+// Stand for paths in the scripts' lists of values.
 constexpr std::string_view files = "<file>";
 constexpr std::string_view directories = "<directory>";
 

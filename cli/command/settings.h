@@ -29,7 +29,7 @@ struct Setting {
   const char* fallback;  ///< its default, or null
   const char* type;
   const char* help;
-  bool path;  ///< a path; in a configuration file relative to the folder of that
+  bool path;  ///< a path; relative to the folder of its configuration file
 };
 
 constexpr std::size_t setting_count = 9;

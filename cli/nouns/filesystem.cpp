@@ -7,8 +7,8 @@ namespace zqpool::cli {
 
 namespace {
 
-// The library has a manager for filesystems of SCSI pools and one for those of image pools. These
-// two have the operations that the managers name differently.
+// The library has one manager for filesystems of SCSI pools and one for those of image pools. These
+// structs have the operations that the two name differently.
 
 struct SCSI_Filesystems {
   using Manager = SCSI_Target_Manager;
@@ -76,7 +76,7 @@ struct Arguments {
   }
 };
 
-/// What the library says of a filesystem whose list does not hold exactly one: nothing.
+/// The library logs nothing when the list does not hold exactly one filesystem.
 const Known_Failure no_such_filesystem = {""};
 
 template <typename Kind>
@@ -121,7 +121,7 @@ Exit_Code list_mounted(Command_Context& context, const Arguments& arguments) {
   return outcome.done() ? context.print_list(mounts, "name") : context.report(outcome);
 }
 
-/// Asks where a filesystem is mounted, or would be: "mountpoint" and "mounted".
+/// Reads where a filesystem is mounted, or would be: "mountpoint" and "mounted".
 template <typename Kind>
 Outcome read_mount(const Command_Context& context, const typename Kind::Manager& pool,
                    const std::string& name, Object& mount) {
@@ -159,7 +159,7 @@ Exit_Code mount(Command_Context& context, const Arguments& arguments) {
           record = {{"name", name}, {"mountpoint", std::move(where)}, {"mounted", true}};
         }
         if (outcome.code == Exit_Code::done || !outcome.answered) return outcome;
-        // The service mounted it without saying where.
+        // The service mounted it, but its answer lacks the mount point.
         Outcome read = read_mount<Kind>(context, pool, name, record);
         return read.done() ? read : outcome;
       });

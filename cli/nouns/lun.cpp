@@ -23,7 +23,7 @@ struct Arguments {
   bool force = false;
 };
 
-/// No service gives a LUN this number.
+/// Marks a LUN number that the answer lacks.
 constexpr int no_number = std::numeric_limits<int>::min();
 
 Pool::Retention_Type retention_type(const std::string& name) {

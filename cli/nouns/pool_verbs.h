@@ -44,7 +44,7 @@ inline Image_Pool_Manager open_pool(const Target& target, const Pool_Arguments& 
   return {target.host, target.port, target.ssl, target.access_key, pool.uuid};
 }
 
-/// How changes are judged that grant access to a SCSI pool.
+/// The policy of changes that may grant access to a SCSI pool.
 Call_Policy change_of_access();
 
 /// The arguments with "-" expanded to the lines of standard input. Throws Usage_Error for names

@@ -15,16 +15,16 @@
 
 namespace zqpool::cli {
 
-/// How the two differ for the service and in words.
+/// How they differ on the wire and in words.
 struct Snapshot_Words {
   const char* path;           ///< of the service
   const char* parent;         ///< the member that names what a snapshot was taken of
   const char* thing;          ///< "LUN"
   const char* argument;       ///< "LUN_ID"
-  const char* example;        ///< of such an argument
+  const char* example;        ///< an example of this argument
   const char* delete_empty;   ///< the option
   const char* not_described;  ///< logged for a snapshot that cannot be described
-  // What follows "it is shared under 2 numbers"; null where the service has no such.
+  // What follows "it is shared under 2 numbers"; null for snapshots that are not shared so.
   const char* if_several_shown;
   const char* if_several_compared;
 };

@@ -16,7 +16,8 @@ namespace {
 
 using json_spirit::Value;
 
-/// The parsers leave an output unchanged that the path does not have. No argument can hold a NUL.
+/// Marks outputs that the parsers leave unchanged because the path lacks them. No argument can hold
+/// a NUL.
 const std::string unset(1, '\0');
 
 Value value_if_set(std::string text) {

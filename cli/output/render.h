@@ -22,9 +22,8 @@ struct Record {
 /// Records in an output format:
 ///  - json: each record as one line of compact JSON;
 ///  - tsv: NAME, KEY and VALUE of one member per line, without a header. Nested members and
-///  elements
-///    have keys like "devices.0.url", where a dot or backslash within a name is preceded by a
-///    backslash. Null is \N, escapes are those of tsv_field();
+///    elements have keys like "devices.0.url", where a dot or backslash within a name is preceded
+///    by a backslash. Null is \N, escapes are those of tsv_field();
 ///  - table: one member per line for a single record, else one record per line. Records wider than
 ///    `width` (0: no limit) are shown like single ones.
 std::string render(const std::vector<Record>& records, Output_Format format, std::size_t width);

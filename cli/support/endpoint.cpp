@@ -13,7 +13,7 @@ std::string Endpoint::text() const {
 Endpoint parse_endpoint(const std::string& text) {
   URI uri;
   bool good = URI_Parser::parse(text.c_str(), uri);
-  // A URL may have more parts, other schemes and other spellings of the same.
+  // Stricter than a URL: no other parts, schemes or spellings.
   good = good && (text.rfind("https://", 0) == 0 || text.rfind("http://", 0) == 0);
   good = good && text.find_first_of("@?#") == std::string::npos;
   good = good && (uri.path().empty() || uri.path() == "/");

@@ -48,7 +48,7 @@ TEST(Batch, works_on_as_many_as_asked_and_no_more) {
         std::unique_lock<std::mutex> lock(mutex);
         most = std::max(most, ++inside);
         changed.notify_all();
-        // Nobody leaves before all four have been in at once.
+        // Each waits until all four are at work at once.
         changed.wait(lock, [&] { return most >= jobs; });
         --inside;
       },
@@ -56,7 +56,7 @@ TEST(Batch, works_on_as_many_as_asked_and_no_more) {
   EXPECT_EQ(most, jobs);
 }
 
-TEST(Batch, nothing_to_do_is_nothing_done) {
+TEST(Batch, no_objects_need_no_thread) {
   run_batch(
       0, 4, [](std::size_t) { ADD_FAILURE(); }, [](std::size_t) { ADD_FAILURE(); },
       [](std::size_t) { ADD_FAILURE(); });

@@ -36,7 +36,7 @@ TEST(Write_All, waits_for_the_reader_of_a_non_blocking_pipe) {
   EXPECT_TRUE(read_all.get() == text);
 }
 
-TEST(Write_All, says_when_nothing_is_taken) {
+TEST(Write_All, reports_an_error) {
   const File_Descriptor full(open("/dev/full", O_WRONLY | O_CLOEXEC));
   errno = 0;
   EXPECT_FALSE(write_all(full.get(), "x"));

@@ -89,7 +89,7 @@ TEST(Exchange_Outcome, transport_errors_have_their_exit_codes) {
   }
 }
 
-TEST(Exchange_Outcome, the_cause_names_phase_words_and_doubt) {
+TEST(Exchange_Outcome, the_cause_names_phase_message_and_unknown_outcome) {
   HTTP_Exchange_Report report = failed(HTTP_Error::tls, HTTP_Phase::tls, false);
   EXPECT_EQ(judge_exchange(report, Effect::reads).cause, "TLS: the words");
   report = failed(HTTP_Error::timeout, HTTP_Phase::wait, true);
@@ -107,7 +107,7 @@ Outcome judge(const std::vector<std::string>& errors, const std::vector<Known_Fa
   return judge_answer({errors, {}}, known, effect);
 }
 
-TEST(Answer_Outcome, known_failures_are_told_from_a_bad_answer) {
+TEST(Answer_Outcome, known_failures_differ_from_a_bad_answer) {
   const Known_Failure no_pool = {"Failed to get pool '"};
   const Known_Failure silent = {"", Exit_Code::conflict, "several"};
   EXPECT_EQ(judge({"Failed to get pool 'x' info."}, {no_pool}).code, Exit_Code::not_found);
@@ -139,7 +139,7 @@ TEST(Service_Error, is_found_within_a_logged_line) {
   }
 }
 
-TEST(Exit_Codes, the_worst_is_what_needs_a_person) {
+TEST(Exit_Codes, the_worst_is_what_needs_a_human) {
   const Exit_Code order[] = {
       Exit_Code::done,     Exit_Code::not_found,   Exit_Code::conflict,
       Exit_Code::no_space, Exit_Code::not_allowed, Exit_Code::unreachable,

@@ -16,7 +16,7 @@ TEST(Text, width_counts_columns_not_bytes) {
   EXPECT_EQ(display_width("\xff\xfe"), 2U);
 }
 
-TEST(Text, controls_and_broken_bytes_are_shown_not_sent) {
+TEST(Text, controls_and_invalid_bytes_are_escaped) {
   EXPECT_EQ(printable("Zürich 備份"), "Zürich 備份");
   EXPECT_EQ(printable("\x1b[31m\a\n\r\t\x7f"), "\\x1b[31m\\x07\\x0a\\x0d\\x09\\x7f");
   EXPECT_EQ(printable(std::string_view("a\0b", 3)), "a\\x00b");

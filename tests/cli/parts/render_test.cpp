@@ -108,7 +108,7 @@ std::string unescaped(const std::string& field) {
   return out;
 }
 
-TEST(Render, tsv_gives_every_byte_back) {
+TEST(Render, tsv_escapes_reversibly) {
   std::string every_byte;
   for (int c = 0; c < 128; ++c)
     every_byte += static_cast<char>(c);

@@ -24,7 +24,7 @@ Settings settings_of(const Texts& arguments, const Texts& environment, const Con
                   lookup_in(environment, &Setting::variable), files);
 }
 
-TEST(Settings, the_table_stands_in_the_order_of_its_ids) {
+TEST(Settings, the_table_is_in_the_order_of_its_ids) {
   std::size_t index = 0;
   for (const Setting& setting : all_settings()) {
     EXPECT_EQ(static_cast<std::size_t>(setting.id), index++) << setting.key;
@@ -70,7 +70,7 @@ TEST(Settings, a_path_of_an_argument_stays_as_it_is) {
   EXPECT_EQ(settings_of({{"--cacert", "ca.pem"}}, {}, {})[Setting_Id::cacert].text, "ca.pem");
 }
 
-TEST(Settings, a_bad_file_is_refused_with_its_name_and_the_culprit) {
+TEST(Settings, a_bad_file_is_refused_with_its_name_and_the_key) {
   const test::Temp_Directory directory;
   const std::pair<const char*, const char*> table[] = {
       {"endpiont = https://h\n", "'endpiont' is no setting"},

@@ -26,7 +26,7 @@ TEST(Size, is_read_exactly) {
     EXPECT_EQ(parse_size(text), bytes) << text;
 }
 
-TEST(Size, that_64_bits_do_not_hold_or_that_is_none_is_refused) {
+TEST(Size, invalid_or_above_64_bits_is_refused) {
   for (const char* const bad :
        {"", "B", "GiB", "-1", "+1", " 1", "1 GiB", "1.5GiB", "1e3", "0x10", "1G", "1GB", "1gib",
         "1GiBs", "16EiB", "16777216TiB", "18446744073709551616", "99999999999999999999999KiB"}) {
@@ -34,7 +34,7 @@ TEST(Size, that_64_bits_do_not_hold_or_that_is_none_is_refused) {
   }
 }
 
-TEST(Size, is_readable_and_never_more_than_there_is) {
+TEST(Size, is_readable_and_rounded_down) {
   const std::pair<std::uint64_t, const char*> table[] = {
       {0, "0 B"},
       {1, "1 B"},

@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 class Catalog_Change : public Command {};
 
-TEST_F(Catalog_Change, metadata_is_added_as_it_was_described) {
+TEST_F(Catalog_Change, metadata_is_added_as_its_options_say) {
   server_.otherwise(json_answer(201, "{}"));
   const Run_Result result = run({"metadata", "add", "p-1", "d-1", "/a b"});
   EXPECT_EQ(result.exit_code, 0);
@@ -29,7 +29,7 @@ TEST_F(Catalog_Change, metadata_is_added_as_it_was_described) {
   EXPECT_THAT(server_.request(2).body, HasSubstr(R"("size":0)"));
 }
 
-TEST_F(Catalog_Change, metadata_is_removed_after_a_yes) {
+TEST_F(Catalog_Change, metadata_is_removed_after_confirmation) {
   server_.otherwise(http_answer(204, ""));
   EXPECT_EQ(run({"metadata", "remove", "p-1", "/a b", "--yes"}).exit_code, 0);
   EXPECT_EQ(server_.request(0).line,
@@ -46,7 +46,7 @@ TEST_F(Catalog_Change, metadata_is_removed_after_a_yes) {
   EXPECT_EQ(server_.request_count(), 2U);
 }
 
-TEST_F(Catalog_Change, the_terminal_is_asked_once_about_all) {
+TEST_F(Catalog_Change, the_terminal_asks_once_for_all) {
   server_.otherwise(http_answer(204, ""));
   const std::pair<const char*, int> table[] = {{"n\n", 1},    {"\n", 1},    {"\x04", 1},
                                                {"\x03", 130}, {"yes\n", 0}, {"y\n", 0}};
@@ -65,7 +65,7 @@ TEST_F(Catalog_Change, the_terminal_is_asked_once_about_all) {
   }
 }
 
-TEST_F(Catalog_Change, nothing_to_remove_is_nothing_to_ask) {
+TEST_F(Catalog_Change, an_empty_list_needs_no_confirmation) {
   const Run_Result result = run({"metadata", "remove", "p-1", "-"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_EQ(result.out + result.err, "");
@@ -85,7 +85,7 @@ TEST_F(Catalog_Change, a_device_is_bound_to_a_host) {
   EXPECT_EQ(server_.request(1).target, "/zq/r/storage/catalog/device?uuid=d-2");
 }
 
-TEST_F(Catalog_Change, a_device_is_offered_or_there_is_none) {
+TEST_F(Catalog_Change, an_empty_offer_is_not_found) {
   server_.queue(json_answer(200, R"({"uuid":"d-1","url":"ws://n1"})"))
       .queue(json_answer(200, "{}"))
       .queue(json_answer(200, "[]"));
@@ -99,7 +99,7 @@ TEST_F(Catalog_Change, a_device_is_offered_or_there_is_none) {
   EXPECT_EQ(run({"device", "offer", "p-1"}).exit_code, 1);
 }
 
-TEST_F(Catalog_Change, statuses_have_exit_codes_and_doubt_has_its_own) {
+TEST_F(Catalog_Change, each_status_and_an_unknown_outcome_have_their_exit_codes) {
   const std::vector<std::string> changes[] = {
       {"metadata", "add", "p", "d", "/a"},
       {"metadata", "remove", "p", "/a", "--yes"},

@@ -21,8 +21,8 @@ class Command : public testing::Test {
  protected:
   Command() : key_file_(directory_.write("key", key_ + "\n")) {}
 
-  /// zqpool with the endpoint and the key of the test. What the test changes before, the service's
-  /// threads see, and what they do is over when this returns.
+  /// Runs zqpool with the endpoint and the key of the test. Synchronises with the service's threads
+  /// before and after.
   Run_Result run(const std::vector<std::string>& arguments, const Run_Options& options = {}) {
     server_.settle();
     Run_Result result = zqpool(with_service(arguments), options);

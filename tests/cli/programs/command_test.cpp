@@ -11,7 +11,7 @@ using testing::StartsWith;
 
 const char* const pool_row = R"({"rows":[{"uuid":"p-1","name":"vault","size":10737418240}]})";
 
-/// Answers each catalog query with one row that says what was asked for.
+/// Answers each catalog query with one row that holds the query.
 Answer echo_row(const Recorded_Request& request) {
   const std::string asked = request.target.substr(request.target.find('=') + 1);
   return json_answer(200, R"({"rows":[{"asked":")" + asked + R"("}]})");
@@ -75,7 +75,7 @@ TEST_F(Command, device_info_asks_about_a_url) {
   EXPECT_EQ(server_.request(1).body, R"({"pool_uuid":"p-1","url":"file:///d1"})");
 }
 
-TEST_F(Command, what_the_catalog_does_not_hold_is_not_found) {
+TEST_F(Command, unknown_objects_are_not_found) {
   server_.otherwise(json_answer(200, R"({"rows":[]})"));
   for (const std::vector<std::string>& arguments : {std::vector<std::string>{"pool", "show", "p-9"},
                                                     {"device", "show", "--url", "u-9"},
@@ -88,7 +88,7 @@ TEST_F(Command, what_the_catalog_does_not_hold_is_not_found) {
   }
 }
 
-TEST_F(Command, a_url_that_several_pools_share_is_a_conflict_not_absent) {
+TEST_F(Command, a_url_of_several_pools_is_a_conflict) {
   const char* const words = "'file:///d1' is a device of several pools: give 'pool_uuid'";
   server_.queue(json_answer(200, R"({"rows":[{"uuid":"d-1"},{"uuid":"d-2"}]})"))
       .queue(json_answer(409, std::string(R"({"error":{"code":-1,"message":")") + words + "\"}}"));
@@ -98,7 +98,7 @@ TEST_F(Command, a_url_that_several_pools_share_is_a_conflict_not_absent) {
             "zqpool: device show: " + url_of(server_) + ": HTTP status 409: " + words + "\n");
 }
 
-TEST_F(Command, a_path_that_the_catalog_does_not_know_is_not_found_though_the_call_is_good) {
+TEST_F(Command, an_unknown_path_is_not_found_although_the_call_succeeds) {
   server_.otherwise(json_answer(200, "{}"));
   const Run_Result result = run({"device", "located", "p-1", "/x"});
   EXPECT_EQ(result.exit_code, 3);
@@ -108,7 +108,7 @@ TEST_F(Command, a_path_that_the_catalog_does_not_know_is_not_found_though_the_ca
   EXPECT_EQ(run({"device", "info", "file:///x"}).exit_code, 3);
 }
 
-TEST_F(Command, an_answer_of_another_shape_has_failed) {
+TEST_F(Command, an_unexpected_answer_fails) {
   const struct {
     std::vector<std::string> arguments;
     const char* answer;
@@ -133,7 +133,7 @@ TEST_F(Command, an_answer_of_another_shape_has_failed) {
   }
 }
 
-TEST_F(Command, statuses_have_exit_codes_and_the_service_its_words) {
+TEST_F(Command, each_status_has_its_exit_code_and_shows_the_services_message) {
   const std::pair<unsigned, int> table[] = {{400, 1}, {401, 6}, {403, 6}, {404, 3}, {409, 4},
                                             {422, 1}, {500, 1}, {507, 5}, {301, 1}};
   for (const auto& [status, exit_code] : table) {
@@ -154,7 +154,7 @@ TEST_F(Command, statuses_have_exit_codes_and_the_service_its_words) {
   }
 }
 
-TEST_F(Command, a_refusal_without_words_is_told_by_its_status) {
+TEST_F(Command, an_error_without_a_message_shows_its_status) {
   for (const char* const body :
        {"", "<html>", "[]", R"({"error":"x"})", R"({"error":{"message":5}})"}) {
     server_.otherwise(http_answer(404, body));
@@ -163,7 +163,7 @@ TEST_F(Command, a_refusal_without_words_is_told_by_its_status) {
   }
 }
 
-TEST_F(Command, a_service_that_is_not_there_is_unreachable) {
+TEST_F(Command, a_refused_connection_is_unreachable) {
   const Refused_Port port;
   const std::string endpoint = "http://127.0.0.1:" + std::to_string(port.port());
   const Run_Result result =
@@ -172,14 +172,14 @@ TEST_F(Command, a_service_that_is_not_there_is_unreachable) {
   EXPECT_EQ(result.err, "zqpool: device info: " + endpoint + ": connect: Connection refused\n");
 }
 
-TEST_F(Command, a_service_that_breaks_off_is_unreachable_for_a_read) {
+TEST_F(Command, a_broken_connection_is_unreachable_for_a_read) {
   server_.otherwise(reset_after_request());
   const Run_Result result = run({"device", "info", "u"});
   EXPECT_EQ(result.exit_code, 7);
   EXPECT_THAT(result.err, StartsWith("zqpool: device info: " + url_of(server_) + ": wait: "));
 }
 
-TEST_F(Command, a_service_that_says_nothing_is_left_after_the_timeout) {
+TEST_F(Command, a_silent_service_is_abandoned_after_the_timeout) {
   server_.otherwise(silent());
   const Run_Result result = run({"device", "info", "u", "--timeout", "1s"});
   EXPECT_EQ(result.exit_code, 7);
@@ -187,19 +187,19 @@ TEST_F(Command, a_service_that_says_nothing_is_left_after_the_timeout) {
   EXPECT_THAT(result.err, testing::ContainsRegex("\\(after [0-9]+\\.[0-9] s\\)\n$"));
 }
 
-TEST_F(Command, a_failed_read_is_asked_again_for_as_long_as_retry_says) {
+TEST_F(Command, a_failed_read_is_retried_with_retry) {
   server_.queue(json_answer(500, "{}")).queue(json_answer(200, pool_row));
   const Run_Result result = run({"pool", "show", "p-1", "--retry", "30s", "--trace"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_THAT(result.out, StartsWith("uuid  p-1\n"));
   EXPECT_THAT(result.err, HasSubstr(": HTTP status 500; asking again\n"));
-  // Each exchange has its line, also the one that failed.
+  // Each exchange has its line, including the one that failed.
   EXPECT_THAT(result.err, HasSubstr("status=500"));
   EXPECT_THAT(result.err, HasSubstr("status=200"));
   EXPECT_EQ(server_.request_count(), 2U);
 }
 
-TEST_F(Command, trace_tells_each_exchange_in_a_line) {
+TEST_F(Command, trace_shows_each_exchange_on_a_line) {
   server_.otherwise(json_answer(200, pool_row));
   const Run_Result result = run({"pool", "show", "p-1", "--trace"});
   EXPECT_THAT(result.err,
@@ -212,7 +212,7 @@ TEST_F(Command, trace_tells_each_exchange_in_a_line) {
   EXPECT_THAT(result.out, Not(HasSubstr("trace")));
 }
 
-TEST_F(Command, verbose_lets_the_librarys_log_through) {
+TEST_F(Command, verbose_shows_the_librarys_log) {
   server_.otherwise(json_answer(404, "{}"));
   const Run_Result quiet = run({"device", "show", "--url", "u"});
   EXPECT_THAT(quiet.err, Not(HasSubstr("Failed to GET data from")));
@@ -220,7 +220,7 @@ TEST_F(Command, verbose_lets_the_librarys_log_through) {
   EXPECT_THAT(verbose.err, HasSubstr("Failed to GET data from 'u'.\n"));
 }
 
-TEST_F(Command, many_objects_keep_their_order_and_go_on_after_a_failure) {
+TEST_F(Command, many_objects_keep_their_order_and_continue_after_a_failure) {
   server_.otherwise([](const Recorded_Request& request) {
     const int number = std::stoi(request.target.substr(request.target.find("=p-") + 3));
     if (number == 7) return json_answer(404, R"({"error":{"message":"no such pool"}})");
@@ -309,7 +309,7 @@ TEST_F(Command, progress_is_for_terminals_only) {
   EXPECT_EQ(run({"pool", "show", "p-1", "p-2", "--quiet"}, options).terminal, "");
 }
 
-TEST(TLS_Command, a_certificate_is_checked_unless_told_otherwise) {
+TEST(TLS_Command, certificates_are_verified_by_default) {
   const Test_Certificates& certificates = Test_Certificates::instance();
   const Temp_Directory directory;
   const std::string key_file = directory.write("key", "k");

@@ -89,7 +89,7 @@ std::set<std::string> long_options(const std::string& help) {
   return options;
 }
 
-TEST(Documentation, help_lists_what_there_is) {
+TEST(Documentation, each_verb_has_examples_and_common_options) {
   EXPECT_GE(all_verbs().size(), 20U);
   for (const Verb& verb : all_verbs()) {
     EXPECT_THAT(verb.help, HasSubstr("\nExamples:\n  zqpool " + verb.noun + " " + verb.name));
@@ -116,10 +116,10 @@ Words all_options() {
 
 TEST(Documentation, the_manual_has_every_verb_and_option) {
   std::string manual = file_text("docs/man/zqpool.1");
-  // As it reads, without roff's escapes of hyphens.
+  // Without roff's escapes of hyphens.
   manual = std::regex_replace(manual, std::regex(R"(\\-)"), "-");
   Words calls;
-  // What both nouns about filesystems have is described once, of an FS.
+  // The manual describes the verbs of both nouns about filesystems once.
   const std::regex filesystem("zqpool (fs|image) ");
   for (const Verb& verb : all_verbs()) {
     const std::string call = "zqpool " + verb.noun + " " + verb.name;
@@ -195,7 +195,7 @@ TEST(Completion, bash_offers_the_values_of_options_and_arguments) {
   expect_bash_offers(wanted);
 }
 
-/// Where the shell is installed, it must find nothing wrong with the script.
+/// Lets the shell check the script, if it is installed.
 void check_syntax(const std::string& shell, const std::string& script) {
   const Temp_Directory directory;
   const std::string file = directory.write("script", script);
@@ -204,7 +204,7 @@ void check_syntax(const std::string& shell, const std::string& script) {
   EXPECT_EQ(result.exit_code, 0) << shell << ": " << result.err;
 }
 
-TEST(Completion, each_script_is_sound_and_knows_every_verb_and_option) {
+TEST(Completion, each_script_has_valid_syntax_and_every_verb_and_option) {
   for (const std::string shell : {"bash", "zsh", "fish"}) {
     const Run_Result result = zqpool({"completion", shell});
     EXPECT_EQ(result.exit_code, 0) << result.err;

@@ -30,7 +30,7 @@ std::string without_identifier(const std::string& text) {
   return text.substr(0, begin) + text.substr(text.find('\n', begin) + 1);
 }
 
-TEST_F(Dry_Run, shows_the_very_request_that_would_go_out_and_sends_none) {
+TEST_F(Dry_Run, shows_the_exact_request_and_sends_none) {
   const std::vector<std::string> table[] = {
       {"metadata", "add", "p", "d", "/a b", "--size", "10GiB"},
       {"metadata", "remove", "p", "/a", "--yes"},
@@ -71,7 +71,7 @@ TEST_F(Dry_Run, shows_the_very_request_that_would_go_out_and_sends_none) {
   }
 }
 
-TEST_F(Dry_Run, reads_on_the_way_to_a_change_are_made) {
+TEST_F(Dry_Run, reads_before_a_change_are_sent) {
   const Run_Result result =
       run({"lun", "export", "p", "l", "--initiator", "iqn.x:a", "--dry-run", "-o", "json"});
   EXPECT_EQ(result.exit_code, 0) << result.err;
@@ -116,7 +116,7 @@ TEST_F(Dry_Run, many_objects_are_many_requests) {
   EXPECT_EQ(server_.connection_count(), 0U);
 }
 
-TEST_F(Dry_Run, needs_no_service_for_what_it_can_tell_without) {
+TEST_F(Dry_Run, needs_no_service_for_a_first_request) {
   const Refused_Port port;
   const Run_Result result =
       zqpool({"lun", "delete", "p", "l", "--dry-run", "--endpoint",

@@ -77,7 +77,7 @@ TEST_P(Filesystem_Service, a_backups_cycle_from_the_first_write_to_the_end) {
   EXPECT_EQ(fs({"show", pool_, "weekly"}).exit_code, 3);
 }
 
-TEST_P(Filesystem_Service, a_move_that_is_refused_or_loses_its_answer_is_told_as_it_is) {
+TEST_P(Filesystem_Service, a_move_that_fails_or_loses_its_answer_is_reported) {
   done({"create", pool_, "a", "--mount-point", "/srv/a"});
   done({"create", pool_, "b", "--mount-point", "/srv/b"});
   const Run_Result taken = fs({"move", pool_, "a", "/srv/b"});

@@ -10,7 +10,7 @@ namespace {
 using testing::EndsWith;
 using testing::HasSubstr;
 
-/// Each test for "fs" and for "image", which speak the same.
+/// Each test for "fs" and for "image", which send the same requests.
 class Filesystem : public Command, public testing::WithParamInterface<const char*> {
  protected:
   /// zqpool NOUN with these arguments.
@@ -80,7 +80,7 @@ TEST_P(Filesystem, mounting_tells_where) {
             "\n");
   EXPECT_EQ(last().line, "POST /zq/r/scsipool/fs/mount HTTP/1.1");
   EXPECT_EQ(last().body, R"({"name":"daily","pool_id":"p-1"})");
-  // An answer that does not say where: the mounts are looked at.
+  // An answer without the mount point: the mounts are read.
   server_.queue(json_answer(200, "{}")).queue(json_answer(200, R"([{"mountpoint":"/x"}])"));
   EXPECT_THAT(fs({"mount", "p-1", "daily"}).out, HasSubstr("mountpoint  /x\n"));
   server_.queue(json_answer(200, "{}")).queue(json_answer(200, "{}"));
@@ -91,7 +91,7 @@ TEST_P(Filesystem, mounting_tells_where) {
                             "change\n");
 }
 
-TEST_P(Filesystem, a_move_is_looked_at) {
+TEST_P(Filesystem, a_move_is_verified) {
   server_.queue(json_answer(200, "\"/new\""))
       .queue(json_answer(200, R"([{"name":"daily","mountpoint":"/new"}])"));
   const Run_Result result = fs({"move", "p-1", "daily", "/new/", "-o", "json"});
@@ -115,7 +115,7 @@ TEST_P(Filesystem, a_move_is_looked_at) {
   EXPECT_THAT(fs({"move", "p-1", "daily", "/new"}).out, HasSubstr("mounted     false\n"));
 }
 
-TEST_P(Filesystem, a_move_that_did_not_come_about_is_told) {
+TEST_P(Filesystem, a_move_without_effect_is_reported) {
   server_.queue(json_answer(200, "\"/new\""))
       .queue(json_answer(200, R"([{"name":"daily","mountpoint":"/old"}])"));
   const Run_Result elsewhere = fs({"move", "p-1", "daily", "/new"});
@@ -137,7 +137,7 @@ TEST_P(Filesystem, a_move_that_did_not_come_about_is_told) {
   EXPECT_EQ(server_.request_count(), before + 1) << "a refusal needs no second look";
 }
 
-TEST_P(Filesystem, a_move_whose_answer_was_lost_is_found_out) {
+TEST_P(Filesystem, a_move_whose_answer_was_lost_is_verified) {
   server_.queue(reset_after_request()).queue(json_answer(200, R"([{"mountpoint":"/new"}])"));
   EXPECT_EQ(fs({"move", "p-1", "daily", "/new"}).exit_code, 0);
   server_.queue(reset_after_request()).queue(json_answer(200, R"([{"mountpoint":"/old"}])"));
@@ -166,7 +166,7 @@ TEST_P(Filesystem, is_unmounted_rolled_back_and_deleted) {
   EXPECT_EQ(server_.request_count(), before);
 }
 
-TEST_P(Filesystem, a_change_that_is_refused_or_in_doubt_has_its_exit_code) {
+TEST_P(Filesystem, failed_changes_and_unknown_outcomes_have_their_exit_codes) {
   const std::vector<std::string> changes[] = {{"create", "p", "f"},
                                               {"clone", "p", "s", "f"},
                                               {"mount", "p", "f"},
@@ -188,7 +188,7 @@ TEST_P(Filesystem, a_change_that_is_refused_or_in_doubt_has_its_exit_code) {
   }
 }
 
-/// Snapshots of the filesystem "daily", of which one is asked for or all.
+/// A service with snapshots of the filesystem "daily".
 class Filesystem_Snapshot : public Filesystem {
  protected:
   Filesystem_Snapshot() {
@@ -231,14 +231,14 @@ TEST_P(Filesystem_Snapshot, is_taken_listed_shown_and_deleted) {
   EXPECT_EQ(fs({"snapshot", "delete", "p-1", "s-1"}).exit_code, 2);
 }
 
-TEST_P(Filesystem_Snapshot, the_one_before_is_told_though_the_call_says_false) {
+TEST_P(Filesystem_Snapshot, previous_is_shown_although_the_call_returns_false) {
   EXPECT_EQ(fs({"snapshot", "previous", "p-1", "s-3", "-o", "json"}).out, snapshots_["s-2"] + "\n");
   const Run_Result first = fs({"snapshot", "previous", "p-1", "s-1"});
   EXPECT_EQ(first.exit_code, 3);
   EXPECT_EQ(first.err, command("snapshot previous") + "not found: no snapshot comes before it\n");
 }
 
-TEST_P(Filesystem_Snapshot, what_is_not_there_is_not_found_and_what_is_odd_has_failed) {
+TEST_P(Filesystem_Snapshot, unknown_snapshots_are_not_found_and_unexpected_answers_fail) {
   for (const char* const verb : {"show", "previous", "size"}) {
     const Run_Result absent = fs({"snapshot", verb, "p-1", "s-7"});
     EXPECT_EQ(absent.exit_code, 3);
@@ -255,7 +255,7 @@ TEST_P(Filesystem_Snapshot, what_is_not_there_is_not_found_and_what_is_odd_has_f
   }
 }
 
-TEST_P(Filesystem_Snapshot, sizes_are_what_each_adds_and_the_tree_draws_them) {
+TEST_P(Filesystem_Snapshot, size_is_what_it_adds_and_the_tree_draws_it) {
   EXPECT_EQ(fs({"snapshot", "size", "p-1", "s-1", "s-3", "-o", "tsv"}).out,
             "s-1\tsize\t110\ns-3\tsize\t24\n");
   EXPECT_EQ(fs({"snapshot", "tree", "p-1", "daily"}).out,
@@ -267,7 +267,7 @@ TEST_P(Filesystem_Snapshot, sizes_are_what_each_adds_and_the_tree_draws_them) {
               HasSubstr("s-3\tadds\t24\n"));
 }
 
-TEST_P(Filesystem_Snapshot, a_size_without_its_predecessor_is_none) {
+TEST_P(Filesystem_Snapshot, size_fails_without_its_predecessor) {
   server_.queue(json_answer(200, "[" + snapshots_["s-3"] + "]"))
       .queue(json_answer(200, "[" + snapshots_["s-3"] + "]"))
       .queue(json_answer(409, "{}"));
@@ -276,7 +276,7 @@ TEST_P(Filesystem_Snapshot, a_size_without_its_predecessor_is_none) {
   EXPECT_EQ(result.out, "");
 }
 
-TEST_P(Filesystem_Snapshot, the_noun_within_the_noun_has_help_and_wants_a_verb) {
+TEST_P(Filesystem_Snapshot, the_inner_noun_has_help_and_needs_a_verb) {
   const Run_Result help = fs({"snapshot", "--help"});
   EXPECT_EQ(help.exit_code, 0);
   EXPECT_THAT(help.out, HasSubstr("\n  tree "));

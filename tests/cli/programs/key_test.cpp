@@ -31,7 +31,7 @@ TEST_F(Key, the_end_of_its_line_is_not_part_of_it) {
   EXPECT_EQ(server_.request_count(), 3U);
 }
 
-TEST_F(Key, what_is_no_key_is_refused_without_being_shown) {
+TEST_F(Key, an_invalid_key_is_refused_without_being_shown) {
   for (const std::string& content :
        {std::string(), std::string("\n"), std::string("one-line\nanother-line\n"),
         std::string("k ey\n\n"), std::string("ta\tb"), std::string("schl\xc3\xbcssel"),
@@ -53,14 +53,14 @@ TEST_F(Key, a_file_that_cannot_be_read_is_named) {
   }
 }
 
-TEST_F(Key, a_file_that_everybody_may_read_is_told) {
+TEST_F(Key, a_file_open_to_others_gives_a_warning) {
   EXPECT_THAT(with_key_file("k", 0644).err,
               HasSubstr("every user of this machine may read or write it"));
   EXPECT_EQ(with_key_file("k", 0640).err, "");
   EXPECT_EQ(with_key_file("k", 0600).err, "");
 }
 
-TEST_F(Key, a_pipe_may_hold_it) {
+TEST_F(Key, is_read_from_a_pipe) {
   const std::string script = std::string("exec ") + ZQPOOL_PROGRAM + " pool show p --endpoint " +
                              url_of(server_) + " --access-key-file <(echo piped-key)";
   EXPECT_EQ(run_program({"/bin/bash", "-c", script}).exit_code, 0);
@@ -111,7 +111,7 @@ TEST_F(Key, without_file_and_terminal_the_command_ends_at_once) {
   EXPECT_EQ(server_.connection_count(), 0U);
 }
 
-TEST_F(Key, is_in_no_output_whatever_happens) {
+TEST_F(Key, is_in_no_output) {
   for (const Answer& answer :
        {json_answer(200, R"({"rows":[{"a":1}]})"), json_answer(401, "{}"), json_answer(200, "[]"),
         close_after_request(), raw_answer("garbage\r\n\r\n")}) {

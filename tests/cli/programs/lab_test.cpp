@@ -10,7 +10,7 @@ using testing::HasSubstr;
 
 class Lab : public Command {};
 
-TEST_F(Lab, a_fault_goes_out_as_it_was_described) {
+TEST_F(Lab, a_fault_is_sent_as_its_options_say) {
   server_.otherwise(json_answer(201, R"({"ids":[7]})"));
   const Run_Result result = run({"lab", "fault", "status", "--path", "/zq/r/*", "--status", "503",
                                  "--times", "2", "--method", "GET"});
@@ -52,7 +52,7 @@ TEST_F(Lab, a_scenario_replaces_or_is_merged) {
   EXPECT_EQ(server_.request(1).body, R"({"pools":[1]})");
 }
 
-TEST_F(Lab, what_is_no_scenario_reaches_no_service) {
+TEST_F(Lab, an_invalid_scenario_is_not_sent) {
   EXPECT_EQ(run({"lab", "scenario", directory_.path("nothing")}).exit_code, 2);
   EXPECT_EQ(run({"lab", "scenario", directory_.path()}).exit_code, 2);
   EXPECT_EQ(run({"lab", "scenario", directory_.write("bad", "{")}).exit_code, 2);
@@ -73,7 +73,7 @@ TEST_F(Lab, faults_are_listed_and_cleared) {
   EXPECT_EQ(server_.request(1).line, "DELETE /zq/lab/faults HTTP/1.1");
 }
 
-TEST_F(Lab, a_change_without_a_final_word_has_an_unknown_outcome_and_is_sent_once) {
+TEST_F(Lab, a_change_without_an_answer_has_an_unknown_outcome_and_is_sent_once) {
   for (const Answer& answer :
        {close_after_request(), reset_after_request(), raw_answer("nonsense\r\n\r\n"),
         json_answer(200, "{}").cut_after(20).end(Answer::End::close), json_answer(502, "{}"),
@@ -90,7 +90,7 @@ TEST_F(Lab, a_change_without_a_final_word_has_an_unknown_outcome_and_is_sent_onc
   EXPECT_EQ(run({"lab", "clear", "--timeout", "1s"}).exit_code, 8);
 }
 
-TEST_F(Lab, a_change_that_never_went_out_is_unreachable) {
+TEST_F(Lab, a_change_that_was_never_sent_is_unreachable) {
   const Refused_Port port;
   EXPECT_EQ(zqpool({"lab", "clear", "--endpoint", "http://127.0.0.1:" + std::to_string(port.port()),
                     "--access-key-file", key_file_})
@@ -98,7 +98,7 @@ TEST_F(Lab, a_change_that_never_went_out_is_unreachable) {
             7);
 }
 
-TEST_F(Lab, a_service_without_a_lab_says_so) {
+TEST_F(Lab, a_service_without_lab_is_reported) {
   server_.otherwise(json_answer(404, R"({"error":{"code":-1,"message":"no such path"}})"));
   const Run_Result result = run({"lab", "faults"});
   EXPECT_EQ(result.exit_code, 3);

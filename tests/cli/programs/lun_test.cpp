@@ -15,7 +15,7 @@ using testing::StartsWith;
 const char* const acls = R"("acls":[{"host_uuid":"0f1e2d3c-4b5a-6978-8796-a5b4c3d2e1f0",)"
                          R"("initiator":"iqn.2026-11.lab:host1"}])";
 
-/// A host with one iSCSI initiator, and a pool whose transport is asked for first.
+/// A host with one iSCSI initiator, and a pool whose transport is read first.
 class LUN : public Command {
  protected:
   LUN() {
@@ -28,7 +28,7 @@ class LUN : public Command {
     });
   }
 
-  /// zqpool on that host, with this answer to all but the question about the pool.
+  /// Runs zqpool on that host, with this answer to all requests but those about the pool.
   Run_Result run_on_host(const std::string& answer, std::vector<std::string> arguments) {
     answer_ = answer;
     arguments.insert(arguments.end(), {"--host-root", directory_.path("root")});
@@ -41,7 +41,7 @@ class LUN : public Command {
   std::string answer_;
 };
 
-TEST_F(LUN, is_created_as_it_was_described) {
+TEST_F(LUN, is_created_as_its_options_say) {
   const Run_Result plain =
       run_on_host(R"({"lun_id":"l-1"})", {"lun", "create", "p-1", "--size", "10GiB", "-o", "json"});
   EXPECT_EQ(plain.exit_code, 0) << plain.err;
@@ -76,7 +76,7 @@ TEST_F(LUN, is_created_as_it_was_described) {
   EXPECT_THAT(last().body, Not(HasSubstr("acls")));
 }
 
-TEST_F(LUN, that_was_made_but_not_numbered_is_told) {
+TEST_F(LUN, created_without_a_number_is_reported) {
   const Run_Result result =
       run_on_host(R"({"lun_id":"l-7"})", {"lun", "create-from", "p-1", "s-1", "--export"});
   EXPECT_EQ(result.exit_code, 1);
@@ -106,7 +106,7 @@ TEST_F(LUN, a_host_without_initiators_sends_nothing) {
     EXPECT_EQ(request.method, "GET");
 }
 
-TEST_F(LUN, a_pool_that_cannot_be_asked_is_no_change_in_doubt) {
+TEST_F(LUN, an_unreadable_pool_is_no_unknown_outcome) {
   server_.otherwise(reset_after_request());
   const Run_Result result = run_on_host("", {"lun", "export", "p-1", "l-1"});
   EXPECT_EQ(result.exit_code, 7);
@@ -131,7 +131,7 @@ TEST_F(LUN, descriptions_numbers_and_serials_are_shown) {
   EXPECT_EQ(run_on_host("{}", {"lun", "list", "p-1"}).exit_code, 1);
 }
 
-TEST_F(LUN, what_is_not_there_is_not_found) {
+TEST_F(LUN, unknown_luns_are_not_found) {
   for (const char* const verb : {"show", "number", "serial"}) {
     const Run_Result none = run_on_host("[]", {"lun", verb, "p-1", "l-1"});
     EXPECT_EQ(none.exit_code, 3) << none.err;
@@ -166,7 +166,7 @@ TEST_F(LUN, is_exported_to_this_host_and_others) {
             "DELETE /zq/r/scsipool/lun/export?pool_id=p-1&lun_id=l-1&force=true HTTP/1.1");
 }
 
-TEST_F(LUN, is_rolled_back_and_deleted_after_a_yes) {
+TEST_F(LUN, is_rolled_back_and_deleted_after_confirmation) {
   EXPECT_EQ(run_on_host("{}", {"lun", "rollback", "p-1", "l-1", "--yes"}).exit_code, 0);
   EXPECT_EQ(last().line, "PUT /zq/r/scsipool/lun HTTP/1.1");
   EXPECT_EQ(last().body, R"({"force":false,"lun_id":"l-1","pool_id":"p-1"})");
@@ -181,13 +181,13 @@ TEST_F(LUN, is_rolled_back_and_deleted_after_a_yes) {
   EXPECT_EQ(unasked.exit_code, 2);
   EXPECT_THAT(unasked.err, HasSubstr("Delete l-1? Say so with --yes"));
   EXPECT_EQ(server_.request_count(), before);
-  // The service said yes to the rollback, whatever else it said.
+  // The status of the rollback counts, not the body.
   const Run_Result odd = run_on_host("[]", {"lun", "rollback", "p-1", "l-1", "--yes"});
   EXPECT_EQ(odd.exit_code, 1);
   EXPECT_THAT(odd.err, EndsWith("; yet the service made the change\n"));
 }
 
-TEST_F(LUN, a_change_that_is_refused_or_in_doubt_has_its_exit_code) {
+TEST_F(LUN, failed_changes_and_unknown_outcomes_have_their_exit_codes) {
   const std::vector<std::string> changes[] = {{"lun", "create", "p", "--size", "1"},
                                               {"lun", "create-from", "p", "s"},
                                               {"lun", "export", "p", "l", "--type", "iSCSI"},

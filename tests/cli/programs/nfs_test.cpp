@@ -10,7 +10,7 @@ using testing::MatchesRegex;
 
 class NFS : public Command {
  protected:
-  /// The body of the first request without the UUID, and that.
+  /// The body of the first request without its UUID, and the UUID.
   std::pair<std::string, std::string> first_record() const {
     std::string body = server_.request(0).body;
     const std::size_t begin = body.find(R"(,"uuid":")");
@@ -31,7 +31,7 @@ TEST_F(NFS, a_path_is_published_and_its_uuid_shown) {
   EXPECT_EQ(result.out, "{\"uuid\":\"" + uuid + "\"}\n");
 }
 
-TEST_F(NFS, a_pool_is_published_as_it_was_described) {
+TEST_F(NFS, a_pool_is_published_as_its_options_say) {
   server_.otherwise(json_answer(201, "{}"));
   EXPECT_EQ(run({"nfs",          "export",     "--pool",  "p-1",        "--sub-dir",
                  "/jobs",        "--pseudo",   "/p",      "--fsal",     "VFS",
@@ -57,8 +57,8 @@ TEST_F(NFS, a_record_is_replaced_and_withdrawn) {
   EXPECT_EQ(last().target, "/zq/r/nfs?uuid=u-2&sync=10");
 }
 
-TEST_F(NFS, a_lost_answer_is_found_out) {
-  // It is there: that is as good as done.
+TEST_F(NFS, a_lost_answer_is_looked_up) {
+  // The record exists: the command succeeded.
   server_.queue(reset_after_request()).queue(json_answer(200, R"([{"state":"exported"}])"));
   const Run_Result there = run({"nfs", "export", "--path", "/srv"});
   EXPECT_EQ(there.exit_code, 0) << there.err;
@@ -76,7 +76,7 @@ TEST_F(NFS, a_lost_answer_is_found_out) {
   EXPECT_THAT(blind.err, MatchesRegex(".*; it would be record [-0-9a-f]*\n"));
 }
 
-TEST_F(NFS, an_export_that_takes_too_long_is_told_with_its_record) {
+TEST_F(NFS, a_slow_export_is_reported_with_its_record) {
   server_.queue(json_answer(503, R"({"error":{"code":1,"message":"still pending"}})"))
       .queue(json_answer(200, R"([{"state":"pending"}])"));
   const Run_Result result = run({"nfs", "export", "--path", "/srv", "--wait", "1s"});
@@ -85,7 +85,7 @@ TEST_F(NFS, an_export_that_takes_too_long_is_told_with_its_record) {
               MatchesRegex(".*: HTTP status 503: still pending; record [-0-9a-f]* is pending\n"));
 }
 
-TEST_F(NFS, refusals_and_doubts_have_their_exit_codes) {
+TEST_F(NFS, errors_and_unknown_outcomes_have_their_exit_codes) {
   for (const std::vector<std::string>& arguments :
        {std::vector<std::string>{"nfs", "export", "--path", "/srv"},
         {"nfs", "update", "u", "--path", "/srv"},

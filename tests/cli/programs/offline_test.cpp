@@ -9,7 +9,7 @@ namespace {
 using testing::HasSubstr;
 
 /// Commands that need neither an endpoint nor a key.
-TEST(Offline_URI, the_path_of_a_device_is_taken_apart) {
+TEST(Offline_URI, a_path_of_a_device_is_parsed) {
   const std::pair<const char*, const char*> table[] = {
       {"/zq/data/5f3a/dir/file",
        R"({"device_uri":"zq/data/5f3a","device_uuid":"5f3a","kind":"http","prefix_path":"dir/file"})"},
@@ -31,7 +31,7 @@ TEST(Offline_URI, the_path_of_a_device_is_taken_apart) {
   }
 }
 
-TEST(Offline_URI, a_url_is_taken_apart_with_its_path) {
+TEST(Offline_URI, a_url_is_parsed_with_its_path) {
   EXPECT_EQ(zqpool({"uri", "parse", "wss://[::1]/zq/data/d1", "-o", "json"}).out,
             R"({"device_uri":"zq/data/d1","device_uuid":"d1","host":"::1","kind":"http",)"
             R"("path":"/zq/data/d1","port":443,"prefix_path":null,"scheme":"wss","ssl":true})"
@@ -40,7 +40,7 @@ TEST(Offline_URI, a_url_is_taken_apart_with_its_path) {
               HasSubstr("\tkind\tlanfree\n"));
 }
 
-TEST(Offline_URI, a_path_that_could_be_either_is_told_apart_by_scheme_or_flag) {
+TEST(Offline_URI, scheme_or_flag_decides_an_ambiguous_path) {
   const char* const path = "/zq/data/zq";
   EXPECT_THAT(zqpool({"uri", "parse", path}).out, HasSubstr("kind         http\n"));
   EXPECT_THAT(zqpool({"uri", "parse", path, "--lanfree"}).out, HasSubstr("lun_id       data\n"));
@@ -48,7 +48,7 @@ TEST(Offline_URI, a_path_that_could_be_either_is_told_apart_by_scheme_or_flag) {
               HasSubstr("lun_id       data\n"));
 }
 
-TEST(Offline_URI, what_is_no_device_has_failed_and_the_rest_goes_on) {
+TEST(Offline_URI, an_invalid_path_fails_and_the_rest_continues) {
   Run_Options options;
   options.input = "/zq/other/5f3a\nzq/data/5f3a\n/zq/data/d2\ns3://store/bucket\n";
   const Run_Result result = zqpool({"uri", "parse", "-", "-o", "tsv"}, options);
@@ -78,7 +78,7 @@ TEST(Offline_URI, a_url_is_pointed_at_another_server) {
   EXPECT_EQ(none.err, "zqpool: uri adjust: it is no URL\n");
 }
 
-TEST(Offline_Module, an_identity_is_taken_apart) {
+TEST(Offline_Module, an_identity_is_parsed) {
   EXPECT_EQ(zqpool({"module", "parse", " File.CDP.Linux ", "-o", "json"}).out,
             R"({"feature":"file","identity":"file.cdp.linux","system":"linux","type":"cdp"})"
             "\n");
@@ -89,7 +89,7 @@ TEST(Offline_Module, an_identity_is_taken_apart) {
             "zqpool: module parse: a.b: it is no module identity, FEATURE.TYPE.SYSTEM\n");
 }
 
-TEST(Offline_Module, a_cd_module_is_told_by_identity_record_or_both) {
+TEST(Offline_Module, a_cd_module_is_recognised_by_identity_record_or_both) {
   const Temp_Directory directory;
   const std::string cdp = directory.write("cdp", R"({"agent":"x.cdp.y"})");
   const std::string barred =

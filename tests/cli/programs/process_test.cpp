@@ -12,7 +12,7 @@ using testing::HasSubstr;
 
 class Process : public Command {};
 
-TEST_F(Process, an_interrupt_ends_it_at_once_without_half_an_output) {
+TEST_F(Process, an_interrupt_ends_it_at_once_without_partial_output) {
   server_.queue(json_answer(200, R"({"rows":[{"a":1}]})")).otherwise(silent());
   std::vector<std::string> arguments =
       with_service({"pool", "show", "p-1", "p-2", "--jobs", "1", "-o", "json"});
@@ -26,7 +26,7 @@ TEST_F(Process, an_interrupt_ends_it_at_once_without_half_an_output) {
   EXPECT_EQ(result.err, "");
 }
 
-TEST_F(Process, an_interrupt_ignored_by_its_caller_stays_ignored) {
+TEST_F(Process, an_interrupt_ignored_by_the_parent_stays_ignored) {
   std::promise<void> signalled;
   const std::shared_future<void> after_signal = signalled.get_future().share();
   server_.otherwise(
@@ -45,7 +45,7 @@ TEST_F(Process, an_interrupt_ignored_by_its_caller_stays_ignored) {
   EXPECT_EQ(result.out, "a  1\n");
 }
 
-TEST_F(Process, a_reader_that_went_away_is_no_crash_and_no_noise) {
+TEST_F(Process, a_closed_output_ends_it_quietly) {
   server_.otherwise(json_answer(200, R"({"rows":[{"a":1}]})"));
   std::vector<std::string> arguments = with_service({"pool", "show", "p"});
   arguments.insert(arguments.begin(), ZQPOOL_PROGRAM);
@@ -84,7 +84,7 @@ TEST_F(Process, closed_standard_descriptors_do_not_become_sockets) {
     EXPECT_EQ(request.method, "GET");
 }
 
-TEST_F(Process, a_terminals_width_decides_how_a_table_is_laid_out) {
+TEST_F(Process, the_terminals_width_decides_the_layout_of_a_table) {
   server_.otherwise(json_answer(200, R"({"rows":[{"name":"a name","type":"a type"}]})"));
   const std::vector<std::string> arguments = {"pool", "show", "a", "b"};
   EXPECT_EQ(run(arguments).out, "NAME    TYPE\na name  a type\na name  a type\n");
@@ -99,7 +99,7 @@ TEST_F(Process, a_terminals_width_decides_how_a_table_is_laid_out) {
             "name  a name\r\ntype  a type\r\n\r\nname  a name\r\ntype  a type\r\n");
 }
 
-TEST_F(Process, version_and_help_need_nothing) {
+TEST_F(Process, version_and_help_need_no_settings) {
   const Run_Result version = zqpool({"--version"});
   EXPECT_EQ(version.exit_code, 0);
   EXPECT_THAT(version.out, testing::MatchesRegex("zqpool [0-9]+\\.[0-9]+\\.[0-9]+\n"));

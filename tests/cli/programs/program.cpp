@@ -59,7 +59,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 std::vector<std::string> environment_of(const Run_Options& options) {
   std::vector<std::string> environment = options.environment;
   environment.push_back("HOME=" + options.home);
-  // Sanitizers and coverage are told by the environment how to report.
+  // The environment configures sanitizers and coverage.
   for (const char* const name : {"PATH", "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS",
                                  "LSAN_OPTIONS", "GCOV_PREFIX", "LLVM_PROFILE_FILE"}) {
     if (const char* const value = getenv(name)) {
@@ -93,8 +93,8 @@ Program::Program(const std::vector<std::string>& arguments, const Run_Options& o
     const winsize size = {24, options.columns, 0, 0};
     checked(ioctl(terminal_.get(), TIOCSWINSZ, &size), "terminal size");
     terminal_name = ptsname(terminal_.get());
-    // The first terminal that a new session opens becomes its own. It stays open: a terminal that
-    // nobody has open hangs up.
+    // The first terminal that a session opens becomes its controlling terminal. Keep it open: one
+    // that nobody has open hangs up.
     constexpr int number = 9;
     posix_spawn_file_actions_addopen(&actions, number, terminal_name.c_str(), O_RDWR, 0);
     if (options.output_on_terminal) posix_spawn_file_actions_adddup2(&actions, number, 1);
@@ -157,7 +157,7 @@ void Program::close_output() {
   out_ = File_Descriptor();
 }
 
-/// Reads what there is, waiting for it if need be; false when nothing can come any more.
+/// Waits for output and reads it; false when there can be no more.
 bool Program::read_some(int milliseconds) {
   pollfd wanted[] = {
       {out_.get(), POLLIN, 0}, {err_.get(), POLLIN, 0}, {terminal_.get(), POLLIN, 0}};

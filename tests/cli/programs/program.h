@@ -9,8 +9,8 @@
 
 namespace zqpool::test {
 
-/// What a program is started with. It has an environment of its own, no configuration and, unless
-/// said otherwise, no terminal.
+/// How a program is started: with an environment of its own, without a configuration and by default
+/// without a terminal.
 struct Run_Options {
   std::vector<std::string> environment;  ///< "NAME=value", besides PATH and HOME
   std::string home = "/nonexistent";
@@ -30,7 +30,7 @@ struct Run_Result {
   std::string terminal;  ///< all that the terminal showed
 };
 
-/// A program at work. The destructor ends it if it still runs.
+/// A running program. The destructor kills it if it still runs.
 class Program {
  public:
   /// `arguments` begin with the program's path. Throws std::system_error when it cannot start.
@@ -42,17 +42,17 @@ class Program {
   pid_t pid() const { return pid_; }
   /// Types on the program's terminal.
   void type(const std::string& text);
-  /// Reads until the terminal has shown `text`; false after fifty seconds or when the program
-  /// ended before.
+  /// Reads until the terminal shows `text`; false after fifty seconds or when the program has
+  /// ended.
   bool wait_for_terminal(const std::string& text);
   /// The same for its standard output.
   bool wait_for_output(const std::string& text);
   /// What standard output showed so far.
   const std::string& output() const { return result_.out; }
   void send(int signal_number);
-  /// Takes no more of its standard output.
+  /// Closes our end of its standard output.
   void close_output();
-  /// Reads all that it says until it ends. After fifty seconds it is killed (signal 9 then).
+  /// Reads all its output until it ends. After fifty seconds it is killed (signal 9 then).
   Run_Result wait();
 
  private:
@@ -66,7 +66,7 @@ class Program {
   Run_Result result_;
 };
 
-/// Starts, waits and tells.
+/// Runs a program to its end.
 Run_Result run_program(const std::vector<std::string>& arguments, const Run_Options& options = {});
 
 /// The same for zqpool.

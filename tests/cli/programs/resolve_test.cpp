@@ -60,7 +60,7 @@ TEST_F(Resolve, prints_the_record_of_a_plain_pool) {
               HasSubstr("p-1\turl\ttape://t/1\n"));
 }
 
-TEST_F(Resolve, asks_for_what_it_was_told) {
+TEST_F(Resolve, sends_the_parameters_of_its_options) {
   server_.otherwise(pool_of(plain + std::string(R"(,{"uuid":"d-2","pool_uuid":"p-1",)"
                                                 R"("url":"tape://t/2"})")));
   EXPECT_THAT(resolve({"--device", "d-2"}).out, HasSubstr(R"("url":"tape://t/2")"));
@@ -164,7 +164,7 @@ TEST_F(Resolve, nodes_of_a_deduplication_pool_are_listed) {
               HasSubstr("p-1\tnode_addrs.1\tdedups://n1:1\np-1\tnode_addrs.2\tdedups://n2:2\n"));
 }
 
-TEST_F(Resolve, a_replica_is_asked_for_by_json_rpc) {
+TEST_F(Resolve, a_replica_is_resolved_by_json_rpc) {
   server_.otherwise(json_answer(200, std::string(R"({"id":"x","jsonrpc":"2.0","result":)") +
                                          R"({"name":"copy","storages":[)" + plain + "]}}"));
   const Run_Result result = run({"pool", "resolve", "--replica", "r-1", "-o", "json"});
@@ -177,7 +177,7 @@ TEST_F(Resolve, a_replica_is_asked_for_by_json_rpc) {
                                      R"("params":{"uuid":"r-1"}})"));
 }
 
-TEST_F(Resolve, a_refusal_by_json_rpc_is_told_without_the_rest_of_the_answer) {
+TEST_F(Resolve, an_error_by_json_rpc_is_shown_without_the_rest_of_the_answer) {
   const std::string start = "zqpool: pool resolve: " + url_of(server_) + ": ";
   server_.queue(json_answer(200, R"({"error":{"code":-404,"message":"no such replica"}})"))
       .queue(json_answer(200, R"({"error":{"code":-32602,"message":"bad"}})"))
@@ -195,7 +195,7 @@ TEST_F(Resolve, a_refusal_by_json_rpc_is_told_without_the_rest_of_the_answer) {
   EXPECT_EQ(run({"pool", "resolve", "--replica", "r-1"}).exit_code, 3);
 }
 
-TEST_F(Resolve, a_description_that_does_not_do_has_failed_and_says_why) {
+TEST_F(Resolve, an_unusable_description_fails_with_its_reason) {
   const std::pair<std::string, const char*> table[] = {
       {"", "'storages' is empty."},
       {"5", "Failed to get storage."},
@@ -220,7 +220,7 @@ TEST_F(Resolve, a_description_that_does_not_do_has_failed_and_says_why) {
   EXPECT_THAT(thrown.err, HasSubstr(": the answer cannot be read: "));
 }
 
-TEST_F(Resolve, is_asked_again_while_the_service_says_that_it_may_help) {
+TEST_F(Resolve, is_retried_after_errors_that_permit_it) {
   const Answer later = json_answer(500, R"({"error":{"code":1,"message":"busy"}})");
   server_.queue(later).otherwise(pool_of(plain));
   const Run_Result result = resolve({"--retry", "30s"});
@@ -230,7 +230,7 @@ TEST_F(Resolve, is_asked_again_while_the_service_says_that_it_may_help) {
   server_.otherwise(json_answer(500, R"({"error":{"code":-1,"message":"never"}})"));
   EXPECT_EQ(resolve({"--retry", "30s"}).exit_code, 1);
   EXPECT_EQ(server_.request_count(), 3U);
-  // Without --retry, and for the URL alone, one attempt is all.
+  // Without --retry, and for the URL alone, there is one attempt.
   server_.otherwise(later);
   EXPECT_EQ(resolve().exit_code, 1);
   EXPECT_EQ(run({"pool", "url", "p-1", "--retry", "30s"}).exit_code, 1);

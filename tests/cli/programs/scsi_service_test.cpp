@@ -22,7 +22,7 @@ class SCSI_Service : public Service {
     directory_.write("root/etc/machine-id", "8c1d5a3e2b7f4e609d143a5b6c7d8e9f\n");
   }
 
-  /// A command that is to succeed, and the value of this member of its record.
+  /// Runs a command that must succeed and returns the value of this member of its record.
   std::string value(const std::string& key, std::vector<std::string> arguments) {
     arguments.insert(arguments.end(), {"-o", "tsv"});
     const Run_Result result = run(arguments);
@@ -35,7 +35,7 @@ class SCSI_Service : public Service {
     EXPECT_EQ(result.exit_code, 0) << testing::PrintToString(arguments) << result.err;
   }
 
-  /// On a host whose identity is in files, since the machine of the test may have none.
+  /// Runs on a host whose identity is in files: the test machine may have none.
   std::vector<std::string> as_host(std::vector<std::string> arguments,
                                    const std::string& initiator = host) const {
     arguments.insert(arguments.end(),
@@ -99,7 +99,7 @@ TEST_F(SCSI_Service, a_dry_run_changes_nothing) {
   EXPECT_EQ(run({"lun", "list", pool, "-o", "json"}).out, before);
 }
 
-TEST_F(SCSI_Service, a_full_pool_and_a_strange_one_have_their_exit_codes) {
+TEST_F(SCSI_Service, a_full_and_an_unknown_pool_have_their_exit_codes) {
   EXPECT_EQ(run({"lun", "create", pool, "--size", "2TiB"}).exit_code, 5);
   EXPECT_EQ(
       run({"lun", "create", "00000000-0000-4000-8000-000000000000", "--size", "1GiB"}).exit_code,

@@ -37,7 +37,7 @@ TEST_F(Service, answers_every_read) {
               HasSubstr("\tpath\t/x\n"));
 }
 
-TEST_F(Service, says_what_is_not_there_and_who_may_not_ask) {
+TEST_F(Service, reports_unknown_objects_and_wrong_keys) {
   EXPECT_EQ(run({"pool", "show", "00000000-0000-0000-0000-000000000000"}).exit_code, 3);
   EXPECT_EQ(run({"device", "show", "--url", "file:///nowhere"}).exit_code, 3);
   EXPECT_EQ(run({"device", "located", daily, "/nowhere"}).exit_code, 3);
@@ -109,7 +109,7 @@ TEST_F(Service, resolves_every_kind_of_pool) {
             std::string(daily) + "\turl\tfile:///mnt/backup/a\n");
 }
 
-TEST_F(Service, what_it_does_not_resolve_has_an_exit_code) {
+TEST_F(Service, unresolvable_pools_have_their_exit_codes) {
   const std::string nobody = "00000000-0000-4000-8000-000000000000";
   EXPECT_EQ(run({"pool", "resolve", nobody}).exit_code, 3);
   const Run_Result replica = run({"pool", "resolve", "--replica", nobody});
@@ -143,14 +143,14 @@ TEST_F(Service, keeps_what_was_written_to_the_catalog) {
   EXPECT_THAT(run({"device", "show", "--uuid", volume, "-o", "tsv"}).out, HasSubstr("\tdb9\n"));
 }
 
-TEST_F(Service, tells_its_space) {
+TEST_F(Service, shows_its_space) {
   const Run_Result result = run({"space", "-o", "tsv"});
   EXPECT_EQ(result.exit_code, 0) << result.err;
   EXPECT_THAT(result.out, HasSubstr("\tsize\t"));
   EXPECT_THAT(result.out, HasSubstr("\tavailable\t"));
 }
 
-TEST_F(Service, a_scripted_fault_happens_and_is_survived) {
+TEST_F(Service, a_scripted_fault_is_survived) {
   EXPECT_EQ(
       run({"lab", "fault", "reset_before_commit", "--path", "/zq/r/*", "--times", "1"}).exit_code,
       0);
@@ -162,7 +162,7 @@ TEST_F(Service, a_scripted_fault_happens_and_is_survived) {
   EXPECT_EQ(run({"lab", "faults"}).out, "");
 }
 
-TEST_F(Service, what_was_answered_survives_a_kill) {
+TEST_F(Service, answered_changes_survive_a_kill) {
   const std::string pool = "e05d2f7c-38b9-4a4c-8ef1-8d1f6b905d04";
   ASSERT_EQ(run({"lab", "scenario", "--merge", "-"},
                 R"({"pools":[{"uuid":")" + pool + R"(","name":"weekly","type":"file"}]})")
@@ -215,7 +215,7 @@ TEST_F(Demo, an_interrupt_ends_its_service_too) {
   EXPECT_TRUE(std::filesystem::is_empty(directory_.path()));
 }
 
-TEST_F(Demo, without_programs_it_says_what_it_needs) {
+TEST_F(Demo, without_programs_it_names_what_it_needs) {
   const Run_Result result = run_program(
       {"/bin/bash", ZQPOOL_SOURCE_DIR "/examples/demo.sh", directory_.path()}, in_directory());
   EXPECT_EQ(result.exit_code, 2);

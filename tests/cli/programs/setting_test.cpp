@@ -46,12 +46,12 @@ TEST_F(Setting, argument_beats_environment_beats_file) {
                                        R"(","value":"https://from-file:1"})");
 }
 
-TEST_F(Setting, the_users_file_may_lie_in_another_folder) {
+TEST_F(Setting, the_users_file_is_found_by_xdg_config_home) {
   configure("jobs = 9\n", "elsewhere");
   const Run_Options options = with_home({"XDG_CONFIG_HOME=" + home_.path("elsewhere")});
   EXPECT_THAT(zqpool({"config", "show", "-o", "tsv"}, options).out,
               HasSubstr("jobs\tsource\t" + home_.path("elsewhere/zqpool/config") + "\n"));
-  // A relative folder does not count.
+  // A relative folder is ignored.
   EXPECT_THAT(zqpool({"config", "show", "-o", "tsv"}, with_home({"XDG_CONFIG_HOME=elsewhere"})).out,
               HasSubstr("jobs\tsource\tdefault\n"));
 }

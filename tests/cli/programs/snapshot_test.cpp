@@ -81,7 +81,7 @@ TEST_F(LUN_Snapshot, is_listed_and_shown) {
   EXPECT_THAT(none.err, EndsWith(": not found: there is no such snapshot\n"));
 }
 
-TEST_F(LUN_Snapshot, that_is_shared_several_times_needs_its_number) {
+TEST_F(LUN_Snapshot, shared_several_times_needs_its_number) {
   all_ = {snapshot("s-1", 1, 1, 1, R"(,"lun_num":2)"), snapshot("s-1", 1, 1, 1, R"(,"lun_num":5)")};
   EXPECT_THAT(run({"snapshot", "show", "p-1", "s-1", "--lun-num", "5"}).out,
               HasSubstr("lun_num      5\n"));
@@ -100,7 +100,7 @@ TEST_F(LUN_Snapshot, that_is_shared_several_times_needs_its_number) {
   }
 }
 
-TEST_F(LUN_Snapshot, the_one_before_is_told_though_the_call_says_false) {
+TEST_F(LUN_Snapshot, previous_is_shown_although_the_call_returns_false) {
   EXPECT_EQ(run({"snapshot", "previous", "p-1", "s-3", "-o", "json"}).out, all_[0] + "\n");
   EXPECT_EQ(run({"snapshot", "previous", "p-1", "s-3"}).exit_code, 0);
   const Run_Result first = run({"snapshot", "previous", "p-1", "s-1"});
@@ -112,9 +112,9 @@ TEST_F(LUN_Snapshot, the_one_before_is_told_though_the_call_says_false) {
   EXPECT_THAT(absent.err, EndsWith(": not found: there is no such snapshot\n"));
 }
 
-TEST_F(LUN_Snapshot, a_search_that_failed_found_nothing) {
+TEST_F(LUN_Snapshot, a_failed_search_finds_nothing) {
   const std::string current = snapshot("s-3", 3, 1, 1);
-  // A candidate comes before what cannot be read.
+  // The unreadable element follows a candidate.
   server_.queue(json_answer(200, "[" + current + "]"))
       .queue(json_answer(200, "[" + all_[0] + ",5]"))
       .queue(json_answer(200, "[" + current + "]"))
@@ -131,7 +131,7 @@ TEST_F(LUN_Snapshot, a_search_that_failed_found_nothing) {
   EXPECT_EQ(server_.unused_answers(), 0U);
 }
 
-TEST_F(LUN_Snapshot, sizes_are_what_each_adds) {
+TEST_F(LUN_Snapshot, size_is_what_it_adds) {
   EXPECT_EQ(run({"snapshot", "size", "p-1", "s-1", "s-2", "s-3", "-o", "tsv"}).out,
             "s-1\tsize\t110\ns-2\tsize\t0\ns-3\tsize\t9925\n");
   all_[0] = snapshot("s-2", 2, 0, 80);
@@ -143,8 +143,8 @@ TEST_F(LUN_Snapshot, sizes_are_what_each_adds) {
   EXPECT_EQ(run({"snapshot", "size", "p-1", "s-9"}).exit_code, 3);
 }
 
-TEST_F(LUN_Snapshot, a_size_without_its_predecessor_is_none) {
-  // The library takes a listing that fails for a first snapshot.
+TEST_F(LUN_Snapshot, size_fails_without_its_predecessor) {
+  // For the library a failed listing means that there is no previous snapshot.
   server_.queue(json_answer(200, "[" + all_[2] + "]"))
       .queue(json_answer(200, "[" + all_[2] + "]"))
       .queue(json_answer(409, R"({"error":{"code":-1,"message":"busy"}})"));
@@ -173,7 +173,7 @@ TEST_F(LUN_Snapshot, the_tree_draws_the_chain) {
   EXPECT_EQ(none.out, "l-1  SEQ  ADDS\n");
 }
 
-TEST_F(LUN_Snapshot, the_tree_shows_what_could_not_be_found_out) {
+TEST_F(LUN_Snapshot, the_tree_lists_snapshots_of_unknown_size) {
   all_.push_back(snapshot("s-4", 4, 1, 1, R"(,"lun_num":1)"));
   all_.push_back(snapshot("s-4", 4, 1, 1, R"(,"lun_num":2)"));
   const Run_Result result = run({"snapshot", "tree", "p-1", "l-1"});
@@ -184,7 +184,7 @@ TEST_F(LUN_Snapshot, the_tree_shows_what_could_not_be_found_out) {
   EXPECT_EQ(run({"snapshot", "tree", "p-1", "l-1"}).exit_code, 1);
 }
 
-TEST_F(LUN_Snapshot, a_pool_is_described_with_the_way_to_its_luns) {
+TEST_F(LUN_Snapshot, a_pool_is_described_with_its_transport_and_target) {
   const std::string description = R"({"target":"iqn.t","total_size":10737418240,"type":"iSCSI"})";
   server_.otherwise(json_answer(200, "[" + description + "]"));
   EXPECT_EQ(run({"pool", "scsi", "p-1", "-o", "json"}).out,

@@ -24,7 +24,7 @@ TEST_F(Space, is_shown_with_and_without_the_verb) {
   EXPECT_EQ(server_.request(0).header("X-Access-Key"), key_);
 }
 
-TEST_F(Space, statuses_have_exit_codes_and_the_service_its_words) {
+TEST_F(Space, each_status_has_its_exit_code_and_shows_the_services_message) {
   const std::pair<unsigned, int> table[] = {{401, 6}, {404, 3}, {503, 7}, {500, 1}};
   for (const auto& [status, exit_code] : table) {
     server_.otherwise(json_answer(status, R"({"error":{"code":-1,"message":"so it is"}})"));
@@ -38,7 +38,7 @@ TEST_F(Space, statuses_have_exit_codes_and_the_service_its_words) {
   EXPECT_EQ(run({"space"}).err, "zqpool: space: " + url_of(server_) + ": HTTP status 404\n");
 }
 
-TEST_F(Space, only_200_with_an_object_is_an_answer) {
+TEST_F(Space, only_200_with_an_object_is_accepted) {
   for (const Answer& answer : {json_answer(204, ""), json_answer(201, "{}"),
                                json_answer(200, "[1]"), json_answer(200, "{")}) {
     server_.otherwise(answer);
@@ -49,7 +49,7 @@ TEST_F(Space, only_200_with_an_object_is_an_answer) {
   }
 }
 
-TEST_F(Space, unreachable_and_too_late_are_one) {
+TEST_F(Space, unreachable_and_timed_out_have_one_exit_code) {
   server_.otherwise(silent());
   EXPECT_EQ(run({"space", "--timeout", "300ms"}).exit_code, 7);
   const Refused_Port port;
