@@ -1,9 +1,9 @@
-// What reading a pool's description and a device's path costs.
+// The cost of reading a pool's description and a device's path.
 //
-// "nodes" is a deduplication pool on many nodes, of which every URL is read and kept. "last" is a
-// pool whose only master is its last storage: all are looked at, one is taken. The allocations say
-// that no description is copied. The paths are compared with the bare boost::regex_match() of the
-// same expression, which takes no group out.
+// "nodes" is a deduplication pool on many nodes: every URL is read and kept. "last" is a pool whose
+// only master is its last storage: all are looked at, one is taken. The number of allocations shows
+// that no description is copied. Paths are compared with boost::regex_match() of the same
+// expression, without copying the groups.
 
 #include <boost/regex.hpp>
 
@@ -32,7 +32,7 @@ std::string storage(int i, const char* role) {
   return text;
 }
 
-/// As the parser meets it: a tree.
+/// As the parser gets it: a tree.
 Object description(int count, bool nodes) {
   std::string text = nodes ? R"({"multidevice":true,"storages":[)" : R"({"storages":[)";
   for (int i = 0; i < count; ++i) {

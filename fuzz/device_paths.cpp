@@ -1,5 +1,5 @@
-// Paths and module identities come from catalogs and command lines: no text may make taking one
-// apart throw or run away, and what it yields must be parts of the text.
+// Paths and module identities come from catalogs and command lines. Splitting one must neither
+// throw nor take for ever, whatever the text, and must give parts of the text.
 
 #include <cstddef>
 #include <cstdint>
@@ -35,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::string text(reinterpret_cast<const char*>(data), size);
   check_paths(text);
   Catalog_Agent agent;
-  // A zero byte ends a text for printf, so an identity that holds one is not written back whole.
+  // generate() ends a part at a zero byte, so such an identity is not written back whole.
   if (text.find('\0') == std::string::npos && agent.parse(text)) {
     Catalog_Agent again;
     check(again.parse(agent.generate()) && again.generate() == agent.generate());

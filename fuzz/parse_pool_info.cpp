@@ -1,5 +1,5 @@
-// A pool's description comes from a service. Whatever it holds, parsing it must end in a result, or
-// in the one documented exception, and the record must survive being stored and loaded.
+// A pool's description comes from a service. Whatever it holds, parsing it must end with a result
+// or the one documented exception, and the record must be the same after storing and loading it.
 
 #include <cstddef>
 #include <cstdint>
@@ -21,7 +21,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }();
   if (!prepared || size == 0) return 0;
 
-  // The first byte chooses the host and the device that are asked for.
+  // The first byte selects the host and the device.
   const char* const hosts[] = {nullptr, "", "h1", "h2"};
   const char* const devices[] = {nullptr, "", "d1", "d2"};
   const char* host = hosts[data[0] & 3U];
