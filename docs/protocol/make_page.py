@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes protocol.md, the page that a person reads, from openapi.yaml beside it.
+"""Makes protocol.md, the page for readers, from openapi.yaml beside it.
 
 usage: make_page.py [--check]
 
@@ -21,7 +21,7 @@ EVERYWHERE = {"X-Request-Id"}
 
 
 class Timestamps_Stay_Text(yaml.SafeLoader):
-    """YAML that makes no date of what looks like one."""
+    """YAML that leaves timestamps as text."""
 
 
 Timestamps_Stay_Text.yaml_implicit_resolvers = {
@@ -60,7 +60,7 @@ class Page:
         return node
 
     def kind(self, schema):
-        """A schema in a few words."""
+        """A short name of a schema."""
         reference = schema.get("$ref", "")
         if reference.startswith("#/components/schemas/") and reference.count("/") == 3:
             name = reference.rsplit("/", 1)[1]
@@ -90,7 +90,7 @@ class Page:
         return ", not empty" if schema.get("minLength") == 1 else ""
 
     def members(self, schema, prefix=""):
-        """Rows for an object's members, those of nested objects and of listed ones included."""
+        """Rows for an object's members, and for those of the objects in it."""
         required = schema.get("required", [])
         for name, member in schema.get("properties", {}).items():
             told = self.follow(member)
@@ -113,7 +113,7 @@ class Page:
         self.lines.extend(lines)
 
     def schema(self, schema, what):
-        """A body: named, or laid out."""
+        """Describes a body by the name of its schema, or member by member."""
         reference = schema.get("$ref", "").startswith("#/components/schemas/")
         told = self.follow(schema)
         if not reference and "oneOf" in told:
@@ -169,7 +169,7 @@ class Page:
         self.write(f"# {document['info']['title']}", "",
                    "<!-- Made from openapi.yaml by make_page.py; edit that. -->", "",
                    document["info"]["description"].strip(), "",
-                   "**Refusals**: " + self.follow(
+                   "**Errors**: " + self.follow(
                        document["components"]["responses"]["Refusal"])["description"].strip()
                    + " The body is [Error](#error).", "", "## Operations", "")
         rows = []

@@ -12,11 +12,11 @@
 
 namespace zqpool::service {
 
-/// Counts of the running process.
+/// Counters of the running process.
 struct Statistics {
   std::atomic<std::int64_t> connections{0};        ///< open now
   std::atomic<std::int64_t> total_connections{0};  ///< since the start
-  std::atomic<std::int64_t> requests{0};           ///< answered, or tried to be
+  std::atomic<std::int64_t> requests{0};           ///< responses sent or attempted
 };
 
 /// Decides what becomes of a request and carries it out. Thread-safe.
@@ -25,7 +25,7 @@ class Dispatcher {
   /// `router` must outlive this. Without a key every request is accepted.
   Dispatcher(Database& database, const Router& router, const std::optional<Access_Key>& access_key);
 
-  /// What becomes of a request, decided without touching the state.
+  /// What becomes of a request, decided without using the database.
   struct Plan {
     std::optional<Response> response;  ///< if set, all there is to do
     const Router::Route* route = nullptr;
@@ -33,10 +33,10 @@ class Dispatcher {
   };
   Plan plan(const Request& request);
 
-  /// Carries out a plan without a response of its own; blocks on the state.
+  /// Carries out a plan that has no response yet; blocks on the database.
   Outcome run(const Plan& plan, const Request& request);
 
-  /// Runs deferred work, whose time has come.
+  /// Runs deferred work whose time has come.
   Outcome run(const Deferred& deferred, const Request& request);
 
   Statistics& statistics() { return statistics_; }

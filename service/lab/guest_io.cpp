@@ -15,7 +15,7 @@ namespace zqpool::service {
 
 namespace {
 
-/// The LUN that a guest sees there and may write to.
+/// The writable LUN that the initiator sees on the target under this number.
 Volume need_writable(Connection& db, const std::string& initiator, const std::string& target,
                      std::int64_t lun_num) {
   for (const Export& each : seen_by(db, initiator)) {
@@ -27,7 +27,7 @@ Volume need_writable(Connection& db, const std::string& initiator, const std::st
                                " on target '" + target + '\'');
 }
 
-/// What is written to: a LUN as an initiator sees it, any LUN, or a filesystem that is mounted.
+/// The volume to write to: a LUN as an initiator sees it, any LUN, or a mounted filesystem.
 Volume read_written(Connection& db, Request_Fields& fields) {
   if (fields.has("initiator")) {
     const std::string initiator = fields.text("initiator");

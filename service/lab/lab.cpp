@@ -25,7 +25,7 @@ bool read_replace(Parsed_Request& request) {
   return mode == "replace";
 }
 
-/// Whether the state contradicts itself: its references, and what each family knows.
+/// Checks the foreign keys and runs the check of every resource family.
 Response check_state(const std::vector<Check>& checks, Connection& db) {
   Object checked;
   Array problems;
