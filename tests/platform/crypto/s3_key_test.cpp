@@ -19,7 +19,7 @@ namespace {
 constexpr const char* shared_secret = "a secret that service and host share";
 constexpr const char* url = "s3s://objects.example:9000/bucket1";
 constexpr const char* clear_key = "wJalrXUtnFEMI/K7MDENG/bPxRfiCYEXAMPLEKEY";
-// Made with the shared secret and the nonce 0, 1, ... 11 by another implementation.
+// Made by another implementation with the shared secret and the nonce 0, 1, ... 11.
 constexpr const char* sealed_key =
     "AAECAwQFBgcICQoL49kpd4qmG5jj4R6APo0P0GxJdbZ5D1Do/N/5J9d1JkyOgHAbjDNbnImVcqusHL+OpkjO+iygiio=";
 constexpr const char* sealed_empty_key = "AAECAwQFBgcICQoLZ0WKoEmB3XsC4VZE0CLg7w==";
@@ -170,7 +170,7 @@ TEST_F(S3_Key, the_secret_may_hold_any_byte) {
 }
 
 TEST_F(S3_Key, without_hkdf_in_openssl_there_is_no_secret) {
-  // No provider of the test's process claims this property.
+  // No OpenSSL provider of the test's process has this property.
   ASSERT_EQ(EVP_set_default_properties(nullptr, "fips=yes"), 1);
   set_s3_key_secret("another");
   ASSERT_EQ(EVP_set_default_properties(nullptr, ""), 1);

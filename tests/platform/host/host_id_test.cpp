@@ -14,7 +14,7 @@
 
 namespace {
 
-/// A host whose "/etc" is a folder of its own, and whose identity nobody has set.
+/// A host with an "/etc" of its own and no identity set.
 class Host_ID_Test : public testing::Test {
  public:
   Host_ID_Test() {

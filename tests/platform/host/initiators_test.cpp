@@ -13,7 +13,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/// A host whose "/etc" and "/sys" are folders of its own.
+/// A host with an "/etc" and a "/sys" of its own.
 class Initiators_Test : public testing::Test {
  public:
   Initiators_Test() { set_host_root(root_.path()); }

@@ -31,7 +31,7 @@ TEST(uuid_string, upper_case_on_demand) {
 }
 
 TEST(uuid_string, every_random_bit_varies) {
-  // Of 122 random bits in 200 texts, one that always has the same value has odds of 1 to 2^192.
+  // The odds that one of 122 random bits is the same in 200 texts are about 1 to 2^192.
   std::vector<std::set<char>> seen(36);
   for (int i = 0; i < 200; ++i) {
     const std::string uuid = new_uuid();

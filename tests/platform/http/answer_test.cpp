@@ -1,4 +1,4 @@
-// How answers are read and judged.
+// How responses are read, and which ones make a call succeed.
 
 #include "tests/platform/http/http_test.h"
 
@@ -11,7 +11,7 @@ const json_spirit::Value untouched = "untouched";
 
 class HTTP_Answer_Test : public HTTP_Test {
  protected:
-  /// One GET without retries against this answer.
+  /// Makes one GET, without retries, that gets this answer.
   Called got(const Answer& answer, Call_Options options = {}) {
     server_.queue(answer);
     options.tune = [](JSON_RESTful_Client& client) { client.retries(0); };
@@ -24,7 +24,7 @@ class HTTP_Answer_Test : public HTTP_Test {
     EXPECT_EQ(called.report.phase, HTTP_Phase::done);
   }
 
-  /// Failed for this reason, and the answer value was left alone.
+  /// Expects that the call failed for this reason and left the answer value alone.
   void expect_failed(const Called& called, HTTP_Error error, unsigned status = 0) {
     EXPECT_FALSE(called.ok);
     EXPECT_EQ(http_error_name(called.report.error), std::string(http_error_name(error)))

@@ -1,4 +1,4 @@
-// Each call ends by its limit, whatever it waits for, and not before.
+// Every call ends at its deadline, whatever it waits for.
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -59,7 +59,7 @@ void PrintTo(const Stalling& stalling, std::ostream* out) {
 class HTTP_Deadline_Test : public HTTP_Test,
                            public testing::WithParamInterface<std::tuple<Stalling, bool>> {
  protected:
-  /// Makes a call that times out in the phase wanted.
+  /// Makes a call that times out in the expected phase.
   void expect_timely_end() {
     const auto& [stalling, ssl] = GetParam();
     Server_Options server_options = ssl ? tls() : Server_Options();
@@ -74,7 +74,7 @@ class HTTP_Deadline_Test : public HTTP_Test,
                                  ? HTTP_Phase::tls
                                  : stalling.phase;
     Called called;
-    // A busy machine may need longer to get into the phase.
+    // A busy machine may need longer to reach that phase.
     for (const auto longer : {limit, 5 * limit, 15 * limit}) {
       set_options([longer](HTTP_Options& all) { all.exchange_timeout = longer; });
       log_.take();
@@ -122,8 +122,8 @@ TEST_P(HTTP_Signals_Deadline_Test, holds_under_a_storm_of_signals) {
   EXPECT_GT(storm.count(), 3);
 }
 
-/// Sends a TLS client HelloRequests, which it passes over while it waits for a ServerHello, until
-/// the client leaves; at the latest after ten seconds.
+/// Sends HelloRequests, which a TLS client that waits for the ServerHello ignores, until the client
+/// closes the connection, or for ten seconds.
 class Endless_Hello_Requests {
  public:
   Endless_Hello_Requests() {

@@ -19,7 +19,7 @@
 #include "tests/support/test_certificates.h"
 
 namespace json_spirit {
-/// What a failed comparison of values prints.
+/// Prints a value when a comparison fails.
 void PrintTo(const Value& value, std::ostream* out);
 }  // namespace json_spirit
 
@@ -27,7 +27,7 @@ namespace zqpool::test {
 
 using namespace std::chrono_literals;
 
-/// What one client call brought.
+/// The outcome of a client call.
 struct Called {
   bool ok = false;
   unsigned status = 0;  ///< of the response, where the method has one; else of the report
@@ -36,7 +36,7 @@ struct Called {
   std::chrono::milliseconds took{0};
 };
 
-/// One client call and all about it.
+/// The parameters of a client call.
 struct Call_Options {
   int method = HTTP_METHOD_GET;
   std::string path = "/zq/x";
@@ -50,25 +50,25 @@ struct Call_Options {
   std::function<void(HTTP_Request&)> tune_request = [](HTTP_Request&) {};
 };
 
-/// Makes the call with a client of its own, or with `client`.
+/// Makes a call with a new client, or with `client`.
 Called call(const Endpoint& to, const Call_Options& options = {});
 Called call(JSON_RESTful_Client& client, const Call_Options& options = {});
 
-/// What must not wait for a limit of test_options() ends before this, on any machine.
+/// A call that does not wait for a limit of test_options() ends before this, on any machine.
 constexpr auto soon = 15s;
 
-/// Text to value; a text that is no JSON fails the test.
+/// Parses a JSON text; a bad one fails the test.
 json_spirit::Value json(const std::string& text);
 
 /// Options that trust the test CA and end every call after 20 seconds.
 HTTP_Options test_options();
 
-/// Nothing sleeps, the log is captured, test_options() hold, and the options are put back.
+/// Captures the log, replaces sleeping, and sets test_options() for the length of a test.
 class HTTP_Test : public testing::Test {
  protected:
-  /// Sets options on top of what is in force.
+  /// Changes the current options.
   static void set_options(const std::function<void(HTTP_Options&)>& change);
-  /// A server with this certificate.
+  /// Options for a server with this certificate.
   static Server_Options tls(const Identity& identity = Test_Certificates::instance().server);
 
   const Options_Guard guard_{test_options()};

@@ -109,7 +109,7 @@ void Interposed_Network::after_connect(std::function<void()> hook) {
 using zqpool::test::real;
 using zqpool::test::state;
 
-// The parameters are called what glibc's headers call them.
+// The parameters have the names that glibc's headers give them.
 extern "C" __attribute__((visibility("default"))) int getaddrinfo(const char* name,
                                                                   const char* service,
                                                                   const addrinfo* req,

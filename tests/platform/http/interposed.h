@@ -7,9 +7,9 @@
 
 namespace zqpool::test {
 
-/// The test program's own getaddrinfo() and connect(), which the transport meets instead of the C
-/// library's. While an object lives, names that it knows have the addresses it says; others go to
-/// the system. At its end it waits for every look-up that is still under way. One at a time.
+/// Controls the test program's own getaddrinfo() and connect(), which replace the C library's.
+/// While an object lives, the names that it knows have the addresses given here; others go to the
+/// system. The destructor waits for all look-ups. One object at a time.
 class Interposed_Network {
  public:
   Interposed_Network();
@@ -21,16 +21,16 @@ class Interposed_Network {
   void name(const std::string& name, std::vector<std::string> addresses);
   /// The name has no address; `code` is what getaddrinfo() returns, e.g. EAI_NONAME.
   void no_name(const std::string& name, int code);
-  /// A look-up of the name does not end before release().
+  /// Look-ups of the name block until release().
   void block(const std::string& name);
   void release();
-  /// How many look-ups of the name began.
+  /// The number of look-ups of the name that were started.
   int look_ups(const std::string& name) const;
-  /// The addresses that connecting was begun to, in that order.
+  /// The addresses passed to connect(), in order.
   std::vector<std::string> connects() const;
   /// Connections to the first port go to the second.
   void redirect(unsigned short port, unsigned short to);
-  /// Called once, after the next connect() of the transport has returned.
+  /// Calls `hook` once, after the next connect().
   void after_connect(std::function<void()> hook);
 };
 

@@ -1,4 +1,4 @@
-// Clients that live on and keep their connections.
+// Clients that keep their connections between calls.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -11,7 +11,7 @@
 namespace zqpool::test {
 namespace {
 
-/// A client as those make it who keep it.
+/// A client with a header of its own, which therefore keeps its connections.
 class Kept_Client : public JSON_RESTful_Client {
  public:
   explicit Kept_Client(const Endpoint& to)
@@ -195,7 +195,7 @@ TEST_P(HTTP_Keep_Alive_Test, idle_connections_are_bounded) {
   constexpr std::size_t kept = 16;
   Kept_Client client(server_.endpoint());
   for (std::size_t round = 1; round <= 2; ++round) {
-    // No answer before all are there, so each needs a connection of its own.
+    // Answers only when all requests have come, so each needs a connection of its own.
     server_.otherwise([this, round](const Recorded_Request&) {
       return json_answer(server_.wait_for_requests(many * round) ? 200 : 500, "{}");
     });

@@ -1,4 +1,4 @@
-// Names, several addresses for one name, and name servers that do not answer.
+// Name look-up, names with several addresses, and name servers that do not answer.
 
 #include <netdb.h>
 
@@ -183,7 +183,7 @@ TEST_F(HTTP_Name_Test, a_name_server_that_does_not_answer_is_left_behind_at_the_
   EXPECT_EQ(called.report.phase, HTTP_Phase::name);
   EXPECT_GE(called.took, 295ms);
   EXPECT_EQ(server_.connection_count(), 0U);
-  // Others go on meanwhile.
+  // Other calls are not affected.
   set_options([](HTTP_Options& options) { options.exchange_timeout = 20s; });
   network_.name("pool.test", {"127.0.0.1"});
   EXPECT_TRUE(call(named("pool.test")).ok);

@@ -1,4 +1,4 @@
-// The clients to the product's own services, and to the process's upstream.
+// Common_JSON_RESTful_Client and Upstream_JSON_RESTful_Client.
 
 #include <atomic>
 #include <thread>

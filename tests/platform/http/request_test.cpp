@@ -1,4 +1,4 @@
-// What goes out on the wire.
+// Requests as they are sent.
 
 #include <cctype>
 
@@ -372,7 +372,7 @@ TEST_F(HTTP_Request_Test, a_header_value_with_a_control_byte_is_refused) {
     client.set_header(HTTP_HEAD_X_ACCESS_KEY, "key\r\nX-Evil: 1");
   };
   expect_refused(call(server_.endpoint(), of_the_client));
-  // Not even the log may tell the key.
+  // The log must not show the key either.
   EXPECT_EQ(log_.all().find("key"), std::string::npos) << log_.all();
 }
 

@@ -1,4 +1,4 @@
-// What the client itself repeats.
+// Which failures the client retries.
 
 #include <netdb.h>
 
@@ -10,7 +10,7 @@
 namespace zqpool::test {
 namespace {
 
-/// A way to fail, the same at each attempt.
+/// A way to fail, the same in every attempt.
 struct Failing {
   enum class Repeated { always, reads, never };
 
@@ -34,22 +34,22 @@ std::vector<Failing> ways_to_fail() {
   const Answer whole = json_answer(200, "[1]");
   const Test_Certificates& certificates = Test_Certificates::instance();
   std::vector<Failing> all = {
-      // The request provably never reached the service.
+      // Nothing of the request was sent.
       {"refused", silent(), Repeated::always, HTTP_Error::connect, false, false, nullptr, true},
       {"unknown_name", silent(), Repeated::always, HTTP_Error::name, false, false, "nowhere.test"},
       {"tls_handshake_closed", close_at_once(), Repeated::always, HTTP_Error::tls, false, true},
       {"connection_reset_at_once", reset_at_once(), Repeated::always, HTTP_Error::none, false,
        true},
-      // It would be refused again.
+      // A retry would fail the same way.
       {"wrong_ca", whole, Repeated::never, HTTP_Error::tls, false, true, nullptr, false,
        &certificates.foreign},
       {"expired", whole, Repeated::never, HTTP_Error::tls, false, true, nullptr, false,
        &certificates.expired},
-      // It may have done its work.
+      // The service may have acted on the request.
       {"cut_off_body", json_answer(200, "[1]").cut_after(70), Repeated::reads, HTTP_Error::broken},
       {"cut_off_head", json_answer(200, "[1]").cut_after(20), Repeated::reads, HTTP_Error::broken},
       {"garbage", raw_answer("garbage\r\n\r\n"), Repeated::reads, HTTP_Error::malformed},
-      // A final word.
+      // The response is complete.
       {"bad_json", json_answer(200, "oops"), Repeated::never, HTTP_Error::bad_json},
   };
   for (const bool ssl : {false, true}) {
@@ -224,7 +224,7 @@ TEST_F(HTTP_Retry_Test, pauses_vary) {
   call_with([](JSON_RESTful_Client& client) { client.retries(40); });
   const auto pauses = sleeps_.pauses();
   ASSERT_EQ(pauses.size(), 40U);
-  // The last 30 are of the longest kind: all equal would be no jitter.
+  // The last 30 have the longest slot; without jitter they would be equal.
   EXPECT_FALSE(std::equal(pauses.end() - 29, pauses.end(), pauses.end() - 30));
 }
 
@@ -236,7 +236,7 @@ TEST_F(HTTP_Retry_Test, no_repetition_starts_after_the_retry_timeout) {
     EXPECT_EQ(called.report.attempts, 1);
   }
   EXPECT_TRUE(sleeps_.pauses().empty());
-  // A pause of up to two seconds has no room in one; the recorder lets no time pass.
+  // Pauses grow to two seconds, which do not fit into one. The recorder does not sleep.
   call_with([](JSON_RESTful_Client& client) {
     client.retries(1000);
     client.retry_timeout(1);
@@ -251,7 +251,7 @@ TEST_F(HTTP_Retry_Test, no_repetition_starts_after_the_end_of_the_exchange) {
   server_.otherwise(json_answer(503, ""));
   const Called called = call_with([](JSON_RESTful_Client& client) { client.retries(1000); });
   EXPECT_EQ(called.report.error, HTTP_Error::status);
-  // The recorder lets no time pass, but from the sixth on every pause is longer than a second.
+  // The recorder does not sleep, but from the sixth on every pause is longer than a second.
   EXPECT_LE(called.report.attempts, 6);
   for (const auto pause : sleeps_.pauses())
     EXPECT_LT(pause, 900ms);

@@ -146,7 +146,7 @@ TEST_P(HTTP_Robustness_Test, options_may_change_while_calls_run) {
 TEST_P(HTTP_Robustness_Test, a_child_process_may_use_clients) {
   Scripted_Server server(options());
   server.otherwise(json_answer(200, "{}"));
-  // The parent has made all that is made once: trust, sessions, random numbers.
+  // The parent has made what is made once: TLS context, sessions, random generators.
   EXPECT_TRUE(call(server.endpoint()).ok);
   EXPECT_TRUE(call(server.endpoint()).ok);
   const pid_t child = fork();
@@ -155,7 +155,7 @@ TEST_P(HTTP_Robustness_Test, a_child_process_may_use_clients) {
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(call(server.endpoint()).ok);
-  // Parent and child never send the same id.
+  // Parent and child never send the same request id.
   std::vector<std::string> ids;
   for (const Recorded_Request& request : server.requests()) {
     EXPECT_THAT(ids, Not(testing::Contains(request.header("X-Request-Id"))));
@@ -221,7 +221,7 @@ TEST_F(HTTP_Log_Test, a_body_that_is_not_json_is_one_line_without_the_body) {
 TEST_F(HTTP_Log_Test, a_default_port_is_named_too) {
   call({"127.0.0.1", 80, false}, [] {
     Call_Options options;
-    options.path = "x";  // Refused, so nothing is connected to.
+    options.path = "x";  // Refused before connecting.
     return options;
   }());
   EXPECT_THAT(log_.texts("LM_ERROR"),

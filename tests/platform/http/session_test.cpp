@@ -1,4 +1,4 @@
-// Connections held by their caller.
+// HTTP_Session and JSON_HTTP_Session.
 
 #include "platform/http/http_session.h"
 

@@ -1,4 +1,4 @@
-// Whom HTTPS trusts, and which sessions it resumes.
+// Which certificates HTTPS accepts, and which sessions it resumes.
 
 #include <openssl/ssl.h>
 
@@ -26,7 +26,7 @@ class HTTP_TLS_Test : public HTTP_Test {
     return options;
   }
 
-  /// Refused before the server learnt anything of the request; the report says why.
+  /// Expects that the call fails before the server receives anything of the request.
   static void expect_refused(Scripted_Server& server, const Endpoint& to, const char* why) {
     const Called called = call(to, with_key());
     EXPECT_FALSE(called.ok);
@@ -287,7 +287,7 @@ class HTTP_TLS_Session_Test : public HTTP_Test, public testing::WithParamInterfa
     return made;
   }
 
-  /// Makes a good call; whether its session was resumed, about which both sides agree.
+  /// Makes a call that succeeds. Returns whether its session was resumed; both sides must agree.
   bool resumed() {
     const std::size_t number = server_.request_count();
     const Called called = call(server_.endpoint());
@@ -324,7 +324,7 @@ TEST_P(HTTP_TLS_Session_Test, are_resumed_after_an_exchange_that_failed) {
   Call_Options once;
   once.tune = [](JSON_RESTful_Client& client) { client.retries(0); };
   EXPECT_FALSE(call(server_.endpoint(), once).ok);
-  // Whether or not the session was kept, the next call is good.
+  // Whether the session was kept or not, the next call succeeds.
   resumed();
   EXPECT_TRUE(resumed());
 }
@@ -377,7 +377,7 @@ TEST_P(HTTP_TLS_Session_Test, belong_to_one_name_of_a_service) {
   network.name("elsewhere.test", {"127.0.0.1"});
   EXPECT_TRUE(call({"pool.test", server_.port(), true}).ok);
   EXPECT_TRUE(call({"pool.test", server_.port(), true}).report.tls_resumed);
-  // The certificate is not for this name: a resumed session would hide that.
+  // The certificate is not for this name, which a resumed session would hide.
   EXPECT_EQ(call({"elsewhere.test", server_.port(), true}).report.error, HTTP_Error::tls);
 }
 
@@ -419,7 +419,7 @@ TEST_F(HTTP_TLS_Test, an_answer_without_length_needs_the_close_alert) {
   Scripted_Server server(tls());
   server.queue(json_answer(200, "[1]").until_end());
   EXPECT_TRUE(call(server.endpoint()).ok) << last_http_exchange().text;
-  // Anybody on the way can end a TCP connection: without the alert the answer may be cut off.
+  // Anybody on the path can end a TCP connection, so without the alert the response may be cut off.
   server.otherwise(json_answer(200, "[1]").until_end().end(Answer::End::abrupt));
   const Called called = call(server.endpoint());
   EXPECT_FALSE(called.ok);

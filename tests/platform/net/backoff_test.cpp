@@ -109,7 +109,7 @@ TEST(Exponential_Backoff_Iterator, equality) {
   EXPECT_FALSE(one == Iterator());
   EXPECT_FALSE(Iterator() == one);
   EXPECT_FALSE(Iterator(1, 5, 60, false) == Iterator(2, 5, 60, false));
-  // All ends are equal, however they were reached.
+  // All end iterators are equal.
   Iterator ended(7, 1, 9, true);
   ++ended;
   EXPECT_TRUE(ended == Iterator());
@@ -189,7 +189,7 @@ TEST(Exponential_Backoff_Jitter, is_uniform) {
       const double off = static_cast<double>(counts[delay]) - static_cast<double>(expected);
       chi_square += off * off / static_cast<double>(expected);
     }
-    // 59 degrees of freedom: one run in a thousand lies beyond 98.3, one in a thousand below 30.5.
+    // 59 degrees of freedom: one run in a thousand is above 98.3, one in a thousand below 30.5.
     EXPECT_LT(chi_square, 98.3) << "seed " << seed;
     EXPECT_GT(chi_square, 30.5) << "seed " << seed << ": too even to be random";
   }

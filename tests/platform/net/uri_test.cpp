@@ -330,7 +330,7 @@ TEST(URI, host_setter_changes_the_host_alone) {
   uri.host("fe80::1%eth0", false);
   EXPECT_EQ(uri.host(), "fe80::1%eth0");
   EXPECT_EQ(built(uri), start + "[fe80::1%25eth0]" + end);
-  uri.host("fe80::1%25", false);  // the interface with the number 25
+  uri.host("fe80::1%25", false);  // interface number 25
   EXPECT_EQ(uri.host(), "fe80::1%25");
   EXPECT_EQ(built(uri), start + "[fe80::1%2525]" + end);
   uri.host("[fe80::1%25eth1]", true);
