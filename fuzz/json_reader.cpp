@@ -1,6 +1,6 @@
-// Bodies come from services: no text may break the reader, a refused one leaves the value alone,
-// and an accepted one comes back the same by way of the writer. No accessor may do worse than
-// throw.
+// Bodies come from services: no text may break the reader, a refused text leaves the value
+// unchanged, and an accepted one reads the same again after it was written. Accessors may throw,
+// nothing worse.
 
 #include <cstddef>
 #include <cstdint>
@@ -25,7 +25,7 @@ bool gives(Get get) {
   }
 }
 
-// Every typed look at one member, throwing and not, must agree.
+// Accessors that throw and those that do not must agree on each member.
 void check_member(const json_spirit::Object& object, const std::string& key, const Value& value) {
   std::string text;
   bool flag = false;
@@ -73,7 +73,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const bool good = json_spirit::read(text, value, error);
   check(error.empty() == good);
 
-  // Reading in place must not say otherwise, whatever lies behind the end.
+  // Reading in place gives the same, whatever lies behind the end.
   std::string roomy = text + std::string(json_spirit::read_padding, ']');
   roomy.resize(text.size());
   Value in_place = "before";

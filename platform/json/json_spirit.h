@@ -32,7 +32,7 @@ ZQ_EXPORT const char* type_name(Value_type type) noexcept;
 /// Deepest nesting of objects and arrays that is read and written; `[]` has depth 1.
 ///
 /// Reading, writing, copying, comparing and destroying a value of this depth takes less than 128
-/// KiB of stack. A deeper one, which can only be built by hand, takes proportionally more.
+/// KiB of stack. Deeper values, which can only be built in code, take proportionally more.
 constexpr int max_depth = 256;
 
 class ZQ_EXPORT Value {

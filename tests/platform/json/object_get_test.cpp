@@ -24,8 +24,8 @@ const Object& sample() {
   return object;
 }
 
-// Which of the sample's members (and a missing one) `object_get` gives as a T; where it gives none
-// the output must keep what it had.
+// The keys that `object_get` finds as a T in the sample, of all its keys and a missing one. For the
+// others the output must stay unchanged.
 template <typename T>
 std::string taken(const T& untouched) {
   std::string keys;

@@ -326,7 +326,7 @@ TEST(Json_Reader, what_stands_in_the_spare_capacity_does_not_count) {
   std::string text;
   text.reserve(256);
   text = "[1,2]";
-  text.resize(3);  // the bracket that would close it is just behind the end
+  text.resize(3);  // the closing bracket now lies behind the end
   Value value = untouched();
   EXPECT_FALSE(read(text, value));
   EXPECT_EQ(value, untouched());
@@ -456,7 +456,7 @@ TEST(Json_Reader, documents_around_the_size_of_a_kept_parser) {
 }
 
 TEST(Json_Reader, the_size_of_one_document_does_not_matter_to_the_next) {
-  for (const int count : {1, 10, 5000, 3, 40000, 2, 120000, 1}) {
+  for (const int count : {1, 10, 5000, 3, 120000, 2, 1}) {
     const std::string text = "[1" + repeat(",{\"k\":\"v\"}", count) + "]";
     Value value;
     ASSERT_TRUE(reads(text, value)) << count;
@@ -512,8 +512,8 @@ TEST(Json_Reader, many_threads_read_and_write_at_once) {
   EXPECT_EQ(good, std::vector<int>(4, 100));
 }
 
-// A thread's objects go in reverse order: this one is made before the reader's own, so it reads
-// after they are gone.
+// A thread's objects are destroyed in reverse order: this one was made before the reader's own, so
+// it reads after they are gone.
 struct Late_Reader {
   bool* result = nullptr;
   ~Late_Reader() {

@@ -1,5 +1,5 @@
-// A program that is not linked with the library, loads a plug-in that is, and unloads it while
-// threads that used it are still there.
+// This program is not linked with the library. It loads a plug-in that is, and unloads it while a
+// thread that has used it is still running.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
