@@ -12,9 +12,7 @@ namespace {
 using json_spirit::Value;
 
 Object object(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(json_spirit::read(text, value)) << text;
-  return value.get_obj();
+  return test::json(text).get_obj();
 }
 
 Object script(const std::string& fault) {

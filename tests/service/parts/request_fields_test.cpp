@@ -6,6 +6,7 @@
 #include <string>
 
 #include "service/api/router.h"
+#include "tests/service/fixtures/lab_service.h"
 
 namespace zqpool::service {
 namespace {
@@ -13,9 +14,7 @@ namespace {
 using json_spirit::Value;
 
 Object object(const std::string& text) {
-  Value value;
-  EXPECT_TRUE(json_spirit::read(text, value)) << text;
-  return value.get_obj();
+  return test::json(text).get_obj();
 }
 
 /// "400 url: is missing", or "" when nothing was refused.

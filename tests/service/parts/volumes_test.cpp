@@ -296,8 +296,8 @@ TEST_F(Volumes, ranges_lie_within_the_volume) {
 }
 
 TEST_F(Volumes, a_full_pool_reclaims_the_oldest_that_nobody_needs) {
-  test::Lab_Service small(test::scsi_lab("1000"));
-  small.load(test::scsi_lab("1000"), true);
+  test::Lab_Service small(test::scsi_lab(1000));
+  small.load(test::scsi_lab(1000), true);
   Transaction transaction = small.database().begin(Access::write);
   Connection& db = transaction.db();
   const Volume volume =
