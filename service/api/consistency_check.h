@@ -8,10 +8,10 @@
 
 namespace zqpool::service {
 
-/// Looks for what contradicts itself in one family's part of the state.
+/// A consistency check of one part of the database.
 struct Check {
   std::string name;  ///< of what it looks at: "volumes"
-  /// Adds a text for each contradiction to the array; returns how many things it looked at.
+  /// Adds a message for each problem to the array; returns how many things it checked.
   std::int64_t (*run)(Connection&, Array&);
 };
 

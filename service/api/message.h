@@ -17,7 +17,7 @@ const char* method_name(Method method);
 /// Method::other for a name the service does not speak. Methods are case-sensitive.
 Method method_from(std::string_view name);
 
-/// One request, as far as handlers see it.
+/// An HTTP request, as read from the connection.
 struct Request {
   Method method = Method::other;
   std::string path;   ///< as it was sent, without the query
@@ -27,7 +27,7 @@ struct Request {
   std::string body;
 };
 
-/// One answer. A body is always JSON.
+/// An HTTP response. A body is always JSON.
 struct Response {
   unsigned status = 200;
   std::string body;                                          ///< "" for none
@@ -41,8 +41,8 @@ Response json_response(const json_spirit::Value& value, unsigned status = 200);
 /// bytes.
 Response error_response(unsigned status, std::string_view message);
 
-/// Thrown while a request is judged or carried out: answered as error_response(status(), what()),
-/// and nothing of the request is kept.
+/// Refuses a request: the client gets error_response(status(), what()), and the transaction is
+/// rolled back.
 class Request_Error : public std::runtime_error {
  public:
   Request_Error(unsigned status, const std::string& message)

@@ -18,7 +18,8 @@ namespace zqpool::service {
 /// another type, 422 when its value makes no sense. finish() refuses members that nobody read.
 class Request_Fields {
  public:
-  /// `object` must outlive this. `place` is empty or where the object stands ("devices[3]").
+  /// `object` must outlive this. `place` is its place in the document ("devices[3]"), "" at the
+  /// top.
   Request_Fields(const Object& object, std::string place)
       : object_(object), place_(std::move(place)) {}
 
@@ -66,7 +67,7 @@ class Request_Fields {
 /// The member "created", or now.
 std::string read_created(Request_Fields& fields);
 
-/// The refusal of something that stands at `place`, with a text that begins with it.
+/// The error with `place` in front of its text, unless it is there already; 400 or 422.
 Request_Error placed(const Request_Error& error, const std::string& place);
 
 /// The fields of a query string, each at most once. Throws Request_Error (400) from the constructor
@@ -92,7 +93,7 @@ class Query_Fields {
   std::set<std::string> asked_;
 };
 
-/// A request whose query and body are read as fields: what a handler gets. The body of POST and PUT
+/// What a handler gets: a request with its query and body as fields. The body of POST and PUT
 /// is a JSON object; that of other methods is ignored. Throws Request_Error: 400 for a query or
 /// body that cannot be read, 415 for a body that is not application/json.
 class Parsed_Request {
@@ -106,8 +107,8 @@ class Parsed_Request {
   Query_Fields query;
   Request_Fields body;
 
-  /// Refuses what nobody read of both. Done after each handler; one whose effect is not undone with
-  /// the transaction does it before.
+  /// Refuses what nobody read. Called after each handler; a handler whose effect the transaction
+  /// does not undo must call it before.
   void finish() const;
 };
 

@@ -15,7 +15,7 @@ namespace zqpool::service {
 
 struct Deferred;
 
-/// What a request leads to: the answer, or work that gives it later.
+/// A handler's result: the response, or work that gives it later.
 using Outcome = std::variant<Response, Deferred>;
 
 /// Carries out one request inside a transaction. It is rolled back when the response's status is
@@ -23,7 +23,7 @@ using Outcome = std::variant<Response, Deferred>;
 /// otherwise it is committed.
 using Handler = std::function<Outcome(Connection&, Parsed_Request&)>;
 
-/// What to run after a time, in a transaction of its own.
+/// Work to run after a delay, in a transaction of its own.
 struct Deferred {
   std::chrono::milliseconds after{0};
   Access access = Access::read;

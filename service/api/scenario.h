@@ -9,15 +9,15 @@
 
 namespace zqpool::service {
 
-/// One list of a scenario document: "pools", "devices"... Each resource family brings its own.
+/// One list of a scenario document: "pools", "devices"...
 struct Scenario_Section {
   std::string name;
   void (*clear)(Connection&);
-  /// Writes one entry, in the place of one of the same identity. Throws Request_Error.
+  /// Writes one entry, replacing one of the same identity. Throws Request_Error.
   void (*load)(Connection&, Request_Fields&);
-  /// What tells the entry from others of the list, so that none is given twice.
+  /// The entry's key within the list, to find entries given twice.
   std::string (*identity)(const Object&);
-  /// All entries, such that load() takes them.
+  /// All entries, as load() reads them.
   Array (*dump)(Connection&);
 };
 
@@ -27,13 +27,13 @@ std::string identity_by_uuid(const Object& entry);
 /// Reads and writes the whole state as one JSON document.
 class Scenario {
  public:
-  /// Sections are loaded in the order in which they are added, and cleared in the other one.
+  /// Sections are loaded in the order in which they are added, and cleared in reverse.
   void add(Scenario_Section section) { sections_.push_back(std::move(section)); }
 
-  /// Loads a document. With `replace` all that was there goes first, otherwise entries of the same
-  /// identity are replaced and the others stay. Throws Request_Error, whose text begins with the
-  /// place
-  /// ("devices[3].url: ..."); the caller then rolls back. Returns how many entries were loaded.
+  /// Loads a document and returns how many entries each section got. With `replace` everything is
+  /// cleared first; otherwise entries of the same identity are replaced and others stay. Throws
+  /// Request_Error, whose text begins with the place ("devices[3].url: ..."); the caller rolls
+  /// back.
   Object load(Connection& db, const Object& document, bool replace) const;
   Object dump(Connection& db) const;
 
@@ -41,8 +41,7 @@ class Scenario {
   std::vector<Scenario_Section> sections_;
 };
 
-/// Reads a scenario document from a file. Throws Request_Error with a text that names what is
-/// wrong.
+/// Reads a scenario document from a file. Throws Request_Error when it cannot.
 Object read_scenario(const std::string& file);
 
 }  // namespace zqpool::service

@@ -14,13 +14,13 @@ namespace zqpool::service {
 
 namespace {
 
-constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max();
+constexpr std::int64_t max_sum = std::numeric_limits<std::int64_t>::max();
 
 Response rows_answer(Array rows) {
   return json_response(Object{{"rows", std::move(rows)}});
 }
 
-/// The part of a list that was asked for; all of it when nothing was said.
+/// The query fields "limit" and "offset"; without them, the whole list.
 class Page {
  public:
   explicit Page(Query_Fields& query)
@@ -28,7 +28,7 @@ class Page {
   std::int64_t limit() const { return limit_.value_or(-1); }
   std::int64_t offset() const { return offset_.value_or(0); }
 
-  /// A part of a list also says how long the whole is.
+  /// The response to a part of a list has the total, too.
   template <typename Count>
   Response answer(Array rows, Count total) const {
     if (!limit_ && !offset_) return rows_answer(std::move(rows));
@@ -40,10 +40,10 @@ class Page {
   std::optional<std::int64_t> offset_;
 };
 
-/// A sum that came from the data base in two halves, so that it cannot overflow there.
+/// A sum that the database computes in two halves, so that it cannot overflow there.
 std::int64_t joined(std::int64_t high, std::int64_t low) {
   high += low >> 20;
-  return high > (most >> 20) ? most : (high << 20) | (low & 0xfffff);
+  return high > (max_sum >> 20) ? max_sum : (high << 20) | (low & 0xfffff);
 }
 
 // Statements that share their columns.
@@ -127,7 +127,7 @@ const std::string devices_with_pool =
     ", p.name AS pool_name, p.type AS pool_type, p.state AS pool_state "
     "FROM catalog_device d JOIN catalog_pool p ON p.uuid = d.pool_uuid ";
 
-/// A row of devices_with_pool as it is answered.
+/// The response for a row of devices_with_pool.
 Object device_info(const Statement& row, std::string path) {
   Object out = device_record(row);
   for (const char* column : {"pool_name", "pool_type", "pool_state"})
@@ -136,8 +136,8 @@ Object device_info(const Statement& row, std::string path) {
   return out;
 }
 
-/// The device on which a URL lies: the one whose own URL is the longest that the asked one begins
-/// with, segment by segment.
+/// The device that holds a URL: the one with the longest URL that is a prefix of it, by whole
+/// segments.
 Response find_device_info(Connection& db, Parsed_Request& request) {
   Request_Fields& fields = request.body;
   const std::optional<std::string> pool = fields.optional_text("pool_uuid");
@@ -157,8 +157,8 @@ Response find_device_info(Connection& db, Parsed_Request& request) {
   return json_response(Object());
 }
 
-/// The device of a pool that new data is to go to: of those that take data from any host, the one
-/// with the most room.
+/// The device of a pool for new data: the one with the most free space among those that take data
+/// from any host.
 Response offer_device(Connection& db, Parsed_Request& request) {
   Query_Fields& query = request.query;
   const std::string pool = query.needed_text("pool_uuid");
@@ -177,8 +177,8 @@ bool is_lanfree(const std::string& url) {
   return url.rfind("lanfree://", 0) == 0 || url.rfind("lanfrees://", 0) == 0;
 }
 
-/// Two hosts that write to one LUN destroy what is on it: a device changes hands only by way of
-/// nobody's.
+/// A device must be released before another host can bind it: two hosts writing to one LUN would
+/// destroy its data.
 Response bind_host(Connection& db, Parsed_Request& request) {
   Query_Fields& query = request.query;
   const std::string uuid = query.needed_text("uuid");

@@ -11,10 +11,10 @@ namespace zqpool::service {
 
 namespace {
 
-constexpr std::size_t longest_type = 64;
+constexpr std::size_t max_type_size = 64;
 
-/// The devices on which a path lies: those recorded for it, else for the nearest directory above it
-/// that is recorded. With a grouping only what was recorded under it counts.
+/// The devices that hold a path: those recorded for it, or else for its nearest recorded parent
+/// directory. With a grouping, only entries of that grouping count.
 Response find_located_devices(Connection& db, Parsed_Request& request) {
   Request_Fields& fields = request.body;
   const std::string pool = fields.text("pool_uuid");
@@ -51,7 +51,7 @@ Response find_located_devices(Connection& db, Parsed_Request& request) {
   return json_response(Object());
 }
 
-/// The path's type is the name of the member that holds the path: the one that is no other member.
+/// The path's type. It is the name of the member that holds the path: {"file": "/a"}.
 std::string type_of(const Object& body) {
   constexpr std::array<const char*, 4> others{"pool_uuid", "device_uuid", "grouping", "size"};
   const std::string* type = nullptr;
@@ -61,7 +61,7 @@ std::string type_of(const Object& body) {
     type = &key;
   }
   if (!type) throw Request_Error(400, "the path is missing: its member is named like its type");
-  if (type->empty() || type->size() > longest_type || type->find('\0') != std::string::npos) {
+  if (type->empty() || type->size() > max_type_size || type->find('\0') != std::string::npos) {
     throw Request_Error(422, "a path's type has 1 to 64 bytes, none of them zero");
   }
   return *type;

@@ -21,8 +21,8 @@ struct Metadata {
 
 enum class Recorded { done, no_device, other_type };
 
-/// Writes the entry, in the place of one for the same pool, path, grouping and device. Writes
-/// nothing when the pool has no such device or the path has another type.
+/// Writes the entry, replacing one for the same pool, path, grouping and device. Writes nothing
+/// when the pool has no such device or the path has another type.
 Recorded record(Connection& db, const Metadata& entry);
 
 /// A row of pool_uuid, device_uuid, path, type, grouping_name and size as an object.

@@ -27,7 +27,7 @@ Object device_description(const Statement& row);
 /// The attributes of a pool or device.
 Object attributes_of(const Statement& row);
 
-/// A device as it is answered.
+/// A device as responses describe it.
 Object device_record(const Statement& row);
 
 /// Throws Request_Error (404) when there is no such pool.

@@ -21,7 +21,7 @@ namespace {
 
 // ---- attributes
 
-/// Copies the text members that are there.
+/// Copies those text members that exist.
 void take_texts(Request_Fields& fields, std::initializer_list<const char*> keys, Object& out) {
   for (const char* key : keys) {
     if (const std::optional<std::string> text = fields.optional_text(key)) out.emplace(key, *text);
@@ -40,7 +40,7 @@ std::string read_network_url(Request_Fields& fields, const std::string& network)
   return read_url(fields, network);
 }
 
-/// Copies an object of texts that is there.
+/// Copies an object of texts, if there is one.
 void take_table(Request_Fields& fields, const char* key, Object& out,
                 std::string (*read)(Request_Fields&, const std::string&) = read_text) {
   Request_Fields* const table = fields.optional_object(key);
@@ -77,8 +77,7 @@ bool is_object_store(const std::string& url) {
   return false;
 }
 
-/// The secret key as it may be kept and sent: sealed, from the clear text or sealed by who wrote
-/// it.
+/// Stores the secret key sealed: seals a clear one, takes a sealed one as it is.
 void take_secret_key(Request_Fields& fields, const std::string& url, Object& out) {
   std::optional<std::string> sealed = read_base64(fields, "sealed_secret_key");
   if (fields.has("secret_key")) {
@@ -131,8 +130,7 @@ std::optional<Value> take(Object& object, const char* key) {
   return value;
 }
 
-/// One storage; absent when the asked server does not serve it. Device and attributes are taken
-/// apart.
+/// One storage; none when the requested server does not serve it.
 std::optional<Object> describe_storage(Object device, Object attributes, const Question& ask) {
   const std::optional<Value> server = take(attributes, "server_uuid");
   if (server && ask.server && !same_identifier(*server, *ask.server)) return std::nullopt;
@@ -168,7 +166,7 @@ bool is_offline(const Object& storage) {
   return storage.at("state").get_str() == "offline";
 }
 
-/// Reading does with a copy: a slave changes roles with the master of its node that is offline.
+/// For restoring a copy will do: a slave swaps roles with an offline master of its node.
 void let_copies_stand_in(std::vector<Object>& storages) {
   for (Object& master : storages) {
     if (is_slave(master) || !is_offline(master)) continue;
@@ -191,7 +189,7 @@ Array describe_storages(Connection& db, const std::string& pool, const Question&
     if (storage) storages.push_back(std::move(*storage));
   }
   if (ask.to_restore) let_copies_stand_in(storages);
-  // Of two storages of one node the later one counts, which must be the master.
+  // Masters last: of two storages of one node clients use the later one.
   std::stable_partition(storages.begin(), storages.end(), is_slave);
   Array out;
   for (Object& storage : storages)
@@ -199,7 +197,7 @@ Array describe_storages(Connection& db, const std::string& pool, const Question&
   return out;
 }
 
-/// The description of a pool for who asks. Throws Request_Error.
+/// The description of a pool for one client. Throws Request_Error.
 Object describe_pool(Connection& db, const std::string& uuid, const Question& ask) {
   Statement row(db, "SELECT " + pool_columns + " FROM catalog_pool p WHERE p.uuid = ?", uuid);
   if (!row.next()) throw Request_Error(404, "there is no pool '" + uuid + "'");
@@ -227,7 +225,7 @@ Object describe_pool(Connection& db, const std::string& uuid, const Question& as
   return out;
 }
 
-/// A query field that says nothing when it is empty.
+/// A query field; an empty one counts as absent.
 std::optional<std::string> said(Query_Fields& query, const char* name) {
   std::optional<std::string> text = query.text(name);
   if (text && text->empty()) text.reset();
@@ -309,7 +307,7 @@ Response call_method(Connection& db, Parsed_Request& request) {
   std::string method;
   Object parameters;
   try {
-    // Without an identifier nobody would hear the answer.
+    // A call without an identifier is a notification, which nobody answers.
     const Value* given = fields.optional_value("id");
     if (!given ||
         (given->type() != json_spirit::str_type && given->type() != json_spirit::int_type)) {

@@ -8,15 +8,14 @@
 
 namespace zqpool::service {
 
-// How a host comes from a pool's identifier to the storages behind it: the management service's
-// part. The storages of a pool are its devices of the catalog, with what only who reaches them must
-// know.
+// How a host gets from a pool's identifier to its storages, as the management service answers it.
+// The storages of a pool are its devices, with what a host needs to reach them.
 
-/// What a pool's scenario entry says of that: keys and cipher of its data, and who may ask.
+/// Reads from a pool's scenario entry the keys and cipher of its data, and who may ask for it.
 Object read_pool_attributes(Request_Fields& fields);
 
-/// What a device's entry says: node, attached hosts, and what its kind of URL asks for. The secret
-/// key of an object store is sealed, for this URL, by the process's shared secret.
+/// Reads from a device's entry its node, attached hosts, and what its kind of URL needs. The secret
+/// key of an object store is sealed for this URL with the process's shared secret.
 Object read_storage_attributes(Request_Fields& fields, const std::string& url);
 
 /// Adds the paths /zq/r/storages/pool and /zq/jr, and the scenario section "replicas".

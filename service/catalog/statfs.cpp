@@ -15,8 +15,8 @@ namespace zqpool::service {
 namespace {
 
 std::int64_t count_of(std::uint64_t number) {
-  constexpr auto most = std::numeric_limits<std::int64_t>::max();
-  return number > static_cast<std::uint64_t>(most) ? most : static_cast<std::int64_t>(number);
+  constexpr auto max = std::numeric_limits<std::int64_t>::max();
+  return number > static_cast<std::uint64_t>(max) ? max : static_cast<std::int64_t>(number);
 }
 
 std::int64_t bytes_of(std::uint64_t blocks, std::uint64_t block_size) {

@@ -12,9 +12,9 @@ namespace zqpool::service {
 namespace {
 
 constexpr Volume_Kind kind = Volume_Kind::filesystem;
-constexpr std::size_t longest_name = 255;
+constexpr std::size_t max_name_size = 255;
 
-/// A member that says nothing when it is empty.
+/// A member; an empty one counts as absent.
 std::optional<std::string> said(Request_Fields& fields, const std::string& key) {
   std::optional<std::string> text = fields.optional_text(key);
   if (text && text->empty()) text.reset();
@@ -42,7 +42,7 @@ Wanted read_wanted(Connection& db, Parsed_Request& request) {
   return out;
 }
 
-/// Whether making it now would give the very same: it was made so, and nothing has happened to it.
+/// Whether the filesystem was created by the same request and has not changed since.
 bool is_as_wanted(Connection& db, const Filesystem& there, const Wanted& wanted) {
   std::optional<std::int64_t> origin;
   std::int64_t content = 0;
@@ -55,7 +55,7 @@ bool is_as_wanted(Connection& db, const Filesystem& there, const Wanted& wanted)
       there.mounted != wanted.mount_point.has_value() || there.volume.next_seq != 1) {
     return false;
   }
-  // What is written to it is its own, what is discarded it reaches no more.
+  // A write adds exclusive bytes, a discard takes referenced ones away.
   const Sizes now = Extent_Map(db, there.volume.number).sizes().head;
   return now.exclusive == 0 && now.referenced == content;
 }
@@ -94,7 +94,7 @@ Response roll_back_filesystem(Connection& db, Parsed_Request& request) {
   Request_Fields& fields = request.body;
   const Volume_Pool pool = need_volume_pool(db, fields.text("pool_id"), Access::write);
   const Filesystem filesystem = need_filesystem(db, pool.uuid, fields.text("name"));
-  // Files would change under the feet of who has them open.
+  // Open files would change.
   if (filesystem.mounted) throw Request_Error(409, described(filesystem.volume) + " is mounted");
   const Snapshot newest = roll_back_volume(db, filesystem.volume);
   return json_response(Object{{"name", filesystem.volume.name}, {"snapshot_id", newest.id}});
@@ -112,7 +112,7 @@ Response delete_filesystem(Connection& db, Parsed_Request& request) {
 
 // ---- the check
 
-/// Every volume of the kind has its row, and mount points are as they may be.
+/// Every filesystem volume has its row, and mount points are valid.
 std::int64_t check_filesystems(Connection& db, Array& problems) {
   std::int64_t count = 0;
   for (Statement row(db,
@@ -167,13 +167,13 @@ std::optional<Filesystem> find_undeleted_filesystem(Connection& db, const std::s
 
 std::string read_filesystem_name(Request_Fields& fields, const std::string& key) {
   std::string name = fields.text(key);
-  if (name.size() > longest_name) fields.refuse(key, "is longer than 255 bytes");
+  if (name.size() > max_name_size) fields.refuse(key, "is longer than 255 bytes");
   if (name == "." || name == "..") fields.refuse(key, "must not be '" + name + "'");
   if (std::any_of(name.begin(), name.end(),
                   [](unsigned char c) { return c < 0x20 || c == 0x7f || c == '/'; })) {
     fields.refuse(key, "must not hold '/' or a control character");
   }
-  // Queries carry names as they stand.
+  // Clients put names into queries without encoding them.
   if (name.find_first_of("&%+") != std::string::npos) {
     fields.refuse(key, "must not hold '&', '%' or '+', which mean something else in a query");
   }

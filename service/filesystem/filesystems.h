@@ -25,8 +25,8 @@ Filesystem need_filesystem(Connection& db, const std::string& pool, const std::s
 std::optional<Filesystem> find_filesystem(Connection& db, const std::string& pool,
                                           const std::string& name);
 
-/// Absent when it was deleted before, so that what ends with a filesystem has ended; 404 when there
-/// never was one.
+/// None when it was deleted before, so that deleting or unmounting it again succeeds; 404 when it
+/// never existed.
 std::optional<Filesystem> find_undeleted_filesystem(Connection& db, const std::string& pool,
                                                     const std::string& name);
 

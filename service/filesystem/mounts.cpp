@@ -8,7 +8,7 @@ namespace {
 
 constexpr Volume_Kind kind = Volume_Kind::filesystem;
 
-/// Mounting changes nothing in a pool, so that a readonly one will do.
+/// Mounting does not change the pool, so a readonly one will do.
 Volume_Pool need_mountable(Connection& db, const std::string& uuid) {
   Volume_Pool pool = need_volume_pool(db, uuid, Access::read);
   if (pool.state == "offline") throw Request_Error(409, "pool '" + pool.uuid + "' is offline");
@@ -58,7 +58,7 @@ Response get_mounts(Connection& db, Parsed_Request& request) {
   return json_response(std::move(out));
 }
 
-/// Answers the new mount point as a text alone.
+/// The response is the new mount point, a JSON string.
 Response move_mount(Connection& db, Parsed_Request& request) {
   Request_Fields& fields = request.body;
   const Volume_Pool pool = need_mountable(db, fields.text("pool_id"));

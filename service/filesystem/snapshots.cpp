@@ -20,7 +20,7 @@ Object snapshot_record(const Volume& filesystem, const Snapshot& snapshot,
           {"rfer_size", own.referenced},    {"excl_size", own.exclusive}};
 }
 
-/// The names of a body, each once.
+/// The member "names", each at most once.
 std::vector<std::string> read_names(Request_Fields& fields) {
   const Array* names = fields.optional_array("names");
   if (!names) fields.refuse("names", "is missing", 400);
@@ -36,7 +36,7 @@ std::vector<std::string> read_names(Request_Fields& fields) {
   return out;
 }
 
-/// All of them or none, each of one moment.
+/// Creates all snapshots at the same moment, or none.
 Response create_snapshots(Connection& db, Parsed_Request& request) {
   Request_Fields& fields = request.body;
   const Volume_Pool pool = need_volume_pool(db, fields.text("pool_id"), Access::write);

@@ -20,8 +20,7 @@ using json_spirit::Value;
 constexpr std::size_t max_client_size = 255;
 constexpr std::size_t max_clients = 4096;
 
-/// An export as it is asked for. The members that a request may leave empty have the service's
-/// choice in them.
+/// An export as requested, with the service's defaults for members that were empty.
 struct Export_Record {
   std::string uuid;
   std::string pseudo;
@@ -42,8 +41,8 @@ struct Export_Record {
   }
 };
 
-/// A record as it is kept. The NFS server takes some time over each change; how far it is shows
-/// only in the time.
+/// A record in the database. The NFS server takes some time over each change; only the clock tells
+/// whether it is done.
 struct Kept_Record {
   Export_Record record;
   bool withdrawn = false;
@@ -95,7 +94,7 @@ std::string read_clients(Request_Fields& fields) {
   return json_spirit::write(*clients);
 }
 
-/// A word that may be empty: then it is the service's choice.
+/// A word, or the default when it is empty.
 std::string read_word(Request_Fields& fields, const std::string& key,
                       const std::string& otherwise) {
   std::string word = fields.needed_text(key);
@@ -108,7 +107,7 @@ std::string read_word(Request_Fields& fields, const std::string& key,
   return word;
 }
 
-/// Everything but "state". Throws Request_Error with the place.
+/// Reads everything but "state". Throws Request_Error.
 Export_Record read_record(Connection& db, Request_Fields& fields) {
   Export_Record out;
   out.uuid = lower_case(fields.uuid("uuid"));
@@ -122,7 +121,7 @@ Export_Record read_record(Connection& db, Request_Fields& fields) {
   out.clients = read_clients(fields);
   std::string pool_name;
   if (fields.has("pool_uuid")) {
-    if (fields.has("path")) fields.refuse("path", "stands beside pool_uuid");
+    if (fields.has("path")) fields.refuse("path", "does not go with pool_uuid");
     const std::string pool = fields.text("pool_uuid");
     Statement row(db, "SELECT uuid, name, state FROM catalog_pool WHERE uuid = ?", pool);
     if (!row.next()) fields.refuse("pool_uuid", "there is no pool '" + pool + "'", 404);
@@ -133,7 +132,7 @@ Export_Record read_record(Connection& db, Request_Fields& fields) {
   } else {
     out.path = read_absolute(fields, "path");
   }
-  // A whole pool may come without a place of its own in the tree.
+  // The export of a pool may leave "pseudo" empty.
   if (out.pool && fields.needed_text("pseudo").empty()) {
     out.pseudo = '/' + *out.pool;
   } else {
@@ -174,7 +173,7 @@ Kept_Record need_record(Connection& db, const std::string& uuid) {
   return *std::move(out);
 }
 
-/// Writes the record in the place of one with its UUID. 409 when another has its pseudo path.
+/// Writes the record, replacing one of its UUID. 409 when another has its pseudo path.
 void keep(Connection& db, const Export_Record& record, std::int64_t final_at) {
   Statement other(db,
                   "SELECT uuid FROM nfs_export WHERE pseudo = ? AND uuid <> ? AND withdrawn = 0",
@@ -212,13 +211,13 @@ Object described(const Kept_Record& kept) {
 
 // ---- /zq/r/nfs
 
-/// The answer about a record: at once, or when the NFS server has taken it over. `sync` is how long
-/// the request is ready to wait: seconds, a negative number for as long as it takes.
+/// The response about a record: at once, or when the NFS server has applied the change. `sync` is
+/// how many seconds the client waits at most; negative for as long as it takes.
 Outcome answer_in_time(const Kept_Record& kept, unsigned status, std::optional<std::int64_t> sync) {
   const std::int64_t to_go = kept.milliseconds_to_go();
   if (sync.value_or(0) == 0 || to_go == 0) return json_response(described(kept), status);
-  constexpr std::int64_t most = std::numeric_limits<std::int64_t>::max() / 1000;
-  const std::int64_t patience = *sync < 0 || *sync > most ? to_go : *sync * 1000;
+  constexpr std::int64_t max_sync = std::numeric_limits<std::int64_t>::max() / 1000;
+  const std::int64_t patience = *sync < 0 || *sync > max_sync ? to_go : *sync * 1000;
   const std::string uuid = kept.record.uuid;
   return Deferred{std::chrono::milliseconds(std::min(to_go, patience)), Access::read,
                   [uuid, status](Connection& db) {

@@ -10,7 +10,7 @@
 namespace zqpool::service {
 
 /// Adds the path /zq/r/nfs and the scenario section "nfs_exports". A record that is made, changed
-/// or withdrawn is "pending" for so long; then the NFS server has taken it over.
+/// or withdrawn is "pending" for `delay`; then the NFS server has applied it.
 void add_nfs(Resources& resources, std::chrono::milliseconds delay);
 
 /// The UUID of a record that exports a path on the filesystem mounted there, if there is one.

@@ -12,8 +12,8 @@
 
 namespace zqpool::service {
 
-// LUNs and snapshots as initiators see them: under a number on a target, and only those of them
-// that are on the access list.
+// LUNs and snapshots as initiators see them: under a number on a target, by those on the access
+// list.
 
 /// Who may see an export, by initiator name or port WWN. The case of the names does not matter.
 struct Access_Entry {
@@ -53,14 +53,15 @@ std::optional<Export> export_of(Connection& db, const Volume& lun);
 /// The snapshot's shares in the order of their numbers.
 std::vector<Export> shares_of(Connection& db, const Snapshot& snapshot);
 
-/// Exports the LUN there, or finds its export there, and lets these initiators see it. `lun_num`
-/// is the number to take, else the lowest free one. Throws Request_Error (409) when it is exported
-/// on another target, the target belongs to another pool or transport, or the number is taken.
+/// Exports the LUN on the target, unless it is already, and adds the initiators to its access list.
+/// `lun_num` is the number to take, by default the lowest free one. Throws Request_Error (409) when
+/// it is exported on another target, the target belongs to another pool or transport, or the number
+/// is taken.
 Export export_lun(Connection& db, const Volume& lun, const Target& target,
                   const Access_List& access, std::optional<std::int64_t> lun_num = {});
-/// The same for a snapshot, which may be shared several times: a share there that one of these
-/// initiators sees already is taken, else a new one is made. No two shares of a snapshot have one
-/// number, whatever their targets.
+/// The same for a snapshot, which may be shared several times: a share on the target that one of
+/// the initiators sees is reused, otherwise a new one is made. Each share of a snapshot has another
+/// number, even on different targets.
 Export share_snapshot(Connection& db, const std::string& pool, const Snapshot& snapshot,
                       const Target& target, const Access_List& access,
                       std::optional<std::int64_t> lun_num = {});
@@ -70,18 +71,18 @@ void withdraw(Connection& db, const Export& what);
 /// How many hosts are on the access list.
 std::int64_t hosts_of(Connection& db, const Export& what);
 
-/// What an initiator sees, by target and number.
+/// The exports that an initiator sees, ordered by target and number.
 std::vector<Export> seen_by(Connection& db, const std::string& initiator);
 
-/// The SCSI serial number of a LUN, and of a share of a snapshot: made of their identifiers, so
-/// that it is unique and stays.
+/// The SCSI serial number of a LUN or of a share of a snapshot. Made from their identifiers, so it
+/// is unique and never changes.
 std::string serial_number(const Volume& lun);
 std::string serial_number(const Snapshot& snapshot, const Export& share);
 
 /// Adds "lun_num", "type", "target" and "acls".
 void describe_export(Connection& db, const Export& what, Object& out);
 
-/// Looks for numbers, names and access lists that cannot be. Returns how many exports there are.
+/// The consistency check of exports. Returns how many there are.
 std::int64_t check_exports(Connection& db, Array& problems);
 
 }  // namespace zqpool::service

@@ -9,14 +9,14 @@ namespace zqpool::service {
 namespace {
 
 constexpr Volume_Kind lun_kind = Volume_Kind::lun;
-constexpr std::int64_t largest_block_size = std::int64_t{1} << 20;
+constexpr std::int64_t max_block_size = std::int64_t{1} << 20;
 
 /// The optional members "block_size" and "retention_type".
 LUN_Traits read_traits(Request_Fields& fields) {
   LUN_Traits out;
   out.retention = fields.one_of_or("retention_type", {"normal", "newest"}, out.retention);
   out.block_size = fields.count_or("block_size", out.block_size);
-  if (out.block_size < default_block_size || out.block_size > largest_block_size ||
+  if (out.block_size < default_block_size || out.block_size > max_block_size ||
       (out.block_size & (out.block_size - 1)) != 0) {
     fields.refuse("block_size", "must be a power of two from 512 to 1048576");
   }
@@ -84,7 +84,7 @@ Response create_lun(Connection& db, Parsed_Request& request) {
     access = read_access(fields);
   }
 
-  // Room is taken when it is written to, but a LUN that would not fit is not made.
+  // Space is allocated by writing, but a LUN that would not fit is refused.
   if (!origin) make_room(db, wanted.pool, *wanted.size);
   const Volume lun = make_lun(db, wanted, traits, origin);
   Object out{{"lun_id", lun.name}};
@@ -115,13 +115,13 @@ Response roll_back_lun(Connection& db, Parsed_Request& request) {
   const SCSI_Pool pool = need_scsi_pool(db, fields.text("pool_id"), Access::write);
   const Volume lun = need_lun(db, pool.volumes.uuid, fields.text("lun_id"));
   const bool force = fields.flag("force");
-  // A guest would see its disk change under its feet.
+  // A guest that uses the disk would be corrupted.
   if (!force && export_of(db, lun)) throw Request_Error(409, described(lun) + " is exported");
   const Snapshot newest = roll_back_volume(db, lun);
   return json_response(Object{{"lun_id", lun.name}, {"snapshot_id", newest.id}});
 }
 
-/// The pool, LUN and flag of a DELETE. The LUN is absent when it was deleted before.
+/// The query of a DELETE. The LUN is absent when it was deleted before.
 struct Removal {
   std::string lun_id;
   std::optional<Volume> lun;
@@ -225,7 +225,7 @@ void load_lun(Connection& db, Request_Fields& fields) {
     origin = find_snapshot(db, wanted.pool, lun_kind, read_id(fields, "origin"));
     if (!origin) fields.refuse("origin", "no LUN before this one has that snapshot");
     if (volume_by_number(db, origin->volume).size != wanted.size) {
-      fields.refuse("lun_size", "is not that of its origin");
+      fields.refuse("lun_size", "differs from the origin's");
     }
   }
   const Volume lun = make_lun(db, wanted, traits, origin);

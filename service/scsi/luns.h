@@ -13,7 +13,7 @@ namespace zqpool::service {
 
 constexpr std::int64_t default_block_size = 512;
 
-/// What a LUN has beside what every volume has.
+/// The properties that only LUNs have.
 struct LUN_Traits {
   std::int64_t block_size = default_block_size;
   std::string retention = "normal";

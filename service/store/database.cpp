@@ -21,8 +21,8 @@ namespace {
 
 // Marks a file as this service's state: "zqpd".
 constexpr int application_id = 0x7a717064;
-// How long a transaction waits for another program that looks into the file; at the start somebody
-// waits for an answer.
+// How long a transaction waits for another program that has the file open; shorter at the start,
+// when a user is waiting.
 constexpr int busy_ms = 5000;
 constexpr int busy_at_start_ms = 1000;
 
@@ -76,7 +76,7 @@ Statement::~Statement() {
     statement_->clearBindings();
     db_.idle_.emplace(statement_->getQuery(), std::move(statement_));
   } catch (const std::exception&) {
-    // The statement is dropped instead of kept; the next use prepares it again.
+    // Drop the statement; the next use prepares it again.
   }
 }
 
@@ -114,8 +114,8 @@ void Database::close() noexcept {
   if (lock_ >= 0) ::close(lock_);
 }
 
-// SQLite's own locks come and go with transactions, and closing any descriptor of the database file
-// would drop them: so a file of its own says that a service lives on this state.
+// A lock file of its own, because SQLite's locks end with each transaction, and closing any
+// descriptor of the database file would drop one held there.
 void Database::lock() {
   const std::string name = file_ + ".lock";
   lock_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -132,7 +132,7 @@ void Database::lock() {
   }
   const std::string process = std::to_string(::getpid());
   if (::ftruncate(lock_, 0) == 0) {
-    // Only for the message above: a full disk must not keep the service from reading its state.
+    // Only for the message above, so a full disk is no reason to fail.
     [[maybe_unused]] const ssize_t written = ::pwrite(lock_, process.data(), process.size(), 0);
   }
 }

@@ -132,16 +132,15 @@ class Transaction;
 
 /// The service's state: one SQLite file, which no second service may open meanwhile.
 ///
-/// The journal is write-ahead with synchronous=FULL: a commit returns when the log is on the disk,
-/// with one fsync instead of the two to three of a rollback journal, and a reader never waits for a
-/// writer. Changes go one after another, each reads what the one before left. Thread-safe.
+/// Uses a write-ahead log with synchronous=FULL: a commit returns once the log is on disk, and
+/// readers never wait for a writer. Writers run one after another. Thread-safe.
 class Database {
  public:
   /// Opens or creates the file (mode 0600) and brings its schema up to date; `fill` writes what a
-  /// new state holds at first. All of this is one transaction: after a failure the next start finds
-  /// the state as this one did. Throws Database_Error, or what `fill` throws.
+  /// new state holds at first. All of this is one transaction: a failure leaves the file as it was.
+  /// Throws Database_Error, or what `fill` throws.
   explicit Database(const std::string& file, const std::function<void(Connection&)>& fill = {});
-  /// Folds the journal into the file. No transaction may be open any more.
+  /// Merges the log into the file. All transactions must have ended.
   ~Database();
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
@@ -150,7 +149,7 @@ class Database {
   bool is_new() const { return is_new_; }
   const std::string& file() const { return file_; }
 
-  /// Begins a transaction; waits for the change before it to end. Throws SQLite::Exception.
+  /// Begins a transaction; a writer waits for the one before it. Throws SQLite::Exception.
   Transaction begin(Access access);
 
  private:
@@ -179,7 +178,7 @@ class Transaction {
   ~Transaction();
 
   Connection& db() { return *db_; }
-  /// Returns when the changes are on the disk. Throws SQLite::Exception; nothing is kept then.
+  /// Returns once the changes are on disk. Throws SQLite::Exception; nothing is kept then.
   void commit();
 
  private:

@@ -4,7 +4,7 @@
 
 namespace zqpool::service {
 
-// Identifiers compare without case: the two sides of the wire need not agree on it.
+// Identifiers compare without case, because clients write UUIDs in either.
 const char* const schema_steps[] = {
     // 1: the catalog
     R"sql(

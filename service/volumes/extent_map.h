@@ -9,10 +9,10 @@
 
 namespace zqpool::service {
 
-/// What is held by a volume as it is now, or by one of its snapshots, in bytes.
+/// Sizes in bytes of a volume as it is now, or of one of its snapshots.
 struct Sizes {
-  std::int64_t referenced = 0;  ///< what it reaches
-  std::int64_t exclusive = 0;   ///< of that, what nothing else reaches: no snapshot, no volume
+  std::int64_t referenced = 0;  ///< reachable from it
+  std::int64_t exclusive = 0;   ///< of that, not reachable from any other snapshot or volume
 };
 
 struct Chain_Sizes {
@@ -22,7 +22,7 @@ struct Chain_Sizes {
 
 /// What was written to one volume, and when.
 ///
-/// The map is a set of extents: ranges that were written in one go. A volume's epochs are numbered
+/// The map is a set of extents: ranges that were written at once. A volume's epochs are numbered
 /// like its snapshots, and snapshot n ends epoch n. An extent is born in the epoch in which it was
 /// written and dies in the one in which it is written over, so that snapshot n reaches those with
 /// born <= n < died. An extent that nothing reaches any more is gone at once.
@@ -31,7 +31,7 @@ struct Chain_Sizes {
 /// first one. Copies name the same data, so that bytes which several volumes reach are known by the
 /// ranges of data that their extents share. Within one volume no two extents share data.
 ///
-/// An object sees the volume's snapshots as they were when it was made.
+/// The list of snapshots is read once, in the constructor.
 class Extent_Map {
  public:
   Extent_Map(Connection& db, std::int64_t volume);

@@ -18,13 +18,13 @@ namespace zqpool::service {
 //
 // "seq" and "next_seq" are there only where they are not the next number.
 
-/// Does to a new volume what the entry's members "history" and "next_seq" say. `load_more` reads
-/// what a snapshot has beside that. Throws Request_Error with the place.
+/// Replays the entry's members "history" and "next_seq" on a new volume. `load_more` reads further
+/// members of a snapshot. Throws Request_Error with the place.
 void load_history(Connection& db, const Volume& volume, Request_Fields& entry,
                   const std::function<void(Request_Fields&, const Snapshot&)>& load_more);
 
-/// Adds the members from which load_history() makes such a volume. What was written over before a
-/// snapshot reached it is not told.
+/// Adds the members from which load_history() makes an equal volume. Data that was overwritten
+/// before any snapshot referenced it is left out.
 void dump_history(Connection& db, const Volume& volume, Object& entry,
                   const std::function<void(Object&, const Snapshot&)>& dump_more);
 

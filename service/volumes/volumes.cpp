@@ -82,7 +82,7 @@ void change_used(Connection& db, const std::string& pool, std::int64_t by) {
   db.execute("UPDATE volume_pool SET used_size = used_size + ? WHERE uuid = ?", by, pool);
 }
 
-/// Marks as deleted, so that deleting once more is no error.
+/// Records a deletion, so that deleting again is no error.
 void remember(Connection& db, const std::string& pool, const std::string& what,
               const std::string& name) {
   db.execute("INSERT OR IGNORE INTO volume_gone (pool, what, name) VALUES (?, ?, ?)", pool, what,
@@ -104,7 +104,7 @@ std::string snapshot_what(Volume_Kind kind) {
   return kind_text(kind) + std::string(" snapshot");
 }
 
-/// Takes the snapshot out of its volume's map and the state; all else is decided.
+/// Removes the snapshot without further checks.
 void remove_snapshot(Connection& db, const Snapshot& snapshot) {
   const Volume volume = volume_by_number(db, snapshot.volume);
   change_used(db, volume.pool, -Extent_Map(db, volume.number).drop_snapshot(snapshot.seq));
@@ -112,7 +112,7 @@ void remove_snapshot(Connection& db, const Snapshot& snapshot) {
   remember(db, volume.pool, snapshot_what(volume.kind), snapshot.id);
 }
 
-/// Takes the volume and what hangs on it out of the state; all else is decided.
+/// Removes the volume and its snapshots without further checks.
 void remove_volume(Connection& db, const Volume& volume) {
   for (const Snapshot& snapshot : snapshots_of(db, volume)) {
     remember(db, volume.pool, snapshot_what(volume.kind), snapshot.id);
@@ -227,7 +227,7 @@ void delete_volume(Connection& db, const Volume& volume, bool force) {
   if (!force) {
     const std::string use = use_of(db, volume);
     if (!use.empty()) throw Request_Error(409, described(volume) + " is " + use);
-    // One that is in use is the better reason.
+    // Prefer a snapshot that is in use: it explains more.
     Statement row(db,
                   "SELECT s.id, u.how FROM volume_snapshot s "
                   "LEFT JOIN volume_use u ON u.snapshot = s.number "

@@ -13,9 +13,9 @@ namespace zqpool::service {
 // Pools that keep volumes: LUNs and filesystems, their snapshots and clones, and the room they
 // take.
 //
-// A pool allocates when something is written; a volume's size is no claim to room. A snapshot takes
-// none by itself, but what it reaches stays when the volume is written over. Whatever needs room in
-// a full pool first reclaims recyclable snapshots, the oldest of the pool first.
+// Space is allocated by writing; a volume's size reserves none. A snapshot takes none by itself,
+// but keeps the data it references when the volume is overwritten. When a pool is full, recyclable
+// snapshots are reclaimed, the oldest first.
 //
 // All functions throw Request_Error with a text for the client, and expect a transaction that may
 // change the state where they do.
@@ -82,17 +82,17 @@ Volume clone_volume(Connection& db, const Snapshot& origin, const Volume& wanted
 void delete_volume(Connection& db, const Volume& volume, bool force);
 /// Takes the volume back to its newest snapshot, which is returned. 409 when it has none.
 Snapshot roll_back_volume(Connection& db, const Volume& volume);
-/// How the volume is used ("exported"), "" when it is not. Its snapshots do not count.
+/// How the volume itself is used ("exported"), "" when it is not.
 std::string use_of(Connection& db, const Volume& volume);
 
-/// What a write does: as a guest's, or as one that is loaded and must not cost any snapshot.
+/// Whether a write may reclaim snapshots. Loading a scenario must not.
 enum class Reclaim { yes, no };
 
 /// Writes a range that lies within the volume's size. 507 when the pool is full. Returns the
 /// identifiers of the snapshots that were reclaimed.
 std::vector<std::string> write_volume(Connection& db, const Volume& volume, std::int64_t start,
                                       std::int64_t length, Reclaim reclaim);
-/// Gives a range back, as a guest's "discard" does.
+/// Frees a range, as a guest's "discard" does.
 void discard_volume(Connection& db, const Volume& volume, std::int64_t start, std::int64_t length);
 /// 422 when the range is empty or does not lie within the volume.
 void need_range(const Volume& volume, std::int64_t start, std::int64_t length);

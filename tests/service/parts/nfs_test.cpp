@@ -135,7 +135,8 @@ TEST_F(NFS, records_that_make_no_sense_are_refused) {
   EXPECT_EQ(message("pseudo", R"("")"), "422 pseudo: must not be empty");
   EXPECT_EQ(message("pseudo", R"("/a/..")"), "422 pseudo: must not hold '..'");
   EXPECT_EQ(message("sub_dir", R"("a")"), "400 sub_dir: is not known here");
-  EXPECT_EQ(message("pool_uuid", '"' + fs_image_pool + '"'), "422 path: stands beside pool_uuid");
+  EXPECT_EQ(message("pool_uuid", '"' + fs_image_pool + '"'),
+            "422 path: does not go with pool_uuid");
   EXPECT_EQ(message("port", "1"), "400 port: is not known here");
   const Object no_path = with(record(), "path", "");
   EXPECT_EQ(refused(with(no_path, "pool_uuid", R"("none")")),

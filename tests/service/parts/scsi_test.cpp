@@ -347,7 +347,7 @@ TEST_F(SCSI_Pools, a_lun_that_does_not_fit_is_507_and_not_made) {
 }
 
 TEST_F(SCSI_Pools, a_full_pool_reclaims_recyclable_snapshots_that_are_not_shared) {
-  lab_.load(scsi_lab("4096"), true);
+  lab_.load(scsi_lab(4096), true);
   const std::string lun = make_lun(R"("export":false)", 4096);
   std::vector<std::string> ids;
   for (int i = 0; i < 3; ++i) {
@@ -841,7 +841,7 @@ TEST_F(SCSI_Scenario_Text, what_makes_no_sense_is_refused_with_its_place) {
   EXPECT_EQ(load(R"("history":[{}])"),
             "400 luns[0].history[0].write: is missing, and so are discard and snapshot");
   EXPECT_THAT(load(R"("history":[{"write":{},"discard":{}}])"),
-              StartsWith("422 luns[0].history[0].discard: stands beside"));
+              StartsWith("422 luns[0].history[0].discard: does not go with"));
   EXPECT_EQ(load(R"("history":[{"write":{"offset":0}}])"),
             "400 luns[0].history[0].write.length: is missing");
   EXPECT_THAT(load(R"("history":[{"write":{"offset":0,"length":512,"x":1}}])"),
@@ -856,13 +856,13 @@ TEST_F(SCSI_Scenario_Text, what_makes_no_sense_is_refused_with_its_place) {
   EXPECT_THAT(load(R"("export":{"lun":1})"), StartsWith("400 luns[0].export.lun"));
   export_lun(make_lun());
   EXPECT_THAT(load(R"("export":{"lun_num":1})"), StartsWith("422 luns[0]: LUN number 1 is taken"));
-  lab_.load(scsi_lab("1024"), true);
+  lab_.load(scsi_lab(1024), true);
   EXPECT_THAT(load(R"("history":[{"write":{"offset":0,"length":1536}}])"),
               StartsWith("422 luns[0].history[0]: pool '"));
 }
 
 TEST_F(SCSI_Scenario_Text, loading_reclaims_nothing) {
-  lab_.load(scsi_lab("1024"), true);
+  lab_.load(scsi_lab(1024), true);
   const std::string id = R"("snapshot_id":"00000000-0000-4000-8000-00000000eee1")";
   EXPECT_EQ(load(R"("history":[{"write":{"offset":0,"length":1024}},{"snapshot":{)" + id +
                  R"(,"recycle":true}},{"write":{"offset":0,"length":512}}])"),
