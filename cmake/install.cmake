@@ -1,5 +1,5 @@
-# The libraries, and what one builds against them with. The programs' folders install the programs
-# with their pages and completions. Parts: lib, dev, programs.
+# Installs the libraries (component lib) and what is needed to build against them (dev). The programs with their
+# manual pages and completions (programs) are installed from their own folders.
 include(CMakePackageConfigHelpers)
 
 set(zq_package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/zqpool)
@@ -26,7 +26,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/zqpoolConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/zqpoolConfig.cmake ${PROJECT_BINARY_DIR}/zqpoolConfigVersion.cmake
   DESTINATION ${zq_package_dir} COMPONENT dev)
 
-# Found from where the file lies, so that the installed tree can be moved.
+# The prefix is relative to this file, so that the installed tree can be moved.
 file(RELATIVE_PATH zq_up /${zq_pkgconfig_dir} /)
 string(REGEX REPLACE "/$" "" zq_up "${zq_up}")
 configure_file(${PROJECT_SOURCE_DIR}/cmake/zqpool.pc.in ${PROJECT_BINARY_DIR}/zqpool.pc @ONLY)

@@ -1,4 +1,4 @@
-# Debian packages, one for each part of cmake/install.cmake: ./dev package.
+# ./dev package: one Debian package for each component of cmake/install.cmake.
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME zqpool)
 set(CPACK_PACKAGE_CONTACT "zqpool maintainers <maintainers@zqpool.invalid>")
