@@ -245,13 +245,17 @@ bool Stream::start_tls(std::shared_ptr<TLS_Context> context, const std::string& 
   context_ = std::move(context);
   endpoint_ = std::move(endpoint);
   ERR_clear_error();
-  ssl_ = context_->make_client(host, is_address_literal(host), endpoint_);
+  const bool literal = is_address_literal(host);
+  ssl_ = context_->make_client(host, literal, endpoint_);
   if (ssl_ == nullptr || !attach(ssl_.get(), socket_)) {
     return failure.set(HTTP_Error::tls, "cannot set up TLS: " + openssl_error_text());
   }
   socket_.limit(deadline);
   const int result = SSL_do_handshake(ssl_.get());
-  if (result == 1) return true;
+  if (result == 1) {
+    return TLS_Context::is_certified(ssl_.get(), host, literal) ||
+           failure.set(HTTP_Error::tls, "certificate refused: it is for another host");
+  }
   tls_failure(result, "handshake", failure);
   if (failure.error != HTTP_Error::timeout) failure.error = HTTP_Error::tls;
   return false;

@@ -11,6 +11,14 @@ namespace {
 
 constexpr std::size_t max_sessions = 1024;
 
+/// `host` as a certificate names it: they know neither the zone of an address nor the final dot of
+/// a name.
+std::string certified_name(const std::string& host, bool literal) {
+  std::string name = host.substr(0, literal ? host.find('%') : std::string::npos);
+  if (!literal && name.back() == '.') name.pop_back();
+  return name;
+}
+
 }  // namespace
 
 void TLS_Session_Cache::put(const std::string& endpoint, SSL_Session_Ptr session) {
@@ -53,7 +61,10 @@ void TLS_Context::load(const HTTP_Options& options) {
   SSL_CTX_set_verify(context, options.verify ? SSL_VERIFY_PEER : SSL_VERIFY_NONE, nullptr);
   SSL_CTX_set_session_cache_mode(context, SSL_SESS_CACHE_CLIENT | SSL_SESS_CACHE_NO_INTERNAL);
   SSL_CTX_sess_set_new_cb(context, &TLS_Context::keep_session);
-  SSL_CTX_set_app_data(context, this);
+  if (SSL_CTX_set_app_data(context, this) != 1) {
+    error_ = "cannot make a TLS context: " + openssl_error_text();
+    return;
+  }
 
   if (options.verify) {
     if (options.ca_file.empty() && options.ca_directory.empty()) {
@@ -102,21 +113,30 @@ SSL_Ptr TLS_Context::make_client(const std::string& host, bool literal,
   SSL_Ptr ssl(SSL_new(context_.get()));
   if (ssl == nullptr) return ssl;
   SSL_set_connect_state(ssl.get());
-  SSL_set_app_data(ssl.get(), const_cast<std::string*>(&endpoint));
-  // Certificates and SNI know neither the zone of an address nor the final dot of a name.
-  std::string name = host.substr(0, literal ? host.find('%') : std::string::npos);
-  if (!literal && name.back() == '.') name.pop_back();
+  std::string name = certified_name(host, literal);
   // SSL_set_tlsext_host_name() is a macro for this call with a cast that g++ warns about.
   const bool named =
       literal ? X509_VERIFY_PARAM_set1_ip_asc(SSL_get0_param(ssl.get()), name.c_str()) == 1
               : SSL_ctrl(ssl.get(), SSL_CTRL_SET_TLSEXT_HOSTNAME, TLSEXT_NAMETYPE_host_name,
                          name.data()) == 1 &&
                     SSL_set1_host(ssl.get(), name.c_str()) == 1;
-  if (!named) return nullptr;
+  if (!named || SSL_set_app_data(ssl.get(), const_cast<std::string*>(&endpoint)) != 1) {
+    return nullptr;
+  }
   if (const SSL_Session_Ptr session = sessions_.get(endpoint)) {
     SSL_set_session(ssl.get(), session.get());
   }
   return ssl;
+}
+
+bool TLS_Context::is_certified(SSL* ssl, const std::string& host, bool literal) {
+  // A session is resumed only where its full handshake was checked.
+  if (SSL_get_verify_mode(ssl) == SSL_VERIFY_NONE || SSL_session_reused(ssl) == 1) return true;
+  X509* const certificate = SSL_get0_peer_certificate(ssl);
+  const std::string name = certified_name(host, literal);
+  return certificate != nullptr &&
+         (literal ? X509_check_ip_asc(certificate, name.c_str(), 0)
+                  : X509_check_host(certificate, name.c_str(), name.size(), 0, nullptr)) == 1;
 }
 
 std::string openssl_error_text() {

@@ -50,6 +50,9 @@ class TLS_Context {
   /// The client side of a connection to `host`, which resumes an earlier session of `endpoint` if
   /// there is one. `endpoint` must outlive the SSL. Null when OpenSSL fails.
   SSL_Ptr make_client(const std::string& host, bool literal, const std::string& endpoint);
+  /// After the handshake: whether the peer's certificate is for `host`, or need not be. OpenSSL
+  /// checks that, too, while it verifies the chain, but leaves it out when an allocation fails.
+  static bool is_certified(SSL* ssl, const std::string& host, bool literal);
 
  private:
   void load(const HTTP_Options& options);
