@@ -42,13 +42,13 @@ class ZQPOOL_EXPORT Image_Pool_Manager {
 
   // --- Filesystems ------------------------------------------------------------------------------
 
-  /// Creates a filesystem, empty or from a snapshot, and mounts it if there is a mount point. Null:
-  /// none; "" is sent as it is. Logs nothing itself.
+  /// Creates a filesystem from `*snapshot_id` (null: empty) and mounts it at `*mount_point` (null:
+  /// not mounted). Empty texts are sent, too. Logs nothing itself.
   bool create_filesystem(const std::string& name, const std::string* snapshot_id,
                          const std::string* mount_point) const;
 
-  /// Deletes a filesystem. `status`, if not null, receives the HTTP status of success and failure
-  /// alike (0: no answer). Logs nothing itself.
+  /// Deletes a filesystem. `status`, if not null, receives the HTTP status, also on failure (0: no
+  /// answer). Logs nothing itself.
   bool delete_filesystem(const std::string& name, int* status) const;
 
   /// Rolls a filesystem back to its newest snapshot. Logs nothing itself.
@@ -90,8 +90,8 @@ class ZQPOOL_EXPORT Image_Pool_Manager {
   /// Gets the description of a snapshot. Fails also when the service does not know exactly one.
   bool get_snapshot_info(const std::string& snapshot_id, Object& info) const;
 
-  /// Gets the predecessor of a snapshot: of the snapshots of the same filesystem the one with the
-  /// largest "seq" below its own; of several with the same "seq" the last one listed.
+  /// Gets the predecessor of a snapshot: the snapshot of the same filesystem with the largest "seq"
+  /// below its own; the last one listed if several have it.
   ///
   /// Pass an empty `info` and look at it, not at the result, which is true only if there is no
   /// predecessor. Found: false, `info` filled. None: true, `info` empty. Failure: false, `info`

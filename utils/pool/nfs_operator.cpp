@@ -47,7 +47,7 @@ bool is_set_up(const JSON_RESTful_Client* client) {
                       zqpool::detail::call_stack().c_str());
 }
 
-/// Beyond the range of int a negative number is sent, as the service knows it.
+/// Values above INT_MAX are sent as negative numbers, as the service expects.
 string sync_value(unsigned timeout) {
   return std::to_string(static_cast<int>(timeout));
 }

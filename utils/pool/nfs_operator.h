@@ -14,7 +14,7 @@
 /// Every operation sends one request and blocks until the answer is there. It returns true on
 /// success; the client logs why a request failed. A request is sent only once: if an operation
 /// fails after that, the change may still have been made; see
-/// HTTP_Exchange_Report::outcome_unknown(). Throws only std::bad_alloc, and export_record() what
+/// HTTP_Exchange_Report::outcome_unknown(). Throws only std::bad_alloc; export_record() also what
 /// uuid_string() throws.
 ///
 /// All requests of an object go through one client, which keeps its connection if there is an
@@ -41,8 +41,8 @@ class ZQPOOL_EXPORT NFS_Operator {
     std::string path;       ///< TYPE_PATH: the path; TYPE_POOL: a directory in the pool, or ""
     std::string pool_uuid;  ///< TYPE_POOL: the pool
     std::string pseudo;     ///< NFSv4 pseudo path; "": same as `path`
-    std::string fsal;       ///< file-system abstraction layer, in the service's words
-    std::string squash;     ///< user squashing, in the service's words
+    std::string fsal;       ///< file-system abstraction layer, as the service names it
+    std::string squash;     ///< user squashing, as the service names it
     bool nfsv3 = false;     ///< NFSv3 instead of NFSv4
     bool readonly = false;
     std::vector<std::string> clients;  ///< hosts that may mount it; empty: all
@@ -62,11 +62,11 @@ class ZQPOOL_EXPORT NFS_Operator {
 
   /// Publishes `record` under a new UUID, which `uuid` receives also on failure. `timeout` is how
   /// long the service shall wait for the export to be ready (the reference service: in seconds; 0:
-  /// not sent). For a record without its path or pool logs that and returns false, without a
+  /// not sent). If the record lacks its path or pool, logs that and returns false without a
   /// request.
   bool export_record(const Record& record, std::string& uuid, unsigned int timeout);
 
-  /// Replaces the record under `uuid`. Failures as above.
+  /// Replaces the record under `uuid`. Fails like export_record().
   bool update_record(const Record& record, const std::string& uuid);
 
   /// Withdraws the record under `uuid`, which goes into the query string unescaped and must not

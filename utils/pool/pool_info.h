@@ -8,8 +8,8 @@
 #include "platform/json/json_spirit.h"
 #include "utils/support/export.h"
 
-/// A resolved storage pool: where its data is, how it is encrypted, and what its URL's scheme needs
-/// besides. A plain value.
+/// A resolved storage pool: where its data is, how it is encrypted, and what else its URL's scheme
+/// needs. A plain value.
 struct ZQPOOL_EXPORT Pool_Info {
   using Ext_Attrs_T = std::map<std::string, std::string>;
   using Node_Addrs_T = std::map<std::uint32_t, std::string>;
@@ -27,7 +27,7 @@ struct ZQPOOL_EXPORT Pool_Info {
   std::string preferred_source_address;
   std::string tenant_access_key;
   Ext_Attrs_T ext_attrs;    ///< attributes of object stores and backup services
-  Node_Addrs_T node_addrs;  ///< base URL of each node, of a deduplication pool on several devices
+  Node_Addrs_T node_addrs;  ///< base URL of each node of a multi-device deduplication pool
   std::string dedup_backend_type;
 
   /// Loads the fields from `object`, as written by operator>>. A field is unchanged if its member

@@ -121,7 +121,7 @@ bool Pool_Metadata_Manager::add_metadata(const string& host, unsigned short port
                                          const string& path, const char* grouping,
                                          const ACE_INT64 size) {
   json_spirit::Value body;
-  // On purpose the type is the key: the catalog tells kinds of paths apart by it.
+  // The type is the key on purpose: the catalog tells kinds of paths apart by it.
   insert(to_new_object(body))("pool_uuid", pool_uuid)("device_uuid", device_uuid)(
       type.empty() ? "file" : type, path);
   if (size >= 0) insert(body.get_obj())("size", size);

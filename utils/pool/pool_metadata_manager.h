@@ -53,8 +53,8 @@ class ZQPOOL_EXPORT Pool_Metadata_Manager {
                          const std::string& access_key, const std::string& device_url,
                          Object& device);
 
-  /// Has the service examine the device at `url`, as part of pool `*pool_uuid` (null: of none), and
-  /// gets what it found. If that is nothing, empties `device` and fails without a log message.
+  /// Has the service examine the device at `url`, as part of pool `*pool_uuid` (null: of no pool),
+  /// and gets what it found. If it found nothing, empties `device` and fails without a log message.
   static bool get_device_info(const std::string& host, unsigned short port, bool ssl,
                               const std::string& access_key, const std::string* pool_uuid,
                               const std::string& url, Object& device);
@@ -65,9 +65,9 @@ class ZQPOOL_EXPORT Pool_Metadata_Manager {
                                    const std::string& access_key, const std::string& device_uuid,
                                    Object& device, int timeout);
 
-  /// Records that device `device_uuid` of the pool holds `path`. `type` is the kind of path, and
-  /// the key under which it is sent ("": "file"). `size` is in bytes; negative: unknown, not sent.
-  /// A null `grouping` is not sent.
+  /// Records that device `device_uuid` of the pool holds `path`. `type` is the kind of path; it is
+  /// the key under which the path is sent ("": "file"). `size` is in bytes; negative: unknown, not
+  /// sent. A null `grouping` is not sent.
   static bool add_metadata(const std::string& host, unsigned short port, bool ssl,
                            const std::string& access_key, const std::string& pool_uuid,
                            const std::string& device_uuid, const std::string& type,

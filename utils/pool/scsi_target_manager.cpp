@@ -426,14 +426,14 @@ bool SCSI_Target_Manager::cal_snapshot_size(const string& snapshot_id, ACE_UINT6
   return zqpool::detail::added_size(ZQ_HERE, current, previous, size);
 }
 
-// --- Who may reach them ------------------------------------------------------------------------
+// --- Access ------------------------------------------------------------------------------------
 
 bool SCSI_Target_Manager::get_acls(Object& params, const char* transport) {
   if (transport == nullptr && (!get_scsi_type() || scsi_type_.empty())) {
     return ZQ_ERROR("Failed to get scsi type for pool %s.\n", pool_uuid_.c_str());
   }
   if (initiators_.empty()) {
-    // On purpose iSCSI is used also for another `transport` if it is the pool's.
+    // On purpose: a pool's iSCSI outranks another `transport`.
     const bool asked_for = transport != nullptr && ACE_OS::strcasecmp(transport, "iSCSI") == 0;
     if (asked_for || scsi_type_ == "iSCSI") {
       get_iscsi_initiator_name(initiators_);

@@ -114,7 +114,7 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
   bool rollback_lun(const std::string& lun_id, bool force) const;
 
   /// Deletes a LUN, with `force` also one that is exported. `status`, if not null, receives the
-  /// HTTP status of success and failure alike (0: no answer). Logs nothing itself.
+  /// HTTP status, also on failure (0: no answer). Logs nothing itself.
   bool delete_lun(const std::string& lun_id, bool force, int* status) const;
 
   /// Gets the description of a LUN. Fails also when the service does not know exactly one.
@@ -159,8 +159,8 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
   bool get_snapshot_serial_number(const std::string& snapshot_id, int lun_num,
                                   std::string& serial_number) const;
 
-  /// Gets the predecessor of a snapshot: of the snapshots of the same LUN the one with the largest
-  /// "seq" below its own; of several with the same "seq" the last one listed.
+  /// Gets the predecessor of a snapshot: the snapshot of the same LUN with the largest "seq" below
+  /// its own; the last one listed if several have it.
   ///
   /// Pass an empty `info` and look at it, not at the result, which is true only if there is no
   /// predecessor. Found: false, `info` filled. None: true, `info` empty. Failure: false, `info`
@@ -184,8 +184,8 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
 
   /// Sets "acls" of the request body `params` to this host's initiators. If `initiators_` is empty,
   /// fills it first: with the iSCSI name if `transport` is "iSCSI" (in upper or lower case) or
-  /// `scsi_type_` is, else with the Fibre Channel ports. If `transport` is null, `scsi_type_` must
-  /// be known or is asked for.
+  /// `scsi_type_` is, else with the Fibre Channel ports. If `transport` is null, calls
+  /// get_scsi_type() first, and fails if the type stays unknown.
   bool get_acls(Object& params, const char* transport);
 
   /// Adds this host to those with access to an exported LUN. `transport` as in get_acls(). Logs
@@ -198,9 +198,8 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
 
   // --- Filesystems ------------------------------------------------------------------------------
 
-  /// Creates a filesystem, empty or from a snapshot, and mounts it if there is a mount point. Null
-  /// or
-  /// "": none. Logs nothing itself.
+  /// Creates a filesystem from `*snapshot_id` (null or "": empty) and mounts it at `*mount_point`
+  /// (null or "": not mounted). Logs nothing itself.
   bool create_filesystem(std::string name, const std::string* snapshot_id,
                          const std::string* mount_point) const;
 
@@ -212,8 +211,8 @@ class ZQPOOL_EXPORT SCSI_Target_Manager {
 
   /// Gets the description of a filesystem. If the service does not know exactly one, nothing is
   /// logged here, and `status`, if not null, receives the HTTP status; otherwise `status` is not
-  /// written. Without `logging_error` the client does not log a failed request either: so one can
-  /// look whether a filesystem exists.
+  /// written. Without `logging_error` the client does not log a failed request either; use this to
+  /// check whether a filesystem exists.
   bool list_filesystem_info(const std::string& name, Object& info, bool logging_error,
                             int* status) const;
 

@@ -75,7 +75,7 @@ const Object* pick_storage(const Array& storages, const char* host_uuid, const c
     ZQ_ERROR("Failed to get device with uuid %s.\n", device_uuid);
     return nullptr;
   }
-  // On purpose whatever its URL, binding or role: any storage is better than none.
+  // On purpose, whatever its URL, binding or role: any storage is better than none.
   if (first == nullptr) ZQ_ERROR("Failed to get storage.\n");
   return first;
 }
@@ -182,12 +182,12 @@ bool take_nodes(const Array& storages, Pool_Info& info) {
   });
 }
 
-/// Whether the error code permits a retry. An answer without one changes nothing.
+/// Whether the error code of `answer` permits a retry; `so_far` if there is none.
 bool permits_retry(const json_spirit::Value& answer, bool so_far) {
   if (answer.type() != json_spirit::obj_type) return so_far;
   const Object* error = object_get_object(answer.get_obj(), "error");
   if (error == nullptr) return so_far;
-  // Only the sign counts, of codes of up to 64 bits.
+  // Only the sign matters. Codes have up to 64 bits.
   return object_get_or_default(*error, "code", std::int64_t{0}) > 0 ||
          object_get_or_default(*error, "code", std::uint64_t{0}) > 0;
 }

@@ -9,19 +9,18 @@
 #include "utils/pool/pool_info.h"
 #include "utils/support/export.h"
 
-// Resolves pools: from an identifier to a Pool_Info. Thread-safe.
+// Resolve pool identifiers to a Pool_Info. Thread-safe.
 //
 // Functions that send a request block until the answer is there or the transport's limits are
-// reached. They return false when the pool could not be resolved, and log why; for a failed request
-// the client does. They throw std::bad_alloc and what parse_pool_info() throws.
+// reached. They return false if the pool cannot be resolved, and log why; a failed request is
+// logged by the client. They throw std::bad_alloc and what parse_pool_info() throws.
 
 /// Fills `info` from the management service's description of a pool: the members of the pool, then
 /// those of the storage that this host is to use, as far as its URL's scheme needs them.
 ///
-/// The storage is the one with `device_uuid`. If that is null or "", it is the first that is a
-/// master (a LAN-free one: that is bound to `host_uuid`), or else the first one. A description
-/// without "storages" is valid. `host_uuid` (null: this host) also selects the path of a "file"
-/// storage.
+/// The storage is the one with `device_uuid`. If that is null or "", it is the first master (if
+/// LAN-free: the first bound to `host_uuid`), or else the first storage. A description without
+/// "storages" is valid. `host_uuid` (null: this host) also selects the path of a "file" storage.
 ///
 /// If the description is not usable, logs one message and returns false; what was read before stays
 /// in `info`. Throws std::runtime_error if a multi-device deduplication pool lists a storage that
@@ -29,11 +28,11 @@
 ZQPOOL_EXPORT bool parse_pool_info(const Object& pool, Pool_Info& info, const char* host_uuid,
                                    const char* device_uuid);
 
-/// Returns whether the storage `obj` is bound to the host `host_uuid`; for null false.
+/// Returns whether the storage `obj` is bound to the host `host_uuid` (null: false).
 ZQPOOL_EXPORT bool host_uuid_in_storage(const Object& obj, const char* host_uuid);
 
-/// Returns "master" (also if the storage has no role) or "slave". For any other role logs that and
-/// returns "".
+/// Returns "master" (also if the storage has no role) or "slave". Logs any other role and returns
+/// "".
 ZQPOOL_EXPORT std::string get_storage_role(const Object& storage);
 
 /// Gets the description of a pool from the management service, sets `info.uuid` to `pool_uuid` and

@@ -7,16 +7,16 @@
 
 // The functions here are thread-safe.
 
-/// Splits the path of a device that the storage service serves over HTTP. Of
-/// "/zq/data/5f3a/dir/file" `device_uri` is "zq/data/5f3a", `device_uuid` "5f3a" and `prefix_path`
+/// Splits the path of a device that the storage service serves over HTTP. For
+/// "/zq/data/5f3a/dir/file", `device_uri` is "zq/data/5f3a", `device_uuid` "5f3a" and `prefix_path`
 /// "dir/file". `prefix_path` is unchanged if nothing follows the device. Null outputs are skipped.
-/// If `uri` is no such path, logs that and returns false with all outputs unchanged.
+/// If `uri` is not such a path, logs that and returns false with all outputs unchanged.
 ZQPOOL_EXPORT bool parse_http_uri(const std::string& uri, std::string* device_uri,
                                   std::string* device_uuid, std::string* prefix_path);
 
-/// Splits the path of a LAN-free device. Of "/p1/l7/zq/a/b" `device_uri` is "p1/l7/zq", `pool_uuid`
-/// "p1", `lun_id` "l7" (empty if the path has none) and `prefix_path` "a/b". Otherwise as
-/// parse_http_uri().
+/// Splits the path of a LAN-free device. For "/p1/l7/zq/a/b", `device_uri` is "p1/l7/zq",
+/// `pool_uuid` "p1", `lun_id` "l7" (empty if the path has none) and `prefix_path` "a/b". Otherwise
+/// as parse_http_uri().
 ZQPOOL_EXPORT bool parse_lanfree_uri(const std::string& uri, std::string* device_uri,
                                      std::string* pool_uuid, std::string* lun_id,
                                      std::string* prefix_path);

@@ -12,18 +12,18 @@
 namespace zqpool::detail {
 namespace {
 
-/// What ACE's record holds at most, its prefix included. Of a longer text ACE drops the end without
-/// a mark, and with it the newline.
+/// The longest text that fits ACE's record, prefix included. ACE silently drops the rest, newline
+/// included.
 constexpr std::size_t max_record = ACE_MAXLOGMSGLEN - 1;
 constexpr std::size_t max_note = sizeof "... (2147483647 bytes more)\n" - 1;
 
-/// How long a text can be beside the program's name and the time stamp that ACE puts before it.
+/// The room that the program's name and time stamp, which ACE puts first, leave for a text.
 std::size_t room_for_text(ACE_Log_Msg& log) {
   std::size_t prefix = 0;
   if ((log.flags() & ACE_Log_Msg::VERBOSE) != 0 && ACE_Log_Msg::program_name() != nullptr) {
     prefix += std::strlen(ACE_Log_Msg::program_name()) + 1;
   }
-  // ACE looks here, too, and does not tell what it found.
+  // ACE reads this variable, too, but does not tell the result.
   if (std::getenv("ACE_LOG_TIMESTAMP") != nullptr) {
     prefix += sizeof "2026-11-22 08:00:00.000000|" - 1;
   }

@@ -16,12 +16,12 @@ enum class Attempt {
 };
 
 /// Calls `attempt` (of type Attempt()) until it is done, with growing random delays of whole
-/// seconds in between, at most 60 each. Returns false when an attempt says stop or the time is up;
-/// logging that is up to the caller.
+/// seconds in between, at most 60 each. Returns false, without a message, when an attempt says stop
+/// or the time is up.
 ///
 /// `timeout` limits the seconds slept: a retry follows as long as less than that has been slept. So
-/// 0 makes one attempt, and the last delay may exceed the limit. -1: no limit.
-/// `location` is where the notices of further attempts say they come from.
+/// 0 makes one attempt, and the last delay may exceed the limit. -1: no limit. Notices of further
+/// attempts are logged with `location`.
 template <typename Call>
 bool retry(const Source_Location& location, int timeout, Call&& attempt,
            Exponential_Backoff_Iterator delay = {1, 4294967295U, 60, true}) {

@@ -30,8 +30,8 @@ struct Service_Endpoint {
 /// @endcode
 class Service_Call {
  public:
-  /// Uses a client of its own and sends the endpoint's access key. `method` is one of
-  /// HTTP_METHOD_GET, POST, PUT and DELETE.
+  /// Creates a client that sends the endpoint's access key. `method` is one of HTTP_METHOD_GET,
+  /// POST, PUT and DELETE.
   Service_Call(const Service_Endpoint& endpoint, int method, const char* path);
   /// Uses `client`, which adds its own access key and must outlive this object.
   Service_Call(JSON_RESTful_Client& client, int method, const char* path);
@@ -40,8 +40,8 @@ class Service_Call {
 
   /// Adds a field to the query string, name and value percent-encoded.
   Service_Call& field(const char* name, const std::string& value);
-  /// Adds a field to the query string as it stands: a "&", "=", "+" or "%" in the value is not
-  /// escaped, and the value ends at a zero byte.
+  /// Adds a field to the query string unescaped: the value must not contain "&", "=", "+" or "%",
+  /// and ends at a zero byte.
   Service_Call& raw(const char* name, const std::string& value);
   /// The same, with "true" or "false".
   Service_Call& flag(const char* name, bool value);
@@ -51,8 +51,8 @@ class Service_Call {
   Service_Call& retries(int count);
   /// Whether the client itself logs a failed request.
   Service_Call& logging_error(bool on);
-  /// Where send() stores the HTTP status of a GET or DELETE, of success and failure alike (0: no
-  /// answer). Null: not wanted.
+  /// Where send() stores the HTTP status of a GET or DELETE, also on failure (0: no answer). May be
+  /// null.
   Service_Call& status(int* status);
 
   /// Sends the request. Returns whether it succeeded. `answer`, if not null, receives the body of

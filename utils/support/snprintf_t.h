@@ -16,7 +16,7 @@
 ///   request.query_string(query.c_str());
 /// @endcode
 ///
-/// Throws nothing. An object is used by one thread at a time.
+/// Throws nothing. Not thread-safe.
 template <std::size_t N, typename CHAR = char>
 class snprintf_t {
   static_assert(N > 0, "there must be room for the terminator");
@@ -24,7 +24,7 @@ class snprintf_t {
                 "the C library's wide printf does not tell how long the text would be");
 
  public:
-  // `format` is a char*, and not a CHAR*, because gnu::format asks for it.
+  // `format` is char*, not CHAR*, because gnu::format requires it.
 
   /// Formats a text. It is empty if the C library cannot format it.
   [[gnu::format(printf, 2, 3)]] explicit snprintf_t(const char* format, ...) noexcept {

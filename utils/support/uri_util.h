@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstring>
 
-// The kind of a storage URL, by its prefix. Case matters, blanks are not trimmed, and a null URL is
-// of no kind.
+// Tell the kind of a storage URL by its prefix. Case matters, blanks are not trimmed, and a null
+// URL is of no kind.
 
 namespace zqpool::detail {
 

@@ -12,7 +12,7 @@ inline bool is_array(const json_spirit::Value& value) {
   return value.type() == json_spirit::array_type;
 }
 
-/// Swaps the only element of `array` with `object`. False if that is not one object.
+/// Swaps `object` with the only element of `array`. Returns false if that is not one object.
 inline bool take_only_object(Array& array, Object& object) {
   if (array.size() != 1 || !is_object(array.front())) return false;
   object.swap(array.front().get_obj());

@@ -9,9 +9,9 @@
 
 namespace zqpool::detail {
 
-/// The requests about a pool's filesystems and their snapshots. The pool managers offer and
-/// document them under their own names; messages are logged with the manager's `location`. Does not
-/// own the endpoint's texts and the pool's identifier.
+/// The requests about a pool's filesystems and their snapshots, which both pool managers use and
+/// document. Messages are logged with the manager's `location`. The endpoint's texts and
+/// `pool_uuid` must outlive the object.
 class Filesystem_Protocol {
  public:
   Filesystem_Protocol(const Source_Location& location, const Service_Endpoint& endpoint,

@@ -31,8 +31,8 @@ bool added_size(const Source_Location& location, const Object& current, const Ob
     size = now.rfer + now.excl;
     return true;
   }
-  // On purpose: the sum wraps around and is then read as a signed number, and of the two own shares
-  // ("excl_size") only the predecessor's is added.
+  // On purpose: the sum wraps around and is then read as a signed number, and only the
+  // predecessor's "excl_size" is added.
   size = now.rfer - before.rfer + before.excl;
   if (static_cast<std::int64_t>(size) < 0) {
     // clang-format off

@@ -13,8 +13,8 @@
 
 namespace zqpool::detail {
 
-/// Gets the description of the predecessor of `snapshot_id`. An `info` that was empty tells whether
-/// there is one; the result does not.
+/// Gets the description of the predecessor of `snapshot_id`. Pass an empty `info`: it tells whether
+/// there is one, the result does not.
 ///
 /// `bool describe(Object& current)` gets the description of `snapshot_id` itself, `bool list(const
 /// std::string& parent_id, json_spirit::Value& answer)` all snapshots of its parent.
