@@ -51,9 +51,8 @@ enum Encryption_Algorithm : int {
   ENCRYPT_EC = 41
 };
 
-/// Returns the cipher of a name, which is its enumerator without "ENCRYPT_", in any case, with "-"
-/// or
-/// "_": "aes-256-gcm", "AES_256_GCM", "none". ENCRYPT_UNKNOWN for any other name and for null.
-/// Thread-safe.
+/// Returns the cipher of a name: its enumerator without "ENCRYPT_", in upper or lower case and with
+/// hyphens or underscores, such as "aes-256-gcm" or "AES_256_GCM". Returns ENCRYPT_UNKNOWN for any
+/// other name and for null. Thread-safe.
 ZQ_EXPORT Encryption_Algorithm encryption_name_to_value(const char* name,
                                                         std::size_t length) noexcept;

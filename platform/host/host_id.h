@@ -10,9 +10,9 @@ class ZQ_EXPORT Host_ID {
   /// Never null; valid until the process ends.
   static Host_ID* instance() noexcept;
 
-  /// The UUID set by the process or, if there is none, the machine id ("/etc/machine-id") as a
-  /// UUID, which is read once. "" if there is neither; the next call tries again. The text is valid
-  /// and unchanged until the process ends, also after set().
+  /// Returns the UUID given to set(), else the machine id ("/etc/machine-id") as a UUID, which is
+  /// read once. Returns "" if there is neither; the next call tries again. The text stays valid and
+  /// unchanged until the process ends, also after set().
   const char* c_str() const;
 
   /// Sets the UUID, without checking it. "" goes back to the machine id, which is read again.

@@ -7,8 +7,7 @@
 
 /// The address of the backup server's socket. Thread-safe.
 ///
-/// An instance never changes; configure() makes a new one. So host, port and TLS flag of an
-/// instance belong together, and it is valid until the process ends.
+/// Instances never change and stay valid until the process ends; configure() makes a new one.
 class ZQ_EXPORT WebSocket_Options {
  public:
   /// Null before configure() and after clear().

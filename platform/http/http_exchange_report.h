@@ -9,7 +9,7 @@
 /// Why an exchange failed. HTTP_Phase says in which phase.
 enum class HTTP_Error {
   none,             ///< it succeeded: status 2xx, and a body that is empty or JSON
-  refused_request,  ///< host, path, header, method or body cannot be sent; nothing was
+  refused_request,  ///< the request is invalid, or may_send refused it; nothing was sent
   name,             ///< the host name has no address
   connect,          ///< no address accepted the connection
   tls,              ///< handshake, certificate or TLS settings
@@ -51,7 +51,7 @@ struct HTTP_Exchange_Report {
   std::chrono::microseconds tls_time{0};
   std::chrono::microseconds first_byte_time{0};  ///< from the request's end to the response's start
   std::chrono::microseconds total{0};            ///< the whole call with its retries and pauses
-  std::uint64_t bytes_sent = 0;                  ///< without TLS's own
+  std::uint64_t bytes_sent = 0;                  ///< without the overhead of TLS
   std::uint64_t bytes_received = 0;
 
   bool ok() const noexcept { return error == HTTP_Error::none; }
@@ -64,5 +64,5 @@ struct HTTP_Exchange_Report {
   }
 };
 
-/// Returns the report of this thread's last client call; a new one if there was none.
+/// Returns the report of this thread's last client call; a default one if there was none.
 ZQ_EXPORT HTTP_Exchange_Report last_http_exchange();

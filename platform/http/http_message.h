@@ -86,9 +86,8 @@ ZQ_EXPORT const char* http_head_name(int id) noexcept;
 /// A small collection of headers, in insertion order. Not thread-safe.
 class ZQ_EXPORT HTTP_Headers {
  public:
-  /// Sets header `id` to `text`. If it has a value already, that is replaced in its place with
-  /// `replace`, and kept without. Does nothing for an unknown id or a null text. A header whose
-  /// text is empty is not sent.
+  /// Sets header `id` to `text`. An existing value is replaced in its place if `replace`, else
+  /// kept. Does nothing for an unknown id or a null text. A header whose text is empty is not sent.
   void put(int id, const char* text, bool replace);
   /// Returns the value, or null if the header was not put.
   const char* get(int id) const noexcept;

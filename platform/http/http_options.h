@@ -8,7 +8,7 @@
 
 #include "platform/export.h"
 
-/// The HTTP settings of the process. To be set at start, before the first exchange.
+/// The HTTP settings of the process. Set them at start, before the first exchange.
 ///
 /// @code
 ///   HTTP_Options options = HTTP_Options::get();
@@ -31,8 +31,8 @@ struct ZQ_EXPORT HTTP_Options {
   /// none. If only `private_key_file` is empty, the key is in `certificate_file`.
   std::string certificate_file;
   std::string private_key_file;
-  /// Whether certificates are verified. If not, whoever answers receives the access key; set() logs
-  /// a warning then.
+  /// Whether certificates are verified. If not, the access key goes to whoever answers, and set()
+  /// logs a warning.
   bool verify = true;
   /// The User-Agent header; empty for none.
   std::string user_agent = "zqpool";

@@ -11,7 +11,7 @@
 
 class ACE_SSL_Context;
 
-/// An open connection to an HTTP service, with a reference count.
+/// A reference-counted open connection to an HTTP service.
 class ZQ_EXPORT HTTP_Session {
  public:
   ~HTTP_Session();
@@ -44,8 +44,8 @@ class ZQ_EXPORT HTTP_Session_Factory {
   /// `io_timeout` (seconds) limits each exchange over the session. With `keep_alive` the service is
   /// asked to keep the connection; without, the session is good for one exchange.
   ///
-  /// Not supported: `local_address` and `context` must be null, `buffer_size` and `flags` 0, or
-  /// there is no session. HTTP_Options say which certificates are trusted.
+  /// `local_address` and `context` must be null, `buffer_size` and `flags` 0: other values are not
+  /// supported and fail. HTTP_Options set which certificates are trusted.
   HTTP_Session_Ptr create(const char* host, unsigned short port, bool ssl,
                           const char* local_address, int connect_attempts, ACE_SSL_Context* context,
                           bool keep_alive, int connect_timeout, int io_timeout, int buffer_size,
@@ -55,13 +55,13 @@ class ZQ_EXPORT HTTP_Session_Factory {
 /// Makes JSON exchanges over a session. Not thread-safe.
 class ZQ_EXPORT JSON_HTTP_Session {
  public:
-  /// A session that has been idle for `max_idle` seconds counts as lost. An exchange takes at most
-  /// `max_exchange` seconds, the session's own limit and HTTP_Options::exchange_timeout. `session`
-  /// may be empty.
+  /// A session that has been idle for `max_idle` seconds counts as lost. An exchange is limited to
+  /// `max_exchange` seconds, the session's `io_timeout` or HTTP_Options::exchange_timeout,
+  /// whichever is shortest. `session` may be empty.
   JSON_HTTP_Session(HTTP_Session_Ptr session, int max_idle, int max_exchange);
 
   void reset(HTTP_Session_Ptr session);
-  /// Whether there is a session over which an exchange can be made.
+  /// Whether the session can make another exchange.
   operator bool() const;
 
   /// Makes one GET exchange, without retries. Returns true if a response of any status was received

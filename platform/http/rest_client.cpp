@@ -22,7 +22,7 @@ using namespace zqpool::detail;
 
 constexpr std::chrono::milliseconds first_pause{100};
 constexpr std::chrono::milliseconds max_pause{2000};
-// How long to wait for a service to close a connection that it is done with.
+// How long to wait for the service to close a finished connection.
 constexpr std::chrono::milliseconds end_of_file_wait{50};
 // Services close idle connections after five seconds or more; a request must not race with that.
 constexpr std::chrono::seconds max_idle_time{4};
@@ -50,7 +50,7 @@ class Connection_Pool {
 
   void give(std::unique_ptr<Stream> stream, std::shared_ptr<const Transport_Settings> settings) {
     Idle idle{std::move(stream), std::move(settings), Clock::now(), getpid()};
-    std::optional<Idle> oldest;  // is closed after the lock is released
+    std::optional<Idle> oldest;  // closed after the lock is released
     const std::lock_guard<std::mutex> lock(mutex_);
     if (idle_.size() == max_idle_connections) {
       oldest = std::move(idle_.front());
@@ -316,7 +316,7 @@ void JSON_RESTful_Client::logging_error(bool on) noexcept {
 
 void JSON_RESTful_Client::set_header(int id, const char* text) {
   impl_->default_headers.put(id, text != nullptr ? text : "", true);
-  impl_->keep_connections = true;  // part of what set_header() promises
+  impl_->keep_connections = true;  // documented for set_header()
 }
 
 Common_JSON_RESTful_Client::Common_JSON_RESTful_Client(const char* host, unsigned short port,

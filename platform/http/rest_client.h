@@ -14,8 +14,8 @@
 /// empty or not JSON. Throws only std::bad_alloc. last_http_exchange() reports on the thread's last
 /// call.
 ///
-/// Every call opens a connection of its own, until set_header() is called: from then on the client
-/// keeps connections open between calls.
+/// Every call opens a new connection. After set_header() the client keeps connections open between
+/// calls.
 ///
 /// Thread-safe, except that retries(), retry_timeout(), logging_error() and set_header() must not
 /// run while another thread makes a call.
@@ -66,7 +66,7 @@ class ZQ_EXPORT JSON_RESTful_Client {
   std::unique_ptr<Impl> impl_;
 };
 
-/// A client for one call to a service of this product.
+/// A client for services of this product.
 class ZQ_EXPORT Common_JSON_RESTful_Client : public JSON_RESTful_Client {
  public:
   /// With `is_on_backupd` the service runs on a backup server, and every request carries this
@@ -78,10 +78,10 @@ class ZQ_EXPORT Common_JSON_RESTful_Client : public JSON_RESTful_Client {
 /// The process's client for its upstream service. Keeps its connections between calls. Thread-safe.
 class ZQ_EXPORT Upstream_JSON_RESTful_Client : public JSON_RESTful_Client {
  public:
-  /// The client that was configured last; before that, one whose calls all fail. The reference is
-  /// valid until the process ends.
+  /// Returns the client configured last; before configure(), one whose calls all fail. The
+  /// reference is valid until the process ends.
   static Upstream_JSON_RESTful_Client& instance();
-  /// Configures the service; to be called once, at start. A null or empty `access_key` is not sent.
+  /// Sets the service. Call it once, at start. A null or empty `access_key` is not sent.
   static void configure(const char* host, unsigned short port, bool ssl, const char* access_key);
 
  private:

@@ -117,7 +117,7 @@ ZQ_EXPORT bool read(const std::string& text, Value& value, std::string& error);
 /// As above, but frees the memory of `text` before the tree is built.
 ZQ_EXPORT bool read(std::string&& text, Value& value, std::string& error);
 
-/// A text with this much capacity beyond its size is parsed in place, any other from a copy.
+/// A text with this much capacity beyond its size is parsed in place, any other is copied first.
 constexpr std::size_t read_padding = 64;
 
 /// Size limit of read(), in bytes; 256 MiB by default. Set it once at start. While a document is

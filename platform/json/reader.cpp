@@ -41,8 +41,8 @@ std::unique_ptr<dom::parser> make_parser(std::size_t capacity) {
   return parser;
 }
 
-// The element, which stands in `depth` containers, as a value of our own. Throws
-// simdjson::simdjson_error for an empty container that lies too deep: the parser lets it pass.
+// Converts an element nested in `depth` containers. Throws simdjson::simdjson_error for an empty
+// container that lies too deep, which the parser lets pass.
 Value make_value(dom::element element, int depth) {
   if (depth == max_depth && (element.is_object() || element.is_array())) {
     throw simdjson::simdjson_error(simdjson::DEPTH_ERROR);

@@ -49,7 +49,7 @@ class Writer {
  public:
   Writer(Text_Style style, std::string& out) : style_(style), out_(out) {}
 
-  // `depth` is the number of containers that a value stands in.
+  // `depth` is the number of containers around the value.
   void put(const Value& value, int depth) {
     std::visit([this, depth](const auto& content) { put(content, depth); }, value.data_);
   }

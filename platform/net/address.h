@@ -6,9 +6,9 @@
 
 #include "platform/export.h"
 
-/// Writes an address literal to `text` as it stands before ":port": an IPv6 literal in brackets,
-/// which `host` may have already. Returns 0, or -1 and leaves `text` alone if `host` is null or not
-/// a literal. Looks nothing up. Thread-safe.
+/// Writes the address literal `host` to `text` as needed before ":port": an IPv6 literal gets
+/// brackets unless it has them. Returns 0, or -1 and leaves `text` alone if `host` is null or not a
+/// literal. Looks nothing up. Thread-safe.
 ZQ_EXPORT int ip_extended_format(const char* host, std::string& text);
 
 /// An Internet address as numeric text: "192.0.2.1:3260", "[2001:db8::7]:3260", or without the port

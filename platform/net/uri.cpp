@@ -43,7 +43,7 @@ const Scheme_Pair* find_pair(std::string_view scheme) noexcept {
 
 enum class Component { host, userinfo, path, query };
 
-/// Whether the component may hold the byte unencoded.
+/// Whether `component` may hold the byte unencoded.
 bool allowed(char c, Component component) noexcept {
   constexpr std::string_view sub_delimiters = "!$&'()*+,;=";
   if (unreserved_characters.find(c) != std::string_view::npos ||

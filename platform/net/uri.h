@@ -14,7 +14,6 @@
 /// thread-safe.
 class ZQ_EXPORT URI {
  public:
-  /// Makes an empty URI.
   URI() = default;
 
   const std::string& scheme() const noexcept { return scheme_; }

@@ -11,7 +11,7 @@ std::string host_port(std::string_view host, unsigned short port);
 /// A host as it stands in a URL: an IPv6 address in brackets, anything else as it is.
 std::string bracketed_host(std::string_view host);
 
-/// The text between "[" and "]" when it has both, else the text itself.
+/// `text` without the brackets around it, if there are any.
 std::string_view without_brackets(std::string_view text) noexcept;
 
 }  // namespace zqpool::text

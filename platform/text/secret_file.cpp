@@ -52,7 +52,7 @@ Secret_File read_secret_file(const std::string& file) {
   if (descriptor.number < 0) throw_errno();
   std::string text;
   char buffer[512];
-  // Two bytes more for the line's end; what is too long is refused without reading all of it.
+  // Two more bytes for the line end. A file that is too long is not read to its end.
   while (text.size() <= max_secret_size + 2) {
     const ssize_t count = ::read(descriptor.number, buffer, sizeof buffer);
     if (count < 0 && errno == EINTR) continue;

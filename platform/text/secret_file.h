@@ -7,9 +7,9 @@ namespace zqpool::text {
 
 constexpr std::size_t max_secret_size = 4096;
 
-/// A secret that fits into an HTTP header: 1 to max_secret_size printable ASCII characters, without
-/// a blank at either end. A line's end behind it is dropped. Throws std::runtime_error with what is
-/// wrong, never with the secret.
+/// Returns `text` without its line end, if it is a secret that fits into an HTTP header: 1 to
+/// max_secret_size printable ASCII characters, no blank at either end. Otherwise throws
+/// std::runtime_error with the reason, never with the secret.
 std::string checked_secret(std::string text);
 
 struct Secret_File {
@@ -18,7 +18,7 @@ struct Secret_File {
 };
 
 /// Reads a file, or a pipe, that holds one secret and nothing else. Throws std::runtime_error with
-/// what is wrong, without the file's name.
+/// the reason, without the file's name.
 Secret_File read_secret_file(const std::string& file);
 
 }  // namespace zqpool::text

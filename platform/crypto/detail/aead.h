@@ -22,8 +22,8 @@ struct Key_256 {
 inline constexpr std::size_t nonce_size = 12;
 inline constexpr std::size_t tag_size = 16;
 
-/// HKDF with SHA-256 (RFC 5869). Fills `out` with `size` bytes. Returns false if OpenSSL fails. As
-/// the functions below, leaves OpenSSL's error queue alone and is thread-safe.
+/// HKDF with SHA-256 (RFC 5869). Fills `out` with `size` bytes. Returns false if OpenSSL fails.
+/// Like the functions below, leaves OpenSSL's error queue alone and is thread-safe.
 bool hkdf_sha256(std::string_view secret, std::string_view salt, std::string_view info,
                  unsigned char* out, std::size_t size);
 

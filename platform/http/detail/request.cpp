@@ -20,7 +20,7 @@ bool has_control(std::string_view text) {
                      [](char c) { return is_control(static_cast<unsigned char>(c)); });
 }
 
-/// Whether a request target must not hold the character (RFC 9112); callers' texts may.
+/// Whether HTTP forbids the character in a request target (RFC 9112).
 bool is_forbidden_in_target(char c) {
   constexpr std::string_view forbidden = "\"<>\\^`{|}#";
   return c <= ' ' || c > '~' || forbidden.find(c) != std::string_view::npos;
@@ -57,7 +57,7 @@ bool is_framing_header(int id) {
 }
 
 std::string host_header(const Endpoint& endpoint) {
-  // The zone of a link-local address means something on this host only.
+  // The zone of a link-local address is meaningful on this host only.
   const std::string host = endpoint.host.substr(0, endpoint.host.find('%'));
   const bool default_port = endpoint.port == (endpoint.ssl ? 443 : 80);
   return default_port ? text::bracketed_host(host) : text::host_port(host, endpoint.port);

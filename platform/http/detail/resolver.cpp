@@ -42,7 +42,7 @@ addrinfo stream_hints(int flags) {
   return hints;
 }
 
-/// Returns getaddrinfo()'s code, on 0 with the addresses, which have `port` set.
+/// Calls getaddrinfo() and returns its code. On success sets `addresses`, with `port`.
 int look_up(const std::string& host, unsigned short port, int flags, Addresses& addresses) {
   const addrinfo hints = stream_hints(flags);
   addrinfo* list = nullptr;

@@ -23,9 +23,9 @@ using Addresses = std::vector<Address>;
 /// Whether `host` is an IPv4 or IPv6 literal, the latter without brackets, with or without a zone.
 bool is_address_literal(const std::string& host);
 
-/// Resolves `host` to addresses in the order to try them (RFC 8305). getaddrinfo() knows no
-/// deadline, so a name is looked up on a thread of its own, which is abandoned if the deadline
-/// passes first. Names fail at once while 64 abandoned look-ups still run.
+/// Resolves `host` to addresses in the order to try them (RFC 8305). getaddrinfo() has no timeout,
+/// so a name is looked up on a separate thread, which is abandoned at the deadline. While 64
+/// abandoned look-ups still run, further names fail at once.
 bool resolve(const std::string& host, unsigned short port, Deadline deadline, Addresses& addresses,
              Failure& failure);
 

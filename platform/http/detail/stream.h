@@ -35,8 +35,8 @@ class Socket {
     deadline_ = deadline;
     may_wait_ = may_wait;
   }
-  /// As the system's send() and recv(). Fail with EAGAIN at the limit; never raise SIGPIPE or fail
-  /// with EINTR.
+  /// Like the system's send() and recv(). Fail with EAGAIN at the limit; never raise SIGPIPE or
+  /// fail with EINTR.
   ssize_t send(const void* data, std::size_t size) noexcept;
   ssize_t receive(void* buffer, std::size_t size) noexcept;
 
@@ -57,8 +57,8 @@ class Stream {
   Stream(const Stream&) = delete;
   Stream& operator=(const Stream&) = delete;
 
-  /// Connects to the first of `addresses` that answers. The next one is tried as soon as all before
-  /// it have failed, or beside them after 250 ms.
+  /// Connects to the first of `addresses` that answers. The next one is tried once all before it
+  /// have failed, or in parallel after 250 ms.
   bool connect(const Addresses& addresses, Deadline deadline, Failure& failure);
   /// Takes over a connected socket.
   void adopt(Socket socket) noexcept { socket_ = std::move(socket); }

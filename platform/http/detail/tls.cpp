@@ -11,8 +11,7 @@ namespace {
 
 constexpr std::size_t max_sessions = 1024;
 
-/// `host` as a certificate names it: they know neither the zone of an address nor the final dot of
-/// a name.
+/// `host` as certificates name it: without an address's zone or a name's final dot.
 std::string certified_name(const std::string& host, bool literal) {
   std::string name = host.substr(0, literal ? host.find('%') : std::string::npos);
   if (!literal && name.back() == '.') name.pop_back();
@@ -130,7 +129,7 @@ SSL_Ptr TLS_Context::make_client(const std::string& host, bool literal,
 }
 
 bool TLS_Context::is_certified(SSL* ssl, const std::string& host, bool literal) {
-  // A session is resumed only where its full handshake was checked.
+  // A resumed session's certificate was checked in its full handshake.
   if (SSL_get_verify_mode(ssl) == SSL_VERIFY_NONE || SSL_session_reused(ssl) == 1) return true;
   X509* const certificate = SSL_get0_peer_certificate(ssl);
   const std::string name = certified_name(host, literal);

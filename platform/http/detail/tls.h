@@ -51,7 +51,7 @@ class TLS_Context {
   /// there is one. `endpoint` must outlive the SSL. Null when OpenSSL fails.
   SSL_Ptr make_client(const std::string& host, bool literal, const std::string& endpoint);
   /// After the handshake: whether the peer's certificate is for `host`, or need not be. OpenSSL
-  /// checks that, too, while it verifies the chain, but leaves it out when an allocation fails.
+  /// checks this, too, but skips it when an allocation fails.
   static bool is_certified(SSL* ssl, const std::string& host, bool literal);
 
  private:
