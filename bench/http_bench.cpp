@@ -52,7 +52,7 @@ struct Client {
   const char* name;
   Role role;
   Make_Call (*make)(const Target&);
-  bool waits_over_http = false;  // for the service's end of the connection, as the library does
+  bool waits_over_http = false;  // for the service to close, as the library does
 };
 
 const std::vector<Client>& clients() {
@@ -81,7 +81,7 @@ constexpr std::array<Way, 3> ways = {{
 }};
 
 struct Options {
-  double seconds = 10;  // for the turns of each way
+  double seconds = 10;  // per transport
   bool load = true;
   bool alone = false;
   bool check = false;
@@ -94,8 +94,8 @@ bool is_wanted(const std::vector<std::string>& keys, const char* key) {
   return keys.empty() || std::find(keys.begin(), keys.end(), key) != keys.end();
 }
 
-/// One client over one transport, with what was measured. It has a service of its own, so that the
-/// ports it leaves in TIME_WAIT are not in the way of others.
+/// One client over one transport, and its figures. Each has its own service, so that its ports in
+/// TIME_WAIT do not hinder others.
 struct Entry {
   const Client* client;
   std::unique_ptr<Loopback_Service> service;
@@ -356,7 +356,7 @@ Options parse(int argc, char** argv) {
       options.ways.emplace_back(value());
     } else if (name == "--calls") {
       options.calls = std::stoi(value());
-    } else if (name.rfind("--benchmark_", 0) != 0) {  // meant for the programs beside this one
+    } else if (name.rfind("--benchmark_", 0) != 0) {  // for the other benchmarks
       throw std::invalid_argument(
           "options: --check --alone --no-load --seconds N --client KEY... --way KEY... --calls N");
     }

@@ -285,7 +285,7 @@ std::uint64_t allocations_of_read(bool (*read)(const std::string&, Value&),
   });
 }
 
-// How many times as fast as the second the first is, and whether that reaches the bar.
+// Prints how many times as fast we are, and whether that meets the bar.
 void print_ratio(double ours, double theirs, double bar) {
   const double ratio = theirs / ours;
   std::printf("%6.2fx (%s %.2fx)", ratio, ratio >= bar ? "meets" : "MISSES", bar);

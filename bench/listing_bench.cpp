@@ -45,7 +45,7 @@ const std::string access_key = "6d0e6b2b1f0c4a5f9f3e7c4b8a1d2e3f6d0e6b2b1f0c4a5f
 const std::string pool_uuid = "5f0d7c1e-2b7a-4c93-8e0d-3a1f6b9c2d47";
 
 struct Options {
-  double seconds = 20;  // for the turns of each operation
+  double seconds = 20;  // per operation
   int max_objects = 100000;
   bool alone = false;
   bool check = false;
@@ -197,7 +197,7 @@ double time_of(const Entry& entry, Work work) {
       if (!work(entry, handed_out)) throw std::runtime_error(entry.name + ": failed");
       time += Clock::now() - start;
     }
-    // malloc merges freed blocks at the next request for a large one: not while time is taken.
+    // Makes malloc merge the freed blocks now, not while time is measured.
     void* volatile large = std::malloc(2048);
     std::free(large);
   }
@@ -251,7 +251,7 @@ double in_a_child(const std::function<double()>& work) {
     try {
       figure = work();
     } catch (const std::exception&) {
-      // The negative figure tells.
+      // Reported as a negative figure.
     }
     const bool written = ::write(ends[1], &figure, sizeof figure) == sizeof figure;
     ::_exit(written ? 0 : 1);
@@ -265,8 +265,8 @@ double in_a_child(const std::function<double()>& work) {
   return figure;
 }
 
-/// settled_memory() after one small operation: what a process needs only once, mostly pages of
-/// code, shall not count.
+/// settled_memory() after one small operation, so that what a process needs only once, mostly pages
+/// of code, does not count.
 double memory_after(const Entry& small) {
   Array handed_out;
   if (!small.operation(handed_out)) throw std::runtime_error(small.name + ": failed");
@@ -367,7 +367,7 @@ Options parse(int argc, char** argv) {
       options.seconds = std::stod(value());
     } else if (name == "--max-objects") {
       options.max_objects = std::stoi(value());
-    } else if (name.rfind("--benchmark_", 0) != 0) {  // meant for the programs beside this one
+    } else if (name.rfind("--benchmark_", 0) != 0) {  // for the other benchmarks
       throw std::invalid_argument("options: --check --alone --seconds N --max-objects N");
     }
   }
@@ -383,7 +383,7 @@ bool run(const Options& options) {
     all[1].push_back(predecessor(count));
   }
   if (options.alone) take_processor(0);
-  // Before the turns: children of a process with free memory would not need to take any.
+  // Before the turns: later, children would inherit free memory and allocate none.
   for (auto& entries : all) {
     for (Entry& entry : entries)
       measure_memory(entry, entries.front());

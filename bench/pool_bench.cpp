@@ -32,7 +32,7 @@ std::string storage(int i, const char* role) {
   return text;
 }
 
-/// As the parser gets it: a tree.
+/// The description as a parsed tree.
 Object description(int count, bool nodes) {
   std::string text = nodes ? R"({"multidevice":true,"storages":[)" : R"({"storages":[)";
   for (int i = 0; i < count; ++i) {

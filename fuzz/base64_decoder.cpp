@@ -1,5 +1,5 @@
-// Services send keys as Base64. A text must decode if and only if it is the encoding of the bytes,
-// as a short second decoder tells.
+// Services send keys as Base64. A text must decode if and only if a short second decoder accepts
+// it, and to the same bytes.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Services send encrypted keys. Only a text that was encrypted for the URL may be decrypted, and
-// any other must be left alone. The input's first line is the URL. The rest is taken both as an
-// encrypted text and as a clear one; its ends say where the encrypted one is damaged.
+// any other must be left alone. The input's first line is the URL. The rest is used both as an
+// encrypted text and as a clear one; its first and last byte select the damage.
 
 #include <algorithm>
 #include <cstddef>
@@ -27,8 +27,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::size_t line_end = input.find('\n');
   const std::string url = input.substr(0, std::min(line_end, input.find('\0')));
   const std::string text = line_end == std::string::npos ? "" : input.substr(line_end + 1);
-  // For a URL with a line end, which nothing here is encrypted for: the fuzzer learns encrypted
-  // texts from the comparisons that it watches, and those can be decrypted for their own URL.
+  // The line end makes a URL that nothing is encrypted for: the fuzzer can learn texts that are
+  // encrypted for the others.
   check_refused(url + '\n', text);
 
   std::string sealed = text;

@@ -1,5 +1,5 @@
-// Paths and module identities come from catalogs and command lines. Splitting one must neither
-// throw nor take for ever, whatever the text, and must give parts of the text.
+// Paths and module identities come from catalogs and command lines. Splitting one must never throw
+// or hang, and must give parts of the text.
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 // Bodies come from services: no text may break the reader, a refused text leaves the value
 // unchanged, and an accepted one reads the same again after it was written. Accessors may throw,
-// nothing worse.
+// but not crash.
 
 #include <cstddef>
 #include <cstdint>

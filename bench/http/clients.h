@@ -16,7 +16,7 @@ struct Target {
   std::string ca_file;
   std::string access_key;
   std::string device_url;
-  std::string device_uuid;   ///< what the record that comes back must hold as its "uuid"
+  std::string device_uuid;   ///< the "uuid" that the returned record must have
   std::string request_path;  ///< path and query as they go over the wire, percent-encoded
 
   bool ssl() const { return transport != Transport::http; }
@@ -24,7 +24,7 @@ struct Target {
 
 /// Requests the device once, over a new connection. Returns whether its record arrived.
 using Call = std::function<bool()>;
-/// Makes the Call of a thread. What threads share is made before.
+/// Makes the Call of one thread. What threads share is made earlier.
 using Make_Call = std::function<Call()>;
 
 // All do the same: GET with the access key, verify the server's certificate against ca_file and its
@@ -45,8 +45,8 @@ Make_Call curl_tuned(const Target& target);
 /// cpp-httplib with one client per thread. It cannot resume TLS sessions.
 Make_Call httplib(const Target& target);
 
-/// Boost.Beast over Asio as its examples have it, with a shared ssl::context and, which they lack,
-/// resumed sessions and a wait for the service's end of the connection.
+/// Boost.Beast over Asio as in its examples (a shared ssl::context), plus session resumption and
+/// waiting for the service to close.
 Make_Call beast(const Target& target);
 
 }  // namespace zqpool::bench

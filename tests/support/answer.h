@@ -86,19 +86,19 @@ class Answer {
 Answer http_answer(unsigned status, std::string body, Header_List headers = {});
 /// The same with Content-Type: application/json.
 Answer json_answer(unsigned status, std::string body);
-/// These bytes and nothing else; then the connection is closed unless end() says otherwise.
+/// These bytes and nothing else; then closes the connection unless end() says otherwise.
 Answer raw_answer(std::string bytes);
-/// The request is read, nothing is said, the connection stays.
+/// Reads the request, sends nothing and keeps the connection.
 Answer silent();
-/// The request is read, then the connection is closed, or reset, without a word.
+/// Reads the request, then closes or resets the connection without an answer.
 Answer close_after_request();
 Answer reset_after_request();
 Answer on_accept(Answer::On_Accept what, std::size_t read_first = 0, const std::string& early = "");
-/// The connection is taken, but neither a TLS handshake nor a request is ever read.
+/// Accepts the connection, but reads neither a TLS handshake nor a request.
 Answer ignore_connection();
 Answer close_at_once();
 Answer reset_at_once();
-/// RST when so many bytes of the request were read; `early` goes out before.
+/// Sends `early`, and RST once so many bytes of the request were read.
 Answer reset_after_reading(std::size_t bytes, const std::string& early = "");
 
 }  // namespace zqpool::test

@@ -9,7 +9,7 @@
 
 namespace zqpool::test {
 
-/// While it lives, neither client nor operations sleep between attempts; the pauses asked for are
+/// While it lives, neither client nor operations sleep between attempts; requested pauses are
 /// recorded. One at a time. Thread-safe.
 class Sleep_Recorder {
  public:
@@ -29,7 +29,7 @@ class Sleep_Recorder {
 class Options_Guard {
  public:
   Options_Guard() = default;
-  /// Sets them, too.
+  /// Also sets `options`.
   explicit Options_Guard(const HTTP_Options& options) { HTTP_Options::set(options); }
   ~Options_Guard() { HTTP_Options::set(before_); }
   Options_Guard(const Options_Guard&) = delete;
@@ -39,7 +39,7 @@ class Options_Guard {
   HTTP_Options before_ = HTTP_Options::get();
 };
 
-/// While it lives, nothing is logged, of whatever priority, and nothing is rendered for it.
+/// While it lives, nothing is logged, and no log text is formatted.
 class Log_Silence {
  public:
   Log_Silence();

@@ -6,15 +6,15 @@
 
 namespace zqpool::test {
 
-/// What came back of a connection that sends `bytes` as they are.
+/// What the peer sent, and how the connection ended.
 struct Raw_Reply {
   std::string bytes;
   bool reset = false;      ///< ended by RST instead of in order
   bool timed_out = false;  ///< nothing further for the time allowed
 };
 
-/// Opens a plain connection, sends, and reads until its end, or until at least `awaited` bytes came
-/// and then nothing for `patience`.
+/// Opens a plain connection, sends `bytes`, and reads until its end, or until at least `awaited`
+/// bytes came and then nothing for `patience`.
 Raw_Reply raw_exchange(const Endpoint& to, const std::string& bytes,
                        std::chrono::milliseconds patience = max_wait, std::size_t awaited = 0);
 

@@ -23,10 +23,10 @@
 
 namespace zqpool::test {
 
-/// How long to wait for what must come, however slow the machine is.
+/// How long to wait for what must happen, also on a slow machine.
 constexpr std::chrono::milliseconds max_wait = std::chrono::minutes(1);
 
-/// Where a client finds a service.
+/// The address of a service.
 struct Endpoint {
   std::string host;
   unsigned short port = 0;
@@ -63,11 +63,10 @@ struct Server_Options {
 
 /// A real HTTP or HTTPS server on loopback, with a thread per connection, that plays a script.
 ///
-/// Answers queued are given once each, in the order in which requests come; after them the one of
-/// otherwise() is given for ever. An answer that is about the connection (close_at_once() and the
-/// like) is taken by the next connection, if it is the next one to be given then; a function handed
-/// to otherwise() is only asked about requests. All members may be called from any thread; the
-/// destructor closes every connection.
+/// Queued answers are given once each, in order; after them every request gets that of otherwise().
+/// An answer about the connection (close_at_once() and the like) is given to the next connection if
+/// it is at the head of the queue then; a function passed to otherwise() is called for requests
+/// only. Thread-safe. The destructor closes every connection.
 class Scripted_Server {
  public:
   explicit Scripted_Server(const Server_Options& options = {});

@@ -6,11 +6,11 @@
 
 namespace zqpool::test {
 
-/// Keys and the like, which no log may show. The test kit adds the access keys that it meets and
-/// looks through what is logged, so a test only adds what it makes itself. Thread-safe.
+/// Secrets, such as keys, that no log may show. The test kit adds the access keys that it sees and
+/// checks the logs; a test adds only secrets that it makes itself. Thread-safe.
 class Secrets {
  public:
-  /// Texts of fewer than four bytes are left out: they stand in other words, too.
+  /// Ignores texts of fewer than four bytes, which also occur in other words.
   static void add(const std::string& secret);
   /// Those that appear in `text`.
   static std::vector<std::string> found_in(std::string_view text);

@@ -13,7 +13,7 @@
 namespace zqpool::test {
 
 struct Service_Settings {
-  /// JSON text that a new state is filled with; "" for an empty state.
+  /// JSON text to fill a new state with; "" for an empty state.
   std::string scenario;
   /// Further arguments of the command line.
   std::vector<std::string> arguments;
@@ -21,12 +21,12 @@ struct Service_Settings {
   bool access_key = true;  ///< ask for a key
 };
 
-/// The real zqpoold as a process of its own: HTTP and HTTPS on free ports of 127.0.0.1, its state,
-/// key and log in a directory that goes away with it. Trust its certificate
-/// with Test_Certificates::instance().ca_file, or options_with_test_ca().
+/// The real zqpoold in a child process: HTTP and HTTPS on free ports of 127.0.0.1, with state, key
+/// and log in a temporary directory. Trust its certificate with
+/// Test_Certificates::instance().ca_file, or options_with_test_ca().
 ///
-/// The process ends with this object at the latest, and with the thread that started it. A test in
-/// which it wrote one of the known Secrets to a log fails.
+/// The process ends at the latest with this object or with the thread that started it. The test
+/// fails if one of the known Secrets was logged.
 class Service_Process {
  public:
   /// Starts it and waits until it listens. Throws std::runtime_error, with what the process said,
@@ -51,15 +51,15 @@ class Service_Process {
   int stop();
   /// SIGKILL, and waits for its end.
   void kill();
-  /// Waits for its end; returns the exit code, or minus the signal that ended it. A process that is
-  /// still there after so long is killed and std::runtime_error thrown.
+  /// Waits for its end; returns the exit code, or minus the signal that ended it. After `patience`
+  /// kills the process and throws std::runtime_error.
   int wait(std::chrono::seconds patience = std::chrono::minutes(2));
   /// Starts it again on the same state, key and certificate, on other ports. Must not be running.
   void start();
 
   /// Lines of the access log so far.
   std::vector<std::string> access_log() const;
-  /// What it said on standard error so far.
+  /// Its standard error so far.
   std::string messages() const;
 
  private:
@@ -75,13 +75,14 @@ class Service_Process {
   unsigned short https_port_ = 0;
 };
 
-/// What a command line of zqpoold that ends by itself said. Throws std::runtime_error when it does
-/// not end within two minutes; it is killed then.
 struct Service_Result {
   int exit_code = 0;  ///< minus the signal that ended it
   std::string output;
   std::string messages;
 };
+
+/// Runs zqpoold with a command line that ends by itself. After two minutes kills it and throws
+/// std::runtime_error.
 Service_Result run_service(const std::vector<std::string>& arguments);
 
 }  // namespace zqpool::test

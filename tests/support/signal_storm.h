@@ -14,7 +14,7 @@ class Signal_Storm {
   Signal_Storm(const Signal_Storm&) = delete;
   Signal_Storm& operator=(const Signal_Storm&) = delete;
 
-  /// How many came so far.
+  /// The number of signals so far.
   int count() const;
 
  private:

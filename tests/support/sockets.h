@@ -46,7 +46,7 @@ class Refused_Port {
   File_Descriptor socket_;
 };
 
-/// A port where connecting neither works nor fails: its listener takes nobody and is full.
+/// A port where connecting neither works nor fails: its listener's queue is full and never served.
 class Black_Hole {
  public:
   explicit Black_Hole(const std::string& address = "127.0.0.1", unsigned short port = 0);

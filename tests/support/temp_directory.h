@@ -5,7 +5,7 @@
 
 namespace zqpool::test {
 
-/// A fresh directory of its own that goes away, with all that is in it, at the end of its scope.
+/// A new directory, removed with its contents at the end of its scope.
 class Temp_Directory {
  public:
   Temp_Directory();

@@ -21,7 +21,7 @@ inline Answer refusal() {
   return json_answer(404, R"({"error":{"code":-1,"message":"no such thing"}})");
 }
 
-/// A row in one expression.
+/// Builds a Wire_Row in one expression.
 class Row {
  public:
   Row(const std::string& name, std::function<Outcome(const Endpoint&)> call) {
@@ -33,7 +33,7 @@ class Row {
     row_.requests.push_back({method, target, body, access_key, {}});
     return *this;
   }
-  /// The request before, so many times more.
+  /// Repeats the previous request so many times more.
   Row& again(std::size_t times) {
     row_.requests.insert(row_.requests.end(), times, Expected_Request(row_.requests.back()));
     return *this;

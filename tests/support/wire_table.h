@@ -15,10 +15,10 @@
 
 namespace zqpool::test {
 
-/// A request that must go out, checked to the byte: method, target, body, and that the headers
-/// named are there once with exactly that value. Of every request the harness also checks Host,
-/// "Connection: close", an X-Request-Id, and that Content-Type and Content-Length are there with a
-/// body and not there without one (a POST or PUT without a body may say Content-Length: 0).
+/// A request that must be sent, checked to the byte: method, target, body, and the named headers,
+/// each exactly once. The harness also checks Host, "Connection: close", X-Request-Id, and that
+/// Content-Type and Content-Length are sent only with a body (a POST or PUT without one may send
+/// Content-Length: 0).
 struct Expected_Request {
   std::string method;
   std::string target;
@@ -37,7 +37,7 @@ struct Expected_Line {
   std::string file{};      ///< which source file; "" for any
 };
 
-/// What a call brought: its result, and its outputs as one JSON object.
+/// The result of a call, and its outputs as one JSON object.
 struct Outcome {
   bool result = false;
   json_spirit::Object outputs;
@@ -77,7 +77,7 @@ struct Wire_Row {
 
 std::ostream& operator<<(std::ostream& out, const Wire_Row& row);
 
-/// The line that the REST client itself writes for a failed exchange on `path` (without query).
+/// The line that the REST client logs for a failed exchange on `path` (without query).
 Expected_Line client_error(const std::string& method, const std::string& path, bool ssl = false);
 
 /// Plays one row against a server of its own and reports each difference as a test failure.
@@ -88,7 +88,7 @@ void play(const Wire_Row& row, bool ssl, bool silent = false);
 /// Whether `text` matches an Expected_Line's text.
 bool line_matches(const std::string& pattern, const std::string& text, unsigned short port);
 
-/// A row and the way to play it.
+/// A row and how to play it.
 struct Play {
   Wire_Row row;
   bool ssl = false;
@@ -103,7 +103,7 @@ std::vector<Play> plays(const std::vector<Wire_Row>& rows);
 /// The same, and every row over HTTPS.
 std::vector<Play> plays_over_both(const std::vector<Wire_Row>& rows);
 
-/// A table. In the test program:
+/// Plays a table. In the test program:
 ///
 /// @code
 ///   TEST_P(Wire_Table, row_holds) { play(); }
@@ -112,7 +112,7 @@ std::vector<Play> plays_over_both(const std::vector<Wire_Row>& rows);
 /// @endcode
 class Wire_Table : public testing::TestWithParam<Play> {
  public:
-  /// The row's name with "_http", "_https" or "_silent" behind it.
+  /// The row's name followed by "_http", "_https" or "_silent".
   static std::string name(const testing::TestParamInfo<Play>& play);
 
  protected:
