@@ -23,7 +23,7 @@ namespace {
 
 using namespace zqpool::detail;
 
-constexpr std::size_t whole = 32 * 1024;
+constexpr std::size_t whole = std::size_t{32} * 1024;
 
 struct Outcome {
   bool received = false;

@@ -145,10 +145,12 @@ class JSON_RESTful_Client::Impl::Call {
            json_spirit::Value* answer) {
     HTTP_Headers* const headers = response != nullptr ? &response->headers() : nullptr;
     if (make_request(request, body)) {
-      while (!attempt(headers) && may_retry() && pause()) {
+      bool good = attempt(headers);
+      while (!good && may_retry() && pause()) {
+        good = attempt(headers);
       }
     }
-    // In this order, because the service needs a moment to close the connection.
+    // Parse first: the service closes the connection meanwhile.
     read_body(answer);
     end_connection();
     return exchange_.finish(response);

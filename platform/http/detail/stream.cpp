@@ -25,7 +25,7 @@ constexpr std::chrono::milliseconds attempt_delay{250};
 constexpr std::chrono::milliseconds max_look{50};
 
 constexpr const char* no_answer = "no answer in time";
-constexpr const char* not_taken = "the service took no more of the request in time";
+constexpr const char* not_taken = "the service stopped reading the request";
 
 /// Sets the failure from errno; EAGAIN means that the deadline has passed.
 bool system_failure(const char* too_late, Failure& failure) {
@@ -111,7 +111,7 @@ class Happy_Eyeballs {
         continue;
       }
       if (deadline_.passed()) {
-        failure.set(HTTP_Error::timeout, "no answer to connecting in time");
+        failure.set(HTTP_Error::timeout, "the connection attempt was not answered in time");
         return nullptr;
       }
       if (const Address* const connected = wait_for_one(winner)) return connected;
@@ -222,7 +222,7 @@ ssize_t Socket::receive(void* buffer, std::size_t size) noexcept {
 }
 
 Stream::~Stream() {
-  // OpenSSL refuses to resume the session of a connection that was not shut down in order.
+  // Pretends an orderly shutdown, without which OpenSSL would not resume this session.
   if (ssl_ != nullptr) SSL_set_shutdown(ssl_.get(), SSL_SENT_SHUTDOWN | SSL_RECEIVED_SHUTDOWN);
 }
 
