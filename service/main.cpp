@@ -26,7 +26,7 @@ namespace {
 
 using namespace zqpool::service;
 
-/// A file that exists, complete, while the service is ready; removed at the end of the scope.
+/// The ready file: complete as soon as it exists; removed at the end of the scope.
 class Ready_File {
  public:
   Ready_File(std::string file, const std::string& line) : file_(std::move(file)) {
@@ -49,7 +49,7 @@ class Ready_File {
   std::string file_;
 };
 
-/// Replaces the database's content by the scenario file.
+/// Replaces the database's content with the scenario file.
 void load_scenario(Connection& db, const Scenario& scenario, const std::string& file) {
   try {
     scenario.load(db, read_scenario(file), true);
@@ -64,7 +64,7 @@ void handle_existing_state(Database& database, const Scenario& scenario, const O
   if (!options.reload_scenario) {
     std::fprintf(stderr,
                  "zqpoold: state '%s' exists and is kept; the scenario is not loaded "
-                 "(--reload-scenario would)\n",
+                 "(--reload-scenario loads it)\n",
                  options.state_file.c_str());
     return;
   }

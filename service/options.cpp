@@ -20,7 +20,7 @@ Listen_Address read_address(const std::string& option, const std::string& text) 
   if (colon != std::string::npos) {
     const std::string_view host = std::string_view(text).substr(0, colon);
     const std::string_view address = text::without_brackets(host);
-    // Without brackets, an IPv6 address does not tell which colon is the port's.
+    // Without brackets, the port of an IPv6 address is ambiguous.
     const bool ambiguous = address == host && host.find(':') != std::string_view::npos;
     unsigned short port = 0;
     const char* const end = text.data() + text.size();

@@ -10,7 +10,7 @@ namespace zqpool::service {
 
 /// A consistency check of one part of the database.
 struct Check {
-  std::string name;  ///< of what it looks at: "volumes"
+  std::string name;  ///< what it checks: "volumes"
   /// Adds a message for each problem to the array; returns how many things it checked.
   std::int64_t (*run)(Connection&, Array&);
 };

@@ -14,7 +14,7 @@ enum class Method { get, head, post, put, del, options, other };
 
 /// "GET", "DELETE"...; "" for Method::other.
 const char* method_name(Method method);
-/// Method::other for a name the service does not speak. Methods are case-sensitive.
+/// Method::other for an unknown name. Methods are case-sensitive.
 Method method_from(std::string_view name);
 
 /// An HTTP request, as read from the connection.
@@ -31,14 +31,13 @@ struct Request {
 struct Response {
   unsigned status = 200;
   std::string body;                                          ///< "" for none
-  std::vector<std::pair<std::string, std::string>> headers;  ///< beside those every answer has
+  std::vector<std::pair<std::string, std::string>> headers;  ///< besides those of every response
 };
 
 Response json_response(const json_spirit::Value& value, unsigned status = 200);
 
-/// {"error":{"code":...,"message":...}}: the code is the status, negative unless the same request
-/// may succeed later without anybody changing it (408, 429, 503, 507). `message` may hold any
-/// bytes.
+/// {"error":{"code":...,"message":...}}: `code` is the status, positive if the same request may
+/// succeed later (408, 429, 503, 507), else negative. `message` may contain any bytes.
 Response error_response(unsigned status, std::string_view message);
 
 /// Refuses a request: the client gets error_response(status(), what()), and the transaction is

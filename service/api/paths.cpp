@@ -8,7 +8,7 @@ namespace {
 
 constexpr std::size_t max_size = 4096;  // of a path or URL: each directory above is looked up
 
-/// Where the path of a URL begins: behind its host.
+/// Where the path of a URL begins: after its host.
 std::size_t url_path_start(const std::string& url) {
   const std::size_t scheme = url.find("://");
   if (scheme == std::string::npos) return std::string::npos;
@@ -31,7 +31,7 @@ std::string read_path(Request_Fields& fields, const std::string& key) {
   if (path.size() > max_size) fields.refuse(key, "is longer than 4096 bytes");
   const std::string closed = path + '/';
   if (closed.find("/../") != std::string::npos || closed.rfind("../", 0) == 0) {
-    fields.refuse(key, "must not hold '..'");
+    fields.refuse(key, "must not contain '..'");
   }
   return path;
 }
@@ -67,7 +67,7 @@ std::string read_any_url(Request_Fields& fields, const std::string& key) {
 std::string read_url(Request_Fields& fields, const std::string& key) {
   std::string url = read_any_url(fields, key);
   const std::size_t scheme = url.find("://");
-  if (scheme == std::string::npos || scheme == 0) fields.refuse(key, "is no URL");
+  if (scheme == std::string::npos || scheme == 0) fields.refuse(key, "is not a URL");
   if (url.substr(0, url_path_start(url)).find('@', scheme) != std::string::npos) {
     fields.refuse(key, "must not carry a user or password");
   }

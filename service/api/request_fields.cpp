@@ -42,7 +42,7 @@ const Value* Request_Fields::find(const std::string& key, json_spirit::Value_typ
     refuse(key, std::string("must be ") + wanted + ", not " + type_name(value->type()), 400);
   }
   if (type == json_spirit::str_type && value->get_str().find('\0') != std::string::npos) {
-    refuse(key, "must not hold a zero character");
+    refuse(key, "must not contain a zero character");
   }
   return value;
 }
@@ -86,7 +86,7 @@ std::string Request_Fields::one_of(const std::string& key,
   for (const char* word : words) {
     if (out == word) return out;
   }
-  refuse(key, "\"" + out + "\" is none of " + listed(words));
+  refuse(key, "\"" + out + "\" is not one of " + listed(words));
 }
 
 std::string Request_Fields::one_of_or(const std::string& key,
@@ -154,7 +154,7 @@ const Value* Request_Fields::optional_value(const std::string& key) {
 
 void Request_Fields::finish() const {
   for (const auto& [key, value] : object_) {
-    if (!asked_.count(key)) refuse(key, "is not known here", 400);
+    if (!asked_.count(key)) refuse(key, "is unknown", 400);
   }
   for (const auto& [key, inner] : inner_) {
     for (const Request_Fields& fields : inner)
@@ -237,7 +237,7 @@ Query_Fields::Query_Fields(const Request& request) {
       throw Request_Error(400, "the query is not UTF-8");
     }
     if (value->find('\0') != std::string::npos) {
-      throw Request_Error(400, "query field '" + *name + "' holds a zero character");
+      throw Request_Error(400, "query field '" + *name + "' contains a zero character");
     }
     if (!fields_.emplace(*name, *std::move(value)).second) {
       throw Request_Error(400, "query field '" + *name + "' is given twice");
@@ -295,8 +295,7 @@ bool Query_Fields::flag_or(const std::string& name, bool otherwise) {
 
 void Query_Fields::finish() const {
   for (const auto& [name, value] : fields_) {
-    if (!asked_.count(name))
-      throw Request_Error(400, "query field '" + name + "' is not known here");
+    if (!asked_.count(name)) throw Request_Error(400, "query field '" + name + "' is unknown");
   }
 }
 

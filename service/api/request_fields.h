@@ -15,7 +15,7 @@ namespace zqpool::service {
 
 /// Reads the members of one JSON object strictly. Each reader throws Request_Error, whose text
 /// begins with the member's place ("devices[3].url: ..."): 400 when a member is missing or of
-/// another type, 422 when its value makes no sense. finish() refuses members that nobody read.
+/// another type, 422 when its value is invalid. finish() refuses members that nobody read.
 class Request_Fields {
  public:
   /// `object` must outlive this. `place` is its place in the document ("devices[3]"), "" at the
@@ -39,7 +39,7 @@ class Request_Fields {
   bool flag_or(const std::string& key, bool otherwise);
   const Array* optional_array(const std::string& key);
   const json_spirit::Value* optional_value(const std::string& key);
-  /// The member's own fields, null when it is missing. finish() finishes them, too.
+  /// The fields of the member's object, null when it is missing. finish() checks them, too.
   Request_Fields* optional_object(const std::string& key);
   /// The same for each element of an array of objects; none when it is missing.
   std::vector<Request_Fields>& optional_objects(const std::string& key);
@@ -61,7 +61,7 @@ class Request_Fields {
   const Object& object_;
   std::string place_;
   std::set<std::string> asked_;
-  std::map<std::string, std::vector<Request_Fields>> inner_;  ///< of objects and their arrays
+  std::map<std::string, std::vector<Request_Fields>> inner_;  ///< fields of the objects in it
 };
 
 /// The member "created", or now.
@@ -79,7 +79,7 @@ class Query_Fields {
   std::optional<std::string> text(const std::string& name);
   std::string needed_text(const std::string& name);              ///< 400 when absent
   std::optional<std::int64_t> count(const std::string& name);    ///< 0 or more
-  std::optional<std::int64_t> integer(const std::string& name);  ///< of either sign
+  std::optional<std::int64_t> integer(const std::string& name);  ///< may be negative
   std::int64_t needed_count(const std::string& name);
   bool flag_or(const std::string& name, bool otherwise);  ///< "true" or "false"
   /// Refuses fields that nobody read.
@@ -93,9 +93,9 @@ class Query_Fields {
   std::set<std::string> asked_;
 };
 
-/// What a handler gets: a request with its query and body as fields. The body of POST and PUT
-/// is a JSON object; that of other methods is ignored. Throws Request_Error: 400 for a query or
-/// body that cannot be read, 415 for a body that is not application/json.
+/// A request with its query and body as fields. The body of POST and PUT is a JSON object; that of
+/// other methods is ignored. Throws Request_Error: 400 for a query or body that cannot be read, 415
+/// for a body that is not application/json.
 class Parsed_Request {
   Object object_;  // before the fields that read it
 
@@ -107,8 +107,8 @@ class Parsed_Request {
   Query_Fields query;
   Request_Fields body;
 
-  /// Refuses what nobody read. Called after each handler; a handler whose effect the transaction
-  /// does not undo must call it before.
+  /// Refuses fields that nobody read. Called after each handler; a handler with effects outside the
+  /// transaction must call it first.
   void finish() const;
 };
 

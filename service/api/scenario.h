@@ -17,7 +17,7 @@ struct Scenario_Section {
   void (*load)(Connection&, Request_Fields&);
   /// The entry's key within the list, to find entries given twice.
   std::string (*identity)(const Object&);
-  /// All entries, as load() reads them.
+  /// All entries, in the form that load() reads.
   Array (*dump)(Connection&);
 };
 

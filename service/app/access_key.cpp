@@ -33,7 +33,7 @@ Access_Key::Digest Access_Key::digest(std::string_view text) {
   return out;
 }
 
-// Digests all have one length, so not even the key's length shows in the time.
+// All digests have the same length, so the time does not reveal even the key's length.
 bool Access_Key::matches(std::string_view given) const {
   const Digest other = digest(given);
   return CRYPTO_memcmp(digest_.data(), other.data(), digest_.size()) == 0;

@@ -56,7 +56,7 @@ Dispatcher::Plan Dispatcher::plan(const Request& request) {
   }
   plan.route = router_.find(request.method, request.path);
   if (!plan.route) {
-    plan.response = error_response(405, "the path takes " + allowed);
+    plan.response = error_response(405, "the path allows " + allowed);
     plan.response->headers.emplace_back("Allow", allowed);
     return plan;
   }

@@ -19,15 +19,15 @@ struct Statistics {
   std::atomic<std::int64_t> requests{0};           ///< responses sent or attempted
 };
 
-/// Decides what becomes of a request and carries it out. Thread-safe.
+/// Checks, routes and carries out requests. Thread-safe.
 class Dispatcher {
  public:
   /// `router` must outlive this. Without a key every request is accepted.
   Dispatcher(Database& database, const Router& router, const std::optional<Access_Key>& access_key);
 
-  /// What becomes of a request, decided without using the database.
+  /// How to handle a request, decided without the database.
   struct Plan {
-    std::optional<Response> response;  ///< if set, all there is to do
+    std::optional<Response> response;  ///< if set, only this is sent
     const Router::Route* route = nullptr;
     Fault_Pointer fault;
   };
@@ -36,7 +36,7 @@ class Dispatcher {
   /// Carries out a plan that has no response yet; blocks on the database.
   Outcome run(const Plan& plan, const Request& request);
 
-  /// Runs deferred work whose time has come.
+  /// Runs deferred work after its delay.
   Outcome run(const Deferred& deferred, const Request& request);
 
   Statistics& statistics() { return statistics_; }

@@ -85,7 +85,7 @@ std::shared_ptr<Fault> read_fault(const Object& object, const std::string& place
   const std::string method = fields.text_or("method", "");
   fault->method = method_from(method);
   if (!method.empty() && fault->method == Method::other) {
-    fields.refuse("method", "is no method of the service");
+    fields.refuse("method", "is not a method of the service");
   }
   fault->path = fields.text("path");
   fault->query = fields.text_or("query", "");
@@ -109,7 +109,7 @@ std::shared_ptr<Fault> read_fault(const Object& object, const std::string& place
     fault->kind = value;
     known = true;
   }
-  if (!known) fields.refuse("kind", "\"" + kind + "\" is no kind of fault");
+  if (!known) fields.refuse("kind", "\"" + kind + "\" is not a kind of fault");
   read_effect(fields, *fault);
   fields.finish();
   fault->description = object;

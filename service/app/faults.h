@@ -25,7 +25,7 @@ enum class Fault_Kind {
   wrong_type,           ///< carried out; the body, or one member, has another JSON type
 };
 
-/// One scripted fault. Immutable but for its counters.
+/// One scripted fault. Immutable except for its counters.
 struct Fault {
   std::int64_t id = 0;
 
@@ -34,8 +34,8 @@ struct Fault {
   std::string path;               ///< the whole path, or a prefix that ends in '*'
   std::string query;              ///< a part of the query as it was sent
 
-  // The matching requests it hits: not the first `skip`, then each `every`-th with `probability`,
-  // at most `times`.
+  // Which of them it hits: after the first `skip`, every `every`-th with `probability`, at most
+  // `times`.
   std::int64_t skip = 0;
   std::int64_t every = 1;
   double probability = 1;
@@ -44,14 +44,14 @@ struct Fault {
 
   // What it does.
   Fault_Kind kind = Fault_Kind::status;
-  std::int64_t delay_ms = 0;  ///< of every kind
+  std::int64_t delay_ms = 0;  ///< for every kind
   bool delay_after_commit = false;
   unsigned status = 0;
   std::string body;
   bool whole_answer = false;  ///< garbage: headers too
-  std::int64_t bytes = 0;     ///< of cut, garbage and huge; the size of a drip's pieces
+  std::int64_t bytes = 0;     ///< for cut, garbage and huge; the size of a drip's pieces
   std::int64_t interval_ms = 0;
-  std::string member;  ///< of wrong_type; "" for the whole body
+  std::string member;  ///< for wrong_type; "" for the whole body
   std::string type;
 
   Object description;  ///< the script's entry

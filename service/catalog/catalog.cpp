@@ -28,7 +28,7 @@ class Page {
   std::int64_t limit() const { return limit_.value_or(-1); }
   std::int64_t offset() const { return offset_.value_or(0); }
 
-  /// The response to a part of a list has the total, too.
+  /// A response with a part of the list also has the total.
   template <typename Count>
   Response answer(Array rows, Count total) const {
     if (!limit_ && !offset_) return rows_answer(std::move(rows));
@@ -186,7 +186,8 @@ Response bind_host(Connection& db, Parsed_Request& request) {
   const std::string host_id = fields.needed_text("host_id");
   const std::string sysname = fields.needed_text("sysname");
   if (host_id.empty() != sysname.empty()) {
-    throw Request_Error(422, "host_id and sysname: both, or neither to release the device");
+    throw Request_Error(422,
+                        "give both host_id and sysname, or leave both empty to release the device");
   }
 
   const std::string by_uuid = devices_select + "WHERE d.uuid = ?";

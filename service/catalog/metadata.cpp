@@ -60,9 +60,10 @@ std::string type_of(const Object& body) {
     if (type) throw Request_Error(400, "two paths are given: '" + *type + "' and '" + key + "'");
     type = &key;
   }
-  if (!type) throw Request_Error(400, "the path is missing: its member is named like its type");
+  if (!type)
+    throw Request_Error(400, "the path is missing: give it in a member named like its type");
   if (type->empty() || type->size() > max_type_size || type->find('\0') != std::string::npos) {
-    throw Request_Error(422, "a path's type has 1 to 64 bytes, none of them zero");
+    throw Request_Error(422, "a path's type must have 1 to 64 bytes, none of them zero");
   }
   return *type;
 }

@@ -37,7 +37,7 @@ Object device_description(const Statement& row) {
 Object attributes_of(const Statement& row) {
   json_spirit::Value value;
   if (!json_spirit::read(row.text("attributes"), value) || value.type() != json_spirit::obj_type) {
-    throw std::runtime_error("the state holds attributes that are no JSON object");
+    throw std::runtime_error("the state holds attributes that are not a JSON object");
   }
   return std::move(value.get_obj());
 }

@@ -21,7 +21,7 @@ namespace {
 
 // ---- attributes
 
-/// Copies those text members that exist.
+/// Copies the text members that are present.
 void take_texts(Request_Fields& fields, std::initializer_list<const char*> keys, Object& out) {
   for (const char* key : keys) {
     if (const std::optional<std::string> text = fields.optional_text(key)) out.emplace(key, *text);
@@ -36,7 +36,7 @@ std::string read_network_url(Request_Fields& fields, const std::string& network)
   const bool number =
       network == "0" || (network.find_first_not_of("0123456789") == std::string::npos &&
                          !network.empty() && network[0] != '0');
-  if (!number) fields.refuse(network, "is no number of a network");
+  if (!number) fields.refuse(network, "is not a network number");
   return read_url(fields, network);
 }
 
@@ -54,7 +54,7 @@ void take_table(Request_Fields& fields, const char* key, Object& out,
 std::optional<std::string> read_base64(Request_Fields& fields, const char* key) {
   std::optional<std::string> text = fields.optional_text(key);
   Base64_Decoder decoder;
-  if (text && !decoder.set(text->data(), text->size())) fields.refuse(key, "is no Base64");
+  if (text && !decoder.set(text->data(), text->size())) fields.refuse(key, "is not Base64");
   return text;
 }
 
@@ -77,21 +77,21 @@ bool is_object_store(const std::string& url) {
   return false;
 }
 
-/// Stores the secret key sealed: seals a clear one, takes a sealed one as it is.
+/// Stores the secret key encrypted: encrypts a clear one, copies an encrypted one.
 void take_secret_key(Request_Fields& fields, const std::string& url, Object& out) {
   std::optional<std::string> sealed = read_base64(fields, "sealed_secret_key");
   if (fields.has("secret_key")) {
-    if (sealed) fields.refuse("sealed_secret_key", "does not go with secret_key");
+    if (sealed) fields.refuse("sealed_secret_key", "cannot be combined with secret_key");
     sealed = fields.text("secret_key");
     if (!encrypt_s3_key(url.c_str(), *sealed)) {
-      fields.refuse("secret_key", "cannot be sealed without --s3-secret-file");
+      fields.refuse("secret_key", "cannot be encrypted without --s3-secret-file");
     }
   } else if (sealed) {
     std::string probe;
     std::string clear = *sealed;
     const bool has_secret = encrypt_s3_key("", probe);
     if (has_secret && !decrypt_s3_key(url.c_str(), clear)) {
-      fields.refuse("sealed_secret_key", "was not sealed for this URL under this secret");
+      fields.refuse("sealed_secret_key", "was not encrypted for this URL with this secret");
     }
   }
   if (sealed) out.emplace("sealed_secret_key", std::move(*sealed));
@@ -102,17 +102,17 @@ void take_object_store(Request_Fields& fields, const std::string& url, Object& o
   if (fields.flag_or("use_sts", false)) out.emplace("use_sts", true);
   take_secret_key(fields, url, out);
   if (out.count("access_key") != out.count("sealed_secret_key")) {
-    fields.refuse("access_key", "goes with a secret_key, and the other way round");
+    fields.refuse("access_key", "must be given together with secret_key");
   }
 }
 
 // ---- descriptions
 
-/// Who asks for a pool, and what for.
+/// A request for the description of a pool.
 struct Question {
   std::optional<std::string> agent;    ///< the host
-  std::optional<std::string> network;  ///< over which it would reach the storages
-  std::optional<std::string> server;   ///< by which alone
+  std::optional<std::string> network;  ///< over which it reaches the storages
+  std::optional<std::string> server;   ///< if set, only the storages of this server
   std::optional<std::string> account;
   bool to_restore = false;
 };
@@ -166,7 +166,7 @@ bool is_offline(const Object& storage) {
   return storage.at("state").get_str() == "offline";
 }
 
-/// For restoring a copy will do: a slave swaps roles with an offline master of its node.
+/// To restore, a copy is enough: a slave swaps roles with an offline master of its node.
 void let_copies_stand_in(std::vector<Object>& storages) {
   for (Object& master : storages) {
     if (is_slave(master) || !is_offline(master)) continue;
@@ -189,7 +189,7 @@ Array describe_storages(Connection& db, const std::string& pool, const Question&
     if (storage) storages.push_back(std::move(*storage));
   }
   if (ask.to_restore) let_copies_stand_in(storages);
-  // Masters last: of two storages of one node clients use the later one.
+  // Masters last: clients use the last storage of a node.
   std::stable_partition(storages.begin(), storages.end(), is_slave);
   Array out;
   for (Object& storage : storages)
@@ -307,7 +307,7 @@ Response call_method(Connection& db, Parsed_Request& request) {
   std::string method;
   Object parameters;
   try {
-    // A call without an identifier is a notification, which nobody answers.
+    // A call without an id is a notification, which this service does not support.
     const Value* given = fields.optional_value("id");
     if (!given ||
         (given->type() != json_spirit::str_type && given->type() != json_spirit::int_type)) {
@@ -347,7 +347,7 @@ Object read_pool_attributes(Request_Fields& fields) {
              out);
   if (const std::string* cipher = json_spirit::object_get_str(out, "encryption")) {
     if (encryption_name_to_value(cipher->data(), cipher->size()) == ENCRYPT_UNKNOWN) {
-      fields.refuse("encryption", "\"" + *cipher + "\" is no cipher");
+      fields.refuse("encryption", "\"" + *cipher + "\" is not a known cipher");
     }
   }
   if (fields.flag_or("multidevice", false)) out.emplace("multidevice", true);
@@ -379,7 +379,8 @@ Object read_storage_attributes(Request_Fields& fields, const std::string& url) {
                "is for devices with the URL of an object store");
   }
   if (out.count("network_urls") != 0 && out.count("sealed_secret_key") != 0) {
-    fields.refuse("network_urls", "does not go with a secret key, which is sealed for one URL");
+    fields.refuse("network_urls",
+                  "cannot be combined with a secret key, which is encrypted for one URL");
   }
   return out;
 }

@@ -8,8 +8,8 @@
 
 namespace zqpool::service {
 
-// How a host gets from a pool's identifier to its storages, as the management service answers it.
-// The storages of a pool are its devices, with what a host needs to reach them.
+// How the management service describes a pool to a host. The storages of a pool are its devices,
+// with what a host needs to reach them.
 
 /// Reads from a pool's scenario entry the keys and cipher of its data, and who may ask for it.
 Object read_pool_attributes(Request_Fields& fields);

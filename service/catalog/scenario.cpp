@@ -125,7 +125,7 @@ void load_metadata(Connection& db, Request_Fields& fields) {
 
 std::string identity_of_metadata(const Object& entry) {
   const std::string* grouping = json_spirit::object_get_str(entry, "grouping");
-  // No member holds a zero character.
+  // No member contains a zero character.
   return lower_case(json_spirit::object_get_str_or_throw(entry, "pool_uuid")) + '\0' +
          tidy_path(json_spirit::object_get_str_or_throw(entry, "path")) + '\0' +
          (grouping ? *grouping : "") + '\0' +

@@ -4,7 +4,7 @@
 
 namespace zqpool::service {
 
-/// Adds the path /zq/r/file_uri/statfs: how much the storage server's data root holds and has left.
+/// Adds the path /zq/r/file_uri/statfs: the size and free space of the storage server's data root.
 /// The data root of this service is the file system of its state.
 void add_storage_server(Router& router);
 

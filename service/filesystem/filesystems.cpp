@@ -21,7 +21,7 @@ std::optional<std::string> said(Request_Fields& fields, const std::string& key) 
   return text;
 }
 
-/// What a request to make a filesystem asks for.
+/// A request to create a filesystem.
 struct Wanted {
   Volume volume;
   std::optional<Snapshot> origin;
@@ -122,12 +122,12 @@ std::int64_t check_filesystems(Connection& db, Array& problems) {
        row.next();) {
     ++count;
     const std::string name = "filesystem '" + row.text(0) + '\'';
-    if (row.text(1) != "filesystem") problems.emplace_back(name + " is none");
-    if (row.is_null(2)) problems.emplace_back(name + " has no row of its own");
+    if (row.text(1) != "filesystem") problems.emplace_back(name + " is not a filesystem volume");
+    if (row.is_null(2)) problems.emplace_back(name + " has no row in its table");
     if (row.is_null(3)) continue;
     const std::string place = row.text(3);
     if (place.front() != '/' || place != tidy_path(place)) {
-      problems.emplace_back(name + " has a mount point that is no tidy path");
+      problems.emplace_back(name + " has a mount point that is not tidy");
     }
   }
   return count;
@@ -171,11 +171,11 @@ std::string read_filesystem_name(Request_Fields& fields, const std::string& key)
   if (name == "." || name == "..") fields.refuse(key, "must not be '" + name + "'");
   if (std::any_of(name.begin(), name.end(),
                   [](unsigned char c) { return c < 0x20 || c == 0x7f || c == '/'; })) {
-    fields.refuse(key, "must not hold '/' or a control character");
+    fields.refuse(key, "must not contain '/' or a control character");
   }
   // Clients put names into queries without encoding them.
   if (name.find_first_of("&%+") != std::string::npos) {
-    fields.refuse(key, "must not hold '&', '%' or '+', which mean something else in a query");
+    fields.refuse(key, "must not contain '&', '%' or '+', which are special in a query");
   }
   return name;
 }
@@ -207,7 +207,7 @@ void set_mount_point(Connection& db, const Filesystem& filesystem, const std::st
                   mount_point, filesystem.volume.number);
   if (other.next()) {
     throw Request_Error(
-        409, "mount point '" + mount_point + "' is that of filesystem '" + other.text(0) + '\'');
+        409, "mount point '" + mount_point + "' belongs to filesystem '" + other.text(0) + '\'');
   }
   db.execute("UPDATE filesystem SET mount_point = ? WHERE volume = ?", mount_point,
              filesystem.volume.number);

@@ -9,8 +9,8 @@
 
 namespace zqpool::service {
 
-// Named filesystems of a pool, SCSI or image: volumes of whatever size the pool has, with snapshots
-// and clones, each of which may be mounted at one place.
+// Named filesystems of a SCSI or image pool: volumes that can fill the pool, with snapshots and
+// clones. Each can be mounted at one place.
 
 struct Filesystem {
   Volume volume;
@@ -30,7 +30,7 @@ std::optional<Filesystem> find_filesystem(Connection& db, const std::string& poo
 std::optional<Filesystem> find_undeleted_filesystem(Connection& db, const std::string& pool,
                                                     const std::string& name);
 
-/// The name of a new filesystem: 1 to 255 bytes that paths and queries carry as they are.
+/// The name of a new filesystem: 1 to 255 bytes that paths and queries need not encode.
 std::string read_filesystem_name(Request_Fields& fields, const std::string& key);
 /// A mount point: an absolute path, tidy.
 std::string read_mount_point(Request_Fields& fields, const std::string& key);

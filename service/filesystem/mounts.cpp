@@ -8,7 +8,7 @@ namespace {
 
 constexpr Volume_Kind kind = Volume_Kind::filesystem;
 
-/// Mounting does not change the pool, so a readonly one will do.
+/// Mounting does not change the pool, so it may be readonly.
 Volume_Pool need_mountable(Connection& db, const std::string& uuid) {
   Volume_Pool pool = need_volume_pool(db, uuid, Access::read);
   if (pool.state == "offline") throw Request_Error(409, "pool '" + pool.uuid + "' is offline");

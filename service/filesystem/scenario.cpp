@@ -67,7 +67,7 @@ void load_filesystem(Connection& db, Request_Fields& fields) {
 }
 
 std::string identity_of_filesystem(const Object& entry) {
-  // No member holds a zero character.
+  // No member contains a zero character.
   return lower_case(json_spirit::object_get_str_or_throw(entry, "pool_uuid")) + '\0' +
          json_spirit::object_get_str_or_throw(entry, "name");
 }

@@ -35,7 +35,7 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr std::size_t read_size = 16384;
-// Room in the buffer beyond the largest header, for what comes after it in one read.
+// Space in the buffer beyond the largest header, for bytes of the body read with it.
 constexpr std::size_t spare_buffer = 65536;
 // Closing with unread input sends RST, which can drop the response.
 constexpr milliseconds linger_time{2000};
@@ -213,7 +213,7 @@ class Http_Connection final : public Client_Connection,
       carry_out();
       return;
     }
-    // What the parser leaves is the start of a line of a chunked body, whose CRLF it waits for.
+    // The parser leaves an incomplete line of a chunked body, and waits for its CRLF.
     if (!error &&
         has_bare_line_feed({static_cast<const char*>(buffer_.data().data()), buffer_.size()})) {
       error = http::error::bad_line_ending;
@@ -242,9 +242,9 @@ class Http_Connection final : public Client_Connection,
     if (status != 0) {
       respond_and_close(error_response(status, "the request cannot be read: " + error.message()));
     } else if (error == beast::error::timeout) {
-      finish("the request took too long to come");
+      finish("the request took too long to arrive");
     } else {
-      finish("the connection ended within the request: " + error.message());
+      finish("the connection ended during the request: " + error.message());
     }
   }
 
@@ -334,7 +334,7 @@ class Http_Connection final : public Client_Connection,
     return time + std::chrono::seconds(bytes / Limits::min_rate);
   }
 
-  // No std::array: Asio would pass its rest on with an empty buffer first, which ends a TLS write.
+  // No std::array: after a partial write Asio would pass an empty buffer, which ends a TLS write.
   void write(const std::vector<net::const_buffer>& buffers,
              void (Http_Connection::*member)(error_code, std::size_t)) {
     transport().expires_after(with_bytes(limits().answer, net::buffer_size(buffers)));
@@ -344,8 +344,8 @@ class Http_Connection final : public Client_Connection,
   void on_sent(error_code error, std::size_t count) {
     record_.bytes += count;
     if (error) {
-      finish(error == beast::error::timeout ? "the answer was not taken in time"
-                                            : "the connection broke within the answer");
+      finish(error == beast::error::timeout ? "the client did not read the response in time"
+                                            : "the connection broke during the response");
       return;
     }
     end_response();
@@ -419,7 +419,7 @@ class Http_Connection final : public Client_Connection,
 
   // ---- ending
 
-  /// Ends this side at once, then waits a moment for the client to end its own.
+  /// Closes our side at once, then waits a moment for the client to close its own.
   void close() {
     phase_ = Phase::ending;
     timer_.cancel();

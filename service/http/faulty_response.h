@@ -10,8 +10,8 @@
 
 namespace zqpool::service {
 
-/// A response that a scripted fault spoils: what is sent instead, piece by piece, and how the
-/// connection ends.
+/// A response damaged by a scripted fault: what to send, piece by piece, and how the connection
+/// ends.
 class Faulty_Response {
  public:
   enum class End {
@@ -38,7 +38,7 @@ class Faulty_Response {
   std::size_t sent_ = 0;  ///< of text_
   std::size_t piece_size_ = std::string::npos;
   std::chrono::milliseconds interval_{0};
-  std::uint64_t filler_size_ = 0;  ///< follows text_: a JSON string of so many bytes
+  std::uint64_t filler_size_ = 0;  ///< follows text_: a JSON string of this many bytes
   std::uint64_t filler_sent_ = 0;
 };
 

@@ -15,7 +15,7 @@ struct Limits {
   std::chrono::milliseconds answer{30000};   ///< sending a response (see min_rate)
   std::chrono::milliseconds stop{10000};     ///< at shutdown, for requests that are running
 
-  /// Bodies get one second more for each so many bytes.
+  /// Bytes per second: the deadline of a body is extended by its size divided by this.
   static constexpr std::size_t min_rate = std::size_t{64} * 1024;
 };
 

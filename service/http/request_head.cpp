@@ -54,11 +54,12 @@ std::string request_id_of(const Request_Header& header) {
 std::string header_error(const Request_Header& header) {
   const bool http_1_1 = header.version() >= 11;
   if (http_1_1 && header.count(http::field::host) != 1) return "one Host header is needed";
-  // The parser takes any other coding for no body at all: the body would be the next request.
+  // For any other coding the parser assumes no body, and would read the body as a request.
   const auto codings = header.count(http::field::transfer_encoding);
   if (codings == 0) return "";
   const bool chunked = beast::iequals(header[http::field::transfer_encoding], "chunked");
-  return http_1_1 && codings == 1 && chunked ? "" : "the only transfer coding is one chunked";
+  return http_1_1 && codings == 1 && chunked ? ""
+                                             : "the transfer coding must be chunked, given once";
 }
 
 unsigned status_of(const beast::error_code& error) {

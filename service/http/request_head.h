@@ -12,7 +12,7 @@ namespace zqpool::service {
 
 using Request_Header = boost::beast::http::request_header<>;
 
-/// The request that a header describes; its body is yet to come.
+/// The request that a header describes, still without its body.
 Request request_of(const Request_Header& header);
 
 /// The X-Request-Id header, or a new identifier when it is missing or unsuitable.
@@ -21,7 +21,7 @@ std::string request_id_of(const Request_Header& header);
 /// Why a well-formed header is answered with 400; "" if it is not.
 std::string header_error(const Request_Header& header);
 
-/// The status that answers a parser's error; 0 when the connection broke instead.
+/// The status for a parser's error; 0 when the connection broke instead.
 unsigned status_of(const boost::beast::error_code& error);
 
 /// Whether a line ends in LF without CR.

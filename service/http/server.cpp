@@ -139,7 +139,7 @@ class Server::Implementation {
   void listen(const Listen_Address& where, bool tls) {
     error_code error;
     const auto address = net::ip::make_address(where.address, error);
-    if (error) throw std::runtime_error("'" + where.address + "' is no address");
+    if (error) throw std::runtime_error("'" + where.address + "' is not an IP address");
     const tcp::endpoint endpoint(address, where.port);
     Listener listener{tcp::acceptor(strand_), net::steady_timer(strand_), tls};
     try {

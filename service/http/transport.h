@@ -9,8 +9,8 @@
 
 namespace zqpool::service {
 
-/// A TCP stream with deadlines. While a TLS layer above it shuts down, it sends FIN right after
-/// that layer's close alert: the layer reads only once the alert is written.
+/// A TCP stream with deadlines. During a TLS shutdown it sends FIN right after the close alert, as
+/// soon as the TLS layer starts to read: the alert is then written.
 class Transport {
  public:
   using Stream = boost::beast::tcp_stream;

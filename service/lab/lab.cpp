@@ -30,7 +30,7 @@ Response check_state(const std::vector<Check>& checks, Connection& db) {
   Object checked;
   Array problems;
   for (Statement row(db, "PRAGMA foreign_key_check"); row.next();) {
-    problems.emplace_back("a row of " + row.text(0) + " refers to nothing in " + row.text(2));
+    problems.emplace_back("a row of " + row.text(0) + " refers to a missing row of " + row.text(2));
   }
   for (const Check& check : checks)
     checked.emplace(check.name, check.run(db, problems));

@@ -41,8 +41,7 @@ struct Export_Record {
   }
 };
 
-/// A record in the database. The NFS server takes some time over each change; only the clock tells
-/// whether it is done.
+/// A record in the database. There is no real NFS server: a change counts as applied after a delay.
 struct Kept_Record {
   Export_Record record;
   bool withdrawn = false;
@@ -88,7 +87,7 @@ std::string read_clients(Request_Fields& fields) {
     const bool good = !client.empty() && client.size() <= max_client_size &&
                       std::all_of(client.begin(), client.end(),
                                   [](char c) { return c > ' ' && c < 0x7f && c != ','; });
-    if (!good) fields.refuse(place, "is no host, network or '*'");
+    if (!good) fields.refuse(place, "is not a host, a network or '*'");
     if (!given.insert(client).second) fields.refuse(place, "is given twice");
   }
   return json_spirit::write(*clients);
@@ -103,7 +102,7 @@ std::string read_word(Request_Fields& fields, const std::string& key,
                       return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                              (c >= '0' && c <= '9') || c == '_';
                     });
-  if (!good) fields.refuse(key, "\"" + word + "\" is no name");
+  if (!good) fields.refuse(key, "\"" + word + "\" is not a name");
   return word;
 }
 
@@ -114,14 +113,14 @@ Export_Record read_record(Connection& db, Request_Fields& fields) {
   out.fsal = read_word(fields, "fsal", "VFS");
   out.squash = lower_case(read_word(fields, "squash", "root_squash"));
   if (out.squash != "root_squash" && out.squash != "no_root_squash" && out.squash != "all_squash") {
-    fields.refuse("squash", "is none of root_squash, no_root_squash, all_squash");
+    fields.refuse("squash", "is not one of root_squash, no_root_squash, all_squash");
   }
   out.protocols = fields.one_of("protocols", {"3", "4"});
   out.access_type = fields.one_of("access_type", {"RO", "RW"});
   out.clients = read_clients(fields);
   std::string pool_name;
   if (fields.has("pool_uuid")) {
-    if (fields.has("path")) fields.refuse("path", "does not go with pool_uuid");
+    if (fields.has("path")) fields.refuse("path", "cannot be combined with pool_uuid");
     const std::string pool = fields.text("pool_uuid");
     Statement row(db, "SELECT uuid, name, state FROM catalog_pool WHERE uuid = ?", pool);
     if (!row.next()) fields.refuse("pool_uuid", "there is no pool '" + pool + "'", 404);
@@ -173,14 +172,14 @@ Kept_Record need_record(Connection& db, const std::string& uuid) {
   return *std::move(out);
 }
 
-/// Writes the record, replacing one of its UUID. 409 when another has its pseudo path.
+/// Writes the record, replacing one with its UUID. 409 when another has its pseudo path.
 void keep(Connection& db, const Export_Record& record, std::int64_t final_at) {
   Statement other(db,
                   "SELECT uuid FROM nfs_export WHERE pseudo = ? AND uuid <> ? AND withdrawn = 0",
                   record.pseudo, record.uuid);
   if (other.next()) {
     throw Request_Error(
-        409, "pseudo path '" + record.pseudo + "' is that of NFS record '" + other.text(0) + '\'');
+        409, "pseudo path '" + record.pseudo + "' belongs to NFS record '" + other.text(0) + '\'');
   }
   db.execute(
       "INSERT OR REPLACE INTO nfs_export (uuid, pseudo, fsal, squash, protocols, access_type, "
@@ -212,7 +211,7 @@ Object described(const Kept_Record& kept) {
 // ---- /zq/r/nfs
 
 /// The response about a record: at once, or when the NFS server has applied the change. `sync` is
-/// how many seconds the client waits at most; negative for as long as it takes.
+/// how many seconds the client waits at most; negative: no limit.
 Outcome answer_in_time(const Kept_Record& kept, unsigned status, std::optional<std::int64_t> sync) {
   const std::int64_t to_go = kept.milliseconds_to_go();
   if (sync.value_or(0) == 0 || to_go == 0) return json_response(described(kept), status);

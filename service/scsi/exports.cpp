@@ -81,7 +81,7 @@ void need_target(Connection& db, const std::string& pool, const Target& target) 
   }
 }
 
-/// The lowest number that is free on the target and not one of the snapshot's.
+/// The lowest number that neither the target nor the snapshot uses.
 std::int64_t free_lun_num(Connection& db, const Target& target,
                           const std::optional<std::int64_t>& snapshot) {
   std::int64_t out = 1;
@@ -101,7 +101,7 @@ std::int64_t free_lun_num(Connection& db, const Target& target,
 void need_free(Connection& db, const Target& target, const std::optional<std::int64_t>& snapshot,
                std::int64_t lun_num) {
   if (lun_num < 1 || lun_num > last_lun_num) {
-    throw Request_Error(422, "LUN numbers are from 1 to " + std::to_string(last_lun_num));
+    throw Request_Error(422, "a LUN number must be from 1 to " + std::to_string(last_lun_num));
   }
   if (db.has_row("SELECT 1 FROM scsi_export WHERE (target = ? OR snapshot = ?) AND lun_num = ?",
                  target.name, snapshot, lun_num)) {
@@ -109,7 +109,7 @@ void need_free(Connection& db, const Target& target, const std::optional<std::in
   }
 }
 
-/// Makes the export `wanted`, which says all but its number and perhaps the LUN number.
+/// Creates the export `wanted`, whose numbers are set here. Without `lun_num` takes a free one.
 Export make_export(Connection& db, Export wanted, std::optional<std::int64_t> lun_num,
                    const Access_List& access) {
   need_target(db, wanted.pool, wanted.target);
@@ -158,7 +158,7 @@ std::string read_transport(Request_Fields& fields, const std::string& key) {
   const std::string name = lower_case(fields.text(key));
   if (name == "iscsi") return "iSCSI";
   if (name == "fc") return "FC";
-  fields.refuse(key, "is none of iSCSI, FC");
+  fields.refuse(key, "is not one of iSCSI, FC");
 }
 
 std::string read_target_name(Request_Fields& fields, const std::string& key) {
@@ -167,7 +167,7 @@ std::string read_target_name(Request_Fields& fields, const std::string& key) {
 
 Target read_target(Request_Fields& fields, const SCSI_Pool& pool) {
   if (fields.has("type") != fields.has("target")) {
-    fields.refuse("target", "comes with type, or both are left out");
+    fields.refuse("target", "must be given together with type");
   }
   if (!fields.has("target")) return {pool.target, pool.transport};
   return {read_target_name(fields, "target"), read_transport(fields, "type")};
@@ -299,13 +299,13 @@ std::int64_t check_exports(Connection& db, Array& problems) {
     const Volume volume = volume_by_number(
         db, each.volume ? *each.volume : snapshot_by_number(db, *each.snapshot).volume);
     if (lower_case(volume.pool) != lower_case(each.pool) || volume.kind != Volume_Kind::lun) {
-      problems.emplace_back(place + ": is no LUN of the target's pool");
+      problems.emplace_back(place + ": the LUN is not in the target's pool");
     }
     const std::string serial = each.volume
                                    ? serial_number(volume)
                                    : serial_number(snapshot_by_number(db, *each.snapshot), each);
     if (!serials.insert(lower_case(serial)).second) {
-      problems.emplace_back(place + ": its serial number is another one's, too");
+      problems.emplace_back(place + ": another export has its serial number");
     }
     for (const Access_Entry& entry : access_of(db, each)) {
       allowed[lower_case(entry.initiator)].insert(each.number);
@@ -316,7 +316,8 @@ std::int64_t check_exports(Connection& db, Array& problems) {
     for (const Export& each : seen_by(db, initiator))
       seen.insert(each.number);
     if (seen != expected) {
-      problems.emplace_back("initiator " + initiator + " does not see exactly what it may");
+      problems.emplace_back("initiator " + initiator +
+                            " does not see exactly the exports that allow it");
     }
   }
   return static_cast<std::int64_t>(exports.size());

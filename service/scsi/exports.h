@@ -12,8 +12,8 @@
 
 namespace zqpool::service {
 
-// LUNs and snapshots as initiators see them: under a number on a target, by those on the access
-// list.
+// Exports of LUNs and snapshots. An export has a number on a target; the initiators on its access
+// list see it there.
 
 /// Who may see an export, by initiator name or port WWN. The case of the names does not matter.
 struct Access_Entry {
@@ -60,7 +60,7 @@ std::vector<Export> shares_of(Connection& db, const Snapshot& snapshot);
 Export export_lun(Connection& db, const Volume& lun, const Target& target,
                   const Access_List& access, std::optional<std::int64_t> lun_num = {});
 /// The same for a snapshot, which may be shared several times: a share on the target that one of
-/// the initiators sees is reused, otherwise a new one is made. Each share of a snapshot has another
+/// the initiators sees is reused, otherwise a new one is made. Each share of a snapshot has its own
 /// number, even on different targets.
 Export share_snapshot(Connection& db, const std::string& pool, const Snapshot& snapshot,
                       const Target& target, const Access_List& access,

@@ -32,7 +32,7 @@ std::int64_t read_size(Request_Fields& fields, const std::string& key, const LUN
 
 Volume make_lun(Connection& db, Volume wanted, const LUN_Traits& traits,
                 const std::optional<Snapshot>& origin) {
-  // Unique in all pools, because serial numbers are made of them.
+  // Unique in all pools, because serial numbers are made from them.
   if (db.has_row("SELECT 1 FROM volume WHERE kind = 'lun' AND name = ?", wanted.name)) {
     throw Request_Error(409, "there is a LUN '" + wanted.name + "' already");
   }
@@ -190,7 +190,7 @@ std::string read_id(Request_Fields& fields, const std::string& key) {
   return lower_case(fields.uuid(key));
 }
 
-/// An export or share of a scenario: target, access list and number, all of which may be left out.
+/// An export or share of a scenario: target, access list and number, all optional.
 struct Wanted_Export {
   Target target;
   Access_List access;

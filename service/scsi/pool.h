@@ -16,7 +16,7 @@ struct SCSI_Pool {
   std::optional<std::string> portal;  ///< where the target is reached
 };
 
-/// Throws Request_Error as need_volume_pool().
+/// Throws Request_Error like need_volume_pool().
 SCSI_Pool need_scsi_pool(Connection& db, const std::string& uuid, Access access);
 
 }  // namespace zqpool::service

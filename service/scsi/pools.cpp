@@ -29,7 +29,7 @@ Object pool_record(Connection& db, const SCSI_Pool& pool) {
   return out;
 }
 
-/// `type` is the catalog's: here only pools of type "scsi" are described.
+/// `type` is the pool's type in the catalog: only pools of type "scsi" are described here.
 Response get_pools(Connection& db, Parsed_Request& request) {
   Query_Fields& query = request.query;
   const bool scsi = query.text("type").value_or("scsi") == "scsi";

@@ -90,7 +90,8 @@ Database::Database(const std::string& file, const std::function<void(Connection&
     switch (error.getErrorCode()) {
       case SQLITE_NOTADB:
       case SQLITE_CORRUPT:
-        throw Database_Error("state '" + file_ + "' is damaged or no state file: " + error.what());
+        throw Database_Error("state '" + file_ +
+                             "' is damaged or not a state file: " + error.what());
       case SQLITE_BUSY:
       case SQLITE_LOCKED:
         throw Database_Error("state '" + file_ + "' is locked by another process");
@@ -114,8 +115,8 @@ void Database::close() noexcept {
   if (lock_ >= 0) ::close(lock_);
 }
 
-// A lock file of its own, because SQLite's locks end with each transaction, and closing any
-// descriptor of the database file would drop one held there.
+// A separate lock file: SQLite's locks end with each transaction, and closing any descriptor of the
+// database file would drop a lock on it.
 void Database::lock() {
   const std::string name = file_ + ".lock";
   lock_ = ::open(name.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600);
@@ -167,7 +168,8 @@ void Database::open(const std::function<void(Connection&)>& fill) {
   const std::int64_t objects = number_of(database, "SELECT count(*) FROM sqlite_master");
   is_new_ = mark == 0 && version == 0 && objects == 0;
   if (!is_new_ && mark != application_id) {
-    throw Database_Error("'" + file_ + "' is a database of something else, not a state of zqpoold");
+    throw Database_Error("'" + file_ +
+                         "' is the database of another program, not a state of zqpoold");
   }
   if (version > static_cast<std::int64_t>(schema_version)) {
     throw Database_Error("state '" + file_ + "' was written by a newer zqpoold (schema " +
@@ -181,7 +183,7 @@ void Database::open(const std::function<void(Connection&)>& fill) {
   const std::string journal = database.execAndGet("PRAGMA journal_mode=WAL").getString();
   if (journal != "wal") {
     throw Database_Error("the file system of state '" + file_ +
-                         "' does not carry a write-ahead log");
+                         "' does not support a write-ahead log");
   }
   if (version < static_cast<std::int64_t>(schema_version)) {
     database.exec("BEGIN IMMEDIATE");

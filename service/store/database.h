@@ -19,9 +19,9 @@ namespace zqpool::service {
 
 class Statement;
 
-/// A connection to the database, inside a transaction: what a handler works with. Used by one
-/// thread at a time. Throws SQLite::Exception when the database fails; the transaction is then
-/// rolled back by its owner.
+/// A connection to the database, for handlers inside a transaction. Used by one thread at a time.
+/// Throws SQLite::Exception when the database fails; the transaction is then rolled back by its
+/// owner.
 class Connection {
  public:
   /// Opens one more connection to an existing file.
@@ -130,14 +130,14 @@ enum class Access { read, write };
 
 class Transaction;
 
-/// The service's state: one SQLite file, which no second service may open meanwhile.
+/// The service's state: one SQLite file, used by one service at a time.
 ///
 /// Uses a write-ahead log with synchronous=FULL: a commit returns once the log is on disk, and
 /// readers never wait for a writer. Writers run one after another. Thread-safe.
 class Database {
  public:
-  /// Opens or creates the file (mode 0600) and brings its schema up to date; `fill` writes what a
-  /// new state holds at first. All of this is one transaction: a failure leaves the file as it was.
+  /// Opens or creates the file (mode 0600) and brings its schema up to date; `fill` writes the
+  /// content of a new state. All of this is one transaction: a failure leaves the file as it was.
   /// Throws Database_Error, or what `fill` throws.
   explicit Database(const std::string& file, const std::function<void(Connection&)>& fill = {});
   /// Merges the log into the file. All transactions must have ended.
@@ -145,7 +145,7 @@ class Database {
   Database(const Database&) = delete;
   Database& operator=(const Database&) = delete;
 
-  /// Whether there was no state in the file before.
+  /// Whether the constructor created the state.
   bool is_new() const { return is_new_; }
   const std::string& file() const { return file_; }
 

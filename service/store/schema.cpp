@@ -4,7 +4,7 @@
 
 namespace zqpool::service {
 
-// Identifiers compare without case, because clients write UUIDs in either.
+// Identifiers compare case-insensitively, because clients write UUIDs in either case.
 const char* const schema_steps[] = {
     // 1: the catalog
     R"sql(

@@ -11,8 +11,8 @@ namespace zqpool::service {
 
 namespace {
 
-// Deliberately plain, and without anything of Extent_Map: each extent is given to everything that
-// reaches it, and the data is swept through by its ranges.
+// Deliberately simple and independent of how Extent_Map computes sizes: finds the owners of each
+// extent, then goes through the data range by range.
 
 struct Extent {
   std::int64_t volume;
@@ -29,7 +29,7 @@ struct Owner {
   std::string pool;
   Sizes told;
   Sizes found;
-  std::vector<std::pair<std::int64_t, std::int64_t>> ranges;  ///< what it reaches of the volume
+  std::vector<std::pair<std::int64_t, std::int64_t>> ranges;  ///< of the volume that it reaches
 };
 
 struct State_Of_Volumes {
@@ -52,7 +52,7 @@ void read_extents(Connection& db, const Volume& volume, State_Of_Volumes& state,
                             {},
                             {}});
     if (snapshot.seq >= volume.next_seq) {
-      problems.emplace_back(state.owners.back().name + " has a number not given yet");
+      problems.emplace_back(state.owners.back().name + " has a number that was not given out yet");
     }
   }
   for (Statement row(db,
@@ -73,9 +73,9 @@ void read_extents(Connection& db, const Volume& volume, State_Of_Volumes& state,
     if (died > volume.next_seq) extent.owners.push_back(head);
     const std::string place = name + " at " + std::to_string(extent.start);
     if (extent.owners.empty()) problems.emplace_back(place + ": data that nothing reaches");
-    if (born > volume.next_seq) problems.emplace_back(place + ": written in an epoch to come");
+    if (born > volume.next_seq) problems.emplace_back(place + ": written in a future epoch");
     if (volume.size && extent.end > *volume.size) {
-      problems.emplace_back(place + ": written behind the end");
+      problems.emplace_back(place + ": written beyond the end");
     }
     for (const std::size_t owner : extent.owners) {
       state.owners[owner].ranges.emplace_back(extent.start, extent.end);
@@ -95,7 +95,7 @@ void find_referenced(Owner& owner, Array& problems) {
   }
 }
 
-/// Cuts the ranges of one write's data into pieces that have the same owners all over.
+/// Cuts the data of one write into pieces that each have one set of owners.
 void find_exclusive(const std::vector<Extent>& extents, State_Of_Volumes& state, Array& problems) {
   std::set<std::int64_t> cuts;
   for (const Extent& extent : extents) {
@@ -122,7 +122,7 @@ void find_exclusive(const std::vector<Extent>& extents, State_Of_Volumes& state,
 void compare(const std::string& place, const char* what, std::int64_t told, std::int64_t found,
              Array& problems) {
   if (told == found) return;
-  problems.emplace_back(place + ": " + what + " is said to be " + std::to_string(told) + ", is " +
+  problems.emplace_back(place + ": " + what + " is reported as " + std::to_string(told) + ", is " +
                         std::to_string(found));
 }
 
@@ -143,7 +143,7 @@ std::int64_t check_volumes(Connection& db, Array& problems) {
     compare("pool '" + row.text(0) + '\'', "what is used", row.integer(1), state.used[row.text(0)],
             problems);
     if (row.integer(1) > row.integer(2)) {
-      problems.emplace_back("pool '" + row.text(0) + "' is fuller than full");
+      problems.emplace_back("pool '" + row.text(0) + "' uses more than its size");
     }
   }
   return static_cast<std::int64_t>(state.owners.size());

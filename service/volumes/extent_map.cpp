@@ -40,7 +40,7 @@ void tidy(std::vector<Range>& ranges) {
   ranges = std::move(out);
 }
 
-/// What of some ranges is not in others; both are tidy.
+/// The parts of `ranges` that are not in `others`; both are tidy.
 std::vector<Range> without(const std::vector<Range>& ranges, const std::vector<Range>& others) {
   std::vector<Range> out;
   auto other = others.begin();
@@ -100,7 +100,7 @@ std::int64_t Extent_Map::remove(const std::vector<Extent>& extents) {
 std::int64_t Extent_Map::unshared(const Extent& extent) const {
   const std::int64_t end = extent.data_start + extent.length;
   std::int64_t out = extent.length;
-  std::int64_t counted = extent.data_start;  // up to here the shared bytes are taken off
+  std::int64_t counted = extent.data_start;  // shared bytes before this are subtracted already
   for (Statement row(db_,
                      "SELECT data_start, data_start + length FROM volume_extent "
                      "WHERE data = ?1 AND volume <> ?2 AND data_start < ?3 "
@@ -198,11 +198,10 @@ std::size_t Extent_Map::position(std::int64_t epoch) const {
 }
 
 Chain_Sizes Extent_Map::sizes() const {
-  // Positions in the chain: its snapshots, then the head. Each extent is reached from a run of
-  // them.
+  // Positions in the chain: its snapshots, then the head. A range of them reaches each extent.
   const std::size_t head = snapshots_.size();
   std::vector<std::int64_t> change(head + 2,
-                                   0);  // of what is referenced, from position to position
+                                   0);  // of the referenced size, at each position
   std::vector<std::int64_t> exclusive(head + 1, 0);
   for (Statement row(db_, all_extents, volume_); row.next();) {
     const Extent extent = read(row);
@@ -227,7 +226,7 @@ std::vector<Extent_Map::Changes> Extent_Map::changes() const {
   for (Statement row(db_, all_extents, volume_); row.next();) {
     const Extent extent = read(row);
     const Range range{extent.start, extent.start + extent.length};
-    // What a clone began with was not written to it.
+    // The initial content of a clone was not written to it.
     if (extent.born > 0) out[position(extent.born)].written.push_back(range);
     if (extent.died) out[position(*extent.died)].discarded.push_back(range);
   }

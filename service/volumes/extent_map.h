@@ -25,11 +25,11 @@ struct Chain_Sizes {
 /// The map is a set of extents: ranges that were written at once. A volume's epochs are numbered
 /// like its snapshots, and snapshot n ends epoch n. An extent is born in the epoch in which it was
 /// written and dies in the one in which it is written over, so that snapshot n reaches those with
-/// born <= n < died. An extent that nothing reaches any more is gone at once.
+/// born <= n < died. An extent that nothing reaches any more is deleted at once.
 ///
 /// A clone begins with copies of the extents that its origin reaches, born in epoch 0, before its
-/// first one. Copies name the same data, so that bytes which several volumes reach are known by the
-/// ranges of data that their extents share. Within one volume no two extents share data.
+/// first one. Copies refer to the same data: volumes share the bytes where the data ranges of their
+/// extents overlap. Within one volume no two extents share data.
 ///
 /// The list of snapshots is read once, in the constructor.
 class Extent_Map {
@@ -39,25 +39,25 @@ class Extent_Map {
   /// The functions that change the map return how many bytes became free: those that neither this
   /// nor another volume reaches any more.
 
-  /// Ends what was written to the range.
+  /// Clears the range; snapshots keep what they reach.
   std::int64_t clear(std::int64_t start, std::int64_t length);
   /// Writes the range, which must be clear.
   void add(std::int64_t start, std::int64_t length);
-  /// Forgets what only this snapshot reaches.
+  /// Removes what only this snapshot reaches.
   std::int64_t drop_snapshot(std::int64_t seq);
-  /// Undoes what was written since the newest snapshot, of which there must be one.
+  /// Undoes the writes since the newest snapshot, which must exist.
   std::int64_t roll_back();
-  /// Forgets everything.
+  /// Removes everything.
   std::int64_t drop_all();
-  /// Begins this empty map with what a snapshot of another volume reaches.
+  /// Fills this empty map with the content of another volume's snapshot.
   void copy_from(std::int64_t volume, std::int64_t seq);
 
-  /// Whether the volume is as this snapshot, its newest, shows it.
+  /// Whether the volume has not changed since this snapshot, its newest.
   bool is_unchanged_since(std::int64_t seq) const;
   /// Exact, in one pass over the map.
   Chain_Sizes sizes() const;
 
-  /// What happened to the map before each snapshot, and after the last one, as far as it shows.
+  /// The changes before each snapshot and after the last one, as far as the map shows them.
   struct Range {
     std::int64_t start;
     std::int64_t end;
@@ -83,7 +83,7 @@ class Extent_Map {
   static std::vector<Extent> read_all(Statement&& rows);
   void insert(const Extent& extent);
   std::int64_t remove(const std::vector<Extent>& extents);
-  /// The place in the chain of the first snapshot that an epoch's extents can be reached from.
+  /// The position in the chain of the first snapshot that can reach an epoch's extents.
   std::size_t position(std::int64_t epoch) const;
   /// Bytes of the extent that no other volume reaches.
   std::int64_t unshared(const Extent& extent) const;

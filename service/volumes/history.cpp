@@ -21,7 +21,7 @@ void load_step(Connection& db, const Volume& volume, Request_Fields& step,
   std::string kind;
   for (const char* each : {"write", "discard", "snapshot"}) {
     if (!step.has(each)) continue;
-    if (what) step.refuse(each, "does not go with another step");
+    if (what) step.refuse(each, "cannot be combined with another step");
     kind = each;
     what = step.optional_object(each);
   }

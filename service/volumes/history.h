@@ -16,7 +16,7 @@ namespace zqpool::service {
 //               {"discard": {"offset": 0, "length": 4096}}],
 //   "next_seq": 5
 //
-// "seq" and "next_seq" are there only where they are not the next number.
+// "seq" and "next_seq" are present only where they differ from the next number.
 
 /// Replays the entry's members "history" and "next_seq" on a new volume. `load_more` reads further
 /// members of a snapshot. Throws Request_Error with the place.

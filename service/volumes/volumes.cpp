@@ -244,7 +244,7 @@ void delete_volume(Connection& db, const Volume& volume, bool force) {
 Snapshot roll_back_volume(Connection& db, const Volume& volume) {
   const std::vector<Snapshot> snapshots = snapshots_of(db, volume);
   if (snapshots.empty()) {
-    throw Request_Error(409, described(volume) + " has no snapshot to go back to");
+    throw Request_Error(409, described(volume) + " has no snapshot to roll back to");
   }
   change_used(db, volume.pool, -Extent_Map(db, volume.number).roll_back());
   return snapshots.back();
@@ -277,7 +277,7 @@ void need_range(const Volume& volume, std::int64_t start, std::int64_t length) {
   const std::int64_t size = volume.size.value_or(std::numeric_limits<std::int64_t>::max());
   if (length <= 0) throw Request_Error(422, "length: must not be 0");
   if (start < 0 || start > size || length > size - start) {
-    throw Request_Error(422, "offset: the range ends behind " + described(volume));
+    throw Request_Error(422, "offset: the range ends beyond " + described(volume));
   }
 }
 
@@ -315,7 +315,7 @@ Snapshot create_snapshot(Connection& db, const Volume& volume, const Snapshot& w
   const std::int64_t next = volume_by_number(db, volume.number).next_seq;
   const std::int64_t seq = wanted.seq == 0 ? next : wanted.seq;
   if (seq < next || seq > last_seq) {
-    throw Request_Error(409, described(volume) + " takes snapshots from number " +
+    throw Request_Error(409, described(volume) + " takes a snapshot number from " +
                                  std::to_string(next) + " to " + std::to_string(last_seq));
   }
   if (db.has_row("SELECT 1 FROM volume_snapshot WHERE id = ?", wanted.id)) {

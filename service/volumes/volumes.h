@@ -10,15 +10,15 @@
 
 namespace zqpool::service {
 
-// Pools that keep volumes: LUNs and filesystems, their snapshots and clones, and the room they
+// Pools that keep volumes: LUNs and filesystems, their snapshots and clones, and the space they
 // take.
 //
 // Space is allocated by writing; a volume's size reserves none. A snapshot takes none by itself,
 // but keeps the data it references when the volume is overwritten. When a pool is full, recyclable
 // snapshots are reclaimed, the oldest first.
 //
-// All functions throw Request_Error with a text for the client, and expect a transaction that may
-// change the state where they do.
+// All functions throw Request_Error with a text for the client. Those that change the state need a
+// write transaction.
 
 enum class Volume_Kind { lun, filesystem };
 
@@ -26,8 +26,8 @@ struct Volume {
   std::int64_t number = 0;  ///< of its row
   std::string pool;
   Volume_Kind kind = Volume_Kind::lun;
-  std::string name;                    ///< a LUN's is its identifier
-  std::optional<std::int64_t> size;    ///< absent: whatever the pool has
+  std::string name;                    ///< for a LUN, its identifier
+  std::optional<std::int64_t> size;    ///< absent: as large as the pool
   std::int64_t next_seq = 1;           ///< of its next snapshot
   std::optional<std::int64_t> origin;  ///< number of the snapshot it was cloned from
   std::string created;
@@ -56,8 +56,8 @@ struct Volume_Pool {
 Volume_Pool need_volume_pool(Connection& db, const std::string& uuid, Access access);
 /// Makes the pool, or gives it another size: 422 when more is in use.
 void set_volume_pool(Connection& db, const std::string& uuid, std::int64_t total_size);
-/// Reclaims snapshots until so many bytes are free. 507 when that is not enough.
-/// Returns the identifiers of the snapshots.
+/// Reclaims snapshots until `bytes` are free. 507 when that is not enough. Returns the identifiers
+/// of the snapshots.
 std::vector<std::string> make_room(Connection& db, const std::string& pool, std::int64_t bytes);
 
 // ---- volumes
@@ -68,17 +68,18 @@ std::optional<Volume> find_volume(Connection& db, const std::string& pool, Volum
 Volume need_volume(Connection& db, const std::string& pool, Volume_Kind kind,
                    const std::string& name);
 Volume volume_by_number(Connection& db, std::int64_t number);
-/// In the order in which they were made.
+/// In the order of their creation.
 std::vector<Volume> volumes_of(Connection& db, const std::string& pool, Volume_Kind kind);
 /// "LUN 'x'", "filesystem 'x'": for messages.
 std::string described(const Volume& volume);
 
-/// Makes an empty volume; `wanted` says all but its number. 409 when there is one of that name.
+/// Makes an empty volume; `wanted` has everything but its number. 409 when there is one of that
+/// name.
 Volume create_volume(Connection& db, const Volume& wanted);
 /// As above, with the content of a snapshot, which cannot be deleted while the clone is there.
 Volume clone_volume(Connection& db, const Snapshot& origin, const Volume& wanted);
-/// Deletes a volume with all that hangs on it. 409 when another one was cloned from one of its
-/// snapshots; unless `force` also when it has snapshots, or it or one of them is in use.
+/// Deletes a volume with everything that belongs to it. 409 when another one was cloned from one of
+/// its snapshots; unless `force` also when it has snapshots, or it or one of them is in use.
 void delete_volume(Connection& db, const Volume& volume, bool force);
 /// Takes the volume back to its newest snapshot, which is returned. 409 when it has none.
 Snapshot roll_back_volume(Connection& db, const Volume& volume);
@@ -107,8 +108,8 @@ std::optional<Snapshot> find_snapshot(Connection& db, const std::string& pool, V
 Snapshot snapshot_by_number(Connection& db, std::int64_t number);
 /// In the order of their "seq".
 std::vector<Snapshot> snapshots_of(Connection& db, const Volume& volume);
-/// `wanted` says "id", "recyclable" and "created", and the "seq" when it is not 0; that must not
-/// be below the volume's next one.
+/// `wanted` has "id", "recyclable" and "created", and the "seq" when it is not 0; that must not be
+/// below the volume's next one.
 Snapshot create_snapshot(Connection& db, const Volume& volume, const Snapshot& wanted);
 /// Makes `seq` the volume's next one. 422 when it is below that.
 void raise_next_seq(Connection& db, const Volume& volume, std::int64_t seq);

@@ -225,7 +225,7 @@ TEST_F(Catalog_Test, info_refuses_a_url_that_is_too_long_to_be_looked_up_part_by
     const std::string body = json_spirit::write(Object{{"url", url}});
     return lab_.refusal("POST", "/zq/r/storage/catalog/device/info", body);
   };
-  EXPECT_EQ(refused(4096), "200 is no refusal");
+  EXPECT_EQ(refused(4096), "200 is not a refusal");
   EXPECT_EQ(refused(4097), "422 url: is longer than 4096 bytes");
 }
 
@@ -372,7 +372,7 @@ std::string metadata_entry(const std::string& rest) {
 INSTANTIATE_TEST_SUITE_P(
     Each, Scenario_Refusal,
     testing::Values(
-        Refused{"unknown_list", R"({"pool":[]})", "400 pool: is not known here"},
+        Refused{"unknown_list", R"({"pool":[]})", "400 pool: is unknown"},
         Refused{"list_of_another_type", R"({"pools":{}})",
                 "400 pools: must be an array, not an object"},
         Refused{"comment_of_another_type", R"({"comment":1})",
@@ -382,14 +382,15 @@ INSTANTIATE_TEST_SUITE_P(
                 "400 pools[0].uuid: is missing"},
         Refused{"pool_with_a_bad_uuid", R"({"pools":[{"uuid":"x","name":"n","type":"file"}]})",
                 "422 pools[0].uuid: \"x\" is not a UUID"},
-        Refused{"pool_of_an_unknown_type",
-                R"({"pools":[{"uuid":")" + pool_uuid(8) + R"(","name":"n","type":"tapes"}]})",
-                "422 pools[0].type: \"tapes\" is none of file, dedup, object, hbr, lanfree, scsi, "
-                "image, plain"},
+        Refused{
+            "pool_of_an_unknown_type",
+            R"({"pools":[{"uuid":")" + pool_uuid(8) + R"(","name":"n","type":"tapes"}]})",
+            "422 pools[0].type: \"tapes\" is not one of file, dedup, object, hbr, lanfree, scsi, "
+            "image, plain"},
         Refused{"pool_with_an_unknown_state", pool_entry(R"(,"state":"up")"),
-                "422 pools[0].state: \"up\" is none of online, degraded, readonly, offline"},
+                "422 pools[0].state: \"up\" is not one of online, degraded, readonly, offline"},
         Refused{"pool_with_an_unknown_member", pool_entry(R"(,"size":5)"),
-                "400 pools[0].size: is not known here"},
+                "400 pools[0].size: is unknown"},
         Refused{"pool_with_a_bad_date", pool_entry(R"(,"created":"yesterday")"),
                 "422 pools[0].created: must look like 2026-11-21T09:30:00Z"},
         Refused{"pool_with_the_name_of_another",
@@ -414,9 +415,9 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"device_without_url", device_entry(R"(,"size":1)"),
                 "400 devices[0].url: is missing"},
         Refused{"device_whose_url_is_none", device_entry(R"(,"url":"/srv","size":1)"),
-                "422 devices[0].url: is no URL"},
+                "422 devices[0].url: is not a URL"},
         Refused{"device_whose_url_has_no_scheme", device_entry(R"(,"url":"://srv","size":1)"),
-                "422 devices[0].url: is no URL"},
+                "422 devices[0].url: is not a URL"},
         Refused{"device_whose_url_carries_a_password",
                 device_entry(R"(,"url":"s3://key:secret@host/b","size":1)"),
                 "422 devices[0].url: must not carry a user or password"},
@@ -432,7 +433,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "422 devices[0].used: is more than size"},
         Refused{"device_with_an_unknown_role",
                 device_entry(R"(,"url":"file:///n","size":1,"role":"Master")"),
-                "422 devices[0].role: \"Master\" is none of master, slave"},
+                "422 devices[0].role: \"Master\" is not one of master, slave"},
         Refused{"device_with_a_bad_host",
                 device_entry(R"(,"url":"file:///n","size":1,"bound_host":{"host_id":"h"})"),
                 "400 devices[0].bound_host.sysname: is missing"},
@@ -444,7 +445,7 @@ INSTANTIATE_TEST_SUITE_P(
                 "422 metadata[0].device_uuid: the pool has no device '" + device_uuid(4) + "'"},
         Refused{"metadata_that_climbs",
                 metadata_entry(R"(,"device_uuid":")" + device_uuid(1) + R"(","path":"/a/../b")"),
-                "422 metadata[0].path: must not hold '..'"},
+                "422 metadata[0].path: must not contain '..'"},
         Refused{"metadata_with_two_types_for_a_path",
                 metadata_entry(R"(,"device_uuid":")" + device_uuid(3) +
                                R"(","path":"/jobs","type":"file")"),

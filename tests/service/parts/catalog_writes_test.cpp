@@ -105,18 +105,19 @@ TEST_F(Catalog_Writes, a_uuid_of_the_other_case_is_the_same) {
 
 TEST_F(Catalog_Writes, metadata_that_makes_no_sense_is_refused) {
   const Value before = lab_.dump();
-  EXPECT_EQ(refused(R"("size":1)"), "400 the path is missing: its member is named like its type");
+  EXPECT_EQ(refused(R"("size":1)"),
+            "400 the path is missing: give it in a member named like its type");
   EXPECT_EQ(refused(R"("file":"/a","dir":"/a")"), "400 two paths are given: 'dir' and 'file'");
   EXPECT_EQ(refused(R"("file":5)"), "400 file: must be a string, not an integer");
   EXPECT_EQ(refused(R"("file":"")"), "422 file: must not be empty");
-  EXPECT_EQ(refused(R"("file":"/a/../b")"), "422 file: must not hold '..'");
+  EXPECT_EQ(refused(R"("file":"/a/../b")"), "422 file: must not contain '..'");
   EXPECT_EQ(refused(R"("file":"/)" + std::string(4096, 'x') + '"'),
             "422 file: is longer than 4096 bytes");
-  EXPECT_EQ(refused(R"("":"/a")"), "422 a path's type has 1 to 64 bytes, none of them zero");
+  EXPECT_EQ(refused(R"("":"/a")"), "422 a path's type must have 1 to 64 bytes, none of them zero");
   EXPECT_EQ(refused(R"("a\u0000b":"/a")"),
-            "422 a path's type has 1 to 64 bytes, none of them zero");
+            "422 a path's type must have 1 to 64 bytes, none of them zero");
   EXPECT_EQ(refused('"' + std::string(65, 't') + R"(":"/a")"),
-            "422 a path's type has 1 to 64 bytes, none of them zero");
+            "422 a path's type must have 1 to 64 bytes, none of them zero");
   EXPECT_EQ(refused(R"("file":"/a","size":-1)"), "422 size: must not be negative");
   EXPECT_EQ(refused(R"("file":"/a","size":"1")"), "400 size: must be an integer, not a string");
   EXPECT_EQ(refused(R"("file":"/a","grouping":null)"), "400 grouping: must be a string, not null");
@@ -126,7 +127,7 @@ TEST_F(Catalog_Writes, metadata_that_makes_no_sense_is_refused) {
             "400 device_uuid: is missing");
   EXPECT_EQ(lab_.refusal("POST", metadata_path, ""), "400 the body is missing");
   EXPECT_EQ(lab_.refusal("POST", metadata_path + "?path=x", entry(1, R"("file":"/a")")),
-            "400 query field 'path' is not known here");
+            "400 query field 'path' is unknown");
   EXPECT_EQ(Value(lab_.dump()), before);
 }
 
@@ -167,7 +168,7 @@ TEST_F(Catalog_Writes, a_removal_with_an_unknown_field_removes_nothing) {
   const Value before = lab_.dump();
   EXPECT_EQ(
       lab_.refusal("DELETE", metadata_path + "?pool_uuid=" + pool_uuid(1) + "&path=/jobs&device=d"),
-      "400 query field 'device' is not known here");
+      "400 query field 'device' is unknown");
   EXPECT_EQ(Value(lab_.dump()), before);
 }
 
@@ -178,7 +179,7 @@ TEST_F(Catalog_Writes, a_removal_that_makes_no_sense_is_refused) {
   EXPECT_EQ(lab_.refusal("DELETE", metadata_path + '?' + pool),
             "400 query field 'path' is missing");
   EXPECT_EQ(lab_.refusal("DELETE", metadata_path + '?' + pool + "&path=/a&device_uuid=d"),
-            "400 query field 'device_uuid' is not known here");
+            "400 query field 'device_uuid' is unknown");
   EXPECT_EQ(lab_.refusal("DELETE", metadata_path + "?pool_uuid=p&path=/a"),
             "404 there is no pool 'p'");
 }
@@ -257,7 +258,7 @@ TEST_F(Offer, needs_a_pool) {
   EXPECT_EQ(lab_.refusal("GET", info_path), "400 query field 'pool_uuid' is missing");
   EXPECT_EQ(lab_.refusal("GET", info_path + "?pool_uuid=p"), "404 there is no pool 'p'");
   EXPECT_EQ(lab_.refusal("GET", info_path + "?pool_uuid=" + pool_uuid(1) + "&url=u"),
-            "400 query field 'url' is not known here");
+            "400 query field 'url' is unknown");
 }
 
 // ---- bind
@@ -319,15 +320,15 @@ TEST_F(Bind, what_makes_no_sense_is_refused) {
   EXPECT_EQ(refused(1, "h", "s"), "409 device '" + device_uuid(1) + "' is not LAN-free");
   EXPECT_EQ(refused(40, "h", "s"), "404 there is no device '" + device_uuid(40) + "'");
   EXPECT_EQ(refused(10, "h", ""),
-            "422 host_id and sysname: both, or neither to release the device");
+            "422 give both host_id and sysname, or leave both empty to release the device");
   EXPECT_EQ(refused(10, "", "s"),
-            "422 host_id and sysname: both, or neither to release the device");
+            "422 give both host_id and sysname, or leave both empty to release the device");
   EXPECT_EQ(lab_.refusal("PUT", device_path, body("h", "s")), "400 query field 'uuid' is missing");
   EXPECT_EQ(lab_.refusal("PUT", target(10) + "&force=true", body("h", "s")),
-            "400 query field 'force' is not known here");
+            "400 query field 'force' is unknown");
   EXPECT_EQ(lab_.refusal("PUT", target(10), R"({"host_id":"h"})"), "400 sysname: is missing");
   EXPECT_EQ(lab_.refusal("PUT", target(10), R"({"host_id":"h","sysname":"s","force":true})"),
-            "400 force: is not known here");
+            "400 force: is unknown");
 }
 
 }  // namespace

@@ -276,13 +276,13 @@ TEST_F(Database_Test, refuses_a_data_base_of_something_else_and_leaves_it_alone)
     other.exec("CREATE TABLE mine (a)");
   }
   const std::string before = content_of(file_);
-  EXPECT_THAT(failure(file_), HasSubstr("is a database of something else"));
+  EXPECT_THAT(failure(file_), HasSubstr("is the database of another program"));
   EXPECT_EQ(content_of(file_), before);
 }
 
 TEST_F(Database_Test, refuses_a_file_that_is_no_data_base_and_leaves_it_alone) {
   directory_.write("state", std::string(5000, 'x'));
-  EXPECT_THAT(failure(file_), HasSubstr("is damaged or no state file"));
+  EXPECT_THAT(failure(file_), HasSubstr("is damaged or not a state file"));
   EXPECT_EQ(content_of(file_), std::string(5000, 'x'));
 }
 

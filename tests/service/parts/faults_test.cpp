@@ -145,17 +145,17 @@ TEST(Fault_Script, is_bounded) {
 
 TEST(Fault_Script, refuses_a_script_that_makes_no_sense) {
   EXPECT_EQ(refusal("{}"), "400 faults: is missing");
-  EXPECT_EQ(refusal(R"({"faults":[],"mode":1})"), "400 mode: is not known here");
+  EXPECT_EQ(refusal(R"({"faults":[],"mode":1})"), "400 mode: is unknown");
   EXPECT_EQ(refusal(R"({"faults":[5]})"), "400 faults[0]: must be an object");
   const auto one = [](const std::string& fault) {
     return refusal(R"({"faults":[{"path":"/a","kind":"cut","bytes":1},)" + fault + "]}");
   };
   EXPECT_EQ(one(R"({"kind":"cut","bytes":1})"), "400 faults[1].path: is missing");
   EXPECT_EQ(one(R"({"path":"/a"})"), "400 faults[1].kind: is missing");
-  EXPECT_EQ(one(R"({"path":"/a","kind":"x"})"), "422 faults[1].kind: \"x\" is no kind of fault");
+  EXPECT_EQ(one(R"({"path":"/a","kind":"x"})"), "422 faults[1].kind: \"x\" is not a kind of fault");
   EXPECT_EQ(one(R"({"path":"/a","kind":"cut"})"), "400 faults[1].bytes: is missing");
   EXPECT_EQ(one(R"({"path":"/a","kind":"cut","bytes":1,"status":500})"),
-            "400 faults[1].status: is not known here");
+            "400 faults[1].status: is unknown");
   EXPECT_EQ(one(R"({"path":"/a","kind":"status"})"),
             "422 faults[1].status: must be from 200 to 599");
   EXPECT_EQ(one(R"({"path":"/a","kind":"delay"})"), "400 faults[1].delay_ms: is missing");
@@ -167,10 +167,11 @@ TEST(Fault_Script, refuses_a_script_that_makes_no_sense) {
             "422 faults[1].interval_ms: must be from 1 to 600000");
   EXPECT_EQ(one(R"({"path":"/a","kind":"huge"})"),
             "422 faults[1].bytes: must be from 2 to 1099511627776");
-  EXPECT_EQ(one(R"({"path":"/a","kind":"wrong_type","type":"int"})"),
-            "422 faults[1].type: \"int\" is none of string, number, boolean, null, array, object");
+  EXPECT_EQ(
+      one(R"({"path":"/a","kind":"wrong_type","type":"int"})"),
+      "422 faults[1].type: \"int\" is not one of string, number, boolean, null, array, object");
   EXPECT_EQ(one(R"({"path":"/a","kind":"cut","bytes":1,"method":"PATCH"})"),
-            "422 faults[1].method: is no method of the service");
+            "422 faults[1].method: is not a method of the service");
   EXPECT_EQ(one(R"({"path":"/a","kind":"cut","bytes":1,"every":0})"),
             "422 faults[1].every: must be 1 or more");
   EXPECT_EQ(one(R"({"path":"/a","kind":"cut","bytes":1,"probability":1.5})"),
@@ -219,10 +220,10 @@ TEST(Fault_Script, stays_as_it_is_when_a_request_is_refused) {
   test::Lab_Service lab;
   const std::string path = "/zq/lab/faults";
   const std::string body = R"({"faults":[{"path":"/zq/r/x","kind":"reset_before_commit"}]})";
-  EXPECT_EQ(lab.refusal("POST", path + "?x=1", body), "400 query field 'x' is not known here");
+  EXPECT_EQ(lab.refusal("POST", path + "?x=1", body), "400 query field 'x' is unknown");
   EXPECT_EQ(lab.good("GET", path), object(R"({"faults":[]})"));
   EXPECT_EQ(lab.ask("POST", path, body).status, 201U);
-  EXPECT_EQ(lab.refusal("DELETE", path + "?x=1"), "400 query field 'x' is not known here");
+  EXPECT_EQ(lab.refusal("DELETE", path + "?x=1"), "400 query field 'x' is unknown");
   EXPECT_EQ(lab.good("GET", path).get_obj().at("faults").get_array().size(), 1U);
 }
 

@@ -170,11 +170,11 @@ TEST_P(Filesystems, names_that_cannot_be_sent_are_refused) {
   EXPECT_EQ(cannot_create(named("")), "422 name: must not be empty");
   EXPECT_EQ(cannot_create(named("..")), "422 name: must not be '..'");
   EXPECT_EQ(cannot_create(named(".")), "422 name: must not be '.'");
-  EXPECT_EQ(cannot_create(named("a/b")), "422 name: must not hold '/' or a control character");
-  EXPECT_EQ(cannot_create(named("a\\nb")), "422 name: must not hold '/' or a control character");
+  EXPECT_EQ(cannot_create(named("a/b")), "422 name: must not contain '/' or a control character");
+  EXPECT_EQ(cannot_create(named("a\\nb")), "422 name: must not contain '/' or a control character");
   for (const char* name : {"a&b", "a+b", "a%62"}) {
     EXPECT_EQ(cannot_create(named(name)),
-              "422 name: must not hold '&', '%' or '+', which mean something else in a query");
+              "422 name: must not contain '&', '%' or '+', which are special in a query");
   }
   EXPECT_EQ(cannot_create(named(std::string(256, 'n'))), "422 name: is longer than 255 bytes");
   create(named(std::string(255, 'n')));
@@ -184,7 +184,7 @@ TEST_P(Filesystems, names_that_cannot_be_sent_are_refused) {
 
 TEST_P(Filesystems, requests_that_make_no_sense_are_refused) {
   EXPECT_EQ(cannot_create(R"("snapshot_id":"x")"), "400 name: is missing");
-  EXPECT_EQ(cannot_create(named("a") + R"(,"size":1)"), "400 size: is not known here");
+  EXPECT_EQ(cannot_create(named("a") + R"(,"size":1)"), "400 size: is unknown");
   EXPECT_EQ(cannot_create(named("a") + R"(,"snapshot_id":5)"),
             "400 snapshot_id: must be a string, not an integer");
   EXPECT_EQ(cannot_create(named("a") + R"(,"snapshot_id":")" + unknown + '"'),
@@ -192,7 +192,7 @@ TEST_P(Filesystems, requests_that_make_no_sense_are_refused) {
   EXPECT_EQ(cannot_create(named("a") + R"(,"mount_point":"srv")"),
             "422 mount_point: must be an absolute path");
   EXPECT_EQ(cannot_create(named("a") + R"(,"mount_point":"/srv/../x")"),
-            "422 mount_point: must not hold '..'");
+            "422 mount_point: must not contain '..'");
   EXPECT_EQ(cannot_create(named("a") + R"(,"mount_point":"//")"),
             "422 mount_point: must not be the root");
   EXPECT_EQ(lab_.refusal("POST", fs_path, R"({"name":"a"})"), "400 pool_id: is missing");
@@ -270,19 +270,19 @@ TEST_P(Filesystems, a_mount_point_is_one_filesystems_alone) {
   create(named("a") + R"(,"mount_point":"/srv/a")");
   create(named("b") + R"(,"mount_point":"/srv/a/b")");
   EXPECT_EQ(cannot_create(named("c") + R"(,"mount_point":"/srv/a")"),
-            "409 mount point '/srv/a' is that of filesystem 'a'");
+            "409 mount point '/srv/a' belongs to filesystem 'a'");
   EXPECT_EQ(lab_.refusal("GET", at(fs_path, "name=c")), "404 there is no filesystem 'c'");
   EXPECT_EQ(lab_.refusal("PUT", mount_path, body(named("b") + R"(,"mount_point":"/srv/a")")),
-            "409 mount point '/srv/a' is that of filesystem 'a'");
+            "409 mount point '/srv/a' belongs to filesystem 'a'");
   unmount("a");
   EXPECT_EQ(lab_.refusal("PUT", mount_path, body(named("b") + R"(,"mount_point":"/srv/a")")),
-            "409 mount point '/srv/a' is that of filesystem 'a'")
+            "409 mount point '/srv/a' belongs to filesystem 'a'")
       << "it would be mounted there again";
   lab_.good("DELETE", at(fs_path, "name=a"));
   lab_.good("PUT", mount_path, body(named("b") + R"(,"mount_point":"/srv/a")"));
   const std::string other = pool() == fs_scsi_pool ? fs_image_pool : fs_scsi_pool;
   EXPECT_EQ(lab_.refusal("POST", fs_path, body(named("c") + R"(,"mount_point":"/srv/a")", other)),
-            "409 mount point '/srv/a' is that of filesystem 'b'")
+            "409 mount point '/srv/a' belongs to filesystem 'b'")
       << "pools share the tree";
 }
 
@@ -293,7 +293,7 @@ TEST_P(Filesystems, mounts_that_make_no_sense_are_refused) {
             "404 there is no filesystem 'none'");
   create(named("mail"));
   EXPECT_EQ(lab_.refusal("POST", mount_path, body(named("mail") + R"(,"mount_point":"/m")")),
-            "400 mount_point: is not known here");
+            "400 mount_point: is unknown");
   EXPECT_EQ(lab_.refusal("PUT", mount_path, body(named("mail"))), "400 mount_point: is missing");
   EXPECT_EQ(lab_.refusal("PUT", mount_path, body(named("mail") + R"(,"mount_point":"")")),
             "422 mount_point: must not be empty");
@@ -408,7 +408,7 @@ TEST_P(Filesystems, a_clone_has_the_content_and_depends_on_the_snapshot) {
 TEST_P(Filesystems, one_is_rolled_back_to_its_newest_snapshot) {
   create(named("mail"));
   EXPECT_EQ(lab_.refusal("PUT", fs_path, body(named("mail"))),
-            "409 filesystem 'mail' has no snapshot to go back to");
+            "409 filesystem 'mail' has no snapshot to roll back to");
   write("mail", 0, 1000);
   snap("mail");
   write("mail", 1000, 1000);
@@ -557,10 +557,11 @@ TEST(Filesystem_Pools, the_check_looks_at_each_and_finds_what_is_wrong) {
     return json_spirit::write(problems);
   };
   EXPECT_THAT(damaged("DELETE FROM filesystem"),
-              HasSubstr("filesystem 'kept' has no row of its own"));
+              HasSubstr("filesystem 'kept' has no row in its table"));
   EXPECT_THAT(damaged("UPDATE filesystem SET mount_point = 'm' || volume"),
-              HasSubstr("filesystem 'kept' has a mount point that is no tidy path"));
-  EXPECT_THAT(damaged("UPDATE volume SET kind = 'lun', name = number"), HasSubstr("is none"));
+              HasSubstr("filesystem 'kept' has a mount point that is not tidy"));
+  EXPECT_THAT(damaged("UPDATE volume SET kind = 'lun', name = number"),
+              HasSubstr("is not a filesystem volume"));
 }
 
 struct Bad_Filesystem {
@@ -600,7 +601,7 @@ INSTANTIATE_TEST_SUITE_P(
                        "422 filesystems[0].origin: no filesystem before this one has that "
                        "snapshot"},
         Bad_Filesystem{"bad_name", filesystem_with(R"("name":"a/b")"),
-                       "422 filesystems[0].name: must not hold '/' or a control character"},
+                       "422 filesystems[0].name: must not contain '/' or a control character"},
         Bad_Filesystem{
             "history_that_does_not_fit",
             filesystem_with(R"("name":"n","history":[{"write":{"offset":0,"length":2000000}}])"),
@@ -612,7 +613,7 @@ INSTANTIATE_TEST_SUITE_P(
                            fs_image_pool + R"(","name":"a","mount_point":"/m"},
                          {"pool_uuid":")" +
                            fs_image_pool + R"(","name":"b","mount_point":"/m"}]})",
-                       "422 filesystems[1]: mount point '/m' is that of filesystem 'a'"}),
+                       "422 filesystems[1]: mount point '/m' belongs to filesystem 'a'"}),
     [](const auto& test) { return std::string(test.param.name); });
 
 }  // namespace

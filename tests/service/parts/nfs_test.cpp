@@ -109,35 +109,36 @@ TEST_F(NFS, records_that_make_no_sense_are_refused) {
   };
   EXPECT_EQ(message("uuid", "\"x\""), "422 uuid: \\\"x\\\" is not a UUID");
   EXPECT_EQ(message("uuid", ""), "400 uuid: is missing");
-  EXPECT_EQ(message("state", R"("exported")"), "422 state: \\\"exported\\\" is none of pending");
+  EXPECT_EQ(message("state", R"("exported")"), "422 state: \\\"exported\\\" is not one of pending");
   EXPECT_EQ(message("state", ""), "400 state: is missing");
   EXPECT_EQ(message("fsal", ""), "400 fsal: is missing");
-  EXPECT_EQ(message("fsal", R"("V F S")"), "422 fsal: \\\"V F S\\\" is no name");
+  EXPECT_EQ(message("fsal", R"("V F S")"), "422 fsal: \\\"V F S\\\" is not a name");
   EXPECT_EQ(message("fsal", '"' + std::string(33, 'x') + '"'),
-            "422 fsal: \\\"" + std::string(33, 'x') + "\\\" is no name");
+            "422 fsal: \\\"" + std::string(33, 'x') + "\\\" is not a name");
   EXPECT_EQ(message("squash", R"("some")"),
-            "422 squash: is none of root_squash, no_root_squash, all_squash");
+            "422 squash: is not one of root_squash, no_root_squash, all_squash");
   EXPECT_EQ(message("protocols", "4"), "400 protocols: must be a string, not an integer");
-  EXPECT_EQ(message("protocols", R"("34")"), "422 protocols: \\\"34\\\" is none of 3, 4");
-  EXPECT_EQ(message("access_type", R"("ro")"), "422 access_type: \\\"ro\\\" is none of RO, RW");
+  EXPECT_EQ(message("protocols", R"("34")"), "422 protocols: \\\"34\\\" is not one of 3, 4");
+  EXPECT_EQ(message("access_type", R"("ro")"), "422 access_type: \\\"ro\\\" is not one of RO, RW");
   EXPECT_EQ(message("clients", ""), "400 clients: is missing");
   EXPECT_EQ(message("clients", "[]"), "422 clients: must not be empty");
   EXPECT_EQ(message("clients", "[5]"), "400 clients[0]: must be a string");
-  EXPECT_EQ(message("clients", R"(["a","b c"])"), "422 clients[1]: is no host, network or '*'");
-  EXPECT_EQ(message("clients", R"(["a,b"])"), "422 clients[0]: is no host, network or '*'");
-  EXPECT_EQ(message("clients", R"([""])"), "422 clients[0]: is no host, network or '*'");
+  EXPECT_EQ(message("clients", R"(["a","b c"])"),
+            "422 clients[1]: is not a host, a network or '*'");
+  EXPECT_EQ(message("clients", R"(["a,b"])"), "422 clients[0]: is not a host, a network or '*'");
+  EXPECT_EQ(message("clients", R"([""])"), "422 clients[0]: is not a host, a network or '*'");
   EXPECT_EQ(message("clients", R"(["a","b","a"])"), "422 clients[2]: is given twice");
   EXPECT_EQ(message("clients", json_spirit::write(Array(4097, Value("a")))),
             "422 clients: has more than 4096 elements");
   EXPECT_EQ(message("path", ""), "400 path: is missing");
   EXPECT_EQ(message("path", R"("srv")"), "422 path: must be an absolute path");
-  EXPECT_EQ(message("path", R"("/srv/../etc")"), "422 path: must not hold '..'");
+  EXPECT_EQ(message("path", R"("/srv/../etc")"), "422 path: must not contain '..'");
   EXPECT_EQ(message("pseudo", R"("")"), "422 pseudo: must not be empty");
-  EXPECT_EQ(message("pseudo", R"("/a/..")"), "422 pseudo: must not hold '..'");
-  EXPECT_EQ(message("sub_dir", R"("a")"), "400 sub_dir: is not known here");
+  EXPECT_EQ(message("pseudo", R"("/a/..")"), "422 pseudo: must not contain '..'");
+  EXPECT_EQ(message("sub_dir", R"("a")"), "400 sub_dir: is unknown");
   EXPECT_EQ(message("pool_uuid", '"' + fs_image_pool + '"'),
-            "422 path: does not go with pool_uuid");
-  EXPECT_EQ(message("port", "1"), "400 port: is not known here");
+            "422 path: cannot be combined with pool_uuid");
+  EXPECT_EQ(message("port", "1"), "400 port: is unknown");
   const Object no_path = with(record(), "path", "");
   EXPECT_EQ(refused(with(no_path, "pool_uuid", R"("none")")),
             "404 pool_uuid: there is no pool 'none'");
@@ -159,10 +160,10 @@ TEST_F(NFS, a_second_request_does_what_the_first_did) {
 TEST_F(NFS, a_pseudo_path_is_one_records_alone) {
   make(record());
   EXPECT_EQ(refused(record(second)),
-            "409 pseudo path '/mail' is that of NFS record '" + first + "'");
+            "409 pseudo path '/mail' belongs to NFS record '" + first + "'");
   lab_.good("DELETE", nfs_path + "?uuid=" + first + "&sync=0");
   make(record(second));
-  EXPECT_EQ(refused(record()), "409 pseudo path '/mail' is that of NFS record '" + second + "'");
+  EXPECT_EQ(refused(record()), "409 pseudo path '/mail' belongs to NFS record '" + second + "'");
 }
 
 TEST_F(NFS, a_record_is_changed) {
@@ -175,7 +176,7 @@ TEST_F(NFS, a_record_is_changed) {
   EXPECT_EQ(lab_.good("PUT", nfs_path, json_spirit::write(other)), changed);
   make(record(second));
   EXPECT_EQ(refused(record(), "PUT"),
-            "409 pseudo path '/mail' is that of NFS record '" + second + "'");
+            "409 pseudo path '/mail' belongs to NFS record '" + second + "'");
   EXPECT_EQ(all(), "/post /mail ");
 }
 

@@ -80,7 +80,8 @@ TEST(Request_Fields, name_the_place_of_what_they_refuse) {
   EXPECT_EQ(refusal([&] { fields.text("n"); }),
             "400 devices[3].n: must be a string, not an integer");
   EXPECT_EQ(refusal([&] { fields.text("e"); }), "422 devices[3].e: must not be empty");
-  EXPECT_EQ(refusal([&] { fields.text("z"); }), "422 devices[3].z: must not hold a zero character");
+  EXPECT_EQ(refusal([&] { fields.text("z"); }),
+            "422 devices[3].z: must not contain a zero character");
   EXPECT_EQ(refusal([&] { fields.count("s"); }),
             "400 devices[3].s: must be an integer, not a string");
   EXPECT_EQ(refusal([&] { fields.count("no"); }), "400 devices[3].no: is missing");
@@ -99,14 +100,14 @@ TEST(Request_Fields, name_the_place_of_what_they_refuse) {
   EXPECT_EQ(refusal([&] {
               fields.one_of("s", {"a", "b"});
             }),
-            "422 devices[3].s: \"x\" is none of a, b");
+            "422 devices[3].s: \"x\" is not one of a, b");
 }
 
 TEST(Request_Fields, refuse_what_nobody_asked_for) {
   const Object members = object(R"({"a":1,"uid":"x"})");
   Request_Fields fields(members, "pools[0]");
   fields.count("a");
-  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 pools[0].uid: is not known here");
+  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 pools[0].uid: is unknown");
 }
 
 TEST(Request_Fields, finish_what_is_inside_them) {
@@ -114,10 +115,10 @@ TEST(Request_Fields, finish_what_is_inside_them) {
   Request_Fields fields(members, "");
   fields.optional_object("one")->count("a");
   EXPECT_EQ(fields.optional_objects("many").size(), 2U);
-  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 many[0].a: is not known here");
+  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 many[0].a: is unknown");
   for (Request_Fields& each : fields.optional_objects("many"))
     each.whole();
-  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 one.x: is not known here");
+  EXPECT_EQ(refusal([&] { fields.finish(); }), "400 one.x: is unknown");
   fields.optional_object("one")->whole();
   EXPECT_EQ(refusal([&] { fields.finish(); }), "");
 }
@@ -146,9 +147,9 @@ TEST(Parsed_Request, refuses_what_nobody_read) {
   request.query = "c=3";
   Parsed_Request parsed(request);
   parsed.body.count("a");
-  EXPECT_EQ(refusal([&] { parsed.finish(); }), "400 query field 'c' is not known here");
+  EXPECT_EQ(refusal([&] { parsed.finish(); }), "400 query field 'c' is unknown");
   parsed.query.count("c");
-  EXPECT_EQ(refusal([&] { parsed.finish(); }), "400 b: is not known here");
+  EXPECT_EQ(refusal([&] { parsed.finish(); }), "400 b: is unknown");
   parsed.body.count("b");
   EXPECT_EQ(refusal([&] { parsed.finish(); }), "");
 }
@@ -171,13 +172,13 @@ TEST(Query, refuses_what_it_cannot_read) {
   EXPECT_EQ(refusal([] { Query_Fields query(with_query("a=1&%61=2")); }),
             "400 query field 'a' is given twice");
   EXPECT_EQ(refusal([] { Query_Fields query(with_query("a=%00")); }),
-            "400 query field 'a' holds a zero character");
+            "400 query field 'a' contains a zero character");
 }
 
 TEST(Query, refuses_what_nobody_asked_for) {
   Query_Fields query(with_query("uuid=1&uid=2"));
   query.text("uuid");
-  EXPECT_EQ(refusal([&] { query.finish(); }), "400 query field 'uid' is not known here");
+  EXPECT_EQ(refusal([&] { query.finish(); }), "400 query field 'uid' is unknown");
   EXPECT_EQ(refusal([&] { query.needed_text("no"); }), "400 query field 'no' is missing");
 }
 

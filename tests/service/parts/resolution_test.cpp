@@ -219,7 +219,7 @@ TEST_F(Resolution, questions_that_make_no_sense_are_refused) {
   EXPECT_EQ(refusal("?uuid=none&restore_setting=yes"),
             "400 query field 'restore_setting' must be 0 or 1");
   EXPECT_EQ(refusal("?uuid=" + pool_uuid(1) + "&device_uuid=x"),
-            "400 query field 'device_uuid' is not known here");
+            "400 query field 'device_uuid' is unknown");
 }
 
 // ---- JSON-RPC
@@ -240,7 +240,7 @@ TEST_F(Resolution, failed_calls_have_an_error_and_their_identifier) {
   EXPECT_EQ(rpc_error(call(R"({"uuid":5})")),
             "-32602 params.uuid: must be a string, not an integer");
   EXPECT_EQ(rpc_error(call(R"({"uuid":""})")), "-32602 params.uuid: must not be empty");
-  EXPECT_EQ(rpc_error(call(R"({"uuid":"u","name":"n"})")), "-32602 params.name: is not known here");
+  EXPECT_EQ(rpc_error(call(R"({"uuid":"u","name":"n"})")), "-32602 params.name: is unknown");
   EXPECT_EQ(rpc_error(R"({"id":"7","jsonrpc":"2.0","method":"pool.replicate.endpoint.query"})"),
             "-32602 params.uuid: is missing");
   EXPECT_EQ(rpc_error(R"({"id":"7","jsonrpc":"2.0","method":"pool.delete","params":{}})"),
@@ -256,13 +256,13 @@ TEST_F(Resolution, what_is_no_call_has_no_identifier_either) {
   EXPECT_EQ(rpc_error(R"({"id":1,"method":"m"})"), "-32600 jsonrpc: is missing");
   EXPECT_EQ(rpc_error(R"({"id":1,"jsonrpc":"2.0"})"), "-32600 method: is missing");
   EXPECT_EQ(rpc_error(call("[]")), "-32600 params: must be an object, not an array");
-  EXPECT_EQ(rpc_error(call("{}", R"(,"auth":1)")), "-32600 auth: is not known here");
+  EXPECT_EQ(rpc_error(call("{}", R"(,"auth":1)")), "-32600 auth: is unknown");
 }
 
 TEST_F(Resolution, what_is_no_object_is_refused_as_everywhere) {
   EXPECT_EQ(lab_.refusal("POST", "/zq/jr"), "400 the body is missing");
   EXPECT_EQ(lab_.refusal("POST", "/zq/jr", "[]"), "400 the body must be an object, not an array");
-  EXPECT_EQ(lab_.refusal("POST", "/zq/jr?x=1", "{}"), "400 query field 'x' is not known here");
+  EXPECT_EQ(lab_.refusal("POST", "/zq/jr?x=1", "{}"), "400 query field 'x' is unknown");
 }
 
 // ---- scenarios
@@ -322,11 +322,11 @@ INSTANTIATE_TEST_SUITE_P(
     Each, Resolution_Refusal,
     testing::Values(
         Bad_Entry{"key_that_is_no_base64", pool_with(R"("key":"hush!")"),
-                  "422 pools[0].key: is no Base64"},
+                  "422 pools[0].key: is not Base64"},
         Bad_Entry{"iv_of_another_type", pool_with(R"("iv":5)"),
                   "400 pools[0].iv: must be a string, not an integer"},
         Bad_Entry{"unknown_cipher", pool_with(R"("encryption":"rot-13")"),
-                  "422 pools[0].encryption: \"rot-13\" is no cipher"},
+                  "422 pools[0].encryption: \"rot-13\" is not a known cipher"},
         Bad_Entry{"multidevice_of_another_type", pool_with(R"("multidevice":1)"),
                   "400 pools[0].multidevice: must be true or false, not an integer"},
         Bad_Entry{"source_address_of_another_type", pool_with(R"("source_addresses":{"h":5})"),
@@ -342,32 +342,32 @@ INSTANTIATE_TEST_SUITE_P(
         Bad_Entry{"bucket_of_what_is_no_object_store", device_with("s3x://n", R"("bucket":"b")"),
                   "422 devices[0].bucket: is for devices with the URL of an object store"},
         Bad_Entry{"access_key_alone", device_with("s3://n/b", R"("access_key":"a")"),
-                  "422 devices[0].access_key: goes with a secret_key, and the other way round"},
+                  "422 devices[0].access_key: must be given together with secret_key"},
         Bad_Entry{"secret_key_alone", device_with("s3://n/b", R"("secret_key":"hush")"),
-                  "422 devices[0].access_key: goes with a secret_key, and the other way round"},
+                  "422 devices[0].access_key: must be given together with secret_key"},
         Bad_Entry{"secret_key_twice",
                   device_with("s3://n/b", R"("secret_key":"hush","sealed_secret_key":"hush")"),
-                  "422 devices[0].sealed_secret_key: does not go with secret_key"},
+                  "422 devices[0].sealed_secret_key: cannot be combined with secret_key"},
         Bad_Entry{"key_sealed_by_somebody_else",
                   device_with("s3://n/b", R"("access_key":"a","sealed_secret_key":"aHVzaA==")"),
-                  "422 devices[0].sealed_secret_key: was not sealed for this URL under this "
+                  "422 devices[0].sealed_secret_key: was not encrypted for this URL with this "
                   "secret"},
         Bad_Entry{"sealed_key_that_is_no_base64",
                   device_with("s3://n/b", R"("access_key":"a","sealed_secret_key":"hush!")"),
-                  "422 devices[0].sealed_secret_key: is no Base64"},
+                  "422 devices[0].sealed_secret_key: is not Base64"},
         Bad_Entry{"sealed_for_two_urls",
                   device_with("s3://n/b", R"("access_key":"a","secret_key":"hush",
                               "network_urls":{"1":"s3://m/b"})"),
-                  "422 devices[0].network_urls: does not go with a secret key, which is sealed for "
-                  "one URL"},
+                  "422 devices[0].network_urls: cannot be combined with a secret key, which is "
+                  "encrypted for one URL"},
         Bad_Entry{"network_without_a_number",
                   device_with("ws://n", R"("network_urls":{"one":"ws://m"})"),
-                  "422 devices[0].network_urls.one: is no number of a network"},
+                  "422 devices[0].network_urls.one: is not a network number"},
         Bad_Entry{"network_with_two_ways_to_write_it",
                   device_with("ws://n", R"("network_urls":{"01":"ws://m"})"),
-                  "422 devices[0].network_urls.01: is no number of a network"},
+                  "422 devices[0].network_urls.01: is not a network number"},
         Bad_Entry{"network_url_that_is_none", device_with("ws://n", R"("network_urls":{"1":"m"})"),
-                  "422 devices[0].network_urls.1: is no URL"},
+                  "422 devices[0].network_urls.1: is not a URL"},
         Bad_Entry{"network_url_that_carries_a_password",
                   device_with("ws://n", R"("network_urls":{"1":"ws://u:hush@m"})"),
                   "422 devices[0].network_urls.1: must not carry a user or password"},
@@ -378,13 +378,13 @@ INSTANTIATE_TEST_SUITE_P(
         Bad_Entry{"replica_with_more",
                   R"({"replicas":[{"uuid":")" + pool_uuid(30) + R"(","pool_uuid":")" +
                       pool_uuid(1) + R"(","name":"n"}]})",
-                  "400 replicas[0].name: is not known here"}),
+                  "400 replicas[0].name: is unknown"}),
     [](const auto& test) { return std::string(test.param.name); });
 
 TEST(Resolution_Without_Secret, refuses_a_clear_secret_key) {
   Lab_Service lab;
   EXPECT_EQ(lab.scenario_refusal(test::resolution_lab()),
-            "422 devices[5].secret_key: cannot be sealed without --s3-secret-file");
+            "422 devices[5].secret_key: cannot be encrypted without --s3-secret-file");
 }
 
 }  // namespace

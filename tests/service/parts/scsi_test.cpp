@@ -261,7 +261,7 @@ TEST_F(SCSI_Pools, requests_that_make_no_sense_are_refused) {
             "422 acls: has more than 4096 elements");
   for (const char* half : {R"("type":"iSCSI")", R"("target":"iqn.x")"}) {
     EXPECT_THAT(refusal("POST", export_path, body(of_lun + ',' + half + ',' + acls({"a"}))),
-                StartsWith("422 target: comes with type"));
+                StartsWith("422 target: must be given together with type"));
   }
   EXPECT_THAT(refusal("POST", export_path,
                       body(of_lun + R"(,"type":"NVMe","target":"iqn.x",)" + acls({"a"}))),
@@ -706,9 +706,9 @@ TEST_F(SCSI_Pools, the_check_looks_at_everything_and_finds_what_is_wrong) {
               HasSubstr("the target serves two pools or transports"));
   EXPECT_THAT(damaged("UPDATE scsi_export SET pool = (SELECT uuid FROM scsi_pool "
                       "WHERE transport = 'FC')"),
-              HasSubstr("is no LUN of the target's pool"));
+              HasSubstr("the LUN is not in the target's pool"));
   EXPECT_THAT(damaged("UPDATE volume_pool SET used_size = 512"),
-              HasSubstr("what is used is said to be 512, is 0"));
+              HasSubstr("what is used is reported as 512, is 0"));
 }
 
 // ---- scenarios and restarts
@@ -841,7 +841,7 @@ TEST_F(SCSI_Scenario_Text, what_makes_no_sense_is_refused_with_its_place) {
   EXPECT_EQ(load(R"("history":[{}])"),
             "400 luns[0].history[0].write: is missing, and so are discard and snapshot");
   EXPECT_THAT(load(R"("history":[{"write":{},"discard":{}}])"),
-              StartsWith("422 luns[0].history[0].discard: does not go with"));
+              StartsWith("422 luns[0].history[0].discard: cannot be combined"));
   EXPECT_EQ(load(R"("history":[{"write":{"offset":0}}])"),
             "400 luns[0].history[0].write.length: is missing");
   EXPECT_THAT(load(R"("history":[{"write":{"offset":0,"length":512,"x":1}}])"),
@@ -852,7 +852,8 @@ TEST_F(SCSI_Scenario_Text, what_makes_no_sense_is_refused_with_its_place) {
   EXPECT_THAT(load(R"("next_seq":0)"), StartsWith("422 luns[0]: next_seq"));
   EXPECT_THAT(load(R"("origin":")" + unknown + '"'),
               StartsWith("422 luns[0].origin: no LUN before"));
-  EXPECT_THAT(load(R"("export":{"lun_num":16384})"), StartsWith("422 luns[0]: LUN numbers are"));
+  EXPECT_THAT(load(R"("export":{"lun_num":16384})"),
+              StartsWith("422 luns[0]: a LUN number must be"));
   EXPECT_THAT(load(R"("export":{"lun":1})"), StartsWith("400 luns[0].export.lun"));
   export_lun(make_lun());
   EXPECT_THAT(load(R"("export":{"lun_num":1})"), StartsWith("422 luns[0]: LUN number 1 is taken"));

@@ -71,7 +71,7 @@ TEST(Storage_Server, has_one_data_root) {
   EXPECT_EQ(lab.refusal("GET", statfs_path + "?uri="), "404 there is no data root ''");
   EXPECT_EQ(lab.refusal("GET", statfs_path), "400 query field 'uri' is missing");
   EXPECT_EQ(lab.refusal("GET", statfs_path + "?uri=/zq/data&x=1"),
-            "400 query field 'x' is not known here");
+            "400 query field 'x' is unknown");
 }
 
 }  // namespace

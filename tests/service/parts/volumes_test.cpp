@@ -178,7 +178,7 @@ TEST_F(Volumes, numbers_of_snapshots_are_never_used_again) {
   EXPECT_THAT(refusal([&](Connection& db) {
                 create_snapshot(db, volume, {0, "s5", 0, 3, false, ""});
               }),
-              HasSubstr("takes snapshots from number 4"));
+              HasSubstr("takes a snapshot number from 4"));
   in([&](Connection& db) { create_snapshot(db, volume, {0, "s5", 0, 2147483647, false, ""}); });
   EXPECT_THAT(refusal([&](Connection& db) {
                 create_snapshot(db, volume, {0, "s6", 0, 0, false, ""});
@@ -345,11 +345,11 @@ TEST_F(Volumes, the_check_finds_sizes_that_are_wrong) {
   EXPECT_EQ(problems(), "");
   const std::vector<std::pair<const char*, const char*>> damages = {
       {"UPDATE volume_pool SET used_size = used_size + 1",
-       "what is used is said to be 151, is 150"},
+       "what is used is reported as 151, is 150"},
       {"UPDATE volume_extent SET start = 40 WHERE start = 50", "written twice at 40"},
       {"DELETE FROM volume_snapshot", "data that nothing reaches"},
-      {"UPDATE volume SET size = 80", "written behind the end"},
-      {"UPDATE volume SET next_seq = 1", "has a number not given yet"},
+      {"UPDATE volume SET size = 80", "written beyond the end"},
+      {"UPDATE volume SET next_seq = 1", "has a number that was not given out yet"},
       {"UPDATE volume_extent SET data = 1, data_start = 0", "has data twice"},
   };
   for (const auto& [damage, expected] : damages) {

@@ -385,7 +385,7 @@ TEST(Command_Line, failures_at_start_exit_with_1_and_a_reason) {
   EXPECT_THAT(reason({"--no-access-key", "--scenario", directory.path("none")}),
               HasSubstr("cannot read it: No such file"));
   EXPECT_THAT(reason({"--no-access-key", "--listen", "localhost:0"}),
-              HasSubstr("'localhost' is no address"));
+              HasSubstr("'localhost' is not an IP address"));
   EXPECT_THAT(reason({"--no-access-key", "--listen", "127.0.0.1:0", "--ready-file",
                       directory.path("none/ready")}),
               HasSubstr("cannot write"));

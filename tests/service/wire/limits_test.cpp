@@ -75,7 +75,7 @@ TEST_P(Limits, slow_headers_are_cut_off) {
   Http_Client client(service.endpoint(ssl()));
   EXPECT_TRUE(cut_off_while_sending(
       client, request_text("GET", pool_path, service.access_key(), "", std::string(80, 'x'))));
-  EXPECT_TRUE(said_in_log(service, "note=\"the request took too long to come\""));
+  EXPECT_TRUE(said_in_log(service, "note=\"the request took too long to arrive\""));
 }
 
 TEST_P(Plain_Limits, a_slow_body_is_cut_off) {
@@ -92,7 +92,7 @@ TEST_P(Limits, a_client_that_does_not_read_is_cut_off) {
       R"({"faults":[{"path":")" + pool_path + R"(","kind":"huge","bytes":1000000000}]})");
   Http_Client client(service.endpoint(ssl()));
   client.send(request_text("GET", pool_path, service.access_key()));
-  EXPECT_TRUE(said_in_log(service, "note=\"the answer was not taken in time\""));
+  EXPECT_TRUE(said_in_log(service, "note=\"the client did not read the response in time\""));
 }
 
 TEST_P(Plain_Limits, too_large_headers_are_431) {
