@@ -71,9 +71,9 @@ Outcome judge_answer(const Captured_Log& log, const std::vector<Known_Failure>& 
       return {known.code, known.cause};
     }
   }
-  Outcome outcome = {Exit_Code::failed, "the answer is not what the operation needs"};
+  Outcome outcome = {Exit_Code::failed, "the answer is unusable"};
   if (!log.errors.empty()) outcome.cause += " (" + log.errors.back() + ')';
-  if (effect == Effect::changes) outcome.cause += "; yet the service made the change";
+  if (effect == Effect::changes) outcome.cause += "; the service made the change";
   return outcome;
 }
 

@@ -8,7 +8,7 @@
 
 namespace zqpool::cli {
 
-/// A failure that means something particular, recognised by the library's log.
+/// A failure with a known meaning, recognised by the library's log.
 struct Known_Failure {
   std::string log_prefix;  ///< how one of the logged errors begins; "": no error is logged
   Exit_Code code = Exit_Code::not_found;
@@ -27,7 +27,7 @@ struct Call_Options {
   bool trace = false;    ///< show the exchange on standard error
 };
 
-/// Calls one operation of the library on this thread and judges what came of it.
+/// Calls one operation of the library on this thread and judges its result.
 Outcome call_library(const Call_Policy& policy, const Call_Options& options,
                      const std::function<bool()>& operation);
 
@@ -36,7 +36,7 @@ Outcome call_library(const Call_Policy& policy, const Call_Options& options,
 Outcome judge_answer(const Captured_Log& log, const std::vector<Known_Failure>& known_failures,
                      Effect effect);
 
-/// The error of the service within a line that the library logged.
+/// The service's error in a line that the library logged.
 struct Service_Error {
   std::string message;
   int code = 0;

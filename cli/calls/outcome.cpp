@@ -84,7 +84,7 @@ Outcome judge_exchange(const HTTP_Exchange_Report& report, Effect effect) {
     outcome.code = Exit_Code::outcome_unknown;
   }
   if (outcome.code == Exit_Code::outcome_unknown) {
-    outcome.cause += "; whether the change was made is unknown";
+    outcome.cause += "; it is unknown whether the change was made";
   }
   return outcome;
 }

@@ -75,7 +75,7 @@ std::vector<std::string> expand_objects(const std::vector<std::string>& argument
       objects.push_back(argument);
       continue;
     }
-    if (input_read) throw Usage_Error("standard input can be read once only: one '-'");
+    if (input_read) throw Usage_Error("standard input can be read only once: give one '-'");
     input_read = true;
     for (std::string line; std::getline(std::cin, line);) {
       if (!line.empty() && line.back() == '\r') line.pop_back();

@@ -40,14 +40,14 @@ std::size_t parse_jobs(const std::string& text) {
   const char* const end = text.data() + text.size();
   const auto [stop, error] = std::from_chars(text.data(), end, jobs);
   if (error != std::errc() || stop != end || jobs == 0 || jobs > max_jobs) {
-    throw Usage_Error("'" + text + "' is no number from 1 to " + std::to_string(max_jobs));
+    throw Usage_Error("'" + text + "' is not a number from 1 to " + std::to_string(max_jobs));
   }
   return jobs;
 }
 
 std::chrono::milliseconds parse_timeout(const std::string& text) {
   const std::chrono::milliseconds time = parse_duration(text);
-  if (time.count() == 0) throw Usage_Error("'" + text + "' leaves no time at all");
+  if (time.count() == 0) throw Usage_Error("'" + text + "' is too short");
   return time;
 }
 
@@ -196,7 +196,7 @@ Exit_Code Command_Context::print_list(Array& list, const std::string& name) {
   std::vector<Record> records;
   for (json_spirit::Value& element : list) {
     if (element.type() != json_spirit::obj_type) {
-      say(command_ + ": the list holds what is no record");
+      say(command_ + ": the list contains something that is not a record");
       return Exit_Code::failed;
     }
     Object& object = element.get_obj();
@@ -221,9 +221,9 @@ void Command_Context::print(const std::vector<Record>& records) {
 void Command_Context::report_retry() const {
   const HTTP_Exchange_Report report = last_http_exchange();
   if (flags_.trace) say(trace_line(report));
-  const std::string cause = report.ok() ? "the answer is not what the operation needs"
-                                        : judge_exchange(report, Effect::reads).cause;
-  note(command_ + ": " + target_->url + ": " + cause + "; asking again");
+  const std::string cause =
+      report.ok() ? "the answer is unusable" : judge_exchange(report, Effect::reads).cause;
+  note(command_ + ": " + target_->url + ": " + cause + "; retrying");
 }
 
 }  // namespace zqpool::cli

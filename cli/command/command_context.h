@@ -43,7 +43,6 @@ class Command_Context {
   /// is not thread-safe, later ones are. Throws Usage_Error when a setting is missing or wrong.
   const Target& target();
 
-  /// Whether requests are shown instead of changing anything.
   bool is_dry_run() const noexcept { return flags_.dry_run; }
 
   /// Calls one operation of the library on this thread.
@@ -57,11 +56,11 @@ class Command_Context {
   // Each of these works on many objects, continues after a failure, and reports and prints in the
   // order of `objects`.
 
-  /// Work at the service whose records are printed.
+  /// For work that calls the service and fills records, which are printed.
   Exit_Code show(const std::vector<std::string>& objects, const Work& work);
-  /// Work at the service whose records are not printed.
+  /// For work that calls the service and prints nothing.
   Exit_Code change(const std::vector<std::string>& objects, const Work& work);
-  /// Work without a service whose records are printed.
+  /// For work that needs no service; prints the records.
   Exit_Code derive(const std::vector<std::string>& objects, const Work& work);
 
   /// For a command with one call: reports its failure, or prints the request that was held back.

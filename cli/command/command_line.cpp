@@ -65,7 +65,7 @@ Command_Line::Command_Line() : app_("Storage pools from the command line.", "zqp
     options_[index] = app_.add_option(names, arguments_[index], help)->type_name(setting.type);
   }
   app_.add_flag("--insecure", flags_.insecure, "Accept any certificate of any host");
-  app_.add_flag("--dry-run", flags_.dry_run, "Print the request that would go out, change nothing");
+  app_.add_flag("--dry-run", flags_.dry_run, "Print the request instead of sending it");
   app_.add_flag("--trace", flags_.trace, "Phases and times of each exchange, on standard error");
   CLI::Option* const verbose =
       app_.add_flag("-v,--verbose", flags_.verbose, "Show the library's log");
@@ -81,7 +81,7 @@ Verb& Verb::argument(const char* name, std::string& value, const std::string& he
 }
 
 Verb& Verb::objects(const char* name, std::vector<std::string>& objects, const std::string& help) {
-  return option(name, objects, "", help + "; - reads them from standard input, one a line")
+  return option(name, objects, "", help + "; - reads them from standard input, one per line")
       .required();
 }
 
@@ -152,7 +152,7 @@ int Command_Line::run(int argc, const char* const* argv) {
                           "  zqpool --endpoint https://pool1:8443 pool show UUID\n"
                           "  zqpool device show --url file:///vault/d1 --output json\n"
                           "  zqpool config show\n\n"
-                          "zqpool NOUN VERB --help says more, man zqpool says all.\n\n") +
+                          "See also zqpool NOUN VERB --help, and man zqpool.\n\n") +
               exit_codes);
   std::string output;
   Exit_Code code = Exit_Code::failed;
@@ -200,7 +200,7 @@ Exit_Code Command_Line::refuse(const CLI::ParseError& error) const {
     const std::vector<std::string> unknown = chosen().remaining();
     const std::string wanted = name.empty() ? "noun" : "verb";
     message = unknown.empty() ? "a " + wanted + " is needed:"
-                              : "'" + unknown.front() + "' is no " + wanted + ", there are:";
+                              : "'" + unknown.front() + "' is not a " + wanted + "; choose from:";
     for (const CLI::App* const app : next)
       message += ' ' + app->get_name();
   }

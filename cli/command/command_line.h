@@ -36,7 +36,7 @@ class Verb {
   /// A required argument.
   Verb& argument(const char* name, std::string& value, const std::string& help);
 
-  /// One argument or more, "-" among them for the lines of standard input.
+  /// One or more arguments; "-" stands for the lines of standard input.
   Verb& objects(const char* name, std::vector<std::string>& objects, const std::string& help);
   Verb& flag(const char* name, bool& value, const std::string& help);
   /// The flag that skips the confirmation.

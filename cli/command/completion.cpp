@@ -155,7 +155,7 @@ constexpr const char* bash_rest = R"(
 complete -F _zqpool zqpool
 )";
 
-/// What an option or argument of fish is completed with.
+/// The candidates for an option or argument, as fish wants them.
 std::string fish_values(const std::string& list) {
   if (list == files) return " -F";
   if (list == directories) return " -x -a '(__fish_complete_directories)'";

@@ -15,7 +15,7 @@ void confirm(bool yes, const std::string& doing, const std::vector<std::string>&
       (objects.size() == 1 ? objects.front() : std::to_string(objects.size()) + ' ' + kind) + '?';
   const Descriptor terminal = open_terminal();
   if (!terminal.is_open()) {
-    throw Usage_Error(question + " Say so with --yes (there is no terminal to ask on)");
+    throw Usage_Error(question + " Confirm with --yes (there is no terminal to ask on)");
   }
   write_all(terminal.get(), printable(question) + " [y/N] ");
   constexpr std::size_t max_answer = 4096;

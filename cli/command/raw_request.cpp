@@ -36,7 +36,7 @@ Outcome list_objects(Command_Context& context, const char* path, const Query& qu
   if (!outcome.done()) return outcome;
   if (answer.type() != json_spirit::array_type) {
     outcome.code = Exit_Code::failed;
-    outcome.cause = "the answer is not what the operation needs";
+    outcome.cause = "the answer is unusable";
     return outcome;
   }
   list = std::move(answer.get_array());

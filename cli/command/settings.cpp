@@ -13,7 +13,7 @@ namespace zqpool::cli {
 
 namespace {
 
-/// One `key = value` a line; no arrays; "#" begins a comment.
+/// One `key = value` per line; no arrays; "#" begins a comment.
 class Plain_Config : public CLI::ConfigBase {
  public:
   Plain_Config() {
@@ -53,8 +53,7 @@ const std::array<Setting, setting_count>& all_settings() noexcept {
        "Certificate authorities to trust (PEM file or hashed directory) in place of the system's",
        true},
       {Setting_Id::s3_secret_file, "s3_secret_file", "--s3-secret-file", "ZQPOOL_S3_SECRET_FILE",
-       nullptr, "FILE", "File that holds the secret under which the keys of S3 pools are sealed",
-       true},
+       nullptr, "FILE", "File that holds the secret that encrypts the keys of S3 pools", true},
       {Setting_Id::host_root, "host_root", "--host-root", "ZQPOOL_HOST_ROOT", nullptr, "DIR",
        "Read this host's identity and initiators from etc and sys below it, as in a container",
        true},
@@ -106,7 +105,7 @@ void Settings::read_file(const std::string& path) {
                         (item.name == "access_key"
                              ? "the access key itself is never read from a configuration; name its "
                                "file with access_key_file"
-                             : "'" + item.fullname() + "' is no setting"));
+                             : "'" + item.fullname() + "' is not a setting"));
     }
     const auto index = static_cast<std::size_t>(setting->id);
     if (seen[index] || item.inputs.size() != 1) {

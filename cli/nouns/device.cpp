@@ -47,7 +47,7 @@ Outcome find_by_url(Command_Context& context, const std::string& url, Object& re
     return Catalog::get_device(at.host, at.port, at.ssl, at.access_key, url, record);
   });
   if (outcome.code != Exit_Code::not_found) return outcome;
-  // The library logs the same for a URL that several pools share; the service knows better.
+  // The library logs the same for a URL that several pools share, so ask the service.
   Object unused;
   Outcome asked = ask_about_url(context, nullptr, url, unused);
   return asked.code == Exit_Code::conflict ? asked : outcome;
@@ -55,7 +55,7 @@ Outcome find_by_url(Command_Context& context, const std::string& url, Object& re
 
 Exit_Code show(Command_Context& context, const Arguments& arguments) {
   if (arguments.devices.empty() && arguments.urls.empty()) {
-    throw Usage_Error("which device? Give --url or --uuid");
+    throw Usage_Error("give --url or --uuid");
   }
   const bool by_uuid = !arguments.devices.empty();
   return context.show(expand_objects(by_uuid ? arguments.devices : arguments.urls),
@@ -110,7 +110,7 @@ Exit_Code bind(Command_Context& context, const Arguments& arguments) {
   const std::string host_uuid =
       arguments.host_uuid.empty() ? Host_ID::instance()->c_str() : arguments.host_uuid;
   if (host_uuid.empty()) {
-    throw Usage_Error("this host has no identity of its own: give --host-uuid");
+    throw Usage_Error("this host has no identity: give --host-uuid");
   }
   return context.change(expand_objects(arguments.devices), [&](const std::string& device, Object&) {
     const Target& at = context.target();
@@ -133,7 +133,7 @@ void add_device(Command_Line& commands) {
              "--url - --output json < urls.txt"},
             &show, arguments)
       .option("--url", a.urls, "URL",
-              "Devices by their URL; - reads them from standard input, one a line")
+              "Devices by their URL; - reads them from standard input, one per line")
       .option("--uuid", a.devices, "UUID", "Devices by their UUID; - as above")
       .excludes({"--url"});
   device
@@ -143,14 +143,14 @@ void add_device(Command_Line& commands) {
           &located, arguments)
       .argument("POOL_UUID", a.pool, "The pool")
       .argument("PATH", a.path, "The path within the pool")
-      .option("--grouping", a.grouping, "G", "How the service is to group the devices");
+      .option("--grouping", a.grouping, "G", "Only entries with this grouping");
   device
-      .verb("info", "Asks the service about the device behind a URL, catalogued or not",
+      .verb("info", "Has the service examine the device at a URL, catalogued or not",
             {"file:///vault/d1", "file:///vault/d1 --pool POOL_UUID"}, &info, arguments)
       .argument("URL", a.url, "The device")
-      .option("--pool", a.pool_of_url, "POOL_UUID", "The pool that the device is meant for");
+      .option("--pool", a.pool_of_url, "POOL_UUID", "Examine it as part of this pool");
   device
-      .verb("offer", "Shows which device of a pool is to take new data",
+      .verb("offer", "Shows which device of a pool should take new data",
             {"POOL_UUID", "-o json - < pools.txt"}, &offer, arguments)
       .objects("POOL_UUID", a.pools, "The pools");
   device

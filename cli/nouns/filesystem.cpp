@@ -82,7 +82,7 @@ const Known_Failure no_such_filesystem = {""};
 template <typename Kind>
 Exit_Code create(Command_Context& context, const Arguments& arguments) {
   if (arguments.pool.names.size() > 1 && !arguments.mount_point.empty()) {
-    throw Usage_Error("--mount-point is that of one filesystem");
+    throw Usage_Error("--mount-point can be given for one filesystem only");
   }
   return change_each<typename Kind::Manager>(
       context, arguments.pool, [&](const auto& pool, const std::string& name) {
@@ -186,9 +186,8 @@ Outcome move_and_look(const Command_Context& context, const typename Kind::Manag
   const Outcome read = read_mount<Kind>(context, pool, name, mount);
   if (read.code != Exit_Code::done) {
     if (!outcome.answered) return outcome;
-    return {
-        Exit_Code::outcome_unknown,
-        "the service took the move, yet where it is mounted cannot be found out: " + read.cause};
+    return {Exit_Code::outcome_unknown,
+            "the service accepted the move, but the mount point cannot be read: " + read.cause};
   }
   const std::string& where = json_spirit::object_get_str_or_throw(mount, "mountpoint");
   if (without_end(where) == without_end(mount_point)) {
@@ -196,7 +195,7 @@ Outcome move_and_look(const Command_Context& context, const typename Kind::Manag
     return {};
   }
   if (outcome.answered) {
-    return {Exit_Code::failed, "the service took the move, yet the mount point is " + where};
+    return {Exit_Code::failed, "the service accepted the move, but the mount point is " + where};
   }
   outcome.cause += "; the mount point is " + where;
   return outcome;
@@ -223,7 +222,7 @@ Exit_Code roll_back(Command_Context& context, const Arguments& arguments) {
   return change_each<typename Kind::Manager>(
       context, arguments.pool,
       [](const auto& pool, const std::string& name) { return pool.rollback_filesystem(name); },
-      "Lose what was written since the newest snapshot of", "filesystems");
+      "Discard what was written since the newest snapshot of", "filesystems");
 }
 
 template <typename Kind>

@@ -114,7 +114,7 @@ Exit_Code write(Command_Context& context, const Guest_Arguments& arguments) {
   const int ways = !arguments.lun.empty() + !arguments.name.empty() + !arguments.initiator.empty();
   if (ways != 1 || arguments.pool.empty() == arguments.initiator.empty()) {
     throw Usage_Error(
-        "what is written to? Give POOL_UUID with LUN_ID or --name, or --initiator with --target "
+        "give POOL_UUID with LUN_ID or --name, or --initiator with --target "
         "and --lun-num");
   }
   Object body = {{"offset", parse_size(arguments.offset)},
@@ -141,7 +141,7 @@ Exit_Code show_visible(Command_Context& context, const Guest_Arguments& argument
 void add_fault_verb(Noun& lab) {
   const auto arguments = std::make_shared<Fault_Arguments>();
   Fault_Arguments& a = *arguments;
-  lab.verb("fault", "Makes the service misbehave on the requests of a path",
+  lab.verb("fault", "Makes the service misbehave on requests to a path",
            {"status --status 503 --times 2 --path /zq/r/storage/catalog/pool",
             "delay --delay 2s --path '/zq/r/*' --every 10",
             "reset_after_commit --method PUT --path '/zq/r/*'"},
@@ -149,9 +149,9 @@ void add_fault_verb(Noun& lab) {
       .option(
           "KIND", a.kind,
           "status|delay|reset_before_commit|reset_after_commit|cut|drip|garbage|huge|wrong_type",
-          "What goes wrong")
+          "Kind of fault")
       .required()
-      .option("--path", a.path, "PATH", "Path of the requests, or its beginning and *")
+      .option("--path", a.path, "PATH", "Path of the requests, or a prefix followed by *")
       .required()
       .option("--method", a.method, "GET|POST|PUT|DELETE", "Only requests of this method")
       .option("--query", a.query, "TEXT", "Only requests whose query contains this")
@@ -175,10 +175,10 @@ void add_fault_verb(Noun& lab) {
 
 void add_scenario_verb(Noun& lab) {
   const auto arguments = std::make_shared<Scenario_Arguments>();
-  lab.verb("scenario", "Replaces what the service holds by the content of a scenario file",
+  lab.verb("scenario", "Replaces the state of the service with a scenario",
            {"scenario.json", "--merge - < more.json"}, &load_scenario, arguments)
       .argument("FILE", arguments->file, "The scenario, JSON; - reads standard input")
-      .flag("--merge", arguments->merge, "Keep what the file does not name");
+      .flag("--merge", arguments->merge, "Keep what is not in the file");
 }
 
 void add_guest_verbs(Noun& lab) {
@@ -194,7 +194,7 @@ void add_guest_verbs(Noun& lab) {
       .option("--name", a.name, "NAME", "The filesystem")
       .option("--target", a.target, "NAME", "On this target")
       .option("--lun-num", a.lun_num, "N", "The LUN with this number")
-      .option("--initiator", a.initiator, "NAME", "Write to what this initiator sees")
+      .option("--initiator", a.initiator, "NAME", "Write as this initiator")
       .needs({"--target", "--lun-num"})
       .option("--offset", a.offset, "SIZE", "Where to start (0)")
       .option("--length", a.length, "SIZE", "How much to write")

@@ -30,14 +30,14 @@ Pool::Retention_Type retention_type(const std::string& name) {
   for (const Pool::Retention_Type type : {Pool::TYPE_NORMAL, Pool::TYPE_NEWEST}) {
     if (name == Pool::type_to_name(type)) return type;
   }
-  throw Usage_Error("'" + name + "' is no retention type: it is normal or newest");
+  throw Usage_Error("'" + name + "' is not a retention type: use normal or newest");
 }
 
 int block_size(const std::string& text) {
   if (text.empty()) return -1;
   const std::uint64_t size = parse_size(text);
   if (size == 0 || size > std::numeric_limits<int>::max()) {
-    throw Usage_Error("'" + text + "' is no size of a block");
+    throw Usage_Error("'" + text + "' is not a block size");
   }
   return static_cast<int>(size);
 }
@@ -62,7 +62,7 @@ Exit_Code create(Command_Context& context, const Arguments& arguments) {
   const int block = block_size(arguments.block_size);
   const Pool::Retention_Type retention = retention_type(arguments.retention);
   if (arguments.nobody && !arguments.to_export) {
-    throw Usage_Error("--nobody is about an export: give --export, too");
+    throw Usage_Error("--nobody needs --export");
   }
   return context.show({arguments.pool.uuid}, [&](const std::string&, Object& record) {
     auto pool = open_pool<Pool>(context.target(), arguments.pool);
@@ -158,7 +158,7 @@ Exit_Code rollback_each(Command_Context& context, const Arguments& arguments) {
   return change_each<Pool>(
       context, arguments.pool,
       [&](Pool& pool, const std::string& id) { return pool.rollback_lun(id, arguments.force); },
-      "Lose what was written since the newest snapshot of", "LUNs");
+      "Discard what was written since the newest snapshot of", "LUNs");
 }
 
 Exit_Code delete_each(Command_Context& context, const Arguments& arguments) {
@@ -185,16 +185,16 @@ void add_lun(Command_Line& commands) {
           .option("--size", a.size, "SIZE", "How large")
           .required()
           .option("--block-size", a.block_size, "SIZE", "Size of a block (the service's)")
-          .option("--retention", a.retention, "normal|newest", "What it is kept for (normal)")
+          .option("--retention", a.retention, "normal|newest", "Retention type (normal)")
           .flag("--export", a.to_export, "Export it at once, to this host")
-          .flag("--nobody", a.nobody, "Grant access to nobody yet (with --export)");
+          .flag("--nobody", a.nobody, "Grant no access yet (with --export)");
   add_initiators(creating, a.pool)
       .flag("--newest", a.newest, "For a backup: --retention newest --export")
       .excludes({"--block-size", "--retention", "--export", "--nobody"});
   lun.verb("create-from", "Creates LUNs with the content of snapshots",
            {"POOL_UUID SNAPSHOT_ID", "POOL_UUID --export SNAPSHOT_ID"}, &create_from)
       .objects("SNAPSHOT_ID", a.pool.names, "The snapshots")
-      .flag("--export", a.to_export, "Export them at once, with access for nobody yet");
+      .flag("--export", a.to_export, "Export them at once, granting no access yet");
 
   lun.verb("list", "Shows the descriptions of all LUNs of a pool",
            {"POOL_UUID", "POOL_UUID -o tsv"}, &list);

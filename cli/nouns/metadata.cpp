@@ -27,7 +27,7 @@ struct Arguments {
 void check_type(const std::string& type) {
   static constexpr std::array taken = {"pool_uuid", "device_uuid", "size", "grouping"};
   if (std::find(taken.begin(), taken.end(), type) != taken.end()) {
-    throw Usage_Error("--type: '" + type + "' is no type of a path");
+    throw Usage_Error("--type: '" + type + "' is not a type of a path");
   }
 }
 
@@ -35,7 +35,7 @@ ACE_INT64 signed_size(const std::string& text) {
   if (text.empty()) return -1;
   const std::uint64_t size = parse_size(text);
   if (size > std::numeric_limits<std::int64_t>::max()) {
-    throw Usage_Error("'" + text + "' is more than a path can have");
+    throw Usage_Error("'" + text + "' is too large for a path");
   }
   return static_cast<ACE_INT64>(size);
 }
@@ -55,8 +55,7 @@ Exit_Code add(Command_Context& context, const Arguments& arguments) {
 
 Exit_Code remove(Command_Context& context, const Arguments& arguments) {
   const std::vector<std::string> paths = expand_objects(arguments.paths);
-  confirm(arguments.yes || context.is_dry_run(), "Remove what the catalog holds of", paths,
-          "paths");
+  confirm(arguments.yes || context.is_dry_run(), "Remove the catalog's entries of", paths, "paths");
   return context.change(paths, [&](const std::string& path, Object&) {
     const Target& at = context.target();
     return context.call({Effect::changes}, [&] {
@@ -72,7 +71,7 @@ Exit_Code remove(Command_Context& context, const Arguments& arguments) {
 void add_metadata(Command_Line& commands) {
   const auto arguments = std::make_shared<Arguments>();
   Arguments& a = *arguments;
-  Noun metadata = commands.noun("metadata", "What the catalog records of the paths of a pool");
+  Noun metadata = commands.noun("metadata", "The catalog's entries of the paths of a pool");
   metadata
       .verb("add", "Records that paths of a pool lie on a device",
             {"POOL_UUID DEVICE_UUID /jobs/a.img --size 10GiB",
@@ -81,15 +80,15 @@ void add_metadata(Command_Line& commands) {
       .argument("POOL_UUID", a.pool, "The pool")
       .argument("DEVICE_UUID", a.device, "The device")
       .objects("PATH", a.paths, "Paths within the pool")
-      .option("--grouping", a.grouping, "G", "The grouping under which they are recorded")
-      .option("--type", a.type, "file|dir", "What the paths are (file)")
-      .option("--size", a.size, "SIZE", "How large each is, if known");
+      .option("--grouping", a.grouping, "G", "Grouping of the entries")
+      .option("--type", a.type, "file|dir", "Type of the paths (file)")
+      .option("--size", a.size, "SIZE", "Size of each, if known");
   metadata
-      .verb("remove", "Removes what is recorded of paths of a pool",
+      .verb("remove", "Removes the catalog's entries of paths of a pool",
             {"POOL_UUID /jobs/a.img", "--yes POOL_UUID - < paths.txt"}, &remove, arguments)
       .argument("POOL_UUID", a.pool, "The pool")
       .objects("PATH", a.paths, "Paths within the pool")
-      .option("--grouping", a.grouping, "G", "Only what is recorded under this grouping")
+      .option("--grouping", a.grouping, "G", "Only the entries with this grouping")
       .yes(a.yes);
 }
 

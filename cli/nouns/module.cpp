@@ -15,7 +15,7 @@ namespace {
 Outcome parse(const std::string& text, Object& record) {
   Catalog_Agent agent;
   if (!agent.parse(text)) {
-    return {Exit_Code::failed, "it is no module identity, FEATURE.TYPE.SYSTEM"};
+    return {Exit_Code::failed, "it is not a module identity, FEATURE.TYPE.SYSTEM"};
   }
   record = {{"identity", agent.generate()},
             {"feature", agent.featrue},
@@ -35,18 +35,18 @@ Exit_Code parse_each(Command_Context& context, const Arguments& arguments) {
 
 Exit_Code is_cd(Command_Context& context, const Arguments& arguments) {
   if (arguments.identities.empty() && arguments.catalog.empty()) {
-    throw Usage_Error("which module? Give an identity, --catalog or both");
+    throw Usage_Error("give an identity, --catalog or both");
   }
   if (arguments.catalog == "-" &&
       std::find(arguments.identities.begin(), arguments.identities.end(), "-") !=
           arguments.identities.end()) {
-    throw Usage_Error("standard input can be read once only: one '-'");
+    throw Usage_Error("standard input can be read only once: give one '-'");
   }
   Object catalog;
   if (!arguments.catalog.empty()) {
     json_spirit::Value document = read_document(arguments.catalog);
     if (document.type() != json_spirit::obj_type) {
-      throw Usage_Error(arguments.catalog + " is no record of a catalog");
+      throw Usage_Error(arguments.catalog + " is not a record of a catalog");
     }
     catalog = std::move(document.get_obj());
   }
@@ -70,17 +70,17 @@ Exit_Code is_cd(Command_Context& context, const Arguments& arguments) {
 void add_module(Command_Line& commands) {
   const auto arguments = std::make_shared<Arguments>();
   Arguments& a = *arguments;
-  Noun module = commands.noun("module", "Identities of agent modules; asks no service");
+  Noun module = commands.noun("module", "Identities of agent modules; needs no service");
   module
-      .verb("parse", "Takes module identities apart", {"File.CDP.Linux", "-o tsv - < agents.txt"},
-            &parse_each, arguments)
+      .verb("parse", "Shows the parts of module identities",
+            {"File.CDP.Linux", "-o tsv - < agents.txt"}, &parse_each, arguments)
       .objects("IDENTITY", a.identities, "FEATURE.TYPE.SYSTEM");
   module
       .verb("is-cd", "Tells whether a storage catalog belongs to one of the cd modules",
             {"file.cdp.linux", "--catalog record.json", "--catalog record.json db.os.windows-x86"},
             &is_cd, arguments)
       .option("IDENTITY", a.identities, "",
-              "Judge this identity, not the record's; - reads them from standard input")
+              "Judge this identity instead of the record's; - reads them from standard input")
       .option("--catalog", a.catalog, "FILE",
               "The storage catalog's record, JSON; - reads standard input");
 }

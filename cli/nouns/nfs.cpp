@@ -34,7 +34,7 @@ NFS_Operator open(const Target& at) {
 NFS_Operator::Record record_of(const Arguments& arguments) {
   NFS_Operator::Record record = arguments.record;
   if (arguments.path.empty() == arguments.pool.empty()) {
-    throw Usage_Error("what is exported? Give --path or --pool");
+    throw Usage_Error("give --path or --pool");
   }
   record.type = arguments.pool.empty() ? NFS_Operator::TYPE_PATH : NFS_Operator::TYPE_POOL;
   record.path = arguments.pool.empty() ? arguments.path : arguments.sub_dir;
@@ -48,14 +48,14 @@ unsigned int wait_seconds(const Command_Context& context, const std::string& tex
   if (text.empty()) return 0;
   const std::chrono::milliseconds wait = parse_duration(text);
   if (wait >= context.timeout()) {
-    throw Usage_Error("--wait: '" + text + "' is not within --timeout, " +
+    throw Usage_Error("--wait: '" + text + "' must be less than --timeout, " +
                       context.settings()[Setting_Id::timeout].text);
   }
   return static_cast<unsigned int>((wait.count() + 999) / 1000);
 }
 
 /// Looks up a record whose export failed or is in doubt: if it was exported after all, the command
-/// succeeded, otherwise its state becomes part of the cause.
+/// succeeded; otherwise adds its state to the cause.
 Outcome look_for(Command_Context& context, const std::string& uuid, Outcome outcome) {
   if (outcome.code != Exit_Code::outcome_unknown && outcome.code != Exit_Code::unreachable) {
     return outcome;
@@ -72,7 +72,7 @@ Outcome look_for(Command_Context& context, const std::string& uuid, Outcome outc
   } else if (found.answered || found.code == Exit_Code::not_found) {
     outcome.cause += "; there is no record " + uuid;
   } else if (outcome.code == Exit_Code::outcome_unknown) {
-    outcome.cause += "; it would be record " + uuid;
+    outcome.cause += "; its record would be " + uuid;
   }
   return outcome;
 }
@@ -142,7 +142,7 @@ void add_nfs(Command_Line& commands) {
   add_record(publishing, a);
   publishing.option("--wait", a.wait, "DURATION", "How long to wait until it is exported");
 
-  Verb updating = nfs.verb("update", "Replaces an export by another",
+  Verb updating = nfs.verb("update", "Replaces an export with another",
                            {"UUID --path /srv/backup --squash no_root_squash"}, &update, arguments)
                       .argument("UUID", a.uuid, "The record");
   add_record(updating, a);

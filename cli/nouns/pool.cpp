@@ -20,7 +20,7 @@ namespace zqpool::cli {
 
 namespace {
 
-/// Which storage of which pools, and for whom.
+/// The pools to resolve, and how.
 struct Resolution {
   std::vector<std::string> pools;
   std::string device;
@@ -54,7 +54,7 @@ void introduce_host(Command_Context& context, const Resolution& wanted) {
   if (!wanted.host_uuid.empty()) Host_ID::instance()->set(wanted.host_uuid);
 }
 
-/// The host that storages are chosen for, or null when nothing says which one this is.
+/// The host that storages are chosen for, or null when it has no known identity.
 const char* this_host() {
   const char* const uuid = Host_ID::instance()->c_str();
   return *uuid != '\0' ? uuid : nullptr;
@@ -71,7 +71,7 @@ Outcome resolve(Command_Context& context, const Resolution& wanted,
   const auto begins = [&last](const char* words) { return last.rfind(words, 0) == 0; };
   if (begins("Failed to decrypt s3 keys of pool info") &&
       !context.settings()[Setting_Id::s3_secret_file].given) {
-    outcome.cause += "; give the secret that seals them with --s3-secret-file";
+    outcome.cause += "; give the file of their secret with --s3-secret-file";
   }
   if (begins("Failed to extract replicate pool info response(")) {
     // That line shows the whole answer, which may hold keys. Only the service's message is shown.
@@ -80,8 +80,8 @@ Outcome resolve(Command_Context& context, const Resolution& wanted,
     if (-599 <= error.code && error.code <= -400) {
       outcome.code = judge_status(static_cast<unsigned>(-error.code), Effect::reads);
     }
-    outcome.cause =
-        error.message.empty() ? "the answer holds no pool" : "the service says: " + error.message;
+    outcome.cause = error.message.empty() ? "the answer contains no pool"
+                                          : "the service says: " + error.message;
   }
   return outcome;
 }
@@ -121,7 +121,7 @@ Exit_Code show_urls(Command_Context& context, const Resolution& wanted) {
   });
 }
 
-/// Describes one SCSI pool, with what is known of how its LUNs are reached.
+/// Describes one SCSI pool, with the transport and portal of its LUNs as far as known.
 Outcome describe_scsi(Command_Context& context, const std::string& uuid, Object& record) {
   Pool_Arguments arguments;
   arguments.uuid = uuid;
@@ -168,10 +168,10 @@ Exit_Code show(Command_Context& context, const Resolution& wanted) {
   });
 }
 
-/// The options by which a storage is chosen.
+/// The options that choose a storage.
 Verb& add_choice(Verb& verb, Resolution& wanted) {
   return verb
-      .option("--device", wanted.device, "UUID", "This storage, not the one meant for the host")
+      .option("--device", wanted.device, "UUID", "This storage instead of the one for the host")
       .option("--host-uuid", wanted.host_uuid, "UUID", "Resolve for this host (the local one)")
       .flag("--restore", wanted.restore, "With the settings of a restore")
       .option("--backupd", wanted.backupd, "https://HOST:PORT",
@@ -182,14 +182,14 @@ Verb& add_choice(Verb& verb, Resolution& wanted) {
 
 void add_pool(Command_Line& commands) {
   const auto wanted = std::make_shared<Resolution>();
-  Noun pool = commands.noun("pool", "Storage pools, in the catalog and where they are reached");
+  Noun pool = commands.noun("pool", "Storage pools: their records, and how to reach their data");
   pool.verb("show", "Shows the catalog's record of pools",
             {"5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11", "--output json --jobs 16 - < uuids.txt"},
             &show, wanted)
       .objects("UUID", wanted->pools, "Pools to show");
   Verb resolving =
       pool.verb(
-              "resolve", "Finds out where the data of pools is reached, and what that takes",
+              "resolve", "Shows how to reach the data of pools: URL, keys, addresses",
               {"5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11",
                "--host-uuid HOST_UUID --show-secrets POOL_UUID -o json", "--replica REPLICA_UUID"},
               &resolve_pools, wanted)
@@ -197,7 +197,7 @@ void add_pool(Command_Line& commands) {
   add_choice(resolving, *wanted)
       .flag("--replica", wanted->replica, "The UUIDs are those of replicas")
       .excludes({"--device", "--host-uuid", "--restore"})
-      .flag("--show-secrets", wanted->show_secrets, "Show keys as they are");
+      .flag("--show-secrets", wanted->show_secrets, "Show keys in clear");
   Verb showing_url = pool.verb("url", "Shows the URL by which the data of pools is reached",
                                {"5f0c8a52-3c1b-4c3f-9a34-6f6a2d1f0b11",
                                 "--host-uuid HOST_UUID -o tsv - < uuids.txt"},

@@ -20,14 +20,14 @@ Verb& add_export(Verb& verb, Pool_Arguments& pool) {
 Call_Policy change_of_access() {
   return {Effect::changes,
           {{"Failed to get initiator name.", Exit_Code::failed,
-            "this host has no SCSI initiator to let in, nothing was sent; name one with "
+            "this host has no SCSI initiator, nothing was sent; name one with "
             "--initiator"}}};
 }
 
 void check_names(const std::vector<std::string>& names) {
   for (const std::string& name : names) {
     if (name.find_first_of("&=+%") != std::string::npos) {
-      throw Usage_Error("'" + name + "': a name or identifier holds none of & = + %");
+      throw Usage_Error("'" + name + "': a name or identifier must not contain & = + %");
     }
   }
 }

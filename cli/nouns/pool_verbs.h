@@ -12,7 +12,7 @@
 
 namespace zqpool::cli {
 
-/// The pool that a verb works on, and what of it.
+/// The pool that a verb works on, and objects in it.
 struct Pool_Arguments {
   std::string uuid;
   std::vector<std::string> names;  ///< LUNs, snapshots or filesystems
@@ -31,7 +31,7 @@ Verb& add_initiators(Verb& verb, Pool_Arguments& pool);
 /// The same, and those for transport and target.
 Verb& add_export(Verb& verb, Pool_Arguments& pool);
 
-/// The library's manager of the pool. Each thread needs one of its own.
+/// The library's manager of the pool. Each thread needs its own.
 template <typename Manager>
 Manager open_pool(const Target& target, const Pool_Arguments& pool);
 template <>
@@ -48,12 +48,12 @@ inline Image_Pool_Manager open_pool(const Target& target, const Pool_Arguments& 
 Call_Policy change_of_access();
 
 /// The arguments with "-" expanded to the lines of standard input. Throws Usage_Error for names
-/// that would change the meaning of a query, which the library sends as they are.
+/// with special characters of a query, because the library does not encode them.
 std::vector<std::string> expand_names(const std::vector<std::string>& arguments);
 void check_names(const std::vector<std::string>& names);
 
-/// The names that the user wants to change. Where the change destroys something, `destroying`
-/// ("Delete") and `kind` ("LUNs") make the question that is asked first.
+/// The names to change. If the change destroys something, asks first; `destroying` ("Delete") and
+/// `kind` ("LUNs") form the question.
 std::vector<std::string> names_to_change(const Command_Context& context, const Pool_Arguments& pool,
                                          const char* destroying, const char* kind);
 

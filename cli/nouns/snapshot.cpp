@@ -15,7 +15,7 @@ constexpr Snapshot_Words words = {"/zq/r/scsipool/snapshot",
                                   "--delete-empty-lun",
                                   "",  // nothing is logged
                                   ": say which one with --lun-num",
-                                  ", and only one that has at most one can be compared"};
+                                  ", and a snapshot with several cannot be compared"};
 
 struct LUN_Snapshots {
   using Manager = Pool;

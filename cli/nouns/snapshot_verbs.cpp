@@ -34,7 +34,7 @@ Outcome explain_missing(Command_Context& context, const Snapshot_Arguments& argu
     return {Exit_Code::conflict,
             "it is shared under " + std::to_string(found.size()) + " numbers" + if_several};
   }
-  return {Exit_Code::failed, "the answer is not what the operation needs"};
+  return {Exit_Code::failed, "the answer is unusable"};
 }
 
 Verb& add_lun_num(Verb& verb, Snapshot_Arguments& arguments, const char* help) {

@@ -22,9 +22,9 @@ struct Snapshot_Words {
   const char* thing;          ///< "LUN"
   const char* argument;       ///< "LUN_ID"
   const char* example;        ///< an example of this argument
-  const char* delete_empty;   ///< the option
+  const char* delete_empty;   ///< the name of the option
   const char* not_described;  ///< logged for a snapshot that cannot be described
-  // What follows "it is shared under 2 numbers"; null for snapshots that are not shared so.
+  // What follows "it is shared under 2 numbers"; null for snapshots that are never shared.
   const char* if_several_shown;
   const char* if_several_compared;
 };
@@ -105,7 +105,7 @@ Outcome measure(Command_Context& context, const Snapshot_Arguments& arguments,
     return explain_missing(context, arguments, id, arguments.words.if_several_compared);
   }
   if (outcome.done() && !outcome.log.warnings.empty()) {
-    note("warning: " + id + ": less than the snapshot before it; what it adds counts as 0");
+    note("warning: " + id + ": smaller than the snapshot before it; what it adds counts as 0");
   }
   return outcome;
 }
@@ -157,7 +157,7 @@ void add_snapshot_verbs(Snapshot_Noun& noun) {
   noun.verb("create", "Takes snapshots of " + thing + "s",
             {of_parent, "POOL_UUID --recyclable -o tsv - < names.txt"}, &create_snapshots<Kind>)
       .objects(a.words.argument, a.pool.names, "The " + thing + "s")
-      .flag("--recyclable", a.recyclable, "The service may reclaim them when it needs the room");
+      .flag("--recyclable", a.recyclable, "The service may reclaim them when it needs space");
   noun.verb("list", "Shows the descriptions of all snapshots of a " + thing, {of_parent},
             &show_list)
       .argument(a.words.argument, a.parent, "The " + thing);
@@ -180,7 +180,7 @@ void add_snapshot_verbs(Snapshot_Noun& noun) {
             &delete_snapshots<Kind>)
       .objects("SNAPSHOT_ID", a.pool.names, "The snapshots")
       .flag(a.words.delete_empty, a.delete_empty,
-            "Also delete the " + thing + " if nothing is left of it")
+            "Also delete the " + thing + " if it is left empty")
       .yes(a.pool.yes);
 }
 

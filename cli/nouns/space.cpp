@@ -18,7 +18,7 @@ Exit_Code show(Command_Context& context) {
 
 void add_space(Command_Line& commands) {
   Noun space = commands.noun("space", "The space of a storage server");
-  space.verb("show", "Shows how much the server's data root holds and has left",
+  space.verb("show", "Shows the size and free space of the server's data root",
              {"", "--endpoint https://store1:8443 -o json"}, &show);
   space.alone(&show);
 }

@@ -55,7 +55,7 @@ Outcome parse(const std::string& text, bool lanfree, Object& record) {
   if (text.front() != '/') {
     URI uri;
     if (!URI_Parser::parse(text.c_str(), uri)) {
-      return {Exit_Code::failed, "it is neither a URL nor a path from / on"};
+      return {Exit_Code::failed, "it is neither a URL nor an absolute path"};
     }
     record = {{"scheme", uri.scheme()},
               {"host", uri.host()},
@@ -66,7 +66,7 @@ Outcome parse(const std::string& text, bool lanfree, Object& record) {
     lanfree = lanfree || is_lanfree_uri(text.c_str());
   }
   if ((!lanfree && take_http(path, record)) || take_lanfree(path, record)) return {};
-  return {Exit_Code::failed, "it is no path of a device"};
+  return {Exit_Code::failed, "it is not the path of a device"};
 }
 
 struct Arguments {
@@ -89,12 +89,12 @@ Exit_Code adjust(Command_Context& context, const Arguments& arguments) {
   if (!arguments.host.empty()) server["host"] = arguments.host;
   if (arguments.port) server["port"] = *arguments.port;
   if (arguments.ssl) server["ssl"] = *arguments.ssl;
-  if (server.empty()) throw Usage_Error("to which server? Give --host, --port or --ssl");
+  if (server.empty()) throw Usage_Error("give --host, --port or --ssl");
   return context.derive(expand_objects(arguments.uris),
                         [&](const std::string& url, Object& record) {
                           record["url"] = url;
                           if (adjust_device_url_by_backupd_device(server, record)) return Outcome();
-                          return Outcome{Exit_Code::failed, "it is no URL"};
+                          return Outcome{Exit_Code::failed, "it is not a URL"};
                         });
 }
 
@@ -103,12 +103,12 @@ Exit_Code adjust(Command_Context& context, const Arguments& arguments) {
 void add_uri(Command_Line& commands) {
   const auto arguments = std::make_shared<Arguments>();
   Arguments& a = *arguments;
-  Noun uri = commands.noun("uri", "URLs and paths of devices; asks no service");
-  uri.verb("parse", "Takes URLs and paths of devices apart",
+  Noun uri = commands.noun("uri", "URLs and paths of devices; needs no service");
+  uri.verb("parse", "Shows the parts of URLs and paths of devices",
            {"/zq/data/5f3a/dir/file", "lanfree://store1/p1/l7/zq/a", "-o json - < urls.txt"},
            &parse_each, arguments)
-      .objects("URI", a.uris, "URLs, or paths from / on")
-      .flag("--lanfree", a.lanfree, "Take paths that could be of either kind as LAN-free");
+      .objects("URI", a.uris, "URLs or absolute paths")
+      .flag("--lanfree", a.lanfree, "Treat ambiguous paths as LAN-free");
   uri.verb("adjust", "Points URLs of devices at another server",
            {"ws://old:9080/zq/data/5f3a --host backup1 --port 9443 --ssl true",
             "--host backup1 -o tsv - < urls.txt"},

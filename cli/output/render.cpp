@@ -233,7 +233,7 @@ Output_Format parse_output_format(const std::string& text) {
   if (text == "table") return Output_Format::table;
   if (text == "json") return Output_Format::json;
   if (text == "tsv") return Output_Format::tsv;
-  throw Usage_Error("'" + text + "' is no output format: it is table, json or tsv");
+  throw Usage_Error("'" + text + "' is not an output format: use table, json or tsv");
 }
 
 std::string render(const std::vector<Record>& records, Output_Format format, std::size_t width) {

@@ -20,7 +20,7 @@ constexpr std::int64_t max_milliseconds = std::numeric_limits<int>::max();
 
 std::chrono::milliseconds parse_duration(const std::string& text) {
   const auto refuse = [&text](const char* why) -> Usage_Error {
-    return Usage_Error("'" + text + "' is no duration: " + why);
+    return Usage_Error("'" + text + "' is not a duration: " + why);
   };
   std::string_view rest = text;
   std::int64_t total = 0;

@@ -25,9 +25,10 @@ Endpoint parse_endpoint(const std::string& text) {
                                     "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
                                     "0123456789-._") == std::string::npos);
   if (!good) {
-    throw Usage_Error("'" + text +
-                      "' is no endpoint: it is https://HOST:PORT or http://HOST:PORT, with a port "
-                      "from 1 to 65535 and an IPv6 address in brackets");
+    throw Usage_Error(
+        "'" + text +
+        "' is not an endpoint: use https://HOST:PORT or http://HOST:PORT, with a port "
+        "from 1 to 65535 and an IPv6 address in brackets");
   }
   return {uri.is_ssl(), uri.host(), uri.port()};
 }

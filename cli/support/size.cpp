@@ -18,7 +18,7 @@ constexpr std::array<std::string_view, 7> units = {"B", "KiB", "MiB", "GiB", "Ti
 
 std::uint64_t parse_size(const std::string& text) {
   const auto refuse = [&text](const char* why) {
-    return Usage_Error("'" + text + "' is no size: " + why);
+    return Usage_Error("'" + text + "' is not a size: " + why);
   };
   std::uint64_t number = 0;
   const char* const end = text.data() + text.size();

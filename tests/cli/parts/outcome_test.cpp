@@ -96,7 +96,7 @@ TEST(Exchange_Outcome, the_cause_names_phase_message_and_unknown_outcome) {
   report.total = std::chrono::milliseconds(2040);
   EXPECT_EQ(judge_exchange(report, Effect::reads).cause, "wait: the words (after 2.0 s)");
   EXPECT_EQ(judge_exchange(report, Effect::changes).cause,
-            "wait: the words (after 2.0 s); whether the change was made is unknown");
+            "wait: the words (after 2.0 s); it is unknown whether the change was made");
   report = failed(HTTP_Error::status, HTTP_Phase::done, true, 409);
   report.service_message = "the name is taken";
   EXPECT_EQ(judge_exchange(report, Effect::reads).cause, "HTTP status 409: the name is taken");
@@ -122,10 +122,9 @@ TEST(Answer_Outcome, known_failures_differ_from_a_bad_answer) {
 }
 
 TEST(Answer_Outcome, a_bad_answer_to_a_change_does_not_undo_it) {
-  EXPECT_EQ(judge({"inner", "outer"}, {}).cause,
-            "the answer is not what the operation needs (outer)");
+  EXPECT_EQ(judge({"inner", "outer"}, {}).cause, "the answer is unusable (outer)");
   EXPECT_EQ(judge({}, {}, Effect::changes).cause,
-            "the answer is not what the operation needs; yet the service made the change");
+            "the answer is unusable; the service made the change");
 }
 
 TEST(Service_Error, is_found_within_a_logged_line) {

@@ -73,8 +73,8 @@ TEST(Settings, a_path_of_an_argument_stays_as_it_is) {
 TEST(Settings, a_bad_file_is_refused_with_its_name_and_the_key) {
   const test::Temp_Directory directory;
   const std::pair<const char*, const char*> table[] = {
-      {"endpiont = https://h\n", "'endpiont' is no setting"},
-      {"[service]\nendpoint = https://h\n", "is no setting"},
+      {"endpiont = https://h\n", "'endpiont' is not a setting"},
+      {"[service]\nendpoint = https://h\n", "is not a setting"},
       {"jobs = 1\njobs = 2\n", "'jobs' is set twice"},
       {"jobs = 1\ntimeout = 2\njobs = 2\n", "'jobs' is set twice"},
       {"access_key = hunter2\n", "never read from a configuration"}};

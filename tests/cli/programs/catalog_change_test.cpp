@@ -41,7 +41,7 @@ TEST_F(Catalog_Change, metadata_is_removed_after_confirmation) {
   EXPECT_EQ(nobody_to_ask.exit_code, 2);
   EXPECT_EQ(
       nobody_to_ask.err,
-      "zqpool: metadata remove: Remove what the catalog holds of /a? Say so with --yes (there "
+      "zqpool: metadata remove: Remove the catalog's entries of /a? Confirm with --yes (there "
       "is no terminal to ask on)\n");
   EXPECT_EQ(server_.request_count(), 2U);
 }
@@ -58,7 +58,7 @@ TEST_F(Catalog_Change, the_terminal_asks_once_for_all) {
     std::vector<std::string> arguments = with_service({"metadata", "remove", "p-1", "-"});
     arguments.insert(arguments.begin(), ZQPOOL_PROGRAM);
     Program program(arguments, options);
-    ASSERT_TRUE(program.wait_for_terminal("Remove what the catalog holds of 2 paths? [y/N] "));
+    ASSERT_TRUE(program.wait_for_terminal("Remove the catalog's entries of 2 paths? [y/N] "));
     program.type(typed);
     EXPECT_EQ(program.wait().exit_code, exit_code);
     EXPECT_EQ(server_.request_count() - before, exit_code == 0 ? 2U : 0U);
@@ -117,7 +117,7 @@ TEST_F(Catalog_Change, each_status_and_an_unknown_outcome_have_their_exit_codes)
     server_.otherwise(reset_after_request());
     const Run_Result result = run(arguments);
     EXPECT_EQ(result.exit_code, 8);
-    EXPECT_THAT(result.err, EndsWith("; whether the change was made is unknown\n"));
+    EXPECT_THAT(result.err, EndsWith("; it is unknown whether the change was made\n"));
     EXPECT_EQ(server_.request_count(), before + 1);
   }
 }

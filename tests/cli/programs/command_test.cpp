@@ -192,7 +192,7 @@ TEST_F(Command, a_failed_read_is_retried_with_retry) {
   const Run_Result result = run({"pool", "show", "p-1", "--retry", "30s", "--trace"});
   EXPECT_EQ(result.exit_code, 0);
   EXPECT_THAT(result.out, StartsWith("uuid  p-1\n"));
-  EXPECT_THAT(result.err, HasSubstr(": HTTP status 500; asking again\n"));
+  EXPECT_THAT(result.err, HasSubstr(": HTTP status 500; retrying\n"));
   // Each exchange has its line, including the one that failed.
   EXPECT_THAT(result.err, HasSubstr("status=500"));
   EXPECT_THAT(result.err, HasSubstr("status=200"));

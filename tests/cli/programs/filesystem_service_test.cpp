@@ -82,7 +82,7 @@ TEST_P(Filesystem_Service, a_move_that_fails_or_loses_its_answer_is_reported) {
   done({"create", pool_, "b", "--mount-point", "/srv/b"});
   const Run_Result taken = fs({"move", pool_, "a", "/srv/b"});
   EXPECT_EQ(taken.exit_code, 4);
-  EXPECT_THAT(taken.err, HasSubstr("is that of filesystem"));
+  EXPECT_THAT(taken.err, HasSubstr("belongs to filesystem"));
   const auto lose = [this](const char* kind) {
     EXPECT_EQ(run({"lab", "fault", kind, "--method", "PUT", "--times", "1", "--path",
                    "/zq/r/scsipool/fs/mount"})

@@ -86,9 +86,7 @@ TEST_P(Filesystem, mounting_tells_where) {
   server_.queue(json_answer(200, "{}")).queue(json_answer(200, "{}"));
   const Run_Result unsaid = fs({"mount", "p-1", "daily"});
   EXPECT_EQ(unsaid.exit_code, 1);
-  EXPECT_EQ(unsaid.err, command("mount") +
-                            "the answer is not what the operation needs; yet the service made the "
-                            "change\n");
+  EXPECT_EQ(unsaid.err, command("mount") + "the answer is unusable; the service made the change\n");
 }
 
 TEST_P(Filesystem, a_move_is_verified) {
@@ -122,14 +120,14 @@ TEST_P(Filesystem, a_move_without_effect_is_reported) {
   EXPECT_EQ(elsewhere.exit_code, 1);
   EXPECT_EQ(elsewhere.out, "");
   EXPECT_EQ(elsewhere.err,
-            command("move") + "the service took the move, yet the mount point is /old\n");
+            command("move") + "the service accepted the move, but the mount point is /old\n");
 
   server_.queue(json_answer(200, "\"/new\"")).queue(json_answer(500, "{}"));
   const Run_Result blind = fs({"move", "p-1", "daily", "/new"});
   EXPECT_EQ(blind.exit_code, 8);
   EXPECT_EQ(blind.err, command("move") +
-                           "the service took the move, yet where it is mounted cannot be found "
-                           "out: HTTP status 500\n");
+                           "the service accepted the move, but the mount point cannot be read: "
+                           "HTTP status 500\n");
 
   server_.queue(json_answer(409, R"({"error":{"code":-1,"message":"it is taken"}})"));
   const std::size_t before = server_.request_count();
@@ -143,7 +141,7 @@ TEST_P(Filesystem, a_move_whose_answer_was_lost_is_verified) {
   server_.queue(reset_after_request()).queue(json_answer(200, R"([{"mountpoint":"/old"}])"));
   const Run_Result old = fs({"move", "p-1", "daily", "/new"});
   EXPECT_EQ(old.exit_code, 8);
-  EXPECT_THAT(old.err, EndsWith("; whether the change was made is unknown; the mount point is "
+  EXPECT_THAT(old.err, EndsWith("; it is unknown whether the change was made; the mount point is "
                                 "/old\n"));
   server_.queue(reset_after_request()).queue(json_answer(500, "{}"));
   EXPECT_EQ(fs({"move", "p-1", "daily", "/new"}).exit_code, 8);

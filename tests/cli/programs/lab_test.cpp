@@ -83,7 +83,7 @@ TEST_F(Lab, a_change_without_an_answer_has_an_unknown_outcome_and_is_sent_once) 
     const Run_Result result = run({"lab", "fault", "delay", "--path", "/x", "--delay", "1"});
     EXPECT_EQ(result.exit_code, 8);
     EXPECT_THAT(result.err, testing::StartsWith("zqpool: lab fault: " + url_of(server_) + ": "));
-    EXPECT_THAT(result.err, EndsWith("; whether the change was made is unknown\n"));
+    EXPECT_THAT(result.err, EndsWith("; it is unknown whether the change was made\n"));
     EXPECT_EQ(server_.request_count(), before + 1);
   }
   server_.otherwise(silent());

@@ -82,9 +82,9 @@ TEST_F(LUN, created_without_a_number_is_reported) {
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_EQ(server_.request(0).body, R"({"export":true,"pool_id":"p-1","snapshot_id":"s-1"})");
   EXPECT_THAT(result.err, StartsWith("zqpool: lun create-from: " + url_of(server_) +
-                                     ": the answer is not what the operation needs (Failed to "
+                                     ": the answer is unusable (Failed to "
                                      "create lun in p-1 based on snapshot s-1: "));
-  EXPECT_THAT(result.err, EndsWith("); yet the service made the change; it is LUN l-7\n"));
+  EXPECT_THAT(result.err, EndsWith("); the service made the change; it is LUN l-7\n"));
   EXPECT_EQ(run_on_host(R"({"lun_id":"l-8"})", {"lun", "create-from", "p-1", "s-1"}).out,
             "lun_id   l-8\nlun_num  -\n");
 }
@@ -99,8 +99,7 @@ TEST_F(LUN, a_host_without_initiators_sends_nothing) {
         {"snapshot", "allow", "p-1", "s-1", "--lun-num", "1"}}) {
     const Run_Result result = run_on_host("{}", arguments);
     EXPECT_EQ(result.exit_code, 1);
-    EXPECT_THAT(result.err,
-                HasSubstr("this host has no SCSI initiator to let in, nothing was sent"));
+    EXPECT_THAT(result.err, HasSubstr("this host has no SCSI initiator, nothing was sent"));
   }
   for (const Recorded_Request& request : server_.requests())
     EXPECT_EQ(request.method, "GET");
@@ -179,12 +178,12 @@ TEST_F(LUN, is_rolled_back_and_deleted_after_confirmation) {
   EXPECT_EQ(run_on_host("{}", {"lun", "rollback", "p-1", "l-1"}).exit_code, 2);
   const Run_Result unasked = run_on_host("{}", {"lun", "delete", "p-1", "l-1"});
   EXPECT_EQ(unasked.exit_code, 2);
-  EXPECT_THAT(unasked.err, HasSubstr("Delete l-1? Say so with --yes"));
+  EXPECT_THAT(unasked.err, HasSubstr("Delete l-1? Confirm with --yes"));
   EXPECT_EQ(server_.request_count(), before);
   // The status of the rollback counts, not the body.
   const Run_Result odd = run_on_host("[]", {"lun", "rollback", "p-1", "l-1", "--yes"});
   EXPECT_EQ(odd.exit_code, 1);
-  EXPECT_THAT(odd.err, EndsWith("; yet the service made the change\n"));
+  EXPECT_THAT(odd.err, EndsWith("; the service made the change\n"));
 }
 
 TEST_F(LUN, failed_changes_and_unknown_outcomes_have_their_exit_codes) {

@@ -68,12 +68,12 @@ TEST_F(NFS, a_lost_answer_is_looked_up) {
   server_.queue(reset_after_request()).queue(json_answer(404, "{}"));
   const Run_Result absent = run({"nfs", "export", "--path", "/srv"});
   EXPECT_EQ(absent.exit_code, 8);
-  EXPECT_THAT(absent.err, MatchesRegex(".*; whether the change was made is unknown; there is no "
+  EXPECT_THAT(absent.err, MatchesRegex(".*; it is unknown whether the change was made; there is no "
                                        "record [-0-9a-f]*\n"));
   server_.queue(reset_after_request()).queue(json_answer(500, "{}"));
   const Run_Result blind = run({"nfs", "export", "--path", "/srv"});
   EXPECT_EQ(blind.exit_code, 8);
-  EXPECT_THAT(blind.err, MatchesRegex(".*; it would be record [-0-9a-f]*\n"));
+  EXPECT_THAT(blind.err, MatchesRegex(".*; its record would be [-0-9a-f]*\n"));
 }
 
 TEST_F(NFS, a_slow_export_is_reported_with_its_record) {

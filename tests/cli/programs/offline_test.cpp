@@ -57,9 +57,9 @@ TEST(Offline_URI, an_invalid_path_fails_and_the_rest_continues) {
             "/zq/data/d2\tdevice_uri\tzq/data/d2\n/zq/data/d2\tdevice_uuid\td2\n"
             "/zq/data/d2\tkind\thttp\n/zq/data/d2\tprefix_path\t\\N\n");
   EXPECT_EQ(result.err,
-            "zqpool: uri parse: /zq/other/5f3a: it is no path of a device\n"
-            "zqpool: uri parse: zq/data/5f3a: it is neither a URL nor a path from / on\n"
-            "zqpool: uri parse: s3://store/bucket: it is no path of a device\n");
+            "zqpool: uri parse: /zq/other/5f3a: it is not the path of a device\n"
+            "zqpool: uri parse: zq/data/5f3a: it is neither a URL nor an absolute path\n"
+            "zqpool: uri parse: s3://store/bucket: it is not the path of a device\n");
 }
 
 TEST(Offline_URI, a_url_is_pointed_at_another_server) {
@@ -75,7 +75,7 @@ TEST(Offline_URI, a_url_is_pointed_at_another_server) {
             "{\"url\":\"wss://[::1]:9443/zq/data/5f3a\"}\n");
   const Run_Result none = zqpool({"uri", "adjust", "x", "--host", "h"});
   EXPECT_EQ(none.exit_code, 1);
-  EXPECT_EQ(none.err, "zqpool: uri adjust: it is no URL\n");
+  EXPECT_EQ(none.err, "zqpool: uri adjust: it is not a URL\n");
 }
 
 TEST(Offline_Module, an_identity_is_parsed) {
@@ -86,7 +86,7 @@ TEST(Offline_Module, an_identity_is_parsed) {
   EXPECT_EQ(result.exit_code, 1);
   EXPECT_THAT(result.out, HasSubstr("a.b.c.d\tfeature\ta.b\n"));
   EXPECT_EQ(result.err,
-            "zqpool: module parse: a.b: it is no module identity, FEATURE.TYPE.SYSTEM\n");
+            "zqpool: module parse: a.b: it is not a module identity, FEATURE.TYPE.SYSTEM\n");
 }
 
 TEST(Offline_Module, a_cd_module_is_recognised_by_identity_record_or_both) {

@@ -112,9 +112,8 @@ TEST_F(Resolve, a_sealed_key_needs_its_secret) {
                             sealed("s3://a/b", "k") + R"("}})"));
   const Run_Result without = resolve();
   EXPECT_EQ(without.exit_code, 1);
-  EXPECT_THAT(without.err,
-              EndsWith("(Failed to decrypt s3 keys of pool info); give the secret that "
-                       "seals them with --s3-secret-file\n"));
+  EXPECT_THAT(without.err, EndsWith("(Failed to decrypt s3 keys of pool info); give the file of "
+                                    "their secret with --s3-secret-file\n"));
   const Run_Result wrong = resolve({"--s3-secret-file", directory_.write("other", "another")});
   EXPECT_EQ(wrong.exit_code, 1);
   EXPECT_THAT(wrong.err, EndsWith("(Failed to decrypt s3 keys of pool info)\n"));
@@ -190,7 +189,7 @@ TEST_F(Resolve, an_error_by_json_rpc_is_shown_without_the_rest_of_the_answer) {
   EXPECT_EQ(run({"pool", "resolve", "--replica", "r-1"}).exit_code, 1);
   const Run_Result odd = run({"pool", "resolve", "--replica", "r-1"});
   EXPECT_EQ(odd.exit_code, 1);
-  EXPECT_EQ(odd.err, start + "the answer holds no pool\n");
+  EXPECT_EQ(odd.err, start + "the answer contains no pool\n");
   EXPECT_EQ(run({"pool", "resolve", "--replica", "r-1"}).exit_code, 1);
   EXPECT_EQ(run({"pool", "resolve", "--replica", "r-1"}).exit_code, 3);
 }
@@ -209,7 +208,7 @@ TEST_F(Resolve, an_unusable_description_fails_with_its_reason) {
       EXPECT_EQ(result.exit_code, 1);
       EXPECT_EQ(result.out, "");
       EXPECT_EQ(result.err, std::string("zqpool: pool ") + verb + ": " + url_of(server_) +
-                                ": the answer is not what the operation needs (" + words + ")\n");
+                                ": the answer is unusable (" + words + ")\n");
     }
   }
   server_.otherwise(
@@ -225,7 +224,7 @@ TEST_F(Resolve, is_retried_after_errors_that_permit_it) {
   server_.queue(later).otherwise(pool_of(plain));
   const Run_Result result = resolve({"--retry", "30s"});
   EXPECT_EQ(result.exit_code, 0) << result.err;
-  EXPECT_THAT(result.err, HasSubstr(": HTTP status 500: busy; asking again\n"));
+  EXPECT_THAT(result.err, HasSubstr(": HTTP status 500: busy; retrying\n"));
   EXPECT_EQ(server_.request_count(), 2U);
   server_.otherwise(json_answer(500, R"({"error":{"code":-1,"message":"never"}})"));
   EXPECT_EQ(resolve({"--retry", "30s"}).exit_code, 1);

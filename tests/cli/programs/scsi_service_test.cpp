@@ -116,7 +116,7 @@ TEST_F(SCSI_Service, a_change_whose_answer_is_lost_is_in_doubt_and_was_made) {
         "/zq/r/scsipool/lun"});
   const Run_Result result = run({"lun", "create", pool, "--size", "1GiB"});
   EXPECT_EQ(result.exit_code, 8);
-  EXPECT_THAT(result.err, EndsWith("; whether the change was made is unknown\n"));
+  EXPECT_THAT(result.err, EndsWith("; it is unknown whether the change was made\n"));
   EXPECT_NE(luns(), before);
 }
 

@@ -123,7 +123,7 @@ TEST_F(Service, unresolvable_pools_have_their_exit_codes) {
   const Run_Result again = run({"pool", "resolve", daily, "--retry", "30s", "--host-uuid",
                                 "8c1d5a3e-2b7f-4e60-9d14-3a5b6c7d8e9f"});
   EXPECT_EQ(again.exit_code, 0) << again.err;
-  EXPECT_THAT(again.err, HasSubstr("HTTP status 500: busy; asking again\n"));
+  EXPECT_THAT(again.err, HasSubstr("HTTP status 500: busy; retrying\n"));
 }
 
 TEST_F(Service, keeps_what_was_written_to_the_catalog) {

@@ -105,15 +105,15 @@ TEST_F(Setting, errors_say_where_the_value_came_from) {
     EXPECT_EQ(result.exit_code, 2);
     return result.err;
   };
-  EXPECT_THAT(
-      error({"--endpoint", "https://h"}, with_home()),
-      HasSubstr("pool show: " + home_.path(".config/zqpool/config") + ": 'soon' is no duration"));
+  EXPECT_THAT(error({"--endpoint", "https://h"}, with_home()),
+              HasSubstr("pool show: " + home_.path(".config/zqpool/config") +
+                        ": 'soon' is not a duration"));
   EXPECT_THAT(error({"--timeout", "1"}, with_home({"ZQPOOL_ENDPOINT=pool1"})),
-              HasSubstr("pool show: ZQPOOL_ENDPOINT: 'pool1' is no endpoint"));
+              HasSubstr("pool show: ZQPOOL_ENDPOINT: 'pool1' is not an endpoint"));
   EXPECT_THAT(error({"--output", "xml"}, with_home()),
               HasSubstr("pool show: --output: 'xml' is no"));
   configure("endpiont = https://h\n");
-  EXPECT_THAT(error({}, with_home()), HasSubstr("'endpiont' is no setting"));
+  EXPECT_THAT(error({}, with_home()), HasSubstr("'endpiont' is not a setting"));
 }
 
 }  // namespace

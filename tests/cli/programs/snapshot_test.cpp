@@ -95,8 +95,8 @@ TEST_F(LUN_Snapshot, shared_several_times_needs_its_number) {
   for (const char* const verb : {"size", "previous"}) {
     const Run_Result result = run({"snapshot", verb, "p-1", "s-1"});
     EXPECT_EQ(result.exit_code, 4);
-    EXPECT_THAT(result.err, HasSubstr(": it is shared under 2 numbers, and only one that has at "
-                                      "most one can be compared\n"));
+    EXPECT_THAT(result.err, HasSubstr(": it is shared under 2 numbers, and a snapshot with "
+                                      "several cannot be compared\n"));
   }
 }
 
