@@ -27,7 +27,7 @@ clean_up() {
   exec 3<&- || true
   if [[ -n $service ]]; then kill_service; fi
   if ((status != 0)) && [[ -s $lab/service.err ]]; then
-    echo "The service's last words:" >&2
+    echo "The last messages of the service:" >&2
     tail -n 5 "$lab/service.err" >&2
   fi
   rm -rf "$lab"
@@ -137,7 +137,7 @@ run lab write "$luns" "$lun" --offset 1GiB --length 128MiB
 run snapshot create "$luns" "$lun" --output tsv
 second=$(said snapshot_id)
 
-step "The backup reads the snapshot under a number of its own; how much is the increment?"
+step "The snapshot is shared with this host under its own number; how large is the increment?"
 run snapshot share "$luns" "$second" --output tsv
 number_of_share=$(said lun_num)
 run snapshot previous "$luns" "$second" --output tsv | grep -E 'zqpool|snapshot_id|seq|size'
@@ -145,7 +145,7 @@ run snapshot size "$luns" "$second"
 run snapshot tree "$luns" "$lun"
 run snapshot unshare "$luns" "$second" --lun-num "$number_of_share"
 
-step "Back to the newest snapshot, which an exported LUN refuses"
+step "Rollback to the newest snapshot, refused while the LUN is exported"
 run lab write "$luns" "$lun" --offset 4GiB --length 64MiB
 refused 4 lun rollback "$luns" "$lun" --yes
 run lun unexport "$luns" "$lun"
@@ -166,7 +166,7 @@ refused 4 fs delete "$luns" home --yes
 run fs umount "$luns" home
 run fs rollback "$luns" home --yes
 
-step "An image pool speaks the same of its filesystems"
+step "The same for a filesystem of an image pool"
 run image create "$images" mail
 run image mount "$images" mail
 run lab write "$images" --name mail --length 32MiB
@@ -183,24 +183,24 @@ run nfs unexport "$(said uuid)"
 step "The space of the storage server, which is this machine"
 run space show --output tsv | grep -E 'zqpool|size|free'
 
-step "What would go out, without sending it"
+step "A dry run shows the request without sending it"
 run lun create "$luns" --size 1TiB --export --dry-run
 
-step "What is not there has an exit code of its own; somebody else's certificate is refused"
+step "A missing object has its own exit code; a certificate of a stranger is refused"
 refused 3 device show --uuid 00000000-0000-0000-0000-000000000000
 refused 7 pool show "$daily" --cacert "$lab/stranger/certificate.pem"
 
-step "A service that fails for a moment: the read is repeated, the trace says so"
+step "A service that fails for a moment: the read is repeated, as the trace shows"
 run lab fault status --status 503 --times 1 --path /zq/r/storages/pool
 run pool url "$daily" --trace
 run lab faults --output tsv | grep -E 'zqpool|fired'
 run lab clear
 
-step "An answer lost on the way: the change was made, and zqpool says that it cannot know"
+step "An answer is lost: the change was made, and zqpool reports that it cannot know"
 run lab fault reset_after_commit --times 1 --path /zq/r/scsipool/snapshot --method POST
 refused 8 snapshot create "$luns" "$lun"
 
-step "kill -9 and a new start: what was done is there"
+step "kill -9 and a restart: no change is lost"
 kill_service
 start
 run snapshot tree "$luns" "$lun"
