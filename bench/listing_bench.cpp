@@ -32,8 +32,8 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Seconds = std::chrono::duration<double>;
 
-constexpr double total_bar = 1.2;
-constexpr double flat_bar = 1.25;
+constexpr double total_bar = 1.15;
+constexpr double flat_bar = 1.15;
 constexpr double memory_bar = 1.75;
 
 constexpr int min_count = 10;
