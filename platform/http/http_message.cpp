@@ -74,6 +74,8 @@ void HTTP_Headers::put(int id, const char* text, bool replace) {
     if (replace) value = text;
     return;
   }
+  constexpr std::size_t usual_fields = 8;
+  fields_.reserve(usual_fields);
   fields_.emplace_back(id, text);
 }
 
