@@ -11,8 +11,6 @@
 namespace zqpool::service {
 namespace {
 
-using json_spirit::Value;
-
 Object object(const std::string& text) {
   return test::json(text).get_obj();
 }
