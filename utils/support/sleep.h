@@ -4,6 +4,8 @@
 
 #include "utils/support/export.h"
 
+// The same as platform/net/sleep.h, which a platform of somebody else does not offer.
+
 namespace zqpool::detail {
 
 /// Sleeps before an operation tries again. Signals do not end it early.
